@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/Export.h"
+
+namespace platform {
+
+/// Codes of an error in `CBErrorDomain`, the same from every radio.
+enum class CBError : int {
+    /// The radio does not know why.
+    unknown = 0,
+    /// The peripheral is not connected.
+    notConnected = 3,
+    /// The link was lost: nothing was heard for the supervision timeout.
+    connectionTimeout = 6,
+    /// The peripheral ended the link.
+    peripheralDisconnected = 7,
+    /// The link could not be made.
+    connectionFailed = 10,
+};
+
+inline constexpr std::string_view CBErrorDomain = "CBErrorDomain";
+
+/// A failure that the radio reports: a domain, a code within it, and a text for people.
+///
+/// Operations and events that may fail take a `const NSError*`, null for success; it is valid for the
+/// length of the call, so copy what is to be kept.
+class NSError {
+public:
+    NSError(std::string domain, int code, std::string localizedDescription)
+        : domain_(std::move(domain)), code_(code), localizedDescription_(std::move(localizedDescription)) {}
+
+    /// An error of the Bluetooth domain.
+    NSError(CBError code, std::string localizedDescription)
+        : NSError(std::string(CBErrorDomain), static_cast<int>(code), std::move(localizedDescription)) {}
+
+    const std::string& domain() const { return domain_; }
+    int code() const { return code_; }
+    const std::string& localizedDescription() const { return localizedDescription_; }
+
+private:
+    std::string domain_;
+    int code_;
+    std::string localizedDescription_;
+};
+
+}  // namespace platform
