@@ -1,0 +1,39 @@
+#include "platform/standard/StandardClock.h"
+
+#include <algorithm>
+
+namespace platform {
+
+namespace {
+
+double inSeconds(std::chrono::nanoseconds time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+}  // namespace
+
+double SystemTime::timeIntervalSince1970() const {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::chrono::nanoseconds SystemTime::monotonicTime() const {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+double VirtualTime::timeIntervalSince1970() const {
+    return wallTimeAtStart_ + inSeconds(monotonicTime_);
+}
+
+std::chrono::nanoseconds VirtualTime::monotonicTime() const {
+    return monotonicTime_;
+}
+
+void VirtualTime::jumpTo(std::chrono::nanoseconds moment) {
+    monotonicTime_ = std::max(monotonicTime_.load(), moment);
+}
+
+void VirtualTime::setTimeIntervalSince1970(double seconds) {
+    wallTimeAtStart_ = seconds - inSeconds(monotonicTime_);
+}
+
+}  // namespace platform

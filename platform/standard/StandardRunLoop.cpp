@@ -1,0 +1,236 @@
+#include "platform/standard/StandardRunLoop.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace platform {
+
+namespace {
+
+using std::chrono::nanoseconds;
+
+constexpr double shortestInterval = 0.0001;
+// A century: longer intervals would overflow sums of deadlines, and are as good as never.
+constexpr double longestInterval = 100.0 * 365 * 24 * 3600;
+
+/// Zero for what is below it or not a number.
+nanoseconds durationOf(double seconds) {
+    if (!(seconds > 0)) return nanoseconds::zero();
+    return std::chrono::round<nanoseconds>(std::chrono::duration<double>(std::min(seconds, longestInterval)));
+}
+
+}  // namespace
+
+class StandardRunLoop::Timer final : public NSTimer {
+public:
+    Timer(std::weak_ptr<Timers> timers, TimerKey key, double interval, Action action,
+          std::shared_ptr<void> userInfo, bool repeats)
+        : timers_(std::move(timers)),
+          key_(key),
+          interval_(interval),
+          action_(std::move(action)),
+          userInfo_(std::move(userInfo)),
+          repeats_(repeats) {}
+
+    void invalidate() override {
+        if (!isValid_) return;
+        isValid_ = false;
+        // Held to the end, for the loop's reference may be the last.
+        Timers::node_type scheduled;
+        if (const auto timers = timers_.lock()) scheduled = timers->extract(key_);
+        if (!isFiring_) letGo();
+    }
+
+    bool isValid() const override { return isValid_; }
+    double timeInterval() const override { return interval_; }
+    std::shared_ptr<void> userInfo() const override { return isValid_ ? userInfo_ : nullptr; }
+
+    bool repeats() const { return repeats_; }
+    void setKey(TimerKey key) { key_ = key; }
+
+    /// The first tick after `now` in the timer's phase.
+    nanoseconds tickAfter(nanoseconds now) const {
+        const nanoseconds interval = durationOf(interval_);
+        const nanoseconds deadline = key_.first;
+        return deadline + ((now - deadline) / interval + 1) * interval;
+    }
+
+    void fire(const std::shared_ptr<Timer>& self) {
+        isFiring_ = true;
+        struct Afterwards {
+            Timer& timer;
+            ~Afterwards() { timer.endFiring(); }
+        } const afterwards{*this};
+        action_(self);
+    }
+
+private:
+    void endFiring() {
+        isFiring_ = false;
+        if (!repeats_) isValid_ = false;
+        if (!isValid_) letGo();
+    }
+
+    /// What the timer held may run anything when it dies, so it dies when the timer is done with it.
+    void letGo() {
+        const std::shared_ptr<void> userInfo = std::move(userInfo_);
+        const Action action = std::exchange(action_, nullptr);
+    }
+
+    std::weak_ptr<Timers> timers_;
+    TimerKey key_;
+    double interval_;
+    Action action_;
+    std::shared_ptr<void> userInfo_;
+    bool repeats_;
+    bool isValid_ = true;
+    bool isFiring_ = false;
+};
+
+StandardRunLoop::StandardRunLoop(const SystemTime& time, std::unique_ptr<Waiting> waiting)
+    : clock_(time), waiting_(std::move(waiting)), timers_(std::make_shared<Timers>()) {}
+
+StandardRunLoop::StandardRunLoop(VirtualTime& time, std::unique_ptr<Waiting> waiting)
+    : clock_(time), virtualTime_(&time), waiting_(std::move(waiting)), timers_(std::make_shared<Timers>()) {}
+
+StandardRunLoop::~StandardRunLoop() {
+    clear();
+}
+
+void StandardRunLoop::dispatchAsync(std::function<void()> task) {
+    const bool isFirst = [&] {
+        const std::lock_guard lock(queueMutex_);
+        queue_.push_back(std::move(task));
+        return queue_.size() == 1;
+    }();
+    if (isFirst) waiting_->wake();
+}
+
+std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeInterval(double seconds,
+                                                                         NSTimer::Action action,
+                                                                         std::shared_ptr<void> userInfo,
+                                                                         bool repeats) {
+    // Written so that what is not a number takes the shortest interval too.
+    const double interval = seconds > shortestInterval ? seconds : shortestInterval;
+    const TimerKey key{clock_.monotonicTime() + durationOf(interval), timersScheduled_++};
+    auto timer =
+        std::make_shared<Timer>(timers_, key, interval, std::move(action), std::move(userInfo), repeats);
+    timers_->emplace(key, timer);
+    return timer;
+}
+
+void StandardRunLoop::run() {
+    runUntil(std::nullopt);
+}
+
+void StandardRunLoop::runFor(double seconds) {
+    runUntil(clock_.monotonicTime() + durationOf(seconds));
+}
+
+void StandardRunLoop::stop() noexcept {
+    isStopping_ = true;
+    waiting_->wakeFromSignal();
+}
+
+void StandardRunLoop::processPending() {
+    waiting_->wait(nanoseconds::zero());
+    process(Stopping::ignored);
+}
+
+std::optional<nanoseconds> StandardRunLoop::nextDeadline() const {
+    if (hasQueuedTasks()) return clock_.monotonicTime();
+    if (timers_->empty()) return std::nullopt;
+    return timers_->begin()->first.first;
+}
+
+std::vector<RunLoopDescriptor> StandardRunLoop::descriptors() const {
+    return waiting_->descriptors();
+}
+
+std::size_t StandardRunLoop::timerCount() const {
+    return timers_->size();
+}
+
+void StandardRunLoop::clear() {
+    while (!timers_->empty()) timers_->begin()->second->invalidate();
+    while (hasQueuedTasks()) {
+        std::deque<std::function<void()>> dropped;
+        const std::lock_guard lock(queueMutex_);
+        dropped.swap(queue_);
+    }
+}
+
+void StandardRunLoop::runUntil(std::optional<nanoseconds> end) {
+    const auto nextMoment = [&] {
+        const std::optional<nanoseconds> deadline = nextDeadline();
+        return deadline && end ? std::min(deadline, end) : deadline ? deadline : end;
+    };
+    while (true) {
+        process(Stopping::obeyed);
+        if (isStopping_.exchange(false)) return;
+        if (end && !hasQueuedTasks() && clock_.monotonicTime() >= *end) return;
+        if (virtualTime_ == nullptr) {
+            const auto moment = nextMoment();
+            waiting_->wait(moment ? std::optional(*moment - clock_.monotonicTime()) : std::nullopt);
+            continue;
+        }
+        waiting_->wait(nanoseconds::zero());
+        if (isStopping_ || hasQueuedTasks()) continue;
+        if (const auto moment = nextMoment()) {
+            virtualTime_->jumpTo(*moment);
+        } else {
+            waiting_->wait(std::nullopt);
+        }
+    }
+}
+
+void StandardRunLoop::process(Stopping stopping) {
+    if (isProcessing_) throw std::logic_error("the run loop was run from inside one of its callbacks");
+    isProcessing_ = true;
+    struct Afterwards {
+        bool& isProcessing;
+        ~Afterwards() { isProcessing = false; }
+    } const afterwards{isProcessing_};
+    const nanoseconds now = clock_.monotonicTime();
+    do {
+        runQueuedTasks(stopping);
+    } while (!mustStop(stopping) && fireNextTimerDueBy(now));
+}
+
+void StandardRunLoop::runQueuedTasks(Stopping stopping) {
+    std::unique_lock lock(queueMutex_);
+    // What these tasks queue in their turn waits, so that they cannot keep the loop from its timers.
+    for (std::size_t count = queue_.size(); count > 0 && !queue_.empty() && !mustStop(stopping); --count) {
+        std::function<void()> task = std::move(queue_.front());
+        queue_.pop_front();
+        lock.unlock();
+        task();
+        task = nullptr;
+        lock.lock();
+    }
+}
+
+bool StandardRunLoop::fireNextTimerDueBy(nanoseconds now) {
+    if (timers_->empty() || timers_->begin()->first.first > now) return false;
+    auto node = timers_->extract(timers_->begin());
+    const std::shared_ptr<Timer> timer = node.mapped();
+    // Armed again before it fires, so that an action that throws or invalidates its timer finds it in order.
+    if (timer->repeats()) {
+        node.key().first = timer->tickAfter(now);
+        timer->setKey(node.key());
+        timers_->insert(std::move(node));
+    }
+    timer->fire(timer);
+    return true;
+}
+
+bool StandardRunLoop::hasQueuedTasks() const {
+    const std::lock_guard lock(queueMutex_);
+    return !queue_.empty();
+}
+
+bool StandardRunLoop::mustStop(Stopping stopping) const {
+    return stopping == Stopping::obeyed && isStopping_;
+}
+
+}  // namespace platform
