@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/Export.h"
+#include "platform/NSTimer.h"
+#include "platform/RunLoop.h"
+#include "platform/simulation/Advertisement.h"
+#include "platform/simulation/BeaconDescription.h"
+
+namespace platform::simulation {
+
+/// A virtual beacon, and what happens to it. Made by `World::addBeacon`. Main thread only.
+///
+/// It is out of range at first. In range it advertises: first at the loop's next turn, then at its interval.
+/// What changes is heard in the advertisements that follow.
+class ZOK_EXPORT SimulatedBeacon {
+public:
+    /// Puts one advertisement of `beacon` on the air.
+    using Transmitter = std::function<void(SimulatedBeacon& beacon, const Advertisement& advertisement)>;
+
+    /// @param index the beacon's place in its world; part of its random seed.
+    SimulatedBeacon(RunLoop& runLoop, Transmitter transmitter, std::size_t index, std::uint64_t seed,
+                    BeaconDescription description);
+
+    std::size_t index() const { return index_; }
+
+    /// What the beacon is now.
+    const BeaconDescription& description() const { return description_; }
+
+    bool isInRange() const { return advertisingTimer_ != nullptr; }
+    void comeIntoRange();
+    void goOutOfRange();
+
+    /// Advertises the code of a button action for `seconds`, then 0 again.
+    void pressButton(std::int8_t action, double seconds);
+
+    void setBatteryLevel(std::uint8_t level);
+    /// @throws std::invalid_argument for a temperature that no payload can carry.
+    void setTemperature(std::int32_t degrees);
+    void setLocalName(std::optional<std::string> name);
+    void setSignalStrength(int dBm);
+
+    /// Advertises `serviceData` in place of the beacon's own payload, until it is set to none.
+    void setServiceData(std::optional<std::vector<ServiceData>> serviceData);
+
+    /// Sends one advertisement with `serviceData`, malformed or foreign ones included, at the loop's next
+    /// turn, between the regular ones. A beacon out of range is not heard.
+    void sendOnce(std::vector<ServiceData> serviceData);
+
+    /// A reading of the signal strength in dBm.
+    int nextSignalReading();
+
+private:
+    void scheduleAdvertisement(double seconds);
+    double nextInterval();
+    void refreshAdvertisement();
+
+    RunLoop& runLoop_;
+    Transmitter transmitter_;
+    std::size_t index_;
+    BeaconDescription description_;
+    // Its own, so that one beacon's fate does not shift another's.
+    std::minstd_rand random_;
+    // Shared, for who hears it may change the beacon.
+    std::shared_ptr<const Advertisement> advertisement_;
+    std::shared_ptr<NSTimer> advertisingTimer_;
+    std::shared_ptr<NSTimer> buttonTimer_;
+};
+
+}  // namespace platform::simulation

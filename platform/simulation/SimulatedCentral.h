@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/CBCentralManager.h"
+#include "platform/Export.h"
+#include "platform/Log.h"
+#include "platform/RunLoop.h"
+#include "platform/simulation/Advertisement.h"
+#include "platform/simulation/SimulatedBeacon.h"
+
+namespace platform::simulation {
+
+/// The central service of the simulated radio: what an application knows as its central manager. What it
+/// hears comes from the `World` that started it.
+///
+/// Simulated beacons accept no connections: every attempt fails with `CBError::connectionFailed`.
+class ZOK_EXPORT SimulatedCentral final : public CBCentralManager,
+                                          public std::enable_shared_from_this<SimulatedCentral> {
+public:
+    /// @param runLoop,log must outlive every call, though not the object.
+    SimulatedCentral(RunLoop& runLoop, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate);
+
+    CBManagerState state() const override { return state_; }
+    bool isScanning() const override { return isScanning_; }
+    void scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
+                                               CBScanOptions options) override;
+    void stopScan() override;
+    void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) override;
+    void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override;
+
+    /// The radio's state changed: any but powered on ends the scan. Reports the change, if it is one.
+    void enterState(CBManagerState state);
+
+    /// A beacon advertises. Reports it if the scan lets it through. A payload that the delegate finds too
+    /// short costs one log line and this advertisement.
+    void hear(SimulatedBeacon& beacon, const Advertisement& advertisement);
+
+private:
+    /// What this central knows of one beacon.
+    struct Sighted {
+        std::shared_ptr<CBPeripheral> peripheral;
+        std::uint64_t lastReportedInScan = 0;
+    };
+
+    bool passesServiceFilter(const SimulatedBeacon& beacon) const;
+
+    RunLoop& runLoop_;
+    Log& log_;
+    std::weak_ptr<CBCentralManagerDelegate> delegate_;
+    CBManagerState state_ = CBManagerState::unknown;
+    bool isScanning_ = false;
+    std::vector<CBUUID> serviceFilter_;
+    CBScanOptions options_;
+    std::uint64_t scansStarted_ = 0;
+    // By the beacon's index.
+    std::vector<Sighted> sighted_;
+};
+
+}  // namespace platform::simulation
