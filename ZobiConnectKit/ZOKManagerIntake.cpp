@@ -1,0 +1,69 @@
+// Advertisements, and the live beacons that they make.
+
+#include <algorithm>
+#include <string_view>
+
+#include "ZobiConnectKit/ZobiConnectKit.h"
+
+using platform::CBPeripheral;
+
+namespace {
+
+constexpr std::string_view acceptedLocalName = "morvane";
+constexpr std::string_view payloadServiceDescription = "Device Information";
+constexpr int firstActionCode = 1;
+constexpr int lastActionCode = 3;
+
+}  // namespace
+
+void ZOKManager::centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+    platform::CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
+    const platform::CBAdvertisementData& advertisementData, platform::NSNumber /*rssi*/) {
+    for (const platform::CBServiceData& element : advertisementData.serviceData) {
+        if (element.service.description() != payloadServiceDescription) continue;
+        if (advertisementData.localName != acceptedLocalName) continue;
+        const auto beacon = ZOKProtocolUtils::beaconFromDataOnPlatform(element.data, platform_);
+        beacon->setPeripheral(peripheral);
+        reportButtonAction(beacon);
+        if (!refreshLiveBeacons(*beacon)) addLiveBeacon(beacon);
+    }
+}
+
+void ZOKManager::reportButtonAction(const std::shared_ptr<ZOKBeacon>& beacon) {
+    const int code = beacon->advertAction().charValue();
+    if (code < firstActionCode || code > lastActionCode) return;
+    if (const auto delegate = delegate_.lock()) {
+        delegate->zobiConnectManagerDidButtonActionChangedForBeacon(shared_from_this(),
+                                                                    code - firstActionCode, beacon);
+    }
+}
+
+/// Stamps every live record of the sighted beacon; false if there is none.
+bool ZOKManager::refreshLiveBeacons(const ZOKBeacon& sighted) {
+    const auto major = sighted.major().integerValue();
+    const auto minor = sighted.minor().integerValue();
+    bool isLive = false;
+    for (const auto& beacon : liveBeacons_) {
+        if (beacon->major().integerValue() != major || beacon->minor().integerValue() != minor) continue;
+        beacon->setTimestamp(sighted.timestamp());
+        isLive = true;
+    }
+    return isLive;
+}
+
+void ZOKManager::addLiveBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    if (std::ranges::find(liveBeacons_, beacon) != liveBeacons_.end()) {
+        platform_.log().log("Beacon already present in live beacons");
+        return;
+    }
+    liveBeacons_.push_back(beacon);
+}
+
+std::shared_ptr<ZOKBeacon> ZOKManager::beaconFromPeripheral(
+    const std::shared_ptr<CBPeripheral>& peripheral) const {
+    for (const auto& beacon : liveBeacons_) {
+        if (peripheral && beacon->peripheral() == peripheral) return beacon;
+    }
+    platform_.log().log("No beacon returned from peripheral");
+    return nullptr;
+}
