@@ -36,7 +36,7 @@ struct BeaconDescription {
     /// What a scan's service filter looks at.
     std::vector<CBUUID> advertisedServices = {CBUUID::UUIDWithString("1320")};
     /// Absent for the beacon's own payload under Device Information; else whatever is sent in its place.
-    std::optional<std::vector<ServiceData>> serviceData;
+    std::optional<std::vector<ServiceData>> serviceData = std::nullopt;
     /// Seconds from one advertisement to the next, above 0.
     double advertisingInterval = 1.0;
     /// A random delay of up to so many seconds is added to each interval, as real beacons add it so as not to

@@ -27,6 +27,7 @@ std::uint16_t encodedTemperature(std::int32_t degrees) {
 }  // namespace
 
 std::vector<std::uint8_t> encodePayload(const BeaconDescription& beacon) {
+    const std::uint16_t temperature = encodedTemperature(beacon.temperature);
     std::vector<std::uint8_t> payload(beacon.macAddress.rbegin(), beacon.macAddress.rend());
     payload.push_back(unusedByte);
     appendBigEndian(payload, beacon.major);
@@ -34,7 +35,7 @@ std::vector<std::uint8_t> encodePayload(const BeaconDescription& beacon) {
     if (beacon.layoutVersion == 1) return payload;
     payload.push_back(static_cast<std::uint8_t>(beacon.layoutVersion));
     payload.push_back(beacon.batteryLevel);
-    if (beacon.layoutVersion == 3) appendBigEndian(payload, encodedTemperature(beacon.temperature));
+    if (beacon.layoutVersion == 3) appendBigEndian(payload, temperature);
     if (beacon.layoutVersion == 3 || beacon.layoutVersion == 2) {
         payload.push_back(static_cast<std::uint8_t>(beacon.buttonAction));
     }
