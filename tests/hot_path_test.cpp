@@ -1,0 +1,51 @@
+// What a repeated advertisement of a live beacon allocates. A program of its own, which counts.
+
+#include <cstdlib>
+#include <new>
+
+#include "platform/simulation/PayloadEncoder.h"
+#include "support.h"
+
+namespace {
+
+std::size_t allocations = 0;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
+    platform::simulation::SimulatedPlatform platform(platform::StandardPlatform::Time::virtualTime);
+    platform.log().setSink(nullptr);
+    const auto manager = ZOKManager::managerOnPlatform(platform);
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    manager->setDelegate(delegate);
+    platform.runLoop().processPending();
+    const auto payload = platform::simulation::encodePayload({.major = 1, .minor = 7});
+    const platform::CBServiceData serviceData[]{{platform::CBUUID::UUIDWithString("180F"), {}},
+                                                {platform::CBUUID::UUIDWithString("180A"), payload}};
+    const platform::CBAdvertisementData data{"morvane", serviceData};
+    const auto advertise = [&] {
+        manager->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+            *manager->centralManager(), nullptr, data, platform::NSNumber::numberWithInt(-60));
+    };
+    advertise();
+    ASSERT_EQ(manager->liveBeacons().size(), 1U);
+    const std::size_t before = allocations;
+    for (int i = 0; i < 100; ++i) advertise();
+    EXPECT_EQ(allocations - before, 100U);
+}
+
+}  // namespace

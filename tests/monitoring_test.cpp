@@ -1,0 +1,278 @@
+// The state of Bluetooth; starting, stopping and restarting the scan; foreground and background.
+
+#include <stdexcept>
+
+#include "support.h"
+
+namespace {
+
+using platform::CBManagerState;
+using platform::UIApplicationState;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class MonitoringTest : public ManagerTest {
+protected:
+    bool isScanning() const { return manager->centralManager()->isScanning(); }
+};
+
+TEST_F(MonitoringTest, TheVersionSymbolsStand) {
+    EXPECT_EQ(ZobiConnectKitVersionNumber, 1.0);
+    EXPECT_STREQ(ZobiConnectKitVersionString, "@(#)PROGRAM:ZobiConnectKit  PROJECT:zobiconnectkit-1\n");
+}
+
+TEST_F(MonitoringTest, EveryStateIsLoggedAndPassedOnAndStartsNothing) {
+    EXPECT_THAT(takeLog(), ElementsAre("centralManagerDidUpdateState", "---->centralManagerDidUpdateState",
+                                       "----->State powered up and ready (CBCentralManagerStatePoweredOn)"));
+    EXPECT_THAT(delegate->states, ElementsAre(5));
+    const std::pair<int, std::string> states[] = {
+        {0, "----->State unknown (CBCentralManagerStateUnknown)"},
+        {1, "----->State resetting (CBCentralManagerStateUnknown)"},
+        {2, "----->State BLE unsupported (CBCentralManagerStateResetting)"},
+        {3, "----->State unauthorized (CBCentralManagerStateUnauthorized)"},
+        {4, "----->State BLE powered off (CBCentralManagerStatePoweredOff)"},
+        {7, "----->State unknown"},
+        {5, "----->State powered up and ready (CBCentralManagerStatePoweredOn)"},
+    };
+    for (const auto& [state, line] : states) {
+        setRadio(static_cast<CBManagerState>(state));
+        EXPECT_THAT(takeLog(),
+                    ElementsAre("centralManagerDidUpdateState", "---->centralManagerDidUpdateState", line));
+        EXPECT_EQ(delegate->states.back(), state);
+    }
+    EXPECT_FALSE(manager->isMonitoring());
+    EXPECT_FALSE(isScanning());
+    EXPECT_EQ(loop.timerCount(), 0U);
+}
+
+TEST_F(MonitoringTest, StartsTimersAtOnceAndTheScanInALaterTurn) {
+    takeLog();
+    manager->startMonitoring();
+    EXPECT_THAT(takeLog(),
+                ElementsAre("StartMonitoring with active: YES", "Restarting updateRestartMonitoringTimer"));
+    EXPECT_TRUE(manager->isMonitoring());
+    EXPECT_EQ(manager->updateRangedBeaconsTimer()->timeInterval(), 1.0);
+    EXPECT_EQ(manager->checkRangedBeaconsTimer()->timeInterval(), 10.0);
+    EXPECT_EQ(manager->updateRestartMonitoringTimer()->timeInterval(), 30.0);
+    EXPECT_EQ(loop.timerCount(), 3U);
+    EXPECT_FALSE(isScanning());
+    loop.processPending();
+    EXPECT_TRUE(isScanning());
+    EXPECT_THAT(takeLog(), IsEmpty());
+
+    manager->stopMonitoring();
+    EXPECT_THAT(takeLog(), ElementsAre("StopMonitoring"));
+    EXPECT_FALSE(isScanning());
+    EXPECT_EQ(loop.timerCount(), 0U);
+    EXPECT_NE(manager->updateRangedBeaconsTimer(), nullptr);
+    manager->stopMonitoring();
+    EXPECT_THAT(takeLog(), ElementsAre("StopMonitoring"));
+}
+
+TEST_F(MonitoringTest, ScansForTheBeaconServiceWithDuplicatesInTheForegroundOnly) {
+    int heard = 0;
+    delegate->onButton = [&] { ++heard; };
+    addBeacon({.minor = 1, .buttonAction = 1, .advertisingInterval = 0.5}).comeIntoRange();
+    addBeacon(
+        {.minor = 2, .buttonAction = 1, .advertisedServices = {platform::CBUUID::UUIDWithString("180A")}})
+        .comeIntoRange();
+    manager->startMonitoring();
+    pass(2.4);
+    EXPECT_EQ(heard, 5) << "every advertisement of the one beacon that has the service";
+    platform.application().setApplicationState(UIApplicationState::background);
+    heard = 0;
+    pass(10);
+    EXPECT_EQ(heard, 1) << "each beacon once in a scan";
+    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+}
+
+TEST_F(MonitoringTest, AStartWhileMonitoringOnlyRestartsTheRangingTimers) {
+    manager->startMonitoring();
+    pass(0.75);
+    takeLog();
+    const auto restart = manager->updateRestartMonitoringTimer();
+    const auto report = manager->updateRangedBeaconsTimer();
+    manager->startMonitoring();
+    EXPECT_THAT(takeLog(), ElementsAre("StartMonitoring with active: YES", "Already monitoring, returning"));
+    EXPECT_EQ(manager->updateRestartMonitoringTimer(), restart);
+    EXPECT_FALSE(report->isValid());
+    pass(0.75);
+    EXPECT_THAT(delegate->reports, IsEmpty()) << "the phase starts anew";
+    pass(0.25);
+    EXPECT_EQ(delegate->reports.size(), 1U);
+    EXPECT_EQ(loop.timerCount(), 3U);
+}
+
+TEST_F(MonitoringTest, WithoutBluetoothOnlyTheRangingTimersRunAndNothingTriesAgain) {
+    setRadio(CBManagerState::poweredOff);
+    takeLog();
+    manager->startMonitoring();
+    EXPECT_THAT(takeLog(),
+                ElementsAre("StartMonitoring with active: YES", "CentralManagerState is not ON, exiting"));
+    EXPECT_FALSE(manager->isMonitoring());
+    EXPECT_EQ(manager->updateRestartMonitoringTimer(), nullptr);
+    setRadio(CBManagerState::poweredOn);
+    platform.application().setApplicationState(UIApplicationState::background);
+    platform.application().setApplicationState(UIApplicationState::active);
+    pass(60);
+    EXPECT_EQ(delegate->reports.size(), 60U);
+    EXPECT_FALSE(isScanning());
+}
+
+TEST_F(MonitoringTest, AStopInTheTurnOfTheStartStillLetsTheQueuedScanBegin) {
+    manager->startMonitoring();
+    manager->stopMonitoring();
+    EXPECT_FALSE(manager->isMonitoring());
+    loop.processPending();
+    EXPECT_TRUE(isScanning());
+    EXPECT_EQ(loop.timerCount(), 0U);
+}
+
+TEST_F(MonitoringTest, TheScanRestartsEvery30SecondsInTheForegroundWithDuplicates) {
+    manager->startMonitoringWithAllowDuplicate(false);
+    addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
+    pass(29);
+    EXPECT_EQ(delegate->buttons.size(), 1U);
+    takeLog();
+    pass(1);
+    EXPECT_THAT(takeLog(),
+                ElementsAre("---->Restarting Monitoring timer", "Restarting updateRestartMonitoringTimer"));
+    EXPECT_TRUE(manager->isMonitoring());
+    pass(10);
+    EXPECT_EQ(delegate->buttons.size(), 11U);
+    pass(20);
+    EXPECT_THAT(takeLog(), ::testing::Contains("---->Restarting Monitoring timer").Times(1));
+    EXPECT_THAT(delegate->reports, IsEmpty()) << "the ranging timers are startMonitoring's alone";
+}
+
+TEST_F(MonitoringTest, TheRestartTimerIsSpentInTheBackground) {
+    platform.application().setApplicationState(UIApplicationState::background);
+    takeLog();
+    manager->startMonitoring();
+    loop.processPending();
+    EXPECT_THAT(takeLog(),
+                ElementsAre("StartMonitoring with active: NO", "Restarting updateRestartMonitoringTimer",
+                            "Starting background monitoring for community scanning with allowDuplicate: NO"));
+    pass(100);
+    EXPECT_THAT(takeLog(), IsEmpty());
+    EXPECT_TRUE(manager->isMonitoring());
+    EXPECT_TRUE(isScanning());
+    EXPECT_FALSE(manager->updateRestartMonitoringTimer()->isValid());
+    EXPECT_EQ(loop.timerCount(), 2U);
+}
+
+TEST_F(MonitoringTest, AnInactiveApplicationScansAsInTheBackground) {
+    platform.application().setApplicationState(UIApplicationState::inactive);
+    takeLog();
+    manager->startMonitoringWithAllowDuplicate(true);
+    loop.processPending();
+    EXPECT_THAT(
+        takeLog(),
+        ElementsAre("Restarting updateRestartMonitoringTimer",
+                    "Starting background monitoring for community scanning with allowDuplicate: YES"));
+}
+
+TEST_F(MonitoringTest, PowerOffEndsTheScanButNotMonitoringUntilTheRestartIsRefused) {
+    manager->startMonitoring();
+    pass(5);
+    setRadio(CBManagerState::poweredOff);
+    EXPECT_TRUE(manager->isMonitoring());
+    EXPECT_FALSE(isScanning());
+    setRadio(CBManagerState::poweredOn);
+    EXPECT_FALSE(isScanning()) << "scanning never begins by itself";
+    setRadio(CBManagerState::poweredOff);
+    takeLog();
+    pass(25);
+    EXPECT_THAT(takeLog(),
+                ElementsAre("---->Restarting Monitoring timer", "CentralManagerState is not ON, exiting"));
+    EXPECT_FALSE(manager->isMonitoring());
+    setRadio(CBManagerState::poweredOn);
+    platform.application().setApplicationState(UIApplicationState::background);
+    pass(60);
+    EXPECT_FALSE(isScanning());
+    EXPECT_EQ(delegate->reports.size(), 90U);
+}
+
+TEST_F(MonitoringTest, ARunningScanFollowsTheApplication) {
+    manager->startMonitoring();
+    pass(0.75);
+    takeLog();
+    platform.application().setApplicationState(UIApplicationState::background);
+    loop.processPending();
+    EXPECT_THAT(takeLog(),
+                ElementsAre("StopMonitoring", "StartMonitoring with active: NO",
+                            "Restarting updateRestartMonitoringTimer",
+                            "Starting background monitoring for community scanning with allowDuplicate: NO"));
+    pass(0.75);
+    EXPECT_THAT(delegate->reports, IsEmpty()) << "the ranging timers start anew";
+    takeLog();
+    platform.application().setApplicationState(UIApplicationState::active);
+    loop.processPending();
+    EXPECT_THAT(takeLog(), ElementsAre("StopMonitoring", "StartMonitoring with active: YES",
+                                       "Restarting updateRestartMonitoringTimer"));
+    manager->stopMonitoring();
+    takeLog();
+    platform.application().setApplicationState(UIApplicationState::background);
+    platform.application().setApplicationState(UIApplicationState::active);
+    pass(1);
+    EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+TEST_F(MonitoringTest, ADelegateMayVanishStopOrStartInsideItsCallbacks) {
+    manager->startMonitoring();
+    delegate->onReport = [&] { manager->stopMonitoring(); };
+    pass(3);
+    EXPECT_EQ(delegate->reports.size(), 1U);
+    EXPECT_EQ(loop.timerCount(), 0U);
+
+    delegate->onReport = [&] { manager->startMonitoring(); };
+    manager->startMonitoring();
+    pass(3);
+    EXPECT_EQ(delegate->reports.size(), 4U);
+    EXPECT_EQ(loop.timerCount(), 3U);
+
+    std::weak_ptr<RecordingDelegate> weak = delegate;
+    delegate->onReport = [this] { delegate.reset(); };
+    pass(1);
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(manager->delegate(), nullptr);
+    addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
+    pass(5);
+    EXPECT_EQ(manager->liveBeacons().size(), 1U) << "the library goes on without a delegate";
+}
+
+TEST_F(MonitoringTest, AnExceptionOfADelegateLeavesTheLoopAndNothingIsLost) {
+    addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
+    manager->startMonitoring();
+    delegate->onReport = [] { throw std::runtime_error("from a report"); };
+    delegate->onButton = [] { throw std::out_of_range("from a button"); };
+    EXPECT_THROW(pass(10), std::out_of_range) << "an application's own mistake is not a malformed payload";
+    EXPECT_THROW(pass(10), std::runtime_error);
+    delegate->onReport = [] {};
+    delegate->onButton = [] {};
+    pass(2);
+    EXPECT_EQ(delegate->reports.size(), 3U);
+    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+}
+
+TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {
+    std::weak_ptr<ZOKManager> weak;
+    std::shared_ptr<ZOKManager> outlives;
+    {
+        platform::simulation::SimulatedPlatform own(platform::StandardPlatform::Time::virtualTime);
+        own.log().setSink(nullptr);
+        own.world().addBeacon({}).comeIntoRange();
+        outlives = ZOKManager::managerOnPlatform(own);
+        const auto dies = ZOKManager::managerOnPlatform(own);
+        weak = dies;
+        own.runLoop().processPending();
+        dies->startMonitoring();
+        outlives->startMonitoring();
+        own.runLoop().runFor(1.5);
+        EXPECT_EQ(dies->liveBeacons().size(), 1U);
+    }
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(outlives->liveBeacons().size(), 1U);
+}
+
+}  // namespace

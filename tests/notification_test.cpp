@@ -1,0 +1,119 @@
+// Broadcasts, and the application's state that is told by them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/standard/StandardApplication.h"
+#include "platform/standard/StandardNotificationCenter.h"
+
+namespace platform {
+namespace {
+
+using ::testing::ElementsAre;
+
+class NotificationTest : public ::testing::Test {
+protected:
+    NSNotificationCenter::Token observe(std::string_view name, const std::string& mark,
+                                        std::shared_ptr<void> object = nullptr) {
+        return center.addObserverForNameObject(name, std::move(object),
+                                               [this, mark](const auto&) { heard.push_back(mark); });
+    }
+
+    void post(std::string_view name, std::shared_ptr<void> object = nullptr) {
+        center.postNotificationNameObjectUserInfo(name, std::move(object), {});
+    }
+
+    StandardNotificationCenter center;
+    std::vector<std::string> heard;
+};
+
+TEST_F(NotificationTest, ReachesTheObserversOfItsNameAndObjectInTheOrderTheyWereAdded) {
+    const auto one = std::make_shared<int>(1);
+    const auto two = std::make_shared<int>(1);
+    observe("a", "any");
+    observe("a", "one", one);
+    observe("a", "two", two);
+    observe("b", "other name");
+    post("a", one);
+    EXPECT_THAT(heard, ElementsAre("any", "one"));
+    heard.clear();
+    post("a");
+    EXPECT_THAT(heard, ElementsAre("any"));
+}
+
+TEST_F(NotificationTest, CarriesTheObjectItselfAndAPayloadOfItsOwnKind) {
+    const auto object = std::make_shared<std::string>("record");
+    int calls = 0;
+    center.addObserverForNameObject("number", nullptr, [&](const NSNotification& notification) {
+        ++calls;
+        EXPECT_EQ(notification.name, "number");
+        EXPECT_EQ(std::static_pointer_cast<std::string>(notification.object), object);
+        EXPECT_EQ(notification.userInfo.count(), 1U);
+        const auto* value = notification.userInfo.objectForKey("value");
+        ASSERT_NE(value, nullptr);
+        EXPECT_EQ(std::get<NSNumber>(*value), NSNumber::numberWithUnsignedShort(300));
+        EXPECT_EQ(notification.userInfo.objectForKey("other"), nullptr);
+    });
+    center.postNotificationNameObjectUserInfo("number", object,
+                                              {"value", NSNumber::numberWithUnsignedShort(300)});
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(NSUserInfo().objectForKey(""), nullptr);
+}
+
+TEST_F(NotificationTest, ObserversMayComeAndGoWhileItIsPosted) {
+    NSNotificationCenter::Token self;
+    NSNotificationCenter::Token later;
+    const auto held = std::make_shared<std::string>("self");
+    self = center.addObserverForNameObject("a", nullptr, [&, held](const auto&) {
+        center.removeObserver(self);
+        center.removeObserver(later);
+        observe("a", "added");
+        heard.push_back(*held);
+    });
+    later = observe("a", "later");
+    post("a");
+    EXPECT_THAT(heard, ElementsAre("self"));
+    self = nullptr;
+    EXPECT_EQ(held.use_count(), 1) << "a removed observer still holds its block";
+    post("a");
+    EXPECT_THAT(heard, ElementsAre("self", "added"));
+    center.removeObserver(later);
+}
+
+TEST_F(NotificationTest, AnExceptionLeavesThePostingCallAndTheCentreGoesOn) {
+    const auto thrower = center.addObserverForNameObject(
+        "a", nullptr, [](const auto&) { throw std::runtime_error("from an observer"); });
+    observe("a", "next");
+    EXPECT_THROW(post("a"), std::runtime_error);
+    center.removeObserver(thrower);
+    post("a");
+    EXPECT_THAT(heard, ElementsAre("next"));
+}
+
+TEST_F(NotificationTest, TheApplicationsStateChangesBeforeItIsBroadcast) {
+    StandardApplication application(center);
+    std::vector<std::pair<std::string, UIApplicationState>> told;
+    for (const auto name :
+         {UIApplicationDidBecomeActiveNotification, UIApplicationDidEnterBackgroundNotification}) {
+        center.addObserverForNameObject(name, nullptr, [&](const NSNotification& notification) {
+            told.emplace_back(notification.name, application.applicationState());
+        });
+    }
+    EXPECT_EQ(application.applicationState(), UIApplicationState::active);
+    application.setApplicationState(UIApplicationState::active);
+    application.setApplicationState(UIApplicationState::inactive);
+    application.setApplicationState(UIApplicationState::background);
+    application.setApplicationState(UIApplicationState::background);
+    application.setApplicationState(UIApplicationState::active);
+    EXPECT_THAT(
+        told,
+        ElementsAre(std::pair("UIApplicationDidEnterBackgroundNotification", UIApplicationState::background),
+                    std::pair("UIApplicationDidBecomeActiveNotification", UIApplicationState::active)));
+}
+
+}  // namespace
+}  // namespace platform

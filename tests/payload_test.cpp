@@ -1,0 +1,114 @@
+// From the bytes of an advertisement to a record, and from a simulated beacon to the bytes.
+
+#include "payload_table.h"
+
+#include "platform/simulation/PayloadEncoder.h"
+#include "support.h"
+
+namespace {
+
+using platform::NSNumber;
+using platform::simulation::BeaconDescription;
+
+class PayloadTest : public ManagerTest {
+protected:
+    std::shared_ptr<ZOKBeacon> decode(const std::vector<std::uint8_t>& payload) {
+        return ZOKProtocolUtils::beaconFromDataOnPlatform(payload, platform);
+    }
+};
+
+NSNumber boxed(std::optional<int> value) {
+    return value ? NSNumber::numberWithInt(*value) : NSNumber();
+}
+
+TEST_F(PayloadTest, EveryLayoutDecodesToItsFields) {
+    platform.virtualTime()->setTimeIntervalSince1970(1'700'000'000.999);
+    for (const PayloadCase& expected : payloadCases()) {
+        SCOPED_TRACE(expected.what);
+        const auto record = decode(expected.payload);
+        EXPECT_EQ(record->macAddress(), expected.macAddress);
+        EXPECT_EQ(record->major(), boxed(expected.major));
+        EXPECT_EQ(record->minor(), boxed(expected.minor));
+        EXPECT_EQ(record->scanRspVersion(), boxed(expected.version));
+        EXPECT_EQ(record->advertBatteryLevel(),
+                  NSNumber::numberWithUnsignedChar(static_cast<std::uint8_t>(*expected.battery)));
+        EXPECT_EQ(record->temperature(), boxed(expected.temperature));
+        EXPECT_EQ(record->advertAction(), boxed(expected.action));
+        EXPECT_EQ(record->timestamp(), 1'700'000'000);
+        EXPECT_EQ(record->batteryLevel(), NSNumber());
+        EXPECT_EQ(record->rssi(), 0);
+        EXPECT_EQ(record->peripheral(), nullptr);
+    }
+}
+
+TEST_F(PayloadTest, EveryLengthUpToTwentyDecodesOrIsRefusedByItsLayout) {
+    for (const int version : {1, 2, 3, 5, 0xFF}) {
+        for (std::size_t length = 0; length <= 20; ++length) {
+            std::vector<std::uint8_t> payload(length, 0x11);
+            if (length > 11) payload[11] = static_cast<std::uint8_t>(version);
+            const std::size_t needed = length < 12 ? 11 : version == 3 ? 16 : version == 2 ? 14 : 13;
+            SCOPED_TRACE("version " + std::to_string(version) + ", " + std::to_string(length) + " bytes");
+            takeLog();
+            if (length >= needed) {
+                EXPECT_NE(decode(payload), nullptr);
+                EXPECT_EQ(log.size(), 1U);
+            } else {
+                EXPECT_THROW(decode(payload), platform::DataRangeError);
+                EXPECT_TRUE(log.empty());
+            }
+        }
+    }
+}
+
+TEST_F(PayloadTest, TheRecordIsLoggedInOneLine) {
+    takeLog();
+    decode(payloadCases()[0].payload);
+    decode(payloadCases()[3].payload);
+    EXPECT_THAT(
+        takeLog(),
+        ::testing::ElementsAre(
+            "<ZOKBeacon ABCDEF123456 major 300 minor 7 version 3 battery 90 temperature 22 action 2>",
+            "<ZOKBeacon 0A0504030201 major 65535 minor 32768 version 5 battery 255 temperature (null) action "
+            "(null)>"));
+}
+
+TEST_F(PayloadTest, BytesAreReversedIntoNewOnes) {
+    const std::vector<std::uint8_t> bytes{1, 2, 3};
+    EXPECT_EQ(ZOKProtocolUtils::reverseBytes(bytes), (std::vector<std::uint8_t>{3, 2, 1}));
+    EXPECT_TRUE(ZOKProtocolUtils::reverseBytes({}).empty());
+}
+
+TEST_F(PayloadTest, ASimulatedBeaconSendsTheBytesOfItsLayout) {
+    BeaconDescription beacon{.macAddress = {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56},
+                             .major = 300,
+                             .minor = 7,
+                             .batteryLevel = 90,
+                             .temperature = 22,
+                             .buttonAction = 2};
+    // Byte 6 carries nothing.
+    const auto expected = [](const PayloadCase& layout) {
+        auto payload = layout.payload;
+        payload[6] = 0;
+        return payload;
+    };
+    EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[0]));
+    beacon.layoutVersion = 2;
+    EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[1]));
+    beacon.layoutVersion = 1;
+    EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[2]));
+    beacon.layoutVersion = -1;
+    EXPECT_EQ(encodePayload(beacon).size(), 13U);
+    EXPECT_EQ(decode(encodePayload(beacon))->scanRspVersion().integerValue(), -1);
+
+    beacon.layoutVersion = 3;
+    for (const int degrees : {-4, 65531}) {
+        beacon.temperature = degrees;
+        EXPECT_EQ(decode(encodePayload(beacon))->temperature().integerValue(), degrees);
+    }
+    for (const int degrees : {-5, 65532}) {
+        beacon.temperature = degrees;
+        EXPECT_THROW(encodePayload(beacon), std::invalid_argument);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,291 @@
+// Advertisements and the live beacons; the report each second, the expiry of silent beacons.
+
+#include "platform/simulation/PayloadEncoder.h"
+#include "support.h"
+
+namespace {
+
+using platform::CBManagerState;
+using platform::CBPeripheralState;
+using platform::CBUUID;
+using platform::NSNumber;
+using platform::simulation::encodePayload;
+using platform::simulation::SimulatedBeacon;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const CBUUID deviceInformation = CBUUID::UUIDWithString("180A");
+const CBUUID battery = CBUUID::UUIDWithString("180F");
+
+/// A handle whose state a test sets, for what no simulated beacon does yet: stay connected.
+class HandleWithState final : public platform::CBPeripheral {
+public:
+    CBPeripheralState current = CBPeripheralState::disconnected;
+
+    std::shared_ptr<platform::CBPeripheralDelegate> delegate() const override { return nullptr; }
+    void setDelegate(std::weak_ptr<platform::CBPeripheralDelegate>) override {}
+    CBPeripheralState state() const override { return current; }
+    const std::optional<std::vector<std::shared_ptr<platform::CBService>>>& services() const override {
+        return services_;
+    }
+    void discoverServices(std::span<const CBUUID>) override {}
+    void discoverCharacteristicsForService(std::span<const CBUUID>,
+                                           const std::shared_ptr<platform::CBService>&) override {}
+    void readValueForCharacteristic(const std::shared_ptr<platform::CBCharacteristic>&) override {}
+    void writeValueForCharacteristicType(std::span<const std::uint8_t>,
+                                         const std::shared_ptr<platform::CBCharacteristic>&,
+                                         platform::CBCharacteristicWriteType) override {}
+    void setNotifyValueForCharacteristic(bool, const std::shared_ptr<platform::CBCharacteristic>&) override {}
+    void readRSSI() override {}
+
+private:
+    std::optional<std::vector<std::shared_ptr<platform::CBService>>> services_;
+};
+
+class RangingTest : public ManagerTest {
+protected:
+    RangingTest() {
+        manager->startMonitoring();
+        loop.processPending();
+        takeLog();
+    }
+
+    double wallTime() { return platform.clock().timeIntervalSince1970(); }
+    void setWallTime(double seconds) { platform.virtualTime()->setTimeIntervalSince1970(seconds); }
+    void check() { manager->checkRangedBeaconsTimerFired(nullptr); }
+};
+
+TEST_F(RangingTest, ABeaconBecomesARecordAndLaterAdvertisementsOnlyStampIt) {
+    SimulatedBeacon& beacon = addBeacon({.major = 300, .minor = 7, .batteryLevel = 90, .temperature = 22});
+    beacon.comeIntoRange();
+    const auto start = static_cast<std::int64_t>(wallTime());
+    pass(0.5);
+    ASSERT_EQ(manager->liveBeacons().size(), 1U);
+    const auto record = manager->liveBeacons()[0];
+    EXPECT_EQ(record->timestamp(), start);
+    EXPECT_NE(record->peripheral(), nullptr);
+    EXPECT_EQ(manager->beaconFromPeripheral(record->peripheral()), record);
+    beacon.setBatteryLevel(10);
+    beacon.setTemperature(30);
+    beacon.setSignalStrength(-90);
+    pass(10);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
+    EXPECT_EQ(record->timestamp(), start + 10);
+    EXPECT_EQ(record->advertBatteryLevel().integerValue(), 90);
+    EXPECT_EQ(record->temperature().integerValue(), 22);
+    EXPECT_EQ(record->rssi(), 0);
+}
+
+TEST_F(RangingTest, OnlyTheExactNameWithDeviceInformationIsAccepted) {
+    for (const char* name : {"morvan", "morvane2", "Morvane", "morvane ", ""}) {
+        addBeacon({.minor = 1, .buttonAction = 1, .localName = name}).comeIntoRange();
+    }
+    addBeacon({.minor = 2, .buttonAction = 1, .localName = std::nullopt}).comeIntoRange();
+    const auto payload = encodePayload({.minor = 3, .buttonAction = 1});
+    addBeacon({.serviceData = {{{battery, payload}}}}).comeIntoRange();
+    addBeacon({.serviceData = {std::vector<platform::simulation::ServiceData>{}}}).comeIntoRange();
+    // Foreign names keep malformed payloads from being read at all.
+    addBeacon({.localName = "other", .serviceData = {{{deviceInformation, {1, 2, 3}}}}}).comeIntoRange();
+    pass(3);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+    EXPECT_THAT(delegate->buttons, IsEmpty());
+    EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+TEST_F(RangingTest, AllServiceDataIsWalkedInItsOrder) {
+    const auto first = encodePayload({.minor = 1, .buttonAction = 1});
+    const auto second = encodePayload({.minor = 2, .buttonAction = 2});
+    addBeacon({.serviceData = {{{battery, {}},
+                                {deviceInformation, first},
+                                {CBUUID::UUIDWithString("0000180a-0000-1000-8000-00805f9b34fb"), second}}}})
+        .comeIntoRange();
+    pass(0.5);
+    ASSERT_EQ(delegate->buttons.size(), 2U);
+    EXPECT_EQ(delegate->buttons[0].first, 0);
+    EXPECT_EQ(delegate->buttons[1].first, 1);
+    EXPECT_EQ(manager->liveBeacons().size(), 2U);
+}
+
+TEST_F(RangingTest, AButtonIsReportedOncePerAdvertisementWithTheFreshRecord) {
+    SimulatedBeacon& beacon = addBeacon({.major = 1, .minor = 7});
+    beacon.comeIntoRange();
+    pass(0.5);
+    beacon.setBatteryLevel(42);
+    beacon.pressButton(3, 3);
+    pass(10);
+    ASSERT_EQ(delegate->buttons.size(), 3U) << "there is no edge detection";
+    for (const auto& [action, record] : delegate->buttons) {
+        EXPECT_EQ(action, 2);
+        EXPECT_EQ(record->advertBatteryLevel().integerValue(), 42);
+        EXPECT_NE(record, manager->liveBeacons()[0]);
+    }
+    for (const int code : {0, -1, -128, 4, 127})
+        beacon.pressButton(static_cast<std::int8_t>(code), 2), pass(2);
+    EXPECT_EQ(delegate->buttons.size(), 3U);
+}
+
+TEST_F(RangingTest, TheButtonIsReportedBeforeTheListIsConsulted) {
+    std::vector<std::size_t> live;
+    delegate->onButton = [&] {
+        live.push_back(manager->liveBeacons().size());
+        manager->setLiveBeacons({});
+    };
+    addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
+    pass(1.5);
+    EXPECT_THAT(live, ElementsAre(0, 1));
+    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+}
+
+TEST_F(RangingTest, TheListHoldsAnObjectOnceAndABeaconPerhapsTwice) {
+    const auto first = makeRecord(1, 7);
+    const auto second = makeRecord(1, 7);
+    manager->addLiveBeacon(first);
+    manager->addLiveBeacon(second);
+    EXPECT_THAT(takeLog(), IsEmpty());
+    manager->addLiveBeacon(first);
+    EXPECT_THAT(takeLog(), ElementsAre("Beacon already present in live beacons"));
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(first, second));
+
+    addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+    pass(0.5);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(first, second));
+    EXPECT_GT(first->timestamp(), 0);
+    EXPECT_EQ(first->timestamp(), second->timestamp());
+
+    takeLog();
+    EXPECT_EQ(manager->beaconFromPeripheral(nullptr), nullptr)
+        << "records without a peripheral are not its own";
+    EXPECT_THAT(takeLog(), ElementsAre("No beacon returned from peripheral"));
+}
+
+TEST_F(RangingTest, AMalformedPayloadCostsOneLineAndThatAdvertisement) {
+    SimulatedBeacon& beacon =
+        addBeacon({.macAddress = {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56}, .minor = 1, .buttonAction = 1});
+    beacon.comeIntoRange();
+    pass(0.5);
+    takeLog();
+    beacon.sendOnce({{deviceInformation, std::vector<std::uint8_t>(12)}});
+    beacon.sendOnce({{deviceInformation, {}}});
+    loop.processPending();
+    EXPECT_THAT(takeLog(),
+                ElementsAre("Advertisement from ABCDEF123456 dropped: 1 byte at offset 12 read from data of "
+                            "12 bytes",
+                            "Advertisement from ABCDEF123456 dropped: 6 bytes at offset 0 read from data of "
+                            "0 bytes"));
+    pass(2);
+    EXPECT_EQ(delegate->buttons.size(), 3U);
+    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+}
+
+TEST_F(RangingTest, TheReportIsASnapshotOfTheLiveRecordsEachSecond) {
+    pass(2);
+    EXPECT_THAT(delegate->reports, ElementsAre(IsEmpty(), IsEmpty()));
+    const auto first = makeRecord(1, 1, 1);
+    const auto second = makeRecord(1, 2, 1);
+    manager->setLiveBeacons({first, second});
+    delegate->onReport = [&] { manager->setLiveBeacons({second}); };
+    pass(1);
+    EXPECT_THAT(delegate->reports.back(), ElementsAre(first, second));
+    pass(1);
+    EXPECT_THAT(delegate->reports.back(), ElementsAre(second));
+}
+
+TEST_F(RangingTest, ARecordExpiresJustAfter20SecondsAndNotBefore) {
+    setWallTime(1'700'000'020);
+    const auto stays = makeRecord(1, 1, 1'700'000'000);
+    const auto goes = makeRecord(300, 7, 1'699'999'999);
+    const auto requested = makeRecord(1, 3, 0);
+    const auto negative = makeRecord(1, 4, -5);
+    const auto unnamed = std::make_shared<ZOKBeacon>();
+    unnamed->setTimestamp(1);
+    manager->setLiveBeacons({stays, goes, requested, negative, unnamed});
+    check();
+    EXPECT_THAT(takeLog(),
+                ElementsAre("DeltaTime: 20.000000", "DeltaTime: 21.000000", "Beacon [300, 7] removed",
+                            "DeltaTime: 1700000020.000000", "DeltaTime: 1700000025.000000",
+                            "DeltaTime: 1700000019.000000", "Beacon [(null), (null)] removed"));
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(stays, requested, negative));
+    setWallTime(1'700'000'020.000001);
+    check();
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(requested, negative));
+}
+
+TEST_F(RangingTest, AConnectedRecordIsStampedInsteadAndAgesAfterwards) {
+    setWallTime(1'700'000'100.75);
+    const auto handle = std::make_shared<HandleWithState>();
+    handle->current = CBPeripheralState::connected;
+    const auto record = makeRecord(1, 1, 1'700'000'000);
+    record->setPeripheral(handle);
+    manager->setLiveBeacons({record});
+    check();
+    EXPECT_THAT(takeLog(), ElementsAre("DeltaTime: 0.750000"));
+    EXPECT_EQ(record->timestamp(), 1'700'000'100);
+    for (const auto state :
+         {CBPeripheralState::connecting, CBPeripheralState::disconnecting, CBPeripheralState::disconnected}) {
+        handle->current = state;
+        manager->setLiveBeacons({record});
+        setWallTime(1'700'000'120);
+        check();
+        EXPECT_EQ(manager->liveBeacons().size(), 1U);
+        setWallTime(1'700'000'121);
+        check();
+        EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+    }
+}
+
+TEST_F(RangingTest, ASilentBeaconLeavesWithin30SecondsAndComesBackAsANewRecord) {
+    SimulatedBeacon& beacon = addBeacon({.minor = 1});
+    beacon.comeIntoRange();
+    pass(5);
+    beacon.goOutOfRange();
+    const auto record = manager->liveBeacons()[0];
+    pass(20);
+    EXPECT_EQ(delegate->reports.back().size(), 1U);
+    const auto before = delegate->reports.back();
+    pass(5);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+    EXPECT_THAT(before, ElementsAre(record)) << "an earlier list keeps its records";
+    beacon.comeIntoRange();
+    pass(1);
+    ASSERT_EQ(manager->liveBeacons().size(), 1U);
+    EXPECT_NE(manager->liveBeacons()[0], record);
+    EXPECT_EQ(manager->liveBeacons()[0]->peripheral(), record->peripheral())
+        << "one handle over all its lives";
+}
+
+TEST_F(RangingTest, InTheBackgroundTheListRunsEmptyAsEachBeaconIsHeardOnce) {
+    addBeacon({.minor = 1}).comeIntoRange();
+    platform.application().setApplicationState(platform::UIApplicationState::background);
+    pass(20);
+    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+    pass(10);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+}
+
+TEST_F(RangingTest, AWallClockThatIsSetMovesExpiryButNoTimer) {
+    addBeacon({.minor = 1, .advertisingInterval = 60}).comeIntoRange();
+    pass(1);
+    setWallTime(wallTime() - 3600);
+    pass(29);
+    EXPECT_EQ(manager->liveBeacons().size(), 1U) << "seen in the future, so not silent";
+    setWallTime(wallTime() + 7200);
+    pass(10);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+    EXPECT_EQ(delegate->reports.size(), 40U);
+}
+
+TEST_F(RangingTest, TenThousandBeaconsAreRangedAndDropped) {
+    platform.log().setSink(nullptr);
+    for (int i = 0; i < 10'000; ++i) {
+        addBeacon(
+            {.major = static_cast<std::uint16_t>(i / 100), .minor = static_cast<std::uint16_t>(i % 100)})
+            .comeIntoRange();
+    }
+    pass(0.5);
+    EXPECT_EQ(manager->liveBeacons().size(), 10'000U);
+    for (const auto& beacon : platform.world().beacons()) beacon->goOutOfRange();
+    pass(30);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,68 @@
+// The process's one platform and one manager. A program of its own, for there is but one of each; its tests
+// run in their order, in one process.
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include "support.h"
+
+namespace {
+
+using platform::Platform;
+using platform::simulation::SimulatedPlatform;
+
+SimulatedPlatform* installed = nullptr;
+
+TEST(SharedManagerTest, APlatformIsInstalledOnceAndBeforeItsFirstUse) {
+    EXPECT_THROW(Platform::install(nullptr), std::invalid_argument);
+    auto platform = std::make_unique<SimulatedPlatform>(platform::StandardPlatform::Time::real);
+    platform->log().setSink(nullptr);
+    installed = platform.get();
+    Platform::install(std::move(platform));
+    EXPECT_EQ(&Platform::current(), installed);
+    EXPECT_THROW(
+        Platform::install(std::make_unique<SimulatedPlatform>(platform::StandardPlatform::Time::real)),
+        std::logic_error);
+}
+
+TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager) {
+    std::atomic<int> ready = 0;
+    std::vector<std::shared_ptr<ZOKManager>> seen(8);
+    std::vector<std::thread> threads;
+    auto& loop = installed->runLoop();
+    const auto posting = loop.scheduledTimerWithTimeInterval(
+        0.0001,
+        [](const auto&) {
+            installed->application().setApplicationState(platform::UIApplicationState::background);
+            installed->application().setApplicationState(platform::UIApplicationState::active);
+        },
+        nullptr, true);
+    for (auto& manager : seen) {
+        threads.emplace_back([&] {
+            manager = ZOKManager::shared();
+            if (++ready == 8) loop.dispatchAsync([&] { loop.stop(); });
+        });
+    }
+    loop.run();
+    for (auto& thread : threads) thread.join();
+    posting->invalidate();
+    for (const auto& manager : seen) EXPECT_EQ(manager, ZOKManager::shared());
+}
+
+TEST(SharedManagerTest, WorksOnTheInstalledPlatform) {
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    ZOKManager::shared()->setDelegate(delegate);
+    installed->world()
+        .addBeacon({.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
+        .comeIntoRange();
+    ZOKManager::shared()->startMonitoring();
+    delegate->onButton = [] { installed->runLoop().stop(); };
+    installed->runLoop().run();
+    EXPECT_EQ(delegate->buttons.size(), 1U);
+    const std::vector<std::uint8_t> payload(11);
+    EXPECT_NEAR(static_cast<double>(ZOKProtocolUtils::beaconFromData(payload)->timestamp()),
+                installed->clock().timeIntervalSince1970(), 5);
+}
+
+}  // namespace

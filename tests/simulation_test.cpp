@@ -1,0 +1,248 @@
+// The simulated radio by itself, as a central manager's delegate sees it.
+
+#include <cstdlib>
+#include <set>
+#include <stdexcept>
+
+#include "support.h"
+
+namespace {
+
+using namespace platform;
+using platform::simulation::SimulatedBeacon;
+using platform::simulation::SimulatedPlatform;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// Notes every event of a central manager, with its time.
+class RecordingCentralDelegate : public CBCentralManagerDelegate {
+public:
+    explicit RecordingCentralDelegate(SimulatedPlatform& platform) : platform_(platform) {}
+
+    std::vector<std::string> events;
+    std::vector<std::shared_ptr<CBPeripheral>> peripherals;
+    std::vector<int> signals;
+
+    void centralManagerDidUpdateState(CBCentralManager& central) override {
+        events.push_back("state " + std::to_string(static_cast<int>(central.state())));
+    }
+    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+        CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
+        const CBAdvertisementData& data, NSNumber rssi) override {
+        std::string event = std::to_string(platform_.clock().monotonicTime().count());
+        event += ' ' + std::string(data.localName.value_or("(none)")) + ' ' + rssi.description();
+        for (const auto& element : data.serviceData) {
+            event += ' ' + element.service.UUIDString() + ':';
+            for (const int byte : element.data) event += std::to_string(byte) + '.';
+        }
+        events.push_back(std::move(event));
+        peripherals.push_back(peripheral);
+        signals.push_back(rssi.integerValue());
+    }
+    void centralManagerDidFailToConnectPeripheralError(CBCentralManager& /*central*/,
+                                                       const std::shared_ptr<CBPeripheral>& /*peripheral*/,
+                                                       const NSError* error) override {
+        events.push_back(error->domain() + ' ' + std::to_string(error->code()));
+    }
+
+private:
+    SimulatedPlatform& platform_;
+};
+
+class SimulationTest : public ::testing::Test {
+protected:
+    explicit SimulationTest(std::uint64_t seed = 0) : platform(StandardPlatform::Time::virtualTime, seed) {
+        platform.log().setSink(nullptr);
+    }
+
+    void scan(bool allowDuplicates = true, std::vector<CBUUID> services = {}) {
+        central->scanForPeripheralsWithServicesOptions(services, {.allowDuplicates = allowDuplicates});
+    }
+
+    SimulatedPlatform platform;
+    StandardRunLoop& loop = platform.runLoop();
+    std::shared_ptr<RecordingCentralDelegate> delegate = std::make_shared<RecordingCentralDelegate>(platform);
+    std::shared_ptr<CBCentralManager> central = platform.makeCentralManager(delegate);
+};
+
+TEST_F(SimulationTest, TheFirstStateComesThroughTheLoopAndEachChangeByItself) {
+    EXPECT_EQ(central->state(), CBManagerState::unknown);
+    EXPECT_THAT(delegate->events, IsEmpty());
+    loop.processPending();
+    platform.world().setRadioState(CBManagerState::poweredOff);
+    platform.world().setRadioState(CBManagerState::resetting);
+    platform.world().setRadioState(CBManagerState::resetting);
+    platform.world().setRadioState(CBManagerState::poweredOn);
+    EXPECT_EQ(central->state(), CBManagerState::poweredOn);
+    loop.processPending();
+    EXPECT_THAT(delegate->events, ElementsAre("state 5", "state 4", "state 1", "state 5"));
+}
+
+TEST_F(SimulationTest, ADuplicateIsReportedOncePerScanUnlessAllowed) {
+    platform.world().addBeacon({.minor = 1}).comeIntoRange();
+    platform.world().addBeacon({.minor = 2}).comeIntoRange();
+    loop.processPending();
+    scan(false);
+    loop.runFor(5);
+    ASSERT_EQ(delegate->peripherals.size(), 2U);
+    scan(false);
+    loop.runFor(5);
+    ASSERT_EQ(delegate->peripherals.size(), 4U);
+    EXPECT_NE(delegate->peripherals[0], delegate->peripherals[1]);
+    EXPECT_EQ(std::set(delegate->peripherals.begin(), delegate->peripherals.end()).size(), 2U)
+        << "one handle for each over all scans";
+    scan(true);
+    loop.runFor(5);
+    EXPECT_EQ(delegate->peripherals.size(), 14U);
+}
+
+TEST_F(SimulationTest, TheServiceFilterTakesAnyOfItsServices) {
+    const auto uuid = [](const char* text) { return CBUUID::UUIDWithString(text); };
+    platform.world()
+        .addBeacon({.localName = "a", .advertisedServices = {uuid("180F"), uuid("1320")}})
+        .comeIntoRange();
+    platform.world().addBeacon({.localName = "b", .advertisedServices = {uuid("FFE0")}}).comeIntoRange();
+    platform.world().addBeacon({.localName = "c", .advertisedServices = {}}).comeIntoRange();
+    loop.processPending();
+    const auto heardWith = [&](std::vector<CBUUID> services) {
+        delegate->peripherals.clear();
+        scan(false, std::move(services));
+        loop.runFor(3);
+        return delegate->peripherals.size();
+    };
+    EXPECT_EQ(heardWith({uuid("1320")}), 1U);
+    EXPECT_EQ(heardWith({uuid("0000ffe0-0000-1000-8000-00805f9b34fb"), uuid("180F")}), 2U);
+    EXPECT_EQ(heardWith({uuid("2A06")}), 0U);
+    EXPECT_EQ(heardWith({}), 3U);
+}
+
+TEST_F(SimulationTest, AnyStateButOnEndsTheScanForGood) {
+    platform.world().addBeacon({}).comeIntoRange();
+    scan();
+    EXPECT_FALSE(central->isScanning()) << "the radio has not started";
+    loop.processPending();
+    for (const auto state : {CBManagerState::unknown, CBManagerState::resetting, CBManagerState::unsupported,
+                             CBManagerState::unauthorized, CBManagerState::poweredOff}) {
+        scan();
+        platform.world().setRadioState(state);
+        loop.processPending();
+        EXPECT_FALSE(central->isScanning());
+        scan();
+        EXPECT_FALSE(central->isScanning()) << "ignored while not powered on";
+        platform.world().setRadioState(CBManagerState::poweredOn);
+        loop.processPending();
+        EXPECT_FALSE(central->isScanning());
+    }
+    delegate->peripherals.clear();
+    loop.runFor(5);
+    EXPECT_THAT(delegate->peripherals, IsEmpty());
+}
+
+TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
+    SimulatedBeacon& beacon = platform.world().addBeacon(
+        {.minor = 1, .layoutVersion = 5, .advertisingJitter = 0, .signalStrengthSpread = 4});
+    loop.processPending();
+    scan();
+    beacon.sendOnce({});
+    beacon.comeIntoRange();
+    beacon.comeIntoRange();
+    loop.runFor(0.5);
+    ASSERT_EQ(delegate->events.size(), 3U) << "what was sent at once, and the first regular one";
+    delegate->events.clear();
+    beacon.setLocalName("renamed");
+    beacon.setBatteryLevel(7);
+    loop.runFor(1);
+    beacon.setLocalName(std::nullopt);
+    beacon.setServiceData({{{CBUUID::UUIDWithString("FFF0"), {1, 2}}}});
+    loop.runFor(1);
+    beacon.setServiceData(std::nullopt);
+    beacon.goOutOfRange();
+    beacon.sendOnce({});
+    loop.runFor(5);
+    ASSERT_EQ(delegate->events.size(), 2U);
+    EXPECT_THAT(delegate->events[0],
+                ::testing::MatchesRegex("1000100000 renamed -[0-9]+ 180A:0.0.0.0.0.0.0.0.0.0.1.5.7."));
+    EXPECT_THAT(delegate->events[1], ::testing::MatchesRegex("2000100000 \\(none\\) -[0-9]+ FFF0:1.2."));
+    for (const int signal : delegate->signals) EXPECT_LE(std::abs(signal + 60), 4);
+    EXPECT_THROW(beacon.setTemperature(70'000), std::invalid_argument);
+    EXPECT_EQ(beacon.description().temperature, 20);
+    EXPECT_THROW(platform.world().addBeacon({.advertisingInterval = 0}), std::invalid_argument);
+    EXPECT_THROW(platform.world().addBeacon({.advertisingJitter = -1}), std::invalid_argument);
+}
+
+TEST_F(SimulationTest, AButtonStaysPressedForItsTimeAndTheLastPressDecides) {
+    SimulatedBeacon& beacon = platform.world().addBeacon({});
+    beacon.pressButton(1, 5);
+    beacon.pressButton(2, 2);
+    loop.runFor(1.9);
+    EXPECT_EQ(beacon.description().buttonAction, 2);
+    loop.runFor(0.1);
+    EXPECT_EQ(beacon.description().buttonAction, 0);
+    beacon.pressButton(3, 5);
+    loop.runFor(4);
+    EXPECT_EQ(beacon.description().buttonAction, 3);
+}
+
+TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
+    SimulatedBeacon& beacon = platform.world().addBeacon({.minor = 1, .buttonAction = 1});
+    beacon.comeIntoRange();
+    const auto manager = ZOKManager::managerOnPlatform(platform);
+    const auto listener = std::make_shared<RecordingDelegate>();
+    manager->setDelegate(listener);
+    listener->onButton = [&] {
+        beacon.setServiceData({{{CBUUID::UUIDWithString("180A"), {}}}});
+        beacon.setLocalName("a much longer name than the one before, which is gone");
+        beacon.goOutOfRange();
+        platform.world().addBeacon({.minor = 2}).comeIntoRange();
+    };
+    loop.processPending();
+    manager->startMonitoring();
+    loop.runFor(3);
+    EXPECT_EQ(manager->liveBeacons().size(), 2U);
+}
+
+TEST_F(SimulationTest, EveryConnectionIsRefusedOnceAndThroughTheLoop) {
+    platform.world().addBeacon({}).comeIntoRange();
+    loop.processPending();
+    scan();
+    loop.runFor(0.5);
+    delegate->events.clear();
+    const auto peripheral = delegate->peripherals.at(0);
+    central->connectPeripheral(peripheral);
+    central->connectPeripheral(nullptr);
+    central->cancelPeripheralConnection(nullptr);
+    peripheral->readRSSI();
+    peripheral->discoverServices({});
+    EXPECT_THAT(delegate->events, IsEmpty());
+    loop.processPending();
+    EXPECT_THAT(delegate->events, ElementsAre("CBErrorDomain 10"));
+    EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
+    EXPECT_EQ(peripheral->services(), std::nullopt);
+}
+
+/// A run of some beacons with all the randomness there is, told in full.
+std::vector<std::string> eventsWithSeed(std::uint64_t seed, int beacons) {
+    SimulatedPlatform platform(StandardPlatform::Time::virtualTime, seed);
+    const auto delegate = std::make_shared<RecordingCentralDelegate>(platform);
+    const auto central = platform.makeCentralManager(delegate);
+    platform.runLoop().processPending();
+    central->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
+    for (int i = 0; i < beacons; ++i) {
+        platform.world()
+            .addBeacon(
+                {.minor = static_cast<std::uint16_t>(i), .advertisingJitter = 0.3, .signalStrengthSpread = 9})
+            .comeIntoRange();
+    }
+    platform.runLoop().runFor(60);
+    return delegate->events;
+}
+
+TEST(SeedTest, DecidesTheWholeRunAndEachBeaconByItself) {
+    const auto events = eventsWithSeed(7, 20);
+    EXPECT_GT(events.size(), 900U);
+    EXPECT_EQ(events, eventsWithSeed(7, 20));
+    EXPECT_NE(events, eventsWithSeed(8, 20));
+    EXPECT_THAT(events, ::testing::IsSupersetOf(eventsWithSeed(7, 3)));
+}
+
+}  // namespace

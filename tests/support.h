@@ -1,0 +1,80 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/simulation/SimulatedPlatform.h"
+
+/// Keeps what it was told, and does on the way what a test asks for.
+class RecordingDelegate : public ZOKManagerDelegate {
+public:
+    std::vector<int> states;
+    std::vector<std::vector<std::shared_ptr<ZOKBeacon>>> reports;
+    std::vector<std::pair<int, std::shared_ptr<ZOKBeacon>>> buttons;
+    std::function<void()> onReport = [] {};
+    std::function<void()> onButton = [] {};
+
+    void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& /*manager*/,
+                                                    int state) override {
+        states.push_back(state);
+    }
+    void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& /*manager*/,
+                                          const std::vector<std::shared_ptr<ZOKBeacon>>& beacons) override {
+        reports.push_back(beacons);
+        onReport();
+    }
+    void zobiConnectManagerDidButtonActionChangedForBeacon(
+        const std::shared_ptr<ZOKManager>& /*manager*/, int action,
+        const std::shared_ptr<ZOKBeacon>& beacon) override {
+        buttons.emplace_back(action, beacon);
+        onButton();
+    }
+};
+
+/// A manager with its delegate on a simulated platform in virtual time, its log kept.
+class ManagerTest : public ::testing::Test {
+protected:
+    ManagerTest() {
+        platform.log().setSink([this](std::string_view line) { log.emplace_back(line); });
+        manager->setDelegate(delegate);
+        loop.processPending();
+    }
+
+    /// Lets some virtual time pass.
+    void pass(double seconds) { loop.runFor(seconds); }
+
+    /// What was logged since the last call.
+    std::vector<std::string> takeLog() { return std::exchange(log, {}); }
+
+    /// A beacon without jitter, so that its advertisements can be counted.
+    platform::simulation::SimulatedBeacon& addBeacon(platform::simulation::BeaconDescription description) {
+        description.advertisingJitter = 0;
+        return platform.world().addBeacon(std::move(description));
+    }
+
+    void setRadio(platform::CBManagerState state) {
+        platform.world().setRadioState(state);
+        loop.processPending();
+    }
+
+    platform::simulation::SimulatedPlatform platform{platform::StandardPlatform::Time::virtualTime};
+    platform::StandardRunLoop& loop = platform.runLoop();
+    std::vector<std::string> log;
+    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+};
+
+inline std::shared_ptr<ZOKBeacon> makeRecord(int major, int minor, std::int64_t timestamp = 0) {
+    auto record = std::make_shared<ZOKBeacon>();
+    record->setMajor(platform::NSNumber::numberWithInt(major));
+    record->setMinor(platform::NSNumber::numberWithInt(minor));
+    record->setTimestamp(timestamp);
+    return record;
+}

@@ -1,0 +1,113 @@
+// UUIDs, boxed numbers, log lines.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <limits>
+#include <stdexcept>
+
+#include "platform/CBUUID.h"
+#include "platform/NSNumber.h"
+#include "platform/standard/StandardClock.h"
+#include "platform/standard/StandardLog.h"
+
+namespace platform {
+namespace {
+
+CBUUID uuid(std::string_view text) {
+    return CBUUID::UUIDWithString(text);
+}
+
+TEST(UUIDTest, IsEqualAcrossFormsAndCase) {
+    EXPECT_EQ(uuid("180A"), uuid("0000180a-0000-1000-8000-00805F9B34FB"));
+    EXPECT_EQ(uuid("180a"), uuid("0000180A"));
+    EXPECT_EQ(uuid("F000ff97-0451-4000-B000-000000000000"), uuid("F000FF97-0451-4000-b000-000000000000"));
+    EXPECT_NE(uuid("180A"), uuid("180F"));
+    EXPECT_NE(uuid("180A"), uuid("1000180A"));
+    EXPECT_NE(uuid("180A"), uuid("0000180A-0000-1000-8000-00805F9B34FC"));
+    EXPECT_NE(uuid("180A"), uuid("0000180A-0000-1001-8000-00805F9B34FB"));
+}
+
+TEST(UUIDTest, PrintsItsShortestForm) {
+    EXPECT_EQ(uuid("0000ffe0-0000-1000-8000-00805f9b34fb").UUIDString(), "FFE0");
+    EXPECT_EQ(uuid("1234abcd").UUIDString(), "1234ABCD");
+    EXPECT_EQ(uuid("f0002013-0451-4000-b000-000000000000").UUIDString(),
+              "F0002013-0451-4000-B000-000000000000");
+}
+
+TEST(UUIDTest, NamesTheStandardServicesAndCharacteristicsInEveryForm) {
+    EXPECT_EQ(uuid("180A").description(), "Device Information");
+    EXPECT_EQ(uuid("0000180a-0000-1000-8000-00805f9b34fb").description(), "Device Information");
+    EXPECT_EQ(uuid("180F").description(), "Battery Service");
+    EXPECT_EQ(uuid("1802").description(), "Immediate Alert");
+    EXPECT_EQ(uuid("2A06").description(), "Alert Level");
+    EXPECT_EQ(uuid("2A19").description(), "Battery Level");
+    EXPECT_EQ(uuid("2A26").description(), "Firmware Revision String");
+    EXPECT_EQ(uuid("FFE0").description(), "");
+    EXPECT_EQ(uuid("0001180A").description(), "");
+    EXPECT_EQ(uuid("0000180A-0000-1000-8000-000000000000").description(), "");
+}
+
+TEST(UUIDTest, RefusesMalformedTextAndQuotesIt) {
+    for (const char* text :
+         {"", "18", "180", "180AB", "180G", "0x18", "180A180", "0000180A-0000-1000-8000-00805F9B34F",
+          "0000180A-0000-1000-8000-00805F9B34FB0", "0000180A00000-1000-8000-00805F9B34FB",
+          "0000180A-0000-1000-8000-00805F9B34-B", "-000180A-0000-1000-8000-00805F9B34FB"}) {
+        try {
+            uuid(text);
+            ADD_FAILURE() << "accepted \"" << text << '"';
+        } catch (const std::invalid_argument& error) {
+            EXPECT_THAT(error.what(), ::testing::HasSubstr('"' + std::string(text) + '"'));
+        }
+    }
+}
+
+TEST(NumberTest, RemembersItsKindAndMayHoldNothing) {
+    EXPECT_EQ(NSNumber().integerValue(), 0);
+    EXPECT_EQ(NSNumber().charValue(), 0);
+    EXPECT_EQ(NSNumber().description(), "(null)");
+    EXPECT_NE(NSNumber(), NSNumber::numberWithInt(0));
+    EXPECT_NE(NSNumber::numberWithInt(7), NSNumber::numberWithUnsignedChar(7));
+    EXPECT_EQ(NSNumber::numberWithUnsignedShort(0xFFFF).integerValue(), 65535);
+    EXPECT_EQ(NSNumber::numberWithUnsignedChar(200).charValue(), -56);
+    EXPECT_EQ(NSNumber::numberWithInt(-4).description(), "-4");
+    EXPECT_EQ(NSNumber::numberWithInt(std::numeric_limits<std::int32_t>::min()).integerValue(),
+              std::numeric_limits<std::int32_t>::min());
+}
+
+TEST(LogTest, FormatsByTypeAndFollowsNoLocale) {
+    std::vector<std::string> lines;
+    StandardLog log([&](std::string_view line) { lines.emplace_back(line); });
+    // Whatever the machine has: where it has a locale with a decimal comma, this would show.
+    std::setlocale(LC_ALL, "de_DE.UTF-8");
+    log.log("plain");
+    log.log("%@ and %@", "text", true);
+    log.log("Beacon [%@, %@] removed", NSNumber::numberWithInt(300), NSNumber());
+    log.log("DeltaTime: %f", 20.000001);
+    log.log("DeltaTime: %f", -std::numeric_limits<double>::max());
+    log.log("Nb services found: %lu, %d", std::size_t{7}, -1);
+    std::setlocale(LC_ALL, "C");
+    ASSERT_EQ(lines.size(), 6U);
+    EXPECT_EQ(lines[0], "plain");
+    EXPECT_EQ(lines[1], "text and YES");
+    EXPECT_EQ(lines[2], "Beacon [300, (null)] removed");
+    EXPECT_EQ(lines[3], "DeltaTime: 20.000001");
+    EXPECT_EQ(lines[4].size(), std::string("DeltaTime: -.000000").size() + 309);
+    EXPECT_EQ(lines[5], "Nb services found: 7, -1");
+}
+
+TEST(LogTest, PrintsOneLinePerEntryWhateverTheTextHolds) {
+    VirtualTime time;
+    time.setTimeIntervalSince1970(1'704'067'200.25);
+    StandardLog log(StandardLog::stderrSink(time));
+    ::testing::internal::CaptureStderr();
+    log.log("%@, reconnecting...", "two\nlines\x7F \xC3\xA9");
+    log.setSink(nullptr);
+    log.log("off");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "2024-01-01T00:00:00.250Z two\\x0Alines\\x7F \xC3\xA9, reconnecting...\n");
+}
+
+}  // namespace
+}  // namespace platform
