@@ -1,0 +1,62 @@
+// Decodes arbitrary bytes as the payload of an advertisement, by itself and off the simulated air. A payload
+// is refused exactly when its layout needs more bytes than it has; nothing else is ever thrown.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+
+#include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/simulation/SimulatedPlatform.h"
+
+namespace {
+
+using platform::simulation::SimulatedPlatform;
+
+void require(bool holds) {
+    if (!holds) std::abort();
+}
+
+bool isComplete(std::span<const std::uint8_t> payload) {
+    if (payload.size() < 12) return payload.size() == 11;
+    switch (payload[11]) {
+        case 3:
+            return payload.size() >= 16;
+        case 2:
+            return payload.size() >= 14;
+        default:
+            return payload.size() >= 13;
+    }
+}
+
+bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform) {
+    try {
+        const auto record = ZOKProtocolUtils::beaconFromDataOnPlatform(payload, platform);
+        require(record->macAddress()->size() == 12);
+        require(!record->description().empty());
+        return true;
+    } catch (const platform::DataRangeError&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+// NOLINTNEXTLINE(readability-identifier-naming): the name is libFuzzer's
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    const std::span payload(bytes, size);
+    SimulatedPlatform platform(platform::StandardPlatform::Time::virtualTime);
+    platform.log().setSink(nullptr);
+    require(decodes(payload, platform) == isComplete(payload));
+
+    const auto manager = ZOKManager::managerOnPlatform(platform);
+    platform.runLoop().processPending();
+    manager->startMonitoring();
+    platform.world()
+        .addBeacon(
+            {.serviceData = {{{platform::CBUUID::UUIDWithString("180A"), {payload.begin(), payload.end()}}}}})
+        .comeIntoRange();
+    platform.runLoop().runFor(1.5);
+    require(manager->liveBeacons().size() == (isComplete(payload) ? 1 : 0));
+    return 0;
+}
