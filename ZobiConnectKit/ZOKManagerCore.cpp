@@ -36,7 +36,7 @@ const std::shared_ptr<ZOKManager>& ZOKManager::shared() {
 }
 
 std::shared_ptr<ZOKManager> ZOKManager::managerOnPlatform(platform::Platform& platform) {
-    const std::shared_ptr<ZOKManager> manager(new ZOKManager(platform));
+    std::shared_ptr<ZOKManager> manager(new ZOKManager(platform));
     manager->init();
     return manager;
 }

@@ -38,7 +38,7 @@ private:
     double real_ = 0;
 };
 
-/// The system log: free-text diagnostic lines. Main thread only.
+/// The system log: free-text diagnostic lines. Safe from any thread, as decoding is.
 class ZOK_EXPORT Log {
 public:
     virtual ~Log() = default;

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <vector>
 
 #include "platform/simulation/PayloadEncoder.h"
 #include "support.h"
@@ -12,6 +13,7 @@ std::size_t allocations = 0;
 
 }  // namespace
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): these stand below whatever else manages memory
 void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size)) return memory;
@@ -23,6 +25,7 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
+// NOLINTEND(cppcoreguidelines-no-malloc)
 
 namespace {
 
@@ -34,8 +37,8 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
     manager->setDelegate(delegate);
     platform.runLoop().processPending();
     const auto payload = platform::simulation::encodePayload({.major = 1, .minor = 7});
-    const platform::CBServiceData serviceData[]{{platform::CBUUID::UUIDWithString("180F"), {}},
-                                                {platform::CBUUID::UUIDWithString("180A"), payload}};
+    const std::vector<platform::CBServiceData> serviceData{
+        {platform::CBUUID::UUIDWithString("180F"), {}}, {platform::CBUUID::UUIDWithString("180A"), payload}};
     const platform::CBAdvertisementData data{"morvane", serviceData};
     const auto advertise = [&] {
         manager->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(

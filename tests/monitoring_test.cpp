@@ -25,7 +25,7 @@ TEST_F(MonitoringTest, EveryStateIsLoggedAndPassedOnAndStartsNothing) {
     EXPECT_THAT(takeLog(), ElementsAre("centralManagerDidUpdateState", "---->centralManagerDidUpdateState",
                                        "----->State powered up and ready (CBCentralManagerStatePoweredOn)"));
     EXPECT_THAT(delegate->states, ElementsAre(5));
-    const std::pair<int, std::string> states[] = {
+    const std::vector<std::pair<int, std::string>> states{
         {0, "----->State unknown (CBCentralManagerStateUnknown)"},
         {1, "----->State resetting (CBCentralManagerStateUnknown)"},
         {2, "----->State BLE unsupported (CBCentralManagerStateResetting)"},

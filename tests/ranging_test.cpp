@@ -5,10 +5,8 @@
 
 namespace {
 
-using platform::CBManagerState;
 using platform::CBPeripheralState;
 using platform::CBUUID;
-using platform::NSNumber;
 using platform::simulation::encodePayload;
 using platform::simulation::SimulatedBeacon;
 using ::testing::ElementsAre;

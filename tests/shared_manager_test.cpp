@@ -30,6 +30,7 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
     std::atomic<int> ready = 0;
     std::vector<std::shared_ptr<ZOKManager>> seen(8);
     std::vector<std::thread> threads;
+    threads.reserve(seen.size());
     auto& loop = installed->runLoop();
     const auto posting = loop.scheduledTimerWithTimeInterval(
         0.0001,
@@ -41,7 +42,7 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
     for (auto& manager : seen) {
         threads.emplace_back([&] {
             manager = ZOKManager::shared();
-            if (++ready == 8) loop.dispatchAsync([&] { loop.stop(); });
+            if (++ready == static_cast<int>(seen.size())) loop.dispatchAsync([&] { loop.stop(); });
         });
     }
     loop.run();

@@ -9,7 +9,8 @@
 
 namespace platform {
 
-/// A log that hands its lines to a callable, or is off.
+/// A log that hands its lines to a callable, or is off. Lines may come from several threads at once if the
+/// sink bears it, as the one to stderr does; the sink itself is set while no other thread logs.
 class ZOK_EXPORT StandardLog final : public Log {
 public:
     /// Takes one line, without a line feed; valid for the length of the call.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace platform {
 
@@ -51,7 +52,7 @@ public:
     /// The first tick after `now` in the timer's phase.
     nanoseconds tickAfter(nanoseconds now) const {
         const nanoseconds interval = durationOf(interval_);
-        const nanoseconds deadline = key_.first;
+        const nanoseconds deadline = key_.deadline;
         return deadline + ((now - deadline) / interval + 1) * interval;
     }
 
@@ -140,7 +141,7 @@ void StandardRunLoop::processPending() {
 std::optional<nanoseconds> StandardRunLoop::nextDeadline() const {
     if (hasQueuedTasks()) return clock_.monotonicTime();
     if (timers_->empty()) return std::nullopt;
-    return timers_->begin()->first.first;
+    return timers_->begin()->first.deadline;
 }
 
 std::vector<RunLoopDescriptor> StandardRunLoop::descriptors() const {
@@ -211,12 +212,12 @@ void StandardRunLoop::runQueuedTasks(Stopping stopping) {
 }
 
 bool StandardRunLoop::fireNextTimerDueBy(nanoseconds now) {
-    if (timers_->empty() || timers_->begin()->first.first > now) return false;
+    if (timers_->empty() || timers_->begin()->first.deadline > now) return false;
     auto node = timers_->extract(timers_->begin());
     const std::shared_ptr<Timer> timer = node.mapped();
     // Armed again before it fires, so that an action that throws or invalidates its timer finds it in order.
     if (timer->repeats()) {
-        node.key().first = timer->tickAfter(now);
+        node.key().deadline = timer->tickAfter(now);
         timer->setKey(node.key());
         timers_->insert(std::move(node));
     }

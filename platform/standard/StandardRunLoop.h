@@ -7,7 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <utility>
+#include <tuple>
 
 #include "platform/Export.h"
 #include "platform/RunLoop.h"
@@ -51,8 +51,15 @@ public:
 
 private:
     class Timer;
-    // By deadline, then by the order of scheduling.
-    using TimerKey = std::pair<std::chrono::nanoseconds, std::uint64_t>;
+    struct TimerKey {
+        std::chrono::nanoseconds deadline;
+        std::uint64_t orderOfScheduling;
+
+        friend bool operator<(const TimerKey& left, const TimerKey& right) {
+            return std::tie(left.deadline, left.orderOfScheduling) <
+                   std::tie(right.deadline, right.orderOfScheduling);
+        }
+    };
     // Shared with the timers, which may outlive the loop.
     using Timers = std::map<TimerKey, std::shared_ptr<Timer>>;
 
