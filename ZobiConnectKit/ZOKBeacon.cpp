@@ -12,6 +12,9 @@ constexpr std::string_view minorKey = "minor";
 
 }  // namespace
 
+// Not in the class, where making a record would clear all its bytes first.
+ZOKBeacon::ZOKBeacon() = default;
+
 std::shared_ptr<ZOKBeacon> ZOKBeacon::copy() const {
     auto copy = std::make_shared<ZOKBeacon>();
     copyInto(*copy);

@@ -42,7 +42,7 @@ struct ZOKAccelerometerAxes {
 /// Main thread only.
 class ZOK_EXPORT ZOKBeacon {
 public:
-    ZOKBeacon() = default;
+    ZOKBeacon();
     virtual ~ZOKBeacon() = default;
     ZOKBeacon(const ZOKBeacon&) = delete;
     ZOKBeacon& operator=(const ZOKBeacon&) = delete;
@@ -146,6 +146,9 @@ protected:
     void copyInto(ZOKBeacon& copy) const;
 
 private:
+    // Writes the address in place.
+    friend class ZOKProtocolUtils;
+
     // Released in reverse order: the completions first, the peripheral last.
     std::shared_ptr<platform::CBPeripheral> peripheral_;
     std::optional<std::string> firmwareVersion_;

@@ -14,6 +14,11 @@ constexpr std::string_view payloadServiceDescription = "Device Information";
 constexpr int firstActionCode = 1;
 constexpr int lastActionCode = 3;
 
+bool isButtonAction(const ZOKBeacon& beacon) {
+    const int code = beacon.advertAction().charValue();
+    return code >= firstActionCode && code <= lastActionCode;
+}
+
 }  // namespace
 
 void ZOKManager::centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
@@ -23,18 +28,23 @@ void ZOKManager::centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         if (element.service.description() != payloadServiceDescription) continue;
         if (advertisementData.localName != acceptedLocalName) continue;
         const auto beacon = ZOKProtocolUtils::beaconFromDataOnPlatform(element.data, platform_);
-        beacon->setPeripheral(peripheral);
-        reportButtonAction(beacon);
-        if (!refreshLiveBeacons(*beacon)) addLiveBeacon(beacon);
+        // Only a record that somebody gets to see needs its peripheral, and counting the reference is not
+        // free.
+        const bool isPressed = isButtonAction(*beacon);
+        if (isPressed) {
+            beacon->setPeripheral(peripheral);
+            reportButtonAction(beacon);
+        }
+        if (refreshLiveBeacons(*beacon)) continue;
+        if (!isPressed) beacon->setPeripheral(peripheral);
+        addLiveBeacon(beacon);
     }
 }
 
 void ZOKManager::reportButtonAction(const std::shared_ptr<ZOKBeacon>& beacon) {
-    const int code = beacon->advertAction().charValue();
-    if (code < firstActionCode || code > lastActionCode) return;
     if (const auto delegate = delegate_.lock()) {
-        delegate->zobiConnectManagerDidButtonActionChangedForBeacon(shared_from_this(),
-                                                                    code - firstActionCode, beacon);
+        delegate->zobiConnectManagerDidButtonActionChangedForBeacon(
+            shared_from_this(), beacon->advertAction().charValue() - firstActionCode, beacon);
     }
 }
 

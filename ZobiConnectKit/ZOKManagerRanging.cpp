@@ -29,7 +29,7 @@ void ZOKManager::checkRangedBeaconsTimerFired(const std::shared_ptr<NSTimer>& /*
     std::vector<std::shared_ptr<ZOKBeacon>> expired;
     for (const auto& beacon : liveBeacons_) {
         if (isConnected(*beacon)) {
-            beacon->setTimestamp(static_cast<std::int64_t>(platform_.clock().timeIntervalSince1970()));
+            beacon->setTimestamp(platform_.clock().secondsSince1970());
         }
         const double delta = now - static_cast<double>(beacon->timestamp());
         log.log("DeltaTime: %f", delta);

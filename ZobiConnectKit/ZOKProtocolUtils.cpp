@@ -26,15 +26,13 @@ int bigEndianAt(Bytes data, std::size_t offset) {
     return bytes[0] << 8 | bytes[1];
 }
 
-std::string macAddressText(Bytes leastSignificantFirst) {
+void writeMacAddress(Bytes leastSignificantFirst, std::string& text) {
     constexpr const char* digits = "0123456789ABCDEF";
-    std::string text(leastSignificantFirst.size() * 2, '0');
     for (std::size_t i = 0; i < leastSignificantFirst.size(); ++i) {
         const std::uint8_t byte = leastSignificantFirst[leastSignificantFirst.size() - 1 - i];
         text[2 * i] = digits[byte >> 4];
         text[2 * i + 1] = digits[byte & 0xF];
     }
-    return text;
 }
 
 }  // namespace
@@ -50,8 +48,10 @@ std::shared_ptr<ZOKBeacon> ZOKProtocolUtils::beaconFromData(Bytes data) {
 std::shared_ptr<ZOKBeacon> ZOKProtocolUtils::beaconFromDataOnPlatform(Bytes data,
                                                                       platform::Platform& platform) {
     auto beacon = std::make_shared<ZOKBeacon>();
-    beacon->setTimestamp(static_cast<std::int64_t>(platform.clock().timeIntervalSince1970()));
-    beacon->setMacAddress(macAddressText(subdata(data, 0, 6)));
+    beacon->setTimestamp(platform.clock().secondsSince1970());
+    const Bytes address = subdata(data, 0, 6);
+    // In place, for a text just written character by character is slow to move.
+    writeMacAddress(address, beacon->macAddress_.emplace(2 * address.size(), '0'));
     beacon->setMajor(NSNumber::numberWithInt(bigEndianAt(data, 7)));
     beacon->setMinor(NSNumber::numberWithInt(bigEndianAt(data, 9)));
     if (data.size() < shortLayoutLimit) {

@@ -16,6 +16,11 @@ double SystemTime::timeIntervalSince1970() const {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+std::int64_t SystemTime::secondsSince1970() const {
+    const auto time = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::seconds>(time).count();
+}
+
 std::chrono::nanoseconds SystemTime::monotonicTime() const {
     return std::chrono::steady_clock::now().time_since_epoch();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "platform/Clock.h"
 #include "platform/Export.h"
@@ -11,6 +12,7 @@ namespace platform {
 class ZOK_EXPORT SystemTime final : public Clock {
 public:
     double timeIntervalSince1970() const override;
+    std::int64_t secondsSince1970() const override;
     std::chrono::nanoseconds monotonicTime() const override;
 };
 
