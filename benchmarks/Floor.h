@@ -1,0 +1,58 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ZobiConnectKit/ZOKBeacon.h"
+#include "platform/CBPeripheral.h"
+#include "platform/NSNumber.h"
+
+/// The least work that gives what the library gives for the same payload: what the library is measured
+/// against. It knows no manager, no platform and no log, and counts no references.
+namespace floor_work {
+
+/// What a `ZOKBeacon` knows, in plain values.
+struct Values {
+    platform::CBPeripheral* peripheral = nullptr;
+    const std::string* firmwareVersion = nullptr;
+    platform::NSNumber major;
+    platform::NSNumber minor;
+    std::int64_t rssi = 0;
+    platform::NSNumber batteryLevel;
+    std::string macAddress;
+    platform::NSNumber advertBatteryLevel;
+    platform::NSNumber advertAction;
+    platform::NSNumber scanRspVersion;
+    platform::NSNumber temperature;
+    std::int64_t timestamp = 0;
+    ZOKAccelerometerAxes accelerometer;
+    const ZOKBeaconCompletion* connectionCompletionBlock = nullptr;
+    const ZOKBeaconCompletion* disconnectionCompletionBlock = nullptr;
+};
+
+/// A pointer and two counts stand before a record that `std::make_shared` made.
+inline constexpr std::size_t controlBlockSize = sizeof(void*) + 2 * sizeof(int);
+
+/// As large on the heap as a record of the library, so that the allocator and the caches have the same to
+/// do. The filling is never written.
+struct Record : Values {  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    std::array<std::byte, sizeof(ZOKBeacon) + controlBlockSize - sizeof(Values)> filling;
+};
+static_assert(sizeof(Record) == sizeof(ZOKBeacon) + controlBlockSize);
+
+/// In the order in which they were first seen.
+using Records = std::vector<std::unique_ptr<Record>>;
+
+/// Decodes a payload of layout version 3; null for any other.
+std::unique_ptr<Record> decode(std::span<const std::uint8_t> payload);
+
+/// Decodes a payload and stamps each live record of equal major and minor; the new one joins them if there
+/// is none.
+void takeIn(std::span<const std::uint8_t> payload, platform::CBPeripheral* peripheral, Records& live);
+
+}  // namespace floor_work

@@ -1,0 +1,203 @@
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Floor.h"
+#include "HeapUse.h"
+#include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/simulation/PayloadEncoder.h"
+#include "platform/simulation/SimulatedPlatform.h"
+
+using platform::simulation::BeaconDescription;
+using platform::simulation::SimulatedPlatform;
+using Payload = std::vector<std::uint8_t>;
+using Peripheral = std::shared_ptr<platform::CBPeripheral>;
+using Time = platform::StandardPlatform::Time;
+
+namespace {
+
+/// Beacons of different numbers differ in address and minor.
+BeaconDescription numberedBeacon(std::size_t number) {
+    const auto high = static_cast<std::uint8_t>(number >> 8);
+    const auto low = static_cast<std::uint8_t>(number & 0xFF);
+    return {.macAddress = {0xC4, 0xBE, 0x84, 0x01, high, low},
+            .major = 1,
+            .minor = static_cast<std::uint16_t>(number)};
+}
+
+Payload payloadOf(std::size_t number) {
+    return platform::simulation::encodePayload(numberedBeacon(number));
+}
+
+/// A delegate that only counts.
+struct Listener final : ZOKManagerDelegate {
+    void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& /*manager*/,
+                                          const std::vector<std::shared_ptr<ZOKBeacon>>& beacons) override {
+        ++reports;
+        beaconsReported = beacons.size();
+    }
+
+    std::size_t reports = 0;
+    std::size_t beaconsReported = 0;
+};
+
+/// A simulated radio, and a manager that monitors with the log off.
+struct Stack {
+    explicit Stack(Time time) : platform(time) {
+        platform.log().setSink(nullptr);
+        manager->setDelegate(listener);
+        platform.runLoop().processPending();
+        manager->startMonitoring();
+        platform.runLoop().processPending();
+    }
+
+    SimulatedPlatform platform;
+    std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
+};
+
+/// A stack with as many live beacons as the benchmark's argument tells.
+struct FullStack : Stack {
+    FullStack(Time time, const benchmark::State& state)
+        : Stack(time), count(static_cast<std::size_t>(state.range(0))) {
+        for (std::size_t i = 0; i < count; ++i) {
+            platform.world().addBeacon(numberedBeacon(i)).comeIntoRange();
+        }
+        while (manager->liveBeacons().size() < count) platform.runLoop().runFor(0.001);
+    }
+
+    const Peripheral& peripheral(std::size_t number) const {
+        return manager->liveBeacons()[number]->peripheral();
+    }
+
+    std::size_t count;
+};
+
+void everyCount(benchmark::internal::Benchmark* benchmark) {
+    benchmark->RangeMultiplier(8)->Range(1, 4096);
+}
+
+void decodeFloor(benchmark::State& state) {
+    const Payload payload = payloadOf(1);
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(floor_work::decode(payload));
+}
+BENCHMARK(decodeFloor)->Name("Decode/floor");
+
+void decodeLibrary(benchmark::State& state) {
+    Stack stack(Time::real);
+    const Payload payload = payloadOf(1);
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(ZOKProtocolUtils::beaconFromDataOnPlatform(payload, stack.platform));
+    }
+}
+BENCHMARK(decodeLibrary)->Name("Decode/library");
+
+/// Takes in an advertisement of each beacon, then times those of one in the middle of the list. The stack
+/// stands there for its peripherals alone: floor and library each fill a list of their own in the same way,
+/// so that the records of both lie in memory alike.
+template <typename Take>
+void timeIntake(benchmark::State& state, const FullStack& stack, const Take& take) {
+    HeapUse live;
+    for (std::size_t i = 0; i < stack.count; ++i) {
+        const Payload payload = payloadOf(i);
+        live.bytes += heapUseOf([&] { take(payload, stack.peripheral(i)); }).bytes;
+    }
+    const std::size_t repeated = stack.count / 2;
+    const Payload payload = payloadOf(repeated);
+    const Peripheral& peripheral = stack.peripheral(repeated);
+    const HeapUse again = heapUseOf([&] { take(payload, peripheral); });
+    for ([[maybe_unused]] auto _ : state) {
+        take(payload, peripheral);
+        benchmark::ClobberMemory();
+    }
+    state.counters["heap_per_live_beacon"] =
+        static_cast<double>(live.bytes) / static_cast<double>(stack.count);
+    state.counters["allocations"] = static_cast<double>(again.allocations);
+}
+
+void intakeFloor(benchmark::State& state) {
+    const FullStack stack(Time::real, state);
+    floor_work::Records live;
+    timeIntake(state, stack, [&](const Payload& payload, const Peripheral& peripheral) {
+        floor_work::takeIn(payload, peripheral.get(), live);
+    });
+    if (live.size() != stack.count) state.SkipWithError("a live beacon was taken for a new one");
+}
+BENCHMARK(intakeFloor)->Name("Intake/floor")->Apply(everyCount);
+
+void intakeLibrary(benchmark::State& state) {
+    FullStack stack(Time::real, state);
+    const auto manager = ZOKManager::managerOnPlatform(stack.platform);
+    // As a radio has it.
+    platform::CBCentralManagerDelegate& events = *manager;
+    const auto deviceInformation = platform::CBUUID::UUIDWithString("180A");
+    timeIntake(state, stack, [&](const Payload& payload, const Peripheral& peripheral) {
+        const std::array serviceData{platform::CBServiceData{deviceInformation, payload}};
+        events.centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+            *manager->centralManager(), peripheral, {"morvane", serviceData},
+            platform::NSNumber::numberWithInt(-60));
+    });
+    if (manager->liveBeacons().size() != stack.count) {
+        state.SkipWithError("a live beacon was taken for a new one");
+    }
+}
+BENCHMARK(intakeLibrary)->Name("Intake/library")->Apply(everyCount);
+
+// The timers' actions, in virtual time: it stands still here, so that no beacon falls silent.
+
+void report(benchmark::State& state) {
+    const FullStack stack(Time::virtualTime, state);
+    for ([[maybe_unused]] auto _ : state) stack.manager->updateRangedBeaconsTimerFired(nullptr);
+    if (stack.listener->beaconsReported != stack.count) state.SkipWithError("a beacon was not reported");
+}
+BENCHMARK(report)->Name("Report")->Apply(everyCount);
+
+void expiry(benchmark::State& state) {
+    const FullStack stack(Time::virtualTime, state);
+    for ([[maybe_unused]] auto _ : state) stack.manager->checkRangedBeaconsTimerFired(nullptr);
+    if (stack.manager->liveBeacons().size() != stack.count) state.SkipWithError("a live beacon was dropped");
+}
+BENCHMARK(expiry)->Name("Expiry")->Apply(everyCount);
+
+void virtualHour(benchmark::State& state) {
+    constexpr std::size_t beacons = 100;
+    constexpr std::size_t seconds = 3600;
+    std::chrono::duration<double> taken{};
+    for ([[maybe_unused]] auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        Stack stack(Time::virtualTime);
+        for (std::size_t i = 0; i < beacons; ++i) {
+            auto beacon = numberedBeacon(i);
+            // 0.1 s on the average, with the random delay.
+            beacon.advertisingJitter = 0.01;
+            beacon.advertisingInterval = 0.095;
+            stack.platform.world().addBeacon(beacon).comeIntoRange();
+        }
+        stack.platform.runLoop().runFor(seconds);
+        taken += std::chrono::steady_clock::now() - start;
+        if (stack.listener->reports != seconds || stack.listener->beaconsReported != beacons) {
+            state.SkipWithError("the beacons were not reported each second");
+        }
+    }
+    state.counters["times_real_time"] =
+        static_cast<double>(seconds) * static_cast<double>(state.iterations()) / taken.count();
+}
+BENCHMARK(virtualHour)->Name("VirtualHour")->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Who has a radio has threads, and from a program's second thread on, references are counted with atomic
+    // operations.
+    std::thread([] {}).join();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
