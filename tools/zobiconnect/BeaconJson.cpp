@@ -1,0 +1,43 @@
+#include "tools/zobiconnect/BeaconJson.h"
+
+namespace zobiconnect {
+
+namespace {
+
+OrderedJson numberJson(platform::NSNumber number) {
+    return number.hasValue() ? OrderedJson(number.integerValue()) : OrderedJson();
+}
+
+OrderedJson textJson(const std::optional<std::string>& text) {
+    return text ? OrderedJson(*text) : OrderedJson();
+}
+
+}  // namespace
+
+OrderedJson beaconJson(const ZOKBeacon& beacon) {
+    return {{"major", numberJson(beacon.major())},
+            {"minor", numberJson(beacon.minor())},
+            {"macAddress", textJson(beacon.macAddress())},
+            {"scanRspVersion", numberJson(beacon.scanRspVersion())},
+            {"advertBatteryLevel", numberJson(beacon.advertBatteryLevel())},
+            {"temperature", numberJson(beacon.temperature())},
+            {"advertAction", numberJson(beacon.advertAction())},
+            {"firmwareVersion", textJson(beacon.firmwareVersion())},
+            {"timestamp", beacon.timestamp()}};
+}
+
+OrderedJson latestJson(const Sighting& sighting) {
+    if (!sighting.latest) return nullptr;
+    return {{"rssi", numberJson(sighting.rssi)},
+            {"scanRspVersion", numberJson(sighting.latest->scanRspVersion())},
+            {"advertBatteryLevel", numberJson(sighting.latest->advertBatteryLevel())},
+            {"temperature", numberJson(sighting.latest->temperature())},
+            {"advertAction", numberJson(sighting.latest->advertAction())}};
+}
+
+std::string jsonLine(const OrderedJson& object) {
+    // A text that came off the air need not be UTF-8.
+    return object.dump(-1, ' ', false, OrderedJson::error_handler_t::replace) + '\n';
+}
+
+}  // namespace zobiconnect

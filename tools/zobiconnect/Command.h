@@ -1,0 +1,18 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace zobiconnect {
+
+/// A subcommand, and what it does once the command line is read.
+struct Command {
+    CLI::App* app;
+    /// Gives the status that the process ends with.
+    std::function<int()> run;
+};
+
+Command addMonitorCommand(CLI::App& tool);
+Command addDecodeCommand(CLI::App& tool);
+
+}  // namespace zobiconnect

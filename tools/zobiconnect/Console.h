@@ -1,0 +1,32 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace zobiconnect {
+
+/// What the tool's process ends with.
+enum ExitStatus : int { success = 0, failure = 1, usage = 2 };
+
+/// A mistake of the user's, on the command line or in a file that it names.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The text with its control characters written as "\x0A", so that none of them reaches a terminal. So are
+/// all bytes beyond ASCII in a text that is not UTF-8.
+std::string printable(std::string_view text);
+
+/// Writes to stdout, whose buffer keeps it until `flushOut` or until it is full.
+/// @throws std::system_error when it cannot be written.
+void printOut(std::string_view text);
+
+/// @throws std::system_error when what was printed cannot be written.
+void flushOut();
+
+/// One line on stderr, under the tool's name.
+void complain(std::string_view message);
+
+}  // namespace zobiconnect

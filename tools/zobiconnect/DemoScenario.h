@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tools/zobiconnect/Scenario.h"
+
+namespace zobiconnect {
+
+/// A lively scenario of `count` beacons that never ends, the same for the same seed: beacons of several
+/// layouts come into range, report buttons, change, fall silent for longer than the library keeps them, and
+/// come back.
+Scenario demoScenario(std::size_t count, std::uint64_t seed);
+
+}  // namespace zobiconnect

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "tools/zobiconnect/Scenario.h"
+
+namespace zobiconnect {
+
+/// The scenario that `text` describes in JSON, as docs/scenarios.md has it.
+/// @param fileName how messages name the text.
+/// @throws UsageError for a mistake: the file's name, the line and column or the path, and the reason.
+Scenario scenarioFromText(std::string_view text, const std::string& fileName);
+
+/// The scenario in a file.
+/// @throws UsageError for a mistake in it, and when it cannot be read.
+Scenario scenarioFromFile(const std::string& fileName);
+
+}  // namespace zobiconnect

@@ -1,0 +1,34 @@
+#include "tools/zobiconnect/StopOnSignal.h"
+
+#include <array>
+#include <atomic>
+#include <csignal>
+
+namespace zobiconnect {
+
+namespace {
+
+constexpr std::array signals{SIGINT, SIGTERM};
+std::atomic<platform::RunLoop*> stoppedRunLoop = nullptr;
+
+void stopRunLoop(int /*signal*/) {
+    if (platform::RunLoop* const runLoop = stoppedRunLoop) runLoop->stop();
+}
+
+}  // namespace
+
+StopOnSignal::StopOnSignal(platform::RunLoop& runLoop) {
+    stoppedRunLoop = &runLoop;
+    struct sigaction action {};
+    action.sa_handler = stopRunLoop;
+    // Output that is being written is not cut short.
+    action.sa_flags = SA_RESTART;
+    for (const int signal : signals) ::sigaction(signal, &action, nullptr);
+}
+
+StopOnSignal::~StopOnSignal() {
+    for (const int signal : signals) ::signal(signal, SIG_DFL);
+    stoppedRunLoop = nullptr;
+}
+
+}  // namespace zobiconnect

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "platform/RunLoop.h"
+
+namespace zobiconnect {
+
+/// While it lives, SIGINT and SIGTERM stop a run loop.
+class StopOnSignal {
+public:
+    explicit StopOnSignal(platform::RunLoop& runLoop);
+    ~StopOnSignal();
+    StopOnSignal(const StopOnSignal&) = delete;
+    StopOnSignal& operator=(const StopOnSignal&) = delete;
+};
+
+}  // namespace zobiconnect
