@@ -32,6 +32,7 @@ class ZOKManagerDelegate;
 /// leaves through the discovery event, as `platform::DataRangeError`, to the radio that delivered it. An
 /// exception thrown by the delegate leaves through whatever runs the loop.
 class ZOK_EXPORT ZOKManager final : public platform::CBCentralManagerDelegate,
+                                    public platform::CBPeripheralDelegate,
                                     public std::enable_shared_from_this<ZOKManager> {
 public:
     /// The process's one manager, on `platform::Platform::current()`; made by the first call, never
@@ -70,8 +71,8 @@ public:
 
     // Live beacons
 
-    /// Appends a record to the live beacons, unless that very object is among them. A record of equal major
-    /// and minor does not count as the same.
+    /// Appends a record, not null, to the live beacons, unless that very object is among them. A record of
+    /// equal major and minor does not count as the same.
     void addLiveBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
     /// The first live record of `peripheral`, or null. A null peripheral has none.
@@ -80,11 +81,12 @@ public:
 
     // Fields
 
+    /// The field behind `isMonitoring`. Setting it starts and stops nothing.
     bool monitoring() const { return monitoring_; }
     void setMonitoring(bool monitoring) { monitoring_ = monitoring; }
 
     /// Who is called back, or null. The manager does not own it: a delegate that only a temporary held is
-    /// gone at once. It is held for the length of each call.
+    /// gone at once. It is held for the length of each call. `setDelegate({})` leaves none.
     std::shared_ptr<ZOKManagerDelegate> delegate() const { return delegate_.lock(); }
     void setDelegate(std::weak_ptr<ZOKManagerDelegate> delegate) { delegate_ = std::move(delegate); }
 
@@ -119,7 +121,7 @@ public:
         checkRangedBeaconsTimer_ = std::move(timer);
     }
 
-    /// The records of the beacons in range, in the order in which they were first seen.
+    /// The records of the beacons in range, in the order in which they were first seen; none is null.
     const std::vector<std::shared_ptr<ZOKBeacon>>& liveBeacons() const { return liveBeacons_; }
     void setLiveBeacons(std::vector<std::shared_ptr<ZOKBeacon>> beacons) {
         liveBeacons_ = std::move(beacons);

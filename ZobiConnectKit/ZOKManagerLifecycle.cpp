@@ -7,8 +7,10 @@ void ZOKManager::observeApplication() {
         self->restartMonitoringIfRunning();
     };
     platform::NSNotificationCenter& center = platform_.notificationCenter();
-    center.addObserverForNameObject(platform::UIApplicationDidBecomeActiveNotification, nullptr, restart);
-    center.addObserverForNameObject(platform::UIApplicationDidEnterBackgroundNotification, nullptr, restart);
+    center.addObserverForNameObjectUsingBlock(platform::UIApplicationDidBecomeActiveNotification, nullptr,
+                                              restart);
+    center.addObserverForNameObjectUsingBlock(platform::UIApplicationDidEnterBackgroundNotification, nullptr,
+                                              restart);
 }
 
 void ZOKManager::restartMonitoringIfRunning() {

@@ -27,12 +27,12 @@ bool ZOKManager::isApplicationActive() const {
 void ZOKManager::startMonitoring() {
     platform_.log().log("StartMonitoring with active: %@", isApplicationActive());
     invalidateIfSet(updateRangedBeaconsTimer_);
-    updateRangedBeaconsTimer_ = platform_.runLoop().scheduledTimerWithTimeInterval(
+    updateRangedBeaconsTimer_ = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         reportInterval,
         [self = shared_from_this()](const auto& timer) { self->updateRangedBeaconsTimerFired(timer); },
         nullptr, true);
     invalidateIfSet(checkRangedBeaconsTimer_);
-    checkRangedBeaconsTimer_ = platform_.runLoop().scheduledTimerWithTimeInterval(
+    checkRangedBeaconsTimer_ = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         expiryCheckInterval,
         [self = shared_from_this()](const auto& timer) { self->checkRangedBeaconsTimerFired(timer); },
         nullptr, true);
@@ -50,7 +50,7 @@ void ZOKManager::startMonitoringWithAllowDuplicate(bool allowDuplicate) {
     }
     invalidateIfSet(updateRestartMonitoringTimer_);
     platform_.log().log("Restarting updateRestartMonitoringTimer");
-    updateRestartMonitoringTimer_ = platform_.runLoop().scheduledTimerWithTimeInterval(
+    updateRestartMonitoringTimer_ = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         scanRestartInterval,
         [self = shared_from_this()](const auto& timer) { self->updateRestartMonitoringTimer(timer); },
         nullptr, false);

@@ -27,7 +27,8 @@ void ZOKManager::checkRangedBeaconsTimerFired(const std::shared_ptr<NSTimer>& /*
     platform::Log& log = platform_.log();
     const double now = platform_.clock().timeIntervalSince1970();
     std::vector<std::shared_ptr<ZOKBeacon>> expired;
-    for (const auto& beacon : liveBeacons_) {
+    // A copy, for a log may be an application's, and that may change the list.
+    for (const auto& beacon : std::vector(liveBeacons_)) {
         if (isConnected(*beacon)) {
             beacon->setTimestamp(platform_.clock().secondsSince1970());
         }

@@ -13,7 +13,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/simulation/SimulatedPlatform.h"
-#include "platform/standard/Waiting.h"
+#include "platform/standard/PollWaiting.h"
 
 namespace {
 

@@ -40,7 +40,9 @@ private:
 struct NSNotification {
     /// Valid for the length of the observer's call.
     std::string_view name;
-    /// The object concerned, its type erased: `std::static_pointer_cast` gives it back. May be null.
+    /// The object concerned, its type erased: `std::static_pointer_cast` to the type it was posted as gives
+    /// it back. May be null. Objects are the same when their addresses are, so post and observe an object of
+    /// a class with several bases as one and the same type.
     std::shared_ptr<void> object;
     NSUserInfo userInfo;
 };
@@ -68,8 +70,8 @@ public:
     /// Calls `block` for each notification named `name` about `object`, until it is removed or the centre
     /// dies. The centre keeps the block; the token may be dropped.
     /// @param object compared by identity; null means about any object.
-    virtual Token addObserverForNameObject(std::string_view name, std::shared_ptr<void> object,
-                                           Block block) = 0;
+    virtual Token addObserverForNameObjectUsingBlock(std::string_view name, std::shared_ptr<void> object,
+                                                     Block block) = 0;
 
     /// Ends a registration. Harmless when repeated.
     virtual void removeObserver(const Token& observer) = 0;

@@ -7,7 +7,8 @@
 
 namespace platform {
 
-/// A timer of the run loop, made by `RunLoop::scheduledTimerWithTimeInterval`. Main thread only.
+/// A timer of the run loop, made by `RunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats`. Main
+/// thread only.
 ///
 /// The run loop owns a scheduled timer, and the timer owns its action and user info; all three are let go
 /// when the timer is invalidated, when it has fired and does not repeat, or when its run loop dies.

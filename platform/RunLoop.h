@@ -36,14 +36,17 @@ public:
     /// A repeating timer keeps its phase: ticks that were missed are skipped, not made up for. An interval
     /// of zero or less, or one that is not a number, is taken as 0.0001.
     /// @param userInfo kept by the timer until it is invalid; may be null.
-    virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeInterval(double seconds, NSTimer::Action action,
-                                                                    std::shared_ptr<void> userInfo,
-                                                                    bool repeats) = 0;
+    virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) = 0;
 
-    /// Runs until `stop`.
+    /// Runs until `stop`. A stop ends with the run that it ends, also when an exception does.
+    /// @throws std::logic_error when it is called from one of the loop's own callbacks, as do `runFor` and
+    ///     `processPending`.
     virtual void run() = 0;
 
-    /// Runs for `seconds` of the loop's time, what falls due at that very moment included, or until `stop`.
+    /// Runs for `seconds` of the loop's time, or until `stop`. Timers that are due at the very end still
+    /// fire; tasks that are queued by then run in the next run, if not in this one. What is not above 0 only
+    /// runs what is pending.
     virtual void runFor(double seconds) = 0;
 
     /// Makes `run` or `runFor` return once the current callback has; made beforehand, the next run returns

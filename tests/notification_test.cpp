@@ -19,8 +19,8 @@ class NotificationTest : public ::testing::Test {
 protected:
     NSNotificationCenter::Token observe(std::string_view name, const std::string& mark,
                                         std::shared_ptr<void> object = nullptr) {
-        return center.addObserverForNameObject(name, std::move(object),
-                                               [this, mark](const auto&) { heard.push_back(mark); });
+        return center.addObserverForNameObjectUsingBlock(
+            name, std::move(object), [this, mark](const auto&) { heard.push_back(mark); });
     }
 
     void post(std::string_view name, std::shared_ptr<void> object = nullptr) {
@@ -48,7 +48,7 @@ TEST_F(NotificationTest, ReachesTheObserversOfItsNameAndObjectInTheOrderTheyWere
 TEST_F(NotificationTest, CarriesTheObjectItselfAndAPayloadOfItsOwnKind) {
     const auto object = std::make_shared<std::string>("record");
     int calls = 0;
-    center.addObserverForNameObject("number", nullptr, [&](const NSNotification& notification) {
+    center.addObserverForNameObjectUsingBlock("number", nullptr, [&](const NSNotification& notification) {
         ++calls;
         EXPECT_EQ(notification.name, "number");
         EXPECT_EQ(std::static_pointer_cast<std::string>(notification.object), object);
@@ -68,7 +68,7 @@ TEST_F(NotificationTest, ObserversMayComeAndGoWhileItIsPosted) {
     NSNotificationCenter::Token self;
     NSNotificationCenter::Token later;
     const auto held = std::make_shared<std::string>("self");
-    self = center.addObserverForNameObject("a", nullptr, [&, held](const auto&) {
+    self = center.addObserverForNameObjectUsingBlock("a", nullptr, [&, held](const auto&) {
         center.removeObserver(self);
         center.removeObserver(later);
         observe("a", "added");
@@ -85,7 +85,7 @@ TEST_F(NotificationTest, ObserversMayComeAndGoWhileItIsPosted) {
 }
 
 TEST_F(NotificationTest, AnExceptionLeavesThePostingCallAndTheCentreGoesOn) {
-    const auto thrower = center.addObserverForNameObject(
+    const auto thrower = center.addObserverForNameObjectUsingBlock(
         "a", nullptr, [](const auto&) { throw std::runtime_error("from an observer"); });
     observe("a", "next");
     EXPECT_THROW(post("a"), std::runtime_error);
@@ -99,7 +99,7 @@ TEST_F(NotificationTest, TheApplicationsStateChangesBeforeItIsBroadcast) {
     std::vector<std::pair<std::string, UIApplicationState>> told;
     for (const auto name :
          {UIApplicationDidBecomeActiveNotification, UIApplicationDidEnterBackgroundNotification}) {
-        center.addObserverForNameObject(name, nullptr, [&](const NSNotification& notification) {
+        center.addObserverForNameObjectUsingBlock(name, nullptr, [&](const NSNotification& notification) {
             told.emplace_back(notification.name, application.applicationState());
         });
     }

@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/standard/PollWaiting.h"
 #include "platform/standard/StandardRunLoop.h"
 
 namespace platform {
@@ -24,7 +25,7 @@ class RunLoopTest : public ::testing::Test {
 protected:
     /// A timer that notes its name and the time whenever it fires.
     std::shared_ptr<NSTimer> addTimer(double seconds, bool repeats, const std::string& name = "") {
-        return loop.scheduledTimerWithTimeInterval(
+        return loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
             seconds, [this, name](const auto&) { note(name); }, nullptr, repeats);
     }
 
@@ -83,7 +84,7 @@ TEST_F(RunLoopTest, ATimerMayInvalidateItselfOrAnotherFromItsAction) {
     const auto held = std::make_shared<int>(0);
     std::shared_ptr<NSTimer> other = addTimer(1, true, "other");
     int firings = 0;
-    const auto timer = loop.scheduledTimerWithTimeInterval(
+    const auto timer = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         0.5,
         [&, held](const std::shared_ptr<NSTimer>& fired) {
             ++firings;
@@ -110,7 +111,7 @@ TEST_F(RunLoopTest, WhatATimerHeldMayUseTheLoopWhenItDies) {
     });
     std::weak_ptr<NSTimer> weak;
     {
-        auto timer = loop.scheduledTimerWithTimeInterval(
+        auto timer = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
             1, [last](const auto&) {}, last, true);
         weak = timer;
         last.reset();
@@ -123,7 +124,7 @@ TEST_F(RunLoopTest, WhatATimerHeldMayUseTheLoopWhenItDies) {
 
 TEST_F(RunLoopTest, TasksRunInOrderAfterTheWorkThatQueuedThemAndBeforeTheNextTimer) {
     addTimer(1, false, "first");
-    loop.scheduledTimerWithTimeInterval(
+    loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         1,
         [this](const auto&) {
             loop.dispatchAsync([this] {
@@ -141,7 +142,7 @@ TEST_F(RunLoopTest, TasksRunInOrderAfterTheWorkThatQueuedThemAndBeforeTheNextTim
 TEST_F(RunLoopTest, TasksThatQueueThemselvesDoNotKeepTimersFromFiring) {
     std::function<void()> again = [&] { loop.dispatchAsync(again); };
     again();
-    loop.scheduledTimerWithTimeInterval(
+    loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         1, [this](const auto&) { loop.stop(); }, nullptr, false);
     time.jumpTo(std::chrono::seconds(2));
     loop.run();
@@ -149,7 +150,7 @@ TEST_F(RunLoopTest, TasksThatQueueThemselvesDoNotKeepTimersFromFiring) {
 }
 
 TEST_F(RunLoopTest, AnExceptionLeavesTheRunAndTheLoopGoesOnWhereItWas) {
-    const auto timer = loop.scheduledTimerWithTimeInterval(
+    const auto timer = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         1,
         [this](const auto&) {
             note("throws");
@@ -209,7 +210,7 @@ TEST(RunLoopClearTest, LetsGoOfEverythingEvenOfWhatIsAddedOnTheWay) {
     std::shared_ptr<NSTimer> timer;
     {
         StandardRunLoop loop(time, std::make_unique<ConditionVariableWaiting>());
-        timer = loop.scheduledTimerWithTimeInterval(
+        timer = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
             1, [held](const auto&) {}, held, true);
         std::shared_ptr<int> late(new int, [&loop, held](const int* number) {
             delete number;
@@ -249,7 +250,7 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
     static RunLoop* signalled = nullptr;
     signalled = &this->loop;
     const auto previous = std::signal(SIGUSR1, [](int) { signalled->stop(); });
-    this->loop.scheduledTimerWithTimeInterval(
+    this->loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         0.001, [](const auto&) { std::raise(SIGUSR1); }, nullptr, false);
     this->loop.run();
     std::signal(SIGUSR1, previous);
@@ -258,7 +259,7 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
 TYPED_TEST(WaitingTest, TimersWaitForTheirTime) {
     const auto start = this->time.monotonicTime();
     std::chrono::nanoseconds fired{};
-    this->loop.scheduledTimerWithTimeInterval(
+    this->loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         0.02,
         [&](const auto&) {
             fired = this->time.monotonicTime();

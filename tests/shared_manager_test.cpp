@@ -32,7 +32,7 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
     std::vector<std::thread> threads;
     threads.reserve(seen.size());
     auto& loop = installed->runLoop();
-    const auto posting = loop.scheduledTimerWithTimeInterval(
+    const auto posting = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         0.0001,
         [](const auto&) {
             installed->application().setApplicationState(platform::UIApplicationState::background);

@@ -351,6 +351,8 @@ TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
         {R"({"beacons": [{"name": "a", "mac": "ABCD"}]})", "beacons[0].mac: must be 12 hexadecimal digits"},
         {withBeacon(R"(, "battery": 18446744073709551615)"),
          "beacons[0].battery: 18446744073709551615 is not from 0 to 255"},
+        {withEvent(R"("beacon": "a", "do": "pressButton", "action": 1, "seconds": 1e400)"),
+         "timeline[0].seconds: the number is too large"},
         {withBeacon(R"(, "layoutVersion": 2.5)"), "beacons[0].layoutVersion: must be a whole number"},
         {withBeacon(R"(, "temperature": -5)"), "beacons[0].temperature: -5 is not from -4 to 65531"},
         {withBeacon(R"(, "interval": 0)"), "beacons[0].interval: 0 is not from 0.01 to 3600"},

@@ -33,6 +33,12 @@ SimulatedBeacon::SimulatedBeacon(RunLoop& runLoop, Transmitter transmitter, std:
     refreshAdvertisement();
 }
 
+SimulatedBeacon::~SimulatedBeacon() {
+    for (const auto& timer : {advertisingTimer_, buttonTimer_}) {
+        if (timer) timer->invalidate();
+    }
+}
+
 void SimulatedBeacon::comeIntoRange() {
     if (!isInRange()) scheduleAdvertisement(0);
 }
@@ -45,7 +51,7 @@ void SimulatedBeacon::goOutOfRange() {
 
 void SimulatedBeacon::pressButton(std::int8_t action, double seconds) {
     if (buttonTimer_) buttonTimer_->invalidate();
-    buttonTimer_ = runLoop_.scheduledTimerWithTimeInterval(
+    buttonTimer_ = runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         seconds,
         [this](const auto& /*timer*/) {
             description_.buttonAction = 0;
@@ -86,8 +92,10 @@ void SimulatedBeacon::setServiceData(std::optional<std::vector<ServiceData>> ser
 }
 
 void SimulatedBeacon::sendOnce(std::vector<ServiceData> serviceData) {
-    runLoop_.dispatchAsync([this, sent = std::move(serviceData)] {
-        if (isInRange()) transmitter_(*this, Advertisement(description_.localName, sent));
+    runLoop_.dispatchAsync([weakSelf = weak_from_this(), sent = std::move(serviceData)] {
+        const auto self = weakSelf.lock();
+        if (!self || !self->isInRange()) return;
+        self->transmitter_(*self, Advertisement(self->description_.localName, sent));
     });
 }
 
@@ -98,7 +106,7 @@ int SimulatedBeacon::nextSignalReading() {
 }
 
 void SimulatedBeacon::scheduleAdvertisement(double seconds) {
-    advertisingTimer_ = runLoop_.scheduledTimerWithTimeInterval(
+    advertisingTimer_ = runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         seconds,
         [this](const auto& /*timer*/) {
             // First, so that the beacon goes on when whoever hears it throws.
@@ -115,11 +123,10 @@ double SimulatedBeacon::nextInterval() {
 }
 
 void SimulatedBeacon::refreshAdvertisement() {
-    const auto ownServiceData = [this] {
-        return std::vector<ServiceData>{{CBUUID::UUIDWithString("180A"), encodePayload(description_)}};
-    };
-    advertisement_ = std::make_shared<Advertisement>(
-        description_.localName, description_.serviceData ? *description_.serviceData : ownServiceData());
+    // Encoded even when it is not sent, so that what cannot be sent is refused when it is set.
+    std::vector<ServiceData> own{{CBUUID::UUIDWithString("180A"), encodePayload(description_)}};
+    advertisement_ = std::make_shared<Advertisement>(description_.localName,
+                                                     description_.serviceData.value_or(std::move(own)));
 }
 
 }  // namespace platform::simulation

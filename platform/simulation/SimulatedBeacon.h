@@ -21,7 +21,7 @@ namespace platform::simulation {
 ///
 /// It is out of range at first. In range it advertises: first at the loop's next turn, then at its interval.
 /// What changes is heard in the advertisements that follow.
-class ZOK_EXPORT SimulatedBeacon {
+class ZOK_EXPORT SimulatedBeacon : public std::enable_shared_from_this<SimulatedBeacon> {
 public:
     /// Puts one advertisement of `beacon` on the air.
     using Transmitter = std::function<void(SimulatedBeacon& beacon, const Advertisement& advertisement)>;
@@ -29,6 +29,9 @@ public:
     /// @param index the beacon's place in its world; part of its random seed.
     SimulatedBeacon(RunLoop& runLoop, Transmitter transmitter, std::size_t index, std::uint64_t seed,
                     BeaconDescription description);
+    ~SimulatedBeacon();
+    SimulatedBeacon(const SimulatedBeacon&) = delete;
+    SimulatedBeacon& operator=(const SimulatedBeacon&) = delete;
 
     std::size_t index() const { return index_; }
 
@@ -39,7 +42,8 @@ public:
     void comeIntoRange();
     void goOutOfRange();
 
-    /// Advertises the code of a button action for `seconds`, then 0 again.
+    /// Advertises the code of a button action for `seconds` of the loop's time, then 0 again. A press in the
+    /// meantime takes its place.
     void pressButton(std::int8_t action, double seconds);
 
     void setBatteryLevel(std::uint8_t level);

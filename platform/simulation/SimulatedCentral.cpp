@@ -79,12 +79,13 @@ void SimulatedCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& pe
 void SimulatedCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& /*peripheral*/) {}
 
 void SimulatedCentral::enterState(CBManagerState state) {
-    if (std::exchange(state_, state) == state) return;
+    state_ = state;
     if (state != CBManagerState::poweredOn) stopScan();
     if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(*this);
 }
 
-void SimulatedCentral::hear(SimulatedBeacon& beacon, const Advertisement& advertisement) {
+void SimulatedCentral::hear(const SimulatedBeacon& beacon, const Advertisement& advertisement,
+                            int signalStrength) {
     if (!isScanning_ || !passesServiceFilter(beacon)) return;
     const auto delegate = delegate_.lock();
     if (!delegate) return;
@@ -93,11 +94,9 @@ void SimulatedCentral::hear(SimulatedBeacon& beacon, const Advertisement& advert
     if (!sighted.peripheral) sighted.peripheral = std::make_shared<SimulatedPeripheral>();
     const bool isRepeated = std::exchange(sighted.lastReportedInScan, scansStarted_) == scansStarted_;
     if (isRepeated && !options_.allowDuplicates) return;
-    // Held, for the delegate may bring about what changes the list.
-    const std::shared_ptr<CBPeripheral> peripheral = sighted.peripheral;
     try {
         delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-            *this, peripheral, advertisement.data(), NSNumber::numberWithInt(beacon.nextSignalReading()));
+            *this, sighted.peripheral, advertisement.data(), NSNumber::numberWithInt(signalStrength));
     } catch (const DataRangeError& error) {
         log_.log("Advertisement from %@ dropped: %@", macAddressText(beacon), error.what());
     }

@@ -31,12 +31,12 @@ public:
     void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) override;
     void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override;
 
-    /// The radio's state changed: any but powered on ends the scan. Reports the change, if it is one.
+    /// The radio started, or its state changed: any but powered on ends the scan. Reports the state.
     void enterState(CBManagerState state);
 
-    /// A beacon advertises. Reports it if the scan lets it through. A payload that the delegate finds too
-    /// short costs one log line and this advertisement.
-    void hear(SimulatedBeacon& beacon, const Advertisement& advertisement);
+    /// A beacon advertises, and is received at `signalStrength` dBm. Reports it if the scan lets it through.
+    /// A payload that the delegate finds too short costs one log line and this advertisement.
+    void hear(const SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength);
 
 private:
     /// What this central knows of one beacon.

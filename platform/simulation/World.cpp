@@ -1,5 +1,6 @@
 #include "platform/simulation/World.h"
 
+#include <exception>
 #include <utility>
 
 #include "platform/simulation/SimulatedCentral.h"
@@ -11,19 +12,20 @@ World::World(RunLoop& runLoop, std::uint64_t seed) : runLoop_(runLoop), seed_(se
 World::~World() = default;
 
 SimulatedBeacon& World::addBeacon(BeaconDescription description) {
-    beacons_.push_back(std::make_unique<SimulatedBeacon>(
+    beacons_.push_back(std::make_shared<SimulatedBeacon>(
         runLoop_, [this](auto& beacon, const auto& advertisement) { transmit(beacon, advertisement); },
         beacons_.size(), seed_, std::move(description)));
     return *beacons_.back();
 }
 
 void World::setRadioState(CBManagerState state) {
-    radioState_ = state;
-    runLoop_.dispatchAsync([this, state] {
-        for (std::size_t i = 0; i < centrals_.size(); ++i) {
-            if (const auto central = centrals_[i].lock()) central->enterState(state);
-        }
-    });
+    if (std::exchange(radioState_, state) == state) return;
+    // A turn for each, so that a delegate that throws does not keep it from the others.
+    for (const auto& listening : centrals_) {
+        runLoop_.dispatchAsync([listening, state] {
+            if (const auto central = listening.lock()) central->enterState(state);
+        });
+    }
 }
 
 void World::start(const std::shared_ptr<SimulatedCentral>& central) {
@@ -33,9 +35,19 @@ void World::start(const std::shared_ptr<SimulatedCentral>& central) {
 }
 
 void World::transmit(SimulatedBeacon& beacon, const Advertisement& advertisement) {
+    const int signalStrength = beacon.nextSignalReading();
+    std::exception_ptr failure;
     for (std::size_t i = 0; i < centrals_.size(); ++i) {
-        if (const auto central = centrals_[i].lock()) central->hear(beacon, advertisement);
+        const auto central = centrals_[i].lock();
+        if (!central) continue;
+        try {
+            central->hear(beacon, advertisement, signalStrength);
+        } catch (...) {
+            // All hear it before the first exception goes on its way.
+            if (!failure) failure = std::current_exception();
+        }
     }
+    if (failure) std::rethrow_exception(failure);
 }
 
 }  // namespace platform::simulation

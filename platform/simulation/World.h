@@ -31,13 +31,13 @@ public:
     /// @throws std::invalid_argument for a description that no beacon can have.
     SimulatedBeacon& addBeacon(BeaconDescription description);
 
-    const std::vector<std::unique_ptr<SimulatedBeacon>>& beacons() const { return beacons_; }
+    const std::vector<std::shared_ptr<SimulatedBeacon>>& beacons() const { return beacons_; }
 
     /// What the radio is now; powered on at first.
     CBManagerState radioState() const { return radioState_; }
 
     /// Changes the state of the radio; central managers report it through the run loop, each change of
-    /// several by itself.
+    /// several by itself. The state that it has already is no change.
     void setRadioState(CBManagerState state);
 
     /// Starts a central manager: it reports the radio's state, and hears what is on the air from then on.
@@ -51,7 +51,7 @@ private:
     std::uint64_t seed_;
     CBManagerState radioState_ = CBManagerState::poweredOn;
     std::vector<std::weak_ptr<SimulatedCentral>> centrals_;
-    std::vector<std::unique_ptr<SimulatedBeacon>> beacons_;
+    std::vector<std::shared_ptr<SimulatedBeacon>> beacons_;
 };
 
 }  // namespace platform::simulation

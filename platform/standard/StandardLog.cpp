@@ -1,9 +1,8 @@
 #include "platform/standard/StandardLog.h"
 
-#include <array>
-#include <cmath>
+#include <chrono>
+#include <cstddef>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <utility>
 
@@ -11,17 +10,31 @@ namespace platform {
 
 namespace {
 
+void appendPadded(std::string& text, unsigned value, std::size_t width) {
+    const std::string digits = std::to_string(value);
+    if (digits.size() < width) text.append(width - digits.size(), '0');
+    text += digits;
+}
+
 /// As in 2024-01-31T12:00:00.250Z.
 std::string timeStamp(double secondsSince1970) {
-    const double whole = std::floor(secondsSince1970);
-    const auto seconds = static_cast<std::time_t>(whole);
-    const auto milliseconds = static_cast<int>((secondsSince1970 - whole) * 1000);
-    std::tm utc{};
-    gmtime_r(&seconds, &utc);
-    std::array<char, sizeof "2024-01-31T12:00:00"> dateAndTime{};
-    const std::size_t length = std::strftime(dateAndTime.data(), dateAndTime.size(), "%FT%T", &utc);
-    const std::string thousands = std::to_string(1000 + milliseconds).substr(1);
-    return std::string(dateAndTime.data(), length) + '.' + thousands + 'Z';
+    using namespace std::chrono;
+    const auto time = floor<milliseconds>(duration<double>(secondsSince1970));
+    const auto day = floor<days>(time);
+    const year_month_day date{sys_days(day)};
+    const hh_mm_ss timeOfDay(time - day);
+    std::string text = std::to_string(static_cast<int>(date.year()));
+    const auto append = [&text](char separator, auto value, std::size_t width) {
+        text += separator;
+        appendPadded(text, static_cast<unsigned>(value), width);
+    };
+    append('-', unsigned{date.month()}, 2);
+    append('-', unsigned{date.day()}, 2);
+    append('T', timeOfDay.hours().count(), 2);
+    append(':', timeOfDay.minutes().count(), 2);
+    append(':', timeOfDay.seconds().count(), 2);
+    append('.', timeOfDay.subseconds().count(), 3);
+    return text + 'Z';
 }
 
 void appendPrintable(std::string& entry, std::string_view text) {

@@ -25,9 +25,8 @@ StandardNotificationCenter::~StandardNotificationCenter() {
     clear();
 }
 
-NSNotificationCenter::Token StandardNotificationCenter::addObserverForNameObject(std::string_view name,
-                                                                                 std::shared_ptr<void> object,
-                                                                                 Block block) {
+NSNotificationCenter::Token StandardNotificationCenter::addObserverForNameObjectUsingBlock(
+    std::string_view name, std::shared_ptr<void> object, Block block) {
     auto registration = std::make_shared<Registration>(name, std::move(object), std::move(block));
     const std::lock_guard lock(mutex_);
     auto changed = std::make_shared<Registrations>(*registrations_);

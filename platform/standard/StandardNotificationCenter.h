@@ -17,7 +17,8 @@ public:
     StandardNotificationCenter(const StandardNotificationCenter&) = delete;
     StandardNotificationCenter& operator=(const StandardNotificationCenter&) = delete;
 
-    Token addObserverForNameObject(std::string_view name, std::shared_ptr<void> object, Block block) override;
+    Token addObserverForNameObjectUsingBlock(std::string_view name, std::shared_ptr<void> object,
+                                             Block block) override;
     void removeObserver(const Token& observer) override;
     void postNotificationNameObjectUserInfo(std::string_view name, std::shared_ptr<void> object,
                                             NSUserInfo userInfo) override;

@@ -107,10 +107,8 @@ void StandardRunLoop::dispatchAsync(std::function<void()> task) {
     if (isFirst) waiting_->wake();
 }
 
-std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeInterval(double seconds,
-                                                                         NSTimer::Action action,
-                                                                         std::shared_ptr<void> userInfo,
-                                                                         bool repeats) {
+std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+    double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) {
     // Written so that what is not a number takes the shortest interval too.
     const double interval = seconds > shortestInterval ? seconds : shortestInterval;
     const TimerKey key{clock_.monotonicTime() + durationOf(interval), timersScheduled_++};
@@ -167,16 +165,16 @@ void StandardRunLoop::runUntil(std::optional<nanoseconds> end) {
         return deadline && end ? std::min(deadline, end) : deadline ? deadline : end;
     };
     while (true) {
-        process(Stopping::obeyed);
+        const nanoseconds processed = processUnlessStopped();
         if (isStopping_.exchange(false)) return;
-        if (end && !hasQueuedTasks() && clock_.monotonicTime() >= *end) return;
+        if (end && processed >= *end) return;
         if (virtualTime_ == nullptr) {
             const auto moment = nextMoment();
             waiting_->wait(moment ? std::optional(*moment - clock_.monotonicTime()) : std::nullopt);
             continue;
         }
         waiting_->wait(nanoseconds::zero());
-        if (isStopping_ || hasQueuedTasks()) continue;
+        if (isStopping_) continue;
         if (const auto moment = nextMoment()) {
             virtualTime_->jumpTo(*moment);
         } else {
@@ -185,7 +183,17 @@ void StandardRunLoop::runUntil(std::optional<nanoseconds> end) {
     }
 }
 
-void StandardRunLoop::process(Stopping stopping) {
+nanoseconds StandardRunLoop::processUnlessStopped() {
+    try {
+        return process(Stopping::obeyed);
+    } catch (...) {
+        // The run ends here, and with it a stop that was meant for it.
+        isStopping_ = false;
+        throw;
+    }
+}
+
+nanoseconds StandardRunLoop::process(Stopping stopping) {
     if (isProcessing_) throw std::logic_error("the run loop was run from inside one of its callbacks");
     isProcessing_ = true;
     struct Afterwards {
@@ -196,6 +204,7 @@ void StandardRunLoop::process(Stopping stopping) {
     do {
         runQueuedTasks(stopping);
     } while (!mustStop(stopping) && fireNextTimerDueBy(now));
+    return now;
 }
 
 void StandardRunLoop::runQueuedTasks(Stopping stopping) {

@@ -33,9 +33,8 @@ public:
     StandardRunLoop& operator=(const StandardRunLoop&) = delete;
 
     void dispatchAsync(std::function<void()> task) override;
-    std::shared_ptr<NSTimer> scheduledTimerWithTimeInterval(double seconds, NSTimer::Action action,
-                                                            std::shared_ptr<void> userInfo,
-                                                            bool repeats) override;
+    std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) override;
     void run() override;
     void runFor(double seconds) override;
     void stop() noexcept override;
@@ -66,7 +65,9 @@ private:
     enum class Stopping { obeyed, ignored };
 
     void runUntil(std::optional<std::chrono::nanoseconds> end);
-    void process(Stopping stopping);
+    /// Runs what is queued and what is due, and returns the moment by which it was due.
+    std::chrono::nanoseconds process(Stopping stopping);
+    std::chrono::nanoseconds processUnlessStopped();
     void runQueuedTasks(Stopping stopping);
     bool fireNextTimerDueBy(std::chrono::nanoseconds now);
     bool hasQueuedTasks() const;

@@ -32,6 +32,9 @@ public:
 };
 
 /// Waits on a condition variable: needs nothing but the C++ standard library.
+///
+/// A signal handler cannot notify a condition variable, so a waiting loop looks up 20 times a second, and a
+/// `stop` may take up to 50 ms to end a wait. `PollWaiting` has neither cost.
 class ZOK_EXPORT ConditionVariableWaiting final : public Waiting {
 public:
     void wait(std::optional<std::chrono::nanoseconds> timeout) override;
@@ -44,26 +47,6 @@ private:
     std::condition_variable condition_;
     bool isAwake_ = false;
     std::atomic<bool> isSignalled_ = false;
-};
-
-/// Waits in `poll`, on a descriptor of its own that `wake` makes readable: for POSIX systems, and for driving
-/// the loop from a foreign one.
-class ZOK_EXPORT PollWaiting final : public Waiting {
-public:
-    /// @throws std::system_error when the process has no descriptor left.
-    PollWaiting();
-    ~PollWaiting() override;
-    PollWaiting(const PollWaiting&) = delete;
-    PollWaiting& operator=(const PollWaiting&) = delete;
-
-    void wait(std::optional<std::chrono::nanoseconds> timeout) override;
-    void wake() override;
-    void wakeFromSignal() noexcept override;
-    std::vector<RunLoopDescriptor> descriptors() const override;
-
-private:
-    int readEnd_ = -1;
-    int writeEnd_ = -1;
 };
 
 }  // namespace platform

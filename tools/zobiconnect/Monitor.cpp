@@ -13,7 +13,8 @@ void Monitor::start() {
     // After the manager's own observers: it has taken the change in when it is shown.
     for (const auto name : {platform::UIApplicationDidBecomeActiveNotification,
                             platform::UIApplicationDidEnterBackgroundNotification}) {
-        platform_.notificationCenter().addObserverForNameObject(name, nullptr, showApplicationState);
+        platform_.notificationCenter().addObserverForNameObjectUsingBlock(name, nullptr,
+                                                                          showApplicationState);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/simulation/SimulatedPlatform.h"
+#include "platform/standard/PollWaiting.h"
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/DemoScenario.h"

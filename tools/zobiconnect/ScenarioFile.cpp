@@ -344,6 +344,13 @@ public:
         return true;
     }
 
+    /// What the parser is reading.
+    std::string pathHere() const {
+        if (levels_.empty()) return "";
+        const Level& level = levels_.back();
+        return level.isList ? elementPath(level.path, level.index) : joinedPath(level.path, level.key);
+    }
+
 private:
     struct Level {
         std::string path;
@@ -352,12 +359,6 @@ private:
         std::string key;
         std::set<std::string> keys;
     };
-
-    std::string pathHere() const {
-        if (levels_.empty()) return "";
-        const Level& level = levels_.back();
-        return level.isList ? elementPath(level.path, level.index) : joinedPath(level.path, level.key);
-    }
 
     std::vector<Level> levels_;
 };
@@ -375,13 +376,16 @@ std::string parserMessage(const json::exception& error) {
 }  // namespace
 
 Scenario scenarioFromText(std::string_view text, const std::string& fileName) {
+    // Shared, for the parser copies it.
+    const auto check = std::make_shared<RepeatedKeyCheck>();
     try {
-        // Shared, for the parser copies it.
-        const auto check = std::make_shared<RepeatedKeyCheck>();
         return readScenario(
             json::parse(text, [check](int depth, json::parse_event_t event, const json& parsed) {
                 return (*check)(depth, event, parsed);
             }));
+    } catch (const json::out_of_range&) {
+        // The one error of the parser that does not tell where.
+        throw UsageError(fileName + ": " + check->pathHere() + ": the number is too large");
     } catch (const json::exception& error) {
         throw UsageError(fileName + ": " + parserMessage(error));
     } catch (const Mistake& mistake) {

@@ -1,0 +1,58 @@
+#include "platform/standard/PollWaiting.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <system_error>
+
+namespace platform {
+
+PollWaiting::PollWaiting() {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+        throw std::system_error(errno, std::generic_category(), "run loop: no pipe to wait on");
+    }
+    readEnd_ = ends[0];
+    writeEnd_ = ends[1];
+}
+
+PollWaiting::~PollWaiting() {
+    ::close(readEnd_);
+    ::close(writeEnd_);
+}
+
+void PollWaiting::wait(std::optional<std::chrono::nanoseconds> timeout) {
+    int milliseconds = -1;
+    if (timeout) {
+        // Rounded up: a wait that ends just before its deadline would be followed by another.
+        const auto whole = std::chrono::ceil<std::chrono::milliseconds>(*timeout).count();
+        milliseconds = static_cast<int>(std::clamp<decltype(whole)>(whole, 0, INT_MAX));
+    }
+    pollfd wakeUp{readEnd_, POLLIN, 0};
+    if (::poll(&wakeUp, 1, milliseconds) <= 0) return;
+    std::array<char, 64> bytes{};
+    while (::read(readEnd_, bytes.data(), bytes.size()) > 0) {
+    }
+}
+
+void PollWaiting::wake() {
+    wakeFromSignal();
+}
+
+void PollWaiting::wakeFromSignal() noexcept {
+    const int interruptedErrno = errno;
+    // A full pipe has woken the loop already, so nothing is lost when the write fails.
+    [[maybe_unused]] const auto written = ::write(writeEnd_, "", 1);
+    errno = interruptedErrno;
+}
+
+std::vector<RunLoopDescriptor> PollWaiting::descriptors() const {
+    return {{readEnd_, POLLIN}};
+}
+
+}  // namespace platform
