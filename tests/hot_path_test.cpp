@@ -34,6 +34,7 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
     platform.log().setSink(nullptr);
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->expectedManager = manager;
     manager->setDelegate(delegate);
     platform.runLoop().processPending();
     const auto payload = platform::simulation::encodePayload({.major = 1, .minor = 7});

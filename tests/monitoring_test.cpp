@@ -134,9 +134,15 @@ TEST_F(MonitoringTest, TheScanRestartsEvery30SecondsInTheForegroundWithDuplicate
     pass(29);
     EXPECT_EQ(delegate->buttons.size(), 1U);
     takeLog();
+    bool wasScanning = true;
+    platform.log().setSink([&](std::string_view line) {
+        log.emplace_back(line);
+        if (line == "Restarting updateRestartMonitoringTimer") wasScanning = isScanning();
+    });
     pass(1);
     EXPECT_THAT(takeLog(),
                 ElementsAre("---->Restarting Monitoring timer", "Restarting updateRestartMonitoringTimer"));
+    EXPECT_FALSE(wasScanning) << "the scan is stopped before it starts again";
     EXPECT_TRUE(manager->isMonitoring());
     pass(10);
     EXPECT_EQ(delegate->buttons.size(), 11U);
@@ -251,8 +257,41 @@ TEST_F(MonitoringTest, AnExceptionOfADelegateLeavesTheLoopAndNothingIsLost) {
     delegate->onReport = [] {};
     delegate->onButton = [] {};
     pass(2);
-    EXPECT_EQ(delegate->reports.size(), 3U);
+    EXPECT_EQ(delegate->reports.size(), 2U);
     EXPECT_EQ(manager->liveBeacons().size(), 1U);
+}
+
+TEST_F(MonitoringTest, TheStateIsThatOfTheCentralThatReportsIt) {
+    const auto other = platform.makeCentralManager(manager);
+    delegate->states.clear();
+    manager->centralManagerDidUpdateState(*other);
+    EXPECT_THAT(delegate->states, ElementsAre(0)) << "the other has not started, the manager's own has";
+}
+
+TEST_F(MonitoringTest, TheApplicationStateCountsAtTheStartOfTheScanNotWhenItBegins) {
+    manager->startMonitoringWithAllowDuplicate(true);
+    manager->setMonitoring(false);
+    platform.application().setApplicationState(UIApplicationState::background);
+    takeLog();
+    loop.processPending();
+    EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+TEST_F(MonitoringTest, AScanThatRunsWithoutMonitoringDoesNotFollowTheApplication) {
+    manager->startMonitoring();
+    manager->stopMonitoring();
+    loop.processPending();
+    ASSERT_TRUE(isScanning());
+    takeLog();
+    platform.application().setApplicationState(UIApplicationState::background);
+    EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+TEST_F(MonitoringTest, ANewStartTakesThePlaceOfTheOldRestartTimer) {
+    manager->startMonitoring();
+    manager->setMonitoring(false);
+    manager->startMonitoring();
+    EXPECT_EQ(loop.timerCount(), 3U);
 }
 
 TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {

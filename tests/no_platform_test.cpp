@@ -12,6 +12,7 @@ TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), platform::DataRangeError);
     const auto delegate = std::make_shared<RecordingDelegate>();
     const auto manager = ZOKManager::shared();
+    delegate->expectedManager = manager;
     manager->setDelegate(delegate);
     auto& loop = platform::Platform::current().runLoop();
     manager->startMonitoring();

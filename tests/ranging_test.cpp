@@ -74,6 +74,41 @@ TEST_F(RangingTest, ABeaconBecomesARecordAndLaterAdvertisementsOnlyStampIt) {
     EXPECT_EQ(record->rssi(), 0);
 }
 
+TEST_F(RangingTest, AnotherBeaconOfTheSameNumbersOnlyStampsTheLiveRecord) {
+    addBeacon({.macAddress = {0, 0, 0, 0, 0, 1},
+               .major = 1,
+               .minor = 7,
+               .layoutVersion = 3,
+               .buttonAction = 1,
+               .advertisingInterval = 60})
+        .comeIntoRange();
+    pass(0.5);
+    const auto record = manager->liveBeacons().at(0);
+    const auto peripheral = record->peripheral();
+    addBeacon(
+        {.macAddress = {0, 0, 0, 0, 0, 2}, .major = 1, .minor = 7, .layoutVersion = 2, .buttonAction = 2})
+        .comeIntoRange();
+    pass(5.25);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
+    EXPECT_EQ(record->macAddress(), "000000000001");
+    EXPECT_EQ(record->scanRspVersion().integerValue(), 3);
+    EXPECT_EQ(record->advertAction().integerValue(), 1);
+    EXPECT_EQ(record->peripheral(), peripheral);
+    EXPECT_NE(delegate->buttons.back().second->peripheral(), peripheral);
+    EXPECT_EQ(record->timestamp(), static_cast<std::int64_t>(wallTime()));
+}
+
+TEST_F(RangingTest, LiveBeaconsStandInTheOrderTheyWereFirstSeenIn) {
+    for (const int minor : {3, 1, 2}) {
+        addBeacon({.minor = static_cast<std::uint16_t>(minor)}).comeIntoRange();
+        pass(0.3);
+    }
+    pass(5);
+    std::vector<int> order;
+    for (const auto& record : delegate->reports.back()) order.push_back(record->minor().integerValue());
+    EXPECT_THAT(order, ElementsAre(3, 1, 2));
+}
+
 TEST_F(RangingTest, OnlyTheExactNameWithDeviceInformationIsAccepted) {
     for (const char* name : {"morvan", "morvane2", "Morvane", "morvane ", ""}) {
         addBeacon({.minor = 1, .buttonAction = 1, .localName = name}).comeIntoRange();
@@ -113,6 +148,7 @@ TEST_F(RangingTest, AButtonIsReportedOncePerAdvertisementWithTheFreshRecord) {
     pass(10);
     ASSERT_EQ(delegate->buttons.size(), 3U) << "there is no edge detection";
     for (const auto& [action, record] : delegate->buttons) {
+        EXPECT_EQ(record->peripheral(), manager->liveBeacons()[0]->peripheral());
         EXPECT_EQ(action, 2);
         EXPECT_EQ(record->advertBatteryLevel().integerValue(), 42);
         EXPECT_NE(record, manager->liveBeacons()[0]);
@@ -125,13 +161,16 @@ TEST_F(RangingTest, AButtonIsReportedOncePerAdvertisementWithTheFreshRecord) {
 TEST_F(RangingTest, TheButtonIsReportedBeforeTheListIsConsulted) {
     std::vector<std::size_t> live;
     delegate->onButton = [&] {
+        EXPECT_NE(delegate->buttons.back().second->peripheral(), nullptr);
         live.push_back(manager->liveBeacons().size());
         manager->setLiveBeacons({});
     };
     addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
     pass(1.5);
     EXPECT_THAT(live, ElementsAre(0, 1));
-    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+    ASSERT_EQ(manager->liveBeacons().size(), 1U);
+    const auto record = manager->liveBeacons()[0];
+    EXPECT_EQ(manager->beaconFromPeripheral(record->peripheral()), record);
 }
 
 TEST_F(RangingTest, TheListHoldsAnObjectOnceAndABeaconPerhapsTwice) {
@@ -183,7 +222,7 @@ TEST_F(RangingTest, TheReportIsASnapshotOfTheLiveRecordsEachSecond) {
     manager->setLiveBeacons({first, second});
     delegate->onReport = [&] { manager->setLiveBeacons({second}); };
     pass(1);
-    EXPECT_THAT(delegate->reports.back(), ElementsAre(first, second));
+    EXPECT_THAT(delegate->reports.back(), ElementsAre(first, second)) << "the list changed under the report";
     pass(1);
     EXPECT_THAT(delegate->reports.back(), ElementsAre(second));
 }
@@ -257,6 +296,25 @@ TEST_F(RangingTest, InTheBackgroundTheListRunsEmptyAsEachBeaconIsHeardOnce) {
     pass(20);
     EXPECT_EQ(manager->liveBeacons().size(), 1U);
     pass(10);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+}
+
+TEST_F(RangingTest, AWallClockThatIsSetBackTakesTheTimeStampsAlong) {
+    addBeacon({.minor = 1}).comeIntoRange();
+    pass(1.5);
+    setWallTime(wallTime() - 3600);
+    pass(1);
+    EXPECT_EQ(manager->liveBeacons().at(0)->timestamp(), static_cast<std::int64_t>(wallTime() - 0.4));
+}
+
+TEST_F(RangingTest, ALogThatChangesTheListDuringTheCheckDoesNoHarm) {
+    manager->setLiveBeacons({makeRecord(1, 1, 1), makeRecord(1, 2, 1)});
+    platform.log().setSink([this](std::string_view line) {
+        log.emplace_back(line);
+        manager->setLiveBeacons({});
+    });
+    check();
+    EXPECT_EQ(takeLog().size(), 4U);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
 }
 

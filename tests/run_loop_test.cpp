@@ -139,14 +139,54 @@ TEST_F(RunLoopTest, TasksRunInOrderAfterTheWorkThatQueuedThemAndBeforeTheNextTim
     EXPECT_THAT(names, ElementsAre("first", "second", "task", "third", "task of task"));
 }
 
-TEST_F(RunLoopTest, TasksThatQueueThemselvesDoNotKeepTimersFromFiring) {
+TEST_F(RunLoopTest, TasksThatQueueThemselvesKeepNeitherTimersFromFiringNorARunFromEnding) {
     std::function<void()> again = [&] { loop.dispatchAsync(again); };
     again();
-    loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        1, [this](const auto&) { loop.stop(); }, nullptr, false);
+    addTimer(1, false, "timer");
     time.jumpTo(std::chrono::seconds(2));
-    loop.run();
-    EXPECT_EQ(now(), 2) << "time jumped although a task was queued";
+    loop.runFor(0);
+    EXPECT_THAT(names, ElementsAre("timer"));
+}
+
+TEST_F(RunLoopTest, TimeStandsStillWhileTasksAreQueued) {
+    int left = 100;
+    std::function<void()> again = [&] {
+        note("task");
+        if (--left > 0) loop.dispatchAsync(again);
+    };
+    again();
+    addTimer(0.0001, false, "timer");
+    loop.runFor(1);
+    ASSERT_EQ(names.size(), 101U);
+    EXPECT_EQ(names.back(), "timer");
+    EXPECT_EQ(times[99], 0);
+}
+
+TEST_F(RunLoopTest, WhatFallsDueWhileTheLastCallbackWorksStillFires) {
+    addTimer(0.05, false, "timer");
+    loop.dispatchAsync([this] { time.jumpTo(std::chrono::milliseconds(200)); });
+    loop.runFor(0.1);
+    EXPECT_THAT(names, ElementsAre("timer"));
+}
+
+TEST_F(RunLoopTest, WhatATaskHeldMayUseTheLoopWhenItDies) {
+    std::shared_ptr<int> held(new int, [this](const int* number) {
+        delete number;
+        loop.dispatchAsync([this] { note("after"); });
+    });
+    loop.dispatchAsync([last = std::move(held)] {});
+    loop.runFor(1);
+    EXPECT_THAT(names, ElementsAre("after"));
+}
+
+TEST_F(RunLoopTest, AStopDoesNotOutliveTheRunThatAnExceptionEnded) {
+    loop.dispatchAsync([this] {
+        loop.stop();
+        throw std::runtime_error("after the stop");
+    });
+    EXPECT_THROW(loop.run(), std::runtime_error);
+    loop.runFor(1);
+    EXPECT_EQ(now(), 1);
 }
 
 TEST_F(RunLoopTest, AnExceptionLeavesTheRunAndTheLoopGoesOnWhereItWas) {
@@ -254,6 +294,15 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
         0.001, [](const auto&) { std::raise(SIGUSR1); }, nullptr, false);
     this->loop.run();
     std::signal(SIGUSR1, previous);
+}
+
+TYPED_TEST(WaitingTest, AWakeEndsOneWaitAndNoMore) {
+    TypeParam way;
+    way.wake();
+    way.wait(std::nullopt);
+    const auto start = this->time.monotonicTime();
+    way.wait(std::chrono::milliseconds(20));
+    EXPECT_GE(this->time.monotonicTime() - start, std::chrono::milliseconds(20));
 }
 
 TYPED_TEST(WaitingTest, TimersWaitForTheirTime) {

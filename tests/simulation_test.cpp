@@ -1,5 +1,6 @@
 // The simulated radio by itself, as a central manager's delegate sees it.
 
+#include <algorithm>
 #include <cstdlib>
 #include <set>
 #include <stdexcept>
@@ -167,6 +168,8 @@ TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
     EXPECT_THROW(beacon.setTemperature(70'000), std::invalid_argument);
     EXPECT_EQ(beacon.description().temperature, 20);
     EXPECT_THROW(platform.world().addBeacon({.advertisingInterval = 0}), std::invalid_argument);
+    EXPECT_THROW(platform.world().addBeacon({.temperature = 70'000, .serviceData = {{}}}),
+                 std::invalid_argument);
     EXPECT_THROW(platform.world().addBeacon({.advertisingJitter = -1}), std::invalid_argument);
 }
 
@@ -188,6 +191,7 @@ TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
     beacon.comeIntoRange();
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto listener = std::make_shared<RecordingDelegate>();
+    listener->expectedManager = manager;
     manager->setDelegate(listener);
     listener->onButton = [&] {
         beacon.setServiceData({{{CBUUID::UUIDWithString("180A"), {}}}});
@@ -220,6 +224,85 @@ TEST_F(SimulationTest, EveryConnectionIsRefusedOnceAndThroughTheLoop) {
     EXPECT_EQ(peripheral->services(), std::nullopt);
 }
 
+TEST_F(SimulationTest, JitterAndSignalSpreadOverTheirWholeRangeWhoeverListens) {
+    SimulatedBeacon& beacon = platform.world().addBeacon(
+        {.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3});
+    loop.processPending();
+    scan();
+    beacon.comeIntoRange();
+    const auto otherDelegate = std::make_shared<RecordingCentralDelegate>(platform);
+    const auto other = platform.makeCentralManager(otherDelegate);
+    loop.runFor(1300);
+    // At 1.25 s on the average.
+    EXPECT_NEAR(static_cast<double>(delegate->signals.size()), 1040, 20);
+    EXPECT_EQ(*std::ranges::min_element(delegate->signals), -63);
+    EXPECT_EQ(*std::ranges::max_element(delegate->signals), -57);
+
+    SimulatedPlatform again(StandardPlatform::Time::virtualTime);
+    again.log().setSink(nullptr);
+    const auto lateDelegate = std::make_shared<RecordingCentralDelegate>(again);
+    const auto late = again.makeCentralManager(lateDelegate);
+    again.world()
+        .addBeacon({.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3})
+        .comeIntoRange();
+    again.runLoop().runFor(1000);
+    late->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
+    again.runLoop().runFor(300);
+    EXPECT_THAT(delegate->events, ::testing::IsSupersetOf(std::vector(lateDelegate->events.begin() + 1,
+                                                                      lateDelegate->events.end())))
+        << "what is on the air depends on who listens";
+}
+
+TEST_F(SimulationTest, ADelegateThatThrowsKeepsNothingFromTheOthers) {
+    class Thrower final : public CBCentralManagerDelegate {
+        void centralManagerDidUpdateState(CBCentralManager& central) override {
+            if (central.state() != CBManagerState::poweredOn) throw std::runtime_error("state");
+        }
+        void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+            CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*p*/,
+            const CBAdvertisementData& /*data*/, NSNumber /*rssi*/) override {
+            throw std::runtime_error("advertisement");
+        }
+    };
+    const auto thrower = std::make_shared<Thrower>();
+    const auto first = platform.makeCentralManager(thrower);
+    const auto lastDelegate = std::make_shared<RecordingCentralDelegate>(platform);
+    const auto last = platform.makeCentralManager(lastDelegate);
+    loop.processPending();
+    first->scanForPeripheralsWithServicesOptions({}, {});
+    last->scanForPeripheralsWithServicesOptions({}, {});
+    platform.world().addBeacon({}).comeIntoRange();
+    EXPECT_THROW(loop.runFor(0.5), std::runtime_error);
+    EXPECT_EQ(lastDelegate->peripherals.size(), 1U);
+    platform.world().setRadioState(CBManagerState::poweredOff);
+    EXPECT_THROW(loop.runFor(0.5), std::runtime_error);
+    loop.runFor(0.5);
+    EXPECT_EQ(last->state(), CBManagerState::poweredOff);
+    EXPECT_EQ(lastDelegate->events.back(), "state 4");
+}
+
+TEST_F(SimulationTest, AWorldMayDieBeforeItsRunLoop) {
+    {
+        simulation::World world(loop, 0);
+        SimulatedBeacon& beacon = world.addBeacon({});
+        beacon.comeIntoRange();
+        beacon.pressButton(1, 1);
+        beacon.sendOnce({});
+        world.setRadioState(CBManagerState::poweredOff);
+    }
+    loop.runFor(5);
+    EXPECT_EQ(loop.timerCount(), 0U);
+}
+
+TEST(FirstStateTest, IsReportedWhateverItIs) {
+    SimulatedPlatform platform(StandardPlatform::Time::virtualTime);
+    platform.world().setRadioState(CBManagerState::unknown);
+    const auto delegate = std::make_shared<RecordingCentralDelegate>(platform);
+    const auto central = platform.makeCentralManager(delegate);
+    platform.runLoop().processPending();
+    EXPECT_THAT(delegate->events, ElementsAre("state 0"));
+}
+
 /// A run of some beacons with all the randomness there is, told in full.
 std::vector<std::string> eventsWithSeed(std::uint64_t seed, int beacons) {
     SimulatedPlatform platform(StandardPlatform::Time::virtualTime, seed);
@@ -242,6 +325,7 @@ TEST(SeedTest, DecidesTheWholeRunAndEachBeaconByItself) {
     EXPECT_GT(events.size(), 900U);
     EXPECT_EQ(events, eventsWithSeed(7, 20));
     EXPECT_NE(events, eventsWithSeed(8, 20));
+    EXPECT_NE(events, eventsWithSeed(7 + (std::uint64_t{1} << 32), 20));
     EXPECT_THAT(events, ::testing::IsSupersetOf(eventsWithSeed(7, 3)));
 }
 

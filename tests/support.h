@@ -15,24 +15,30 @@
 /// Keeps what it was told, and does on the way what a test asks for.
 class RecordingDelegate : public ZOKManagerDelegate {
 public:
+    /// Who must be passed along with every callback.
+    std::weak_ptr<ZOKManager> expectedManager;
     std::vector<int> states;
     std::vector<std::vector<std::shared_ptr<ZOKBeacon>>> reports;
     std::vector<std::pair<int, std::shared_ptr<ZOKBeacon>>> buttons;
+    /// Called before the report is kept, to show whether it is a snapshot.
     std::function<void()> onReport = [] {};
     std::function<void()> onButton = [] {};
 
-    void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& /*manager*/,
+    void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
+        EXPECT_EQ(manager, expectedManager.lock());
         states.push_back(state);
     }
-    void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& /*manager*/,
+    void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& manager,
                                           const std::vector<std::shared_ptr<ZOKBeacon>>& beacons) override {
-        reports.push_back(beacons);
+        EXPECT_EQ(manager, expectedManager.lock());
         onReport();
+        reports.push_back(beacons);
     }
     void zobiConnectManagerDidButtonActionChangedForBeacon(
-        const std::shared_ptr<ZOKManager>& /*manager*/, int action,
+        const std::shared_ptr<ZOKManager>& manager, int action,
         const std::shared_ptr<ZOKBeacon>& beacon) override {
+        EXPECT_EQ(manager, expectedManager.lock());
         buttons.emplace_back(action, beacon);
         onButton();
     }
@@ -43,6 +49,7 @@ class ManagerTest : public ::testing::Test {
 protected:
     ManagerTest() {
         platform.log().setSink([this](std::string_view line) { log.emplace_back(line); });
+        delegate->expectedManager = manager;
         manager->setDelegate(delegate);
         loop.processPending();
     }

