@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -32,9 +34,9 @@ class Tool {
 public:
     explicit Tool(Arguments arguments, std::optional<winsize> terminal = std::nullopt) {
         std::array<int, 2> ends{};
-        EXPECT_EQ(terminal ? ::openpty(ends.data(), ends.data() + 1, nullptr, nullptr, &*terminal)
-                           : ::pipe(ends.data()),
-                  0);
+        const int opened = terminal ? ::openpty(ends.data(), ends.data() + 1, nullptr, nullptr, &*terminal)
+                                    : ::pipe(ends.data());
+        if (opened != 0) throw std::system_error(errno, std::generic_category(), "no terminal or pipe");
         ::setenv("TERM", "xterm", 1);
         arguments.insert(arguments.begin(), ZOBICONNECT);
         std::vector<char*> pointers;
