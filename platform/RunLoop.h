@@ -39,8 +39,8 @@ public:
     virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) = 0;
 
-    /// Runs until `stop`. A stop ends with the run that it ends, also when an exception does.
-    /// @throws std::logic_error when it is called from one of the loop's own callbacks, as do `runFor` and
+    /// Runs until `stop`.
+    /// @throws std::logic_error when called from one of the loop's own callbacks; so do `runFor` and
     ///     `processPending`.
     virtual void run() = 0;
 
@@ -50,7 +50,7 @@ public:
     virtual void runFor(double seconds) = 0;
 
     /// Makes `run` or `runFor` return once the current callback has; made beforehand, the next run returns
-    /// at once.
+    /// at once. It counts for one run, even if an exception ends that run first.
     virtual void stop() noexcept = 0;
 
     /// Runs the queued tasks and the timers that are due, and never waits.
