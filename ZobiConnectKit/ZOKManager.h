@@ -3,11 +3,16 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ZobiConnectKit/ZOKBeacon.h"
 #include "platform/CBCentralManager.h"
+#include "platform/CBPeripheral.h"
+#include "platform/CBUUID.h"
 #include "platform/Export.h"
 #include "platform/NSTimer.h"
 #include "platform/Platform.h"
@@ -69,6 +74,115 @@ public:
     /// monitoring is stopped, or its restart after 30 s is refused.
     bool isMonitoring() const { return monitoring_; }
 
+    // Connection
+
+    /// Asks for a connection to a beacon. The record's `timestamp` becomes 0, and the record joins the live
+    /// beacons, where it stays until the connection is up, however long that takes.
+    ///
+    /// When the link is up, and the beacon's seven services and their characteristics were asked for and the
+    /// seven answers have come, the beacon is connected: `zobiConnectManagerDidBeaconConnected`, then
+    /// `ZOKBeaconDidConnectNotification`, then the record's connection completion. When the link cannot be
+    /// made, only the completion hears of it, with the error, and nothing tries again. A beacon that lacks a
+    /// service is never reported connected, though its link is up: wait with a deadline.
+    ///
+    /// A link that is lost (error code 6) is asked for again at once, by this operation, without a limit and
+    /// before the disconnection is reported. Answers are counted for the manager, not for each beacon:
+    /// connect one beacon after the other, or of two that come up together one may go unreported.
+    ///
+    /// The record keeps the completion that it has, which is then called again. A peripheral that has a
+    /// delegate already keeps it; the manager then hears nothing of its GATT events. A null record is
+    /// ignored. A connected beacon may be connected again: it is reported once more.
+    void connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// The same, with a completion for the record to keep; an empty one takes away what the record has.
+    void connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                     ZOKBeaconCompletion completion);
+
+    /// Asks for the end of a connection, or of an attempt at one. At the end:
+    /// `zobiConnectManagerDidBeaconDisconnectedWithError`, then `ZOKBeaconDidDisconnectNotification`, then
+    /// the record's disconnection completion, without an error. It is so at every end, whoever brings it
+    /// about; unless asked for it has an error. Harmless for a null record and one that is not connected.
+    void disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// The same, with a completion for the record to keep; an empty one takes away what the record has.
+    void disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                        ZOKBeaconCompletion completion);
+
+    /// The first discovered characteristic with the first UUID in a service with the second, of all services
+    /// with that UUID, in the peripheral's order. Null if there is none, or no peripheral. The UUIDs of a
+    /// beacon stand in `ZobiConnectKit/ZOKGATTProfile.h`.
+    static std::shared_ptr<platform::CBCharacteristic> characteristicFromServiceAndPeripheral(
+        const platform::CBUUID& characteristicUUID, const platform::CBUUID& serviceUUID,
+        const std::shared_ptr<platform::CBPeripheral>& peripheral);
+
+    // Commands to a connected beacon
+    //
+    // Each sends one request and waits for nothing. A beacon that is null, or on which the characteristic was
+    // not found, is sent nothing; requests that fail are not reported: wait for an answer with a deadline.
+    // The completions are never called. A read's answer, like a notified value, goes to the delegate, to the
+    // notification centre, or both.
+
+    /// Makes the beacon sound an alert: writes 01 to Alert Level (service 1802, characteristic 2A06), without
+    /// response.
+    void pingBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// Writes the low 8 bits of `mode` to the button mode (service F0002013-..., characteristic
+    /// F000FF97-...), with response.
+    void setButtonModeForBeacon(std::int32_t mode, const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// Reads the button mode: `ZOKBeaconButtonModeNotification`.
+    void buttonModeForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                           const ZOKBeaconCompletion& completion);
+
+    /// Reads the temperature (service FFF0, characteristic FFF2):
+    /// `zobiConnectManagerDidTemperatureValueChangedForBeacon`, then
+    /// `ZOKBeaconDidTemperatureChangeNotification`.
+    void temperatureForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                            const ZOKBeaconCompletion& completion);
+
+    /// Reads the firmware revision (service 180A, characteristic 2A26): the record's `firmwareVersion`, then
+    /// `ZOKBeaconFirmwareVersionNotification`.
+    void firmwareVersionForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                                const ZOKBeaconCompletion& completion);
+
+    /// Switches the notifications of the accelerometer's three axes on or off, of each that was found
+    /// (service FFA0, characteristics FFA2, FFA3, FFA4).
+    void setAccelerometerNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// Switches the notifications of the battery level on or off (service 180F, characteristic 2A19).
+    void setBatteryNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// Switches the notifications of the temperature on or off: those of FFF2 in the configuration service
+    /// F0002013-..., not in the temperature service. As connecting does not ask for FFF2 there, this has no
+    /// effect, unless the application discovers it itself: read the temperature instead.
+    void setTemperatureNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// Switches the notifications of button actions on or off (service FFE0, characteristic FFE1).
+    void setButtonActionsNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
+
+    // Signal strength of a connection
+
+    /// Reads it once: `ZOKBeaconDidRSSIChangeNotification`. Nothing happens unless the beacon is connected,
+    /// and the completion is never called.
+    void RSSIForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                     const ZOKBeaconCompletion& completion);
+
+    /// Reads it each `interval` seconds, until `stopRSSIMonitoringForBeacon`: neither the end of the
+    /// connection nor that of monitoring ends it, and while the beacon is not connected nothing is read. A
+    /// beacon of the same major and minor that has it already keeps its timer, its interval and its record.
+    /// The timer holds record and manager. The completion is never called.
+    /// @param interval passed to the run loop as it is: 0.1 ms if it is not above 0.
+    void startRSSIMonitoringForBeaconIntervalWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                                            double interval,
+                                                            const ZOKBeaconCompletion& completion);
+
+    /// Ends the readings of the beacon with this major and minor. Harmless when there are none.
+    void stopRSSIMonitoringForBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
+
+    /// Major and minor in decimal, as in "12_345": what a beacon's RSSI timer is found by. Absent for a null
+    /// record.
+    static std::optional<std::string> keyFromBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
+
     // Live beacons
 
     /// Appends a record, not null, to the live beacons, unless that very object is among them. A record of
@@ -127,7 +241,8 @@ public:
         liveBeacons_ = std::move(beacons);
     }
 
-    /// How many characteristic discoveries the current connection has completed.
+    /// How many answers to characteristic discoveries have come since the last link-up, of whatever
+    /// peripheral.
     std::int64_t nbChars() const { return nbChars_; }
     void setNbChars(std::int64_t count) { nbChars_ = count; }
 
@@ -153,6 +268,45 @@ public:
         platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
         const platform::CBAdvertisementData& advertisementData, platform::NSNumber rssi) override;
 
+    /// A link is up: stamps the record, sets `nbChars` to 0 and asks for the seven services.
+    void centralManagerDidConnectPeripheral(
+        platform::CBCentralManager& central,
+        const std::shared_ptr<platform::CBPeripheral>& peripheral) override;
+
+    /// Calls the record's connection completion, and nothing else.
+    void centralManagerDidFailToConnectPeripheralError(
+        platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
+        const platform::NSError* error) override;
+
+    /// Connects again after error code 6 of any domain, then reports the end.
+    void centralManagerDidDisconnectPeripheralError(platform::CBCentralManager& central,
+                                                    const std::shared_ptr<platform::CBPeripheral>& peripheral,
+                                                    const platform::NSError* error) override;
+
+    /// Asks each service of the profile for its characteristics of the profile.
+    void peripheralDidDiscoverServices(const std::shared_ptr<platform::CBPeripheral>& peripheral,
+                                       const platform::NSError* error) override;
+
+    /// Counts the answer, error or not. The seventh since the last link-up reports the peripheral's beacon
+    /// connected.
+    void peripheralDidDiscoverCharacteristicsForServiceError(
+        const std::shared_ptr<platform::CBPeripheral>& peripheral,
+        const std::shared_ptr<platform::CBService>& service, const platform::NSError* error) override;
+
+    /// Decodes a value and reports it. A value shorter than it should be has zero bytes in the missing
+    /// places, after those it has were reversed; of a longer number the last two bytes count.
+    void peripheralDidUpdateValueForCharacteristicError(
+        const std::shared_ptr<platform::CBPeripheral>& peripheral,
+        const std::shared_ptr<platform::CBCharacteristic>& characteristic,
+        const platform::NSError* error) override;
+
+    /// Broadcasts the signal strength. The record's `rssi` stays as it is.
+    void peripheralDidReadRSSIError(const std::shared_ptr<platform::CBPeripheral>& peripheral,
+                                    platform::NSNumber rssi, const platform::NSError* error) override;
+
+    /// Asks for one reading for the record that the timer has as its user info.
+    void RSSITimerFired(const std::shared_ptr<platform::NSTimer>& timer);
+
     /// Hands the delegate a snapshot of the live beacons, empty or not.
     void updateRangedBeaconsTimerFired(const std::shared_ptr<platform::NSTimer>& timer);
 
@@ -172,6 +326,19 @@ private:
     bool isApplicationActive() const;
     void reportButtonAction(const std::shared_ptr<ZOKBeacon>& beacon);
     bool refreshLiveBeacons(const ZOKBeacon& sighted);
+    void prepareConnection(const std::shared_ptr<ZOKBeacon>& beacon);
+    void requestConnection(const std::shared_ptr<ZOKBeacon>& beacon);
+    void callCompletion(const ZOKBeaconCompletion& completion, const std::shared_ptr<ZOKBeacon>& beacon,
+                        const platform::NSError* error);
+    void post(std::string_view notification, const std::shared_ptr<ZOKBeacon>& beacon,
+              platform::NSUserInfo userInfo = {});
+    void reportConnected(const std::shared_ptr<ZOKBeacon>& beacon);
+    void reportBattery(int level, const std::shared_ptr<ZOKBeacon>& beacon);
+    void reportButton(std::uint8_t code, const std::shared_ptr<ZOKBeacon>& beacon);
+    void reportTemperature(std::uint16_t temperature, const std::shared_ptr<ZOKBeacon>& beacon);
+    void reportAxis(std::size_t axis, std::uint16_t value, const std::shared_ptr<ZOKBeacon>& beacon);
+    void reportButtonMode(std::uint16_t mode, const std::shared_ptr<ZOKBeacon>& beacon);
+    void reportFirmware(std::span<const std::uint8_t> value, const std::shared_ptr<ZOKBeacon>& beacon);
 
     platform::Platform& platform_;
     // Released in reverse order. No timer is invalidated and no scan stopped on the way.

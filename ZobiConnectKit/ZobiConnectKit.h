@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKBeacon.h"
+#include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "ZobiConnectKit/ZOKManager.h"
 #include "ZobiConnectKit/ZOKProtocolUtils.h"
 #include "platform/Export.h"

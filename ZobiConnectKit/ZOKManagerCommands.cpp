@@ -1,0 +1,98 @@
+// Commands to a connected beacon. Each finds its characteristic and sends one request, or nothing at all.
+
+#include <array>
+
+#include "ZobiConnectKit/ZOKGATTProfile.h"
+#include "ZobiConnectKit/ZobiConnectKit.h"
+
+using namespace ZOKGATTProfile;
+using platform::CBCharacteristicWriteType;
+using platform::CBPeripheral;
+using platform::CBUUID;
+
+namespace {
+
+std::shared_ptr<CBPeripheral> peripheralOf(const std::shared_ptr<ZOKBeacon>& beacon) {
+    return beacon ? beacon->peripheral() : nullptr;
+}
+
+void write(std::uint8_t byte, const CBUUID& characteristicUUID, const CBUUID& serviceUUID,
+           const std::shared_ptr<ZOKBeacon>& beacon, CBCharacteristicWriteType type) {
+    const auto peripheral = peripheralOf(beacon);
+    const auto characteristic =
+        ZOKManager::characteristicFromServiceAndPeripheral(characteristicUUID, serviceUUID, peripheral);
+    if (!characteristic) return;
+    peripheral->writeValueForCharacteristicType(std::array{byte}, characteristic, type);
+}
+
+void read(const CBUUID& characteristicUUID, const CBUUID& serviceUUID,
+          const std::shared_ptr<ZOKBeacon>& beacon) {
+    const auto peripheral = peripheralOf(beacon);
+    const auto characteristic =
+        ZOKManager::characteristicFromServiceAndPeripheral(characteristicUUID, serviceUUID, peripheral);
+    if (characteristic) peripheral->readValueForCharacteristic(characteristic);
+}
+
+void setNotify(bool enabled, const CBUUID& characteristicUUID, const CBUUID& serviceUUID,
+               const std::shared_ptr<ZOKBeacon>& beacon) {
+    const auto peripheral = peripheralOf(beacon);
+    const auto characteristic =
+        ZOKManager::characteristicFromServiceAndPeripheral(characteristicUUID, serviceUUID, peripheral);
+    if (characteristic) peripheral->setNotifyValueForCharacteristic(enabled, characteristic);
+}
+
+}  // namespace
+
+void ZOKManager::pingBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    constexpr std::uint8_t mildAlert = 0x01;
+    write(mildAlert, alertLevelCharacteristic, immediateAlertService, beacon,
+          CBCharacteristicWriteType::withoutResponse);
+}
+
+void ZOKManager::setButtonModeForBeacon(std::int32_t mode, const std::shared_ptr<ZOKBeacon>& beacon) {
+    write(static_cast<std::uint8_t>(mode & 0xFF), buttonModeCharacteristic, configurationService, beacon,
+          CBCharacteristicWriteType::withResponse);
+}
+
+void ZOKManager::buttonModeForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                                   const ZOKBeaconCompletion& /*completion*/) {
+    read(buttonModeCharacteristic, configurationService, beacon);
+}
+
+void ZOKManager::temperatureForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                                    const ZOKBeaconCompletion& /*completion*/) {
+    read(temperatureCharacteristic, temperatureService, beacon);
+}
+
+void ZOKManager::firmwareVersionForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                                        const ZOKBeaconCompletion& /*completion*/) {
+    read(firmwareRevisionCharacteristic, deviceInformationService, beacon);
+}
+
+void ZOKManager::setAccelerometerNotificationsForBeacon(bool enabled,
+                                                        const std::shared_ptr<ZOKBeacon>& beacon) {
+    const auto peripheral = peripheralOf(beacon);
+    std::array<std::shared_ptr<platform::CBCharacteristic>, accelerometerAxes.size()> found;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        found[i] =
+            characteristicFromServiceAndPeripheral(accelerometerAxes[i], accelerometerService, peripheral);
+    }
+    for (const auto& characteristic : found) {
+        if (characteristic) peripheral->setNotifyValueForCharacteristic(enabled, characteristic);
+    }
+}
+
+void ZOKManager::setBatteryNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon) {
+    setNotify(enabled, batteryLevelCharacteristic, batteryService, beacon);
+}
+
+void ZOKManager::setTemperatureNotificationsForBeacon(bool enabled,
+                                                      const std::shared_ptr<ZOKBeacon>& beacon) {
+    // Not the temperature service: beacons whose temperature notifies have it here.
+    setNotify(enabled, temperatureCharacteristic, configurationService, beacon);
+}
+
+void ZOKManager::setButtonActionsNotificationsForBeacon(bool enabled,
+                                                        const std::shared_ptr<ZOKBeacon>& beacon) {
+    setNotify(enabled, buttonActionCharacteristic, buttonService, beacon);
+}

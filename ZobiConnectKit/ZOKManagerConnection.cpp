@@ -1,0 +1,90 @@
+// Making and ending connections, and connecting again after a lost link.
+
+#include <utility>
+
+#include "ZobiConnectKit/ZOKGATTProfile.h"
+#include "ZobiConnectKit/ZobiConnectKit.h"
+
+using platform::CBError;
+using platform::CBPeripheral;
+using platform::NSError;
+
+void ZOKManager::connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    if (!beacon) return;
+    prepareConnection(beacon);
+    requestConnection(beacon);
+}
+
+void ZOKManager::connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                             ZOKBeaconCompletion completion) {
+    if (!beacon) return;
+    prepareConnection(beacon);
+    beacon->setConnectionCompletionBlock(std::move(completion));
+    requestConnection(beacon);
+}
+
+/// A record without a peripheral is treated as one whose peripheral has no delegate.
+void ZOKManager::prepareConnection(const std::shared_ptr<ZOKBeacon>& beacon) {
+    const auto peripheral = beacon->peripheral();
+    if (!peripheral || !peripheral->delegate()) {
+        platform_.log().log("peripheral delegate is nil, setting to self");
+        if (peripheral) peripheral->setDelegate(weak_from_this());
+    }
+    beacon->setTimestamp(0);
+    addLiveBeacon(beacon);
+}
+
+void ZOKManager::requestConnection(const std::shared_ptr<ZOKBeacon>& beacon) {
+    platform_.log().log("---->ConnectPeripheral started");
+    if (centralManager_) centralManager_->connectPeripheral(beacon->peripheral());
+}
+
+void ZOKManager::disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    if (centralManager_) centralManager_->cancelPeripheralConnection(beacon ? beacon->peripheral() : nullptr);
+}
+
+void ZOKManager::disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                                ZOKBeaconCompletion completion) {
+    if (beacon) beacon->setDisconnectionCompletionBlock(std::move(completion));
+    disconnectBeacon(beacon);
+}
+
+void ZOKManager::centralManagerDidConnectPeripheral(platform::CBCentralManager& /*central*/,
+                                                    const std::shared_ptr<CBPeripheral>& peripheral) {
+    if (const auto beacon = beaconFromPeripheral(peripheral)) {
+        beacon->setTimestamp(platform_.clock().secondsSince1970());
+    }
+    nbChars_ = 0;
+    if (peripheral) peripheral->discoverServices(ZOKGATTProfile::requestedServices);
+}
+
+void ZOKManager::centralManagerDidFailToConnectPeripheralError(
+    platform::CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
+    const NSError* error) {
+    const auto beacon = beaconFromPeripheral(peripheral);
+    if (beacon) callCompletion(beacon->connectionCompletionBlock(), beacon, error);
+}
+
+void ZOKManager::centralManagerDidDisconnectPeripheralError(platform::CBCentralManager& /*central*/,
+                                                            const std::shared_ptr<CBPeripheral>& peripheral,
+                                                            const NSError* error) {
+    const auto beacon = beaconFromPeripheral(peripheral);
+    // Of whatever domain.
+    if (error && error->code() == static_cast<int>(CBError::connectionTimeout)) {
+        platform_.log().log("%@, reconnecting...", error->localizedDescription());
+        connectBeacon(beacon);
+    }
+    if (const auto delegate = delegate_.lock()) {
+        delegate->zobiConnectManagerDidBeaconDisconnectedWithError(shared_from_this(), beacon, error);
+    }
+    post(ZOKBeaconDidDisconnectNotification, beacon);
+    if (beacon) callCompletion(beacon->disconnectionCompletionBlock(), beacon, error);
+}
+
+/// The record keeps its completion.
+void ZOKManager::callCompletion(const ZOKBeaconCompletion& completion,
+                                const std::shared_ptr<ZOKBeacon>& beacon, const NSError* error) {
+    // A copy, for a completion may put another in its own place.
+    const ZOKBeaconCompletion called = completion;
+    if (called) called(shared_from_this(), beacon, error);
+}

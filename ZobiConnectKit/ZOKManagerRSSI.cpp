@@ -1,0 +1,45 @@
+// The signal strength of a connection, read once or by a timer.
+
+#include "ZobiConnectKit/ZobiConnectKit.h"
+
+using platform::NSTimer;
+
+void ZOKManager::RSSIForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
+                                             const ZOKBeaconCompletion& /*completion*/) {
+    if (!beacon) return;
+    const auto peripheral = beacon->peripheral();
+    if (!peripheral || peripheral->state() != platform::CBPeripheralState::connected) return;
+    peripheral->readRSSI();
+}
+
+std::optional<std::string> ZOKManager::keyFromBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    if (!beacon) return std::nullopt;
+    return beacon->major().description() + '_' + beacon->minor().description();
+}
+
+void ZOKManager::startRSSIMonitoringForBeaconIntervalWithCompletion(
+    const std::shared_ptr<ZOKBeacon>& beacon, double interval, const ZOKBeaconCompletion& /*completion*/) {
+    const auto key = keyFromBeacon(beacon);
+    if (!key) return;
+    auto& running = rssiMonitoringTimersDic_[*key];
+    if (running) return;
+    running = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        interval, [self = shared_from_this()](const auto& timer) { self->RSSITimerFired(timer); }, beacon,
+        true);
+}
+
+void ZOKManager::RSSITimerFired(const std::shared_ptr<NSTimer>& timer) {
+    if (!timer) return;
+    RSSIForBeaconWithCompletion(std::static_pointer_cast<ZOKBeacon>(timer->userInfo()), nullptr);
+}
+
+void ZOKManager::stopRSSIMonitoringForBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    const auto key = keyFromBeacon(beacon);
+    if (!key) return;
+    const auto found = rssiMonitoringTimersDic_.find(*key);
+    if (found == rssiMonitoringTimersDic_.end()) return;
+    const auto timer = found->second;
+    rssiMonitoringTimersDic_.erase(found);
+    // Last, for the manager may have no other owner.
+    if (timer) timer->invalidate();
+}
