@@ -60,11 +60,12 @@ public:
         CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const CBAdvertisementData& /*advertisementData*/, NSNumber /*rssi*/) {}
 
-    /// A link is up.
+    /// A link is up: the outcome of an attempt that succeeded.
     virtual void centralManagerDidConnectPeripheral(CBCentralManager& /*central*/,
                                                     const std::shared_ptr<CBPeripheral>& /*peripheral*/) {}
 
     /// An attempt to connect failed.
+    /// @param error why, with a code of `CBError`; never null.
     virtual void centralManagerDidFailToConnectPeripheralError(
         CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const NSError* /*error*/) {}
@@ -81,8 +82,10 @@ public:
 /// A platform makes it for a delegate that it does not own. The first state report follows through the run
 /// loop, soon after; before it the state is unknown. Answers and events never come from inside a call.
 ///
-/// Any state but powered on ends the scan, and the scan is forgotten: when power comes back, scanning begins
-/// only when it is asked for again. A null peripheral is harmless in every call.
+/// Any state but powered on ends the scan, the attempts and the links. The delegate hears of the state first;
+/// then, in the order in which the connections were asked for, each attempt fails and each link ends, with
+/// `CBError::operationCancelled`. The scan is forgotten: when power comes back, scanning begins only when it
+/// is asked for again. A null peripheral, or another central's, is harmless in every call.
 class ZOK_EXPORT CBCentralManager {
 public:
     virtual ~CBCentralManager() = default;
@@ -99,11 +102,15 @@ public:
     /// Ends the scan. Harmless when none is running.
     virtual void stopScan() = 0;
 
-    /// Starts an attempt to connect, which stays pending until it succeeds, fails or is cancelled. Each
-    /// attempt has exactly one outcome.
+    /// Starts an attempt to connect, which stays pending until it succeeds, fails or is cancelled: a
+    /// peripheral out of range is connected when it comes back, however long that takes. Each attempt has
+    /// exactly one outcome. A request while one is pending joins it. A link that is up already is reported
+    /// once more, and is otherwise left as it is. While the radio is not powered on, an attempt fails with
+    /// `CBError::operationCancelled`.
     virtual void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) = 0;
 
-    /// Ends a link or a pending attempt; the end is reported as a disconnection without an error.
+    /// Ends a link or a pending attempt; the end is reported as a disconnection without an error. Harmless
+    /// when there is neither.
     virtual void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) = 0;
 };
 

@@ -44,8 +44,8 @@ public:
 /// Receives the GATT events of a peripheral. Every callback is optional and made on the main thread, through
 /// the run loop; the error is null for success.
 ///
-/// Every request has exactly one answer. Those outstanding when the link ends are answered with an error
-/// before the central reports the disconnection.
+/// Every request has exactly one answer. Those outstanding when the link ends are answered with
+/// `CBError::notConnected` before the central reports the disconnection.
 class ZOK_EXPORT CBPeripheralDelegate {
 public:
     virtual ~CBPeripheralDelegate() = default;
@@ -83,7 +83,9 @@ enum class CBCharacteristicWriteType : int { withResponse = 0, withoutResponse =
 ///
 /// Requests are asynchronous: the answer reaches the delegate through the run loop, never from inside the
 /// call. A request to a peripheral that is not connected, or about a null service or characteristic, is
-/// harmless and sends nothing.
+/// harmless: it sends nothing and has no answer. So is one that is made from inside an answer by which the
+/// end of the link is told. One about a service or characteristic that was not discovered over this link is
+/// answered with `CBError::invalidHandle`; what the peripheral refuses, with a code of `CBATTError`.
 class ZOK_EXPORT CBPeripheral {
 public:
     virtual ~CBPeripheral() = default;

@@ -205,25 +205,6 @@ TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
     EXPECT_EQ(manager->liveBeacons().size(), 2U);
 }
 
-TEST_F(SimulationTest, EveryConnectionIsRefusedOnceAndThroughTheLoop) {
-    platform.world().addBeacon({}).comeIntoRange();
-    loop.processPending();
-    scan();
-    loop.runFor(0.5);
-    delegate->events.clear();
-    const auto peripheral = delegate->peripherals.at(0);
-    central->connectPeripheral(peripheral);
-    central->connectPeripheral(nullptr);
-    central->cancelPeripheralConnection(nullptr);
-    peripheral->readRSSI();
-    peripheral->discoverServices({});
-    EXPECT_THAT(delegate->events, IsEmpty());
-    loop.processPending();
-    EXPECT_THAT(delegate->events, ElementsAre("CBErrorDomain 10"));
-    EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
-    EXPECT_EQ(peripheral->services(), std::nullopt);
-}
-
 TEST_F(SimulationTest, JitterAndSignalSpreadOverTheirWholeRangeWhoeverListens) {
     SimulatedBeacon& beacon = platform.world().addBeacon(
         {.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3});

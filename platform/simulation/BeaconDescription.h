@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "platform/CBUUID.h"
+#include "platform/simulation/LinkDescription.h"
+#include "platform/simulation/ServiceDescription.h"
 
 namespace platform::simulation {
 
@@ -16,7 +18,8 @@ struct ServiceData {
     std::vector<std::uint8_t> data;
 };
 
-/// What a simulated beacon is. As it stands by default, the library accepts its advertisements.
+/// What a simulated beacon is. As it stands by default, the library accepts its advertisements, and connects
+/// to it.
 struct BeaconDescription {
     /// As it is written: most significant byte first.
     std::array<std::uint8_t, 6> macAddress{};
@@ -45,6 +48,9 @@ struct BeaconDescription {
     /// The mean received signal strength in dBm, and how far a reading may lie from it in dB.
     int signalStrength = -60;
     int signalStrengthSpread = 0;
+    LinkDescription link = {};
+    /// What a connected central finds, in this order; missing, doubled and foreign ones included.
+    std::vector<ServiceDescription> services = beaconServices();
 };
 
 }  // namespace platform::simulation

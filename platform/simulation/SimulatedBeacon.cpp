@@ -1,13 +1,51 @@
 #include "platform/simulation/SimulatedBeacon.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "platform/simulation/PayloadEncoder.h"
+#include "platform/simulation/SimulatedPeripheral.h"
 
 namespace platform::simulation {
 
 namespace {
+
+// Where a central finds what the beacon advertises too.
+constexpr CBUUID batteryLevelCharacteristic = CBUUID::UUIDWithString("2A19");
+constexpr CBUUID temperatureCharacteristic = CBUUID::UUIDWithString("FFF2");
+constexpr CBUUID buttonCharacteristic = CBUUID::UUIDWithString("FFE1");
+
+std::vector<std::uint8_t> temperatureValue(std::int32_t degrees) {
+    return {static_cast<std::uint8_t>(degrees >> 8), static_cast<std::uint8_t>(degrees & 0xFF)};
+}
+
+/// The description with the beacon's own values wherever a characteristic has none.
+BeaconDescription completed(BeaconDescription beacon) {
+    for (ServiceDescription& service : beacon.services) {
+        for (CharacteristicDescription& characteristic : service.characteristics) {
+            if (characteristic.value) continue;
+            if (characteristic.uuid == batteryLevelCharacteristic) {
+                characteristic.value = {beacon.batteryLevel};
+            } else if (characteristic.uuid == temperatureCharacteristic) {
+                characteristic.value = temperatureValue(beacon.temperature);
+            } else if (characteristic.uuid == buttonCharacteristic) {
+                characteristic.value = {static_cast<std::uint8_t>(beacon.buttonAction)};
+            }
+        }
+    }
+    return beacon;
+}
+
+void checkLink(const LinkDescription& link) {
+    if (!(link.connectionDelay >= 0) || !(link.responseDelay >= 0)) {
+        throw std::invalid_argument("a link's connection and response delays are not below 0 s");
+    }
+    if (!(link.supervisionTimeout > 0)) {
+        throw std::invalid_argument("a link's supervision timeout is above 0 s");
+    }
+}
 
 std::minstd_rand seededGenerator(std::uint64_t seed, std::size_t index) {
     std::seed_seq sequence{static_cast<std::uint32_t>(seed), static_cast<std::uint32_t>(seed >> 32),
@@ -22,14 +60,16 @@ SimulatedBeacon::SimulatedBeacon(RunLoop& runLoop, Transmitter transmitter, std:
     : runLoop_(runLoop),
       transmitter_(std::move(transmitter)),
       index_(index),
-      description_(std::move(description)),
-      random_(seededGenerator(seed, index)) {
+      description_(completed(std::move(description))),
+      random_(seededGenerator(seed, index)),
+      gatt_(runLoop, description_.services) {
     if (!(description_.advertisingInterval > 0) || !(description_.advertisingJitter >= 0)) {
         throw std::invalid_argument("a beacon's advertising interval is above 0 s, and its jitter not below");
     }
     if (description_.signalStrengthSpread < 0) {
         throw std::invalid_argument("the spread of a beacon's signal strength is not below 0 dB");
     }
+    checkLink(description_.link);
     refreshAdvertisement();
 }
 
@@ -40,13 +80,15 @@ SimulatedBeacon::~SimulatedBeacon() {
 }
 
 void SimulatedBeacon::comeIntoRange() {
-    if (!isInRange()) scheduleAdvertisement(0);
+    if (std::exchange(isInRange_, true)) return;
+    if (linked_) return linked_->beaconIsHeardAgain();
+    becomeFree();
 }
 
 void SimulatedBeacon::goOutOfRange() {
-    if (!isInRange()) return;
-    advertisingTimer_->invalidate();
-    advertisingTimer_ = nullptr;
+    if (!std::exchange(isInRange_, false)) return;
+    if (linked_) return linked_->beaconFellSilent();
+    ceaseToBeFree();
 }
 
 void SimulatedBeacon::pressButton(std::int8_t action, double seconds) {
@@ -60,11 +102,13 @@ void SimulatedBeacon::pressButton(std::int8_t action, double seconds) {
         nullptr, false);
     description_.buttonAction = action;
     refreshAdvertisement();
+    gatt_.setValueIfThere(buttonCharacteristic, {static_cast<std::uint8_t>(action)});
 }
 
 void SimulatedBeacon::setBatteryLevel(std::uint8_t level) {
     description_.batteryLevel = level;
     refreshAdvertisement();
+    gatt_.setValueIfThere(batteryLevelCharacteristic, {level});
 }
 
 void SimulatedBeacon::setTemperature(std::int32_t degrees) {
@@ -75,6 +119,7 @@ void SimulatedBeacon::setTemperature(std::int32_t degrees) {
         description_.temperature = previous;
         throw;
     }
+    gatt_.setValueIfThere(temperatureCharacteristic, temperatureValue(degrees));
 }
 
 void SimulatedBeacon::setLocalName(std::optional<std::string> name) {
@@ -94,7 +139,7 @@ void SimulatedBeacon::setServiceData(std::optional<std::vector<ServiceData>> ser
 void SimulatedBeacon::sendOnce(std::vector<ServiceData> serviceData) {
     runLoop_.dispatchAsync([weakSelf = weak_from_this(), sent = std::move(serviceData)] {
         const auto self = weakSelf.lock();
-        if (!self || !self->isInRange()) return;
+        if (!self || !self->isFree()) return;
         self->transmitter_(*self, Advertisement(self->description_.localName, sent));
     });
 }
@@ -103,6 +148,57 @@ int SimulatedBeacon::nextSignalReading() {
     std::uniform_int_distribution<int> deviation(-description_.signalStrengthSpread,
                                                  description_.signalStrengthSpread);
     return description_.signalStrength + deviation(random_);
+}
+
+void SimulatedBeacon::endLink(std::optional<NSError> error) {
+    runLoop_.dispatchAsync([weakSelf = weak_from_this(), error = std::move(error)] {
+        const auto self = weakSelf.lock();
+        if (self && self->linked_) self->linked_->beaconEndedLink(error);
+    });
+}
+
+void SimulatedBeacon::setConnectionError(std::optional<NSError> error) {
+    description_.link.connectionError = std::move(error);
+}
+
+void SimulatedBeacon::setServiceDiscoveryError(std::optional<NSError> error) {
+    description_.link.serviceDiscoveryError = std::move(error);
+}
+
+void SimulatedBeacon::setSignalReadError(std::optional<NSError> error) {
+    description_.link.signalReadError = std::move(error);
+}
+
+void SimulatedBeacon::addAttempt(SimulatedPeripheral& peripheral) {
+    attempts_.push_back(&peripheral);
+    if (isFree()) peripheral.beaconBecameFree();
+}
+
+void SimulatedBeacon::removeAttempt(SimulatedPeripheral& peripheral) {
+    std::erase(attempts_, &peripheral);
+}
+
+void SimulatedBeacon::beginLink(SimulatedPeripheral& peripheral) {
+    linked_ = &peripheral;
+    ceaseToBeFree();
+    gatt_.beginLink([&peripheral](auto place, auto value) { peripheral.valueChanged(place, value); },
+                    random_);
+}
+
+void SimulatedBeacon::leaveLink() {
+    gatt_.endLink();
+    linked_ = nullptr;
+    if (isInRange_) becomeFree();
+}
+
+void SimulatedBeacon::becomeFree() {
+    scheduleAdvertisement(0);
+    for (SimulatedPeripheral* const peripheral : attempts_) peripheral->beaconBecameFree();
+}
+
+void SimulatedBeacon::ceaseToBeFree() {
+    advertisingTimer_->invalidate();
+    for (SimulatedPeripheral* const peripheral : attempts_) peripheral->beaconCeasedToBeFree();
 }
 
 void SimulatedBeacon::scheduleAdvertisement(double seconds) {

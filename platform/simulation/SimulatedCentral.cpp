@@ -6,37 +6,15 @@
 #include <utility>
 
 #include "platform/NSData.h"
+#include "platform/simulation/ExceptionKeeper.h"
 
 namespace platform::simulation {
 
 namespace {
 
-/// A beacon that accepts no connections: it is never connected, so requests to it send nothing.
-class SimulatedPeripheral final : public CBPeripheral {
-public:
-    std::shared_ptr<CBPeripheralDelegate> delegate() const override { return delegate_.lock(); }
-    void setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) override {
-        delegate_ = std::move(delegate);
-    }
-    CBPeripheralState state() const override { return CBPeripheralState::disconnected; }
-    const std::optional<std::vector<std::shared_ptr<CBService>>>& services() const override {
-        return services_;
-    }
-    void discoverServices(std::span<const CBUUID> /*serviceUUIDs*/) override {}
-    void discoverCharacteristicsForService(std::span<const CBUUID> /*characteristicUUIDs*/,
-                                           const std::shared_ptr<CBService>& /*service*/) override {}
-    void readValueForCharacteristic(const std::shared_ptr<CBCharacteristic>& /*characteristic*/) override {}
-    void writeValueForCharacteristicType(std::span<const std::uint8_t> /*value*/,
-                                         const std::shared_ptr<CBCharacteristic>& /*characteristic*/,
-                                         CBCharacteristicWriteType /*type*/) override {}
-    void setNotifyValueForCharacteristic(
-        bool /*enabled*/, const std::shared_ptr<CBCharacteristic>& /*characteristic*/) override {}
-    void readRSSI() override {}
-
-private:
-    std::weak_ptr<CBPeripheralDelegate> delegate_;
-    std::optional<std::vector<std::shared_ptr<CBService>>> services_;
-};
+NSError radioIsOff() {
+    return {CBError::operationCancelled, "Bluetooth is off."};
+}
 
 std::string macAddressText(const SimulatedBeacon& beacon) {
     std::string text;
@@ -53,6 +31,13 @@ SimulatedCentral::SimulatedCentral(RunLoop& runLoop, Log& log,
                                    std::weak_ptr<CBCentralManagerDelegate> delegate)
     : runLoop_(runLoop), log_(log), delegate_(std::move(delegate)) {}
 
+SimulatedCentral::~SimulatedCentral() {
+    // The application may keep the handles.
+    for (const Sighted& sighted : sighted_) {
+        if (sighted.peripheral) sighted.peripheral->abandon();
+    }
+}
+
 void SimulatedCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
                                                              CBScanOptions options) {
     if (state_ != CBManagerState::poweredOn) return;
@@ -66,32 +51,84 @@ void SimulatedCentral::stopScan() {
     isScanning_ = false;
 }
 
+// Connecting and cancelling each take a turn of their own, so that they happen in the order in which they
+// were asked for, and what was asked of a link before stays outstanding until it ends.
+
 void SimulatedCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
-    if (!peripheral) return;
-    runLoop_.dispatchAsync([self = shared_from_this(), peripheral] {
-        const NSError error(CBError::connectionFailed, "The beacon accepts no connections.");
-        if (const auto delegate = self->delegate_.lock()) {
-            delegate->centralManagerDidFailToConnectPeripheralError(*self, peripheral, &error);
+    const auto connected = own(peripheral);
+    if (!connected) return;
+    connected->announceConnect();
+    runLoop_.dispatchAsync([self = shared_from_this(), connected] {
+        if (self->state_ == CBManagerState::poweredOn) {
+            connected->connect(++self->attemptsStarted_);
+        } else {
+            connected->refuseConnect(radioIsOff());
         }
     });
 }
 
-void SimulatedCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& /*peripheral*/) {}
+void SimulatedCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
+    if (const auto cancelled = own(peripheral)) {
+        runLoop_.dispatchAsync([self = shared_from_this(), cancelled] { cancelled->cancel(); });
+    }
+}
+
+std::shared_ptr<SimulatedPeripheral> SimulatedCentral::own(
+    const std::shared_ptr<CBPeripheral>& peripheral) const {
+    const auto found = std::ranges::find(sighted_, peripheral, &Sighted::peripheral);
+    return peripheral && found != sighted_.end() ? found->peripheral : nullptr;
+}
 
 void SimulatedCentral::enterState(CBManagerState state) {
     state_ = state;
-    if (state != CBManagerState::poweredOn) stopScan();
-    if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(*this);
+    ExceptionKeeper exceptions;
+    const auto reportState = [this] {
+        if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(*this);
+    };
+    if (state == CBManagerState::poweredOn) return reportState();
+    stopScan();
+    std::vector<std::shared_ptr<SimulatedPeripheral>> ended;
+    for (const Sighted& sighted : sighted_) {
+        if (sighted.peripheral && !sighted.peripheral->isIdle()) ended.push_back(sighted.peripheral);
+    }
+    std::ranges::sort(ended, {}, &SimulatedPeripheral::order);
+    exceptions.run(reportState);
+    for (const auto& peripheral : ended) {
+        exceptions.run([&] { peripheral->loseRadio(radioIsOff()); });
+    }
+    exceptions.rethrow();
 }
 
-void SimulatedCentral::hear(const SimulatedBeacon& beacon, const Advertisement& advertisement,
-                            int signalStrength) {
+void SimulatedCentral::reportConnection(const std::shared_ptr<SimulatedPeripheral>& peripheral) {
+    if (const auto delegate = delegate_.lock()) {
+        delegate->centralManagerDidConnectPeripheral(*this, peripheral);
+    }
+}
+
+void SimulatedCentral::reportFailure(const std::shared_ptr<SimulatedPeripheral>& peripheral,
+                                     const NSError& error) {
+    if (const auto delegate = delegate_.lock()) {
+        delegate->centralManagerDidFailToConnectPeripheralError(*this, peripheral, &error);
+    }
+}
+
+void SimulatedCentral::reportDisconnection(const std::shared_ptr<SimulatedPeripheral>& peripheral,
+                                           const NSError* error) {
+    if (const auto delegate = delegate_.lock()) {
+        delegate->centralManagerDidDisconnectPeripheralError(*this, peripheral, error);
+    }
+}
+
+void SimulatedCentral::hear(SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength) {
     if (!isScanning_ || !passesServiceFilter(beacon)) return;
     const auto delegate = delegate_.lock();
     if (!delegate) return;
     if (sighted_.size() <= beacon.index()) sighted_.resize(beacon.index() + 1);
     Sighted& sighted = sighted_[beacon.index()];
-    if (!sighted.peripheral) sighted.peripheral = std::make_shared<SimulatedPeripheral>();
+    if (!sighted.peripheral) {
+        sighted.peripheral =
+            std::make_shared<SimulatedPeripheral>(runLoop_, weak_from_this(), beacon.weak_from_this());
+    }
     const bool isRepeated = std::exchange(sighted.lastReportedInScan, scansStarted_) == scansStarted_;
     if (isRepeated && !options_.allowDuplicates) return;
     try {

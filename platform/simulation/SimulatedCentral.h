@@ -10,18 +10,20 @@
 #include "platform/RunLoop.h"
 #include "platform/simulation/Advertisement.h"
 #include "platform/simulation/SimulatedBeacon.h"
+#include "platform/simulation/SimulatedPeripheral.h"
 
 namespace platform::simulation {
 
 /// The central service of the simulated radio: what an application knows as its central manager. What it
 /// hears comes from the `World` that started it.
-///
-/// Simulated beacons accept no connections: every attempt fails with `CBError::connectionFailed`.
 class ZOK_EXPORT SimulatedCentral final : public CBCentralManager,
                                           public std::enable_shared_from_this<SimulatedCentral> {
 public:
     /// @param runLoop,log must outlive every call, though not the object.
     SimulatedCentral(RunLoop& runLoop, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate);
+    ~SimulatedCentral() override;
+    SimulatedCentral(const SimulatedCentral&) = delete;
+    SimulatedCentral& operator=(const SimulatedCentral&) = delete;
 
     CBManagerState state() const override { return state_; }
     bool isScanning() const override { return isScanning_; }
@@ -31,20 +33,29 @@ public:
     void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) override;
     void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override;
 
-    /// The radio started, or its state changed: any but powered on ends the scan. Reports the state.
+    /// The radio started, or its state changed: any but powered on ends the scan, the attempts and the links.
+    /// Reports the state and then these ends.
     void enterState(CBManagerState state);
 
     /// A beacon advertises, and is received at `signalStrength` dBm. Reports it if the scan lets it through.
     /// A payload that the delegate finds too short costs one log line and this advertisement.
-    void hear(const SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength);
+    void hear(SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength);
+
+    // What a peripheral tells
+
+    void reportConnection(const std::shared_ptr<SimulatedPeripheral>& peripheral);
+    void reportFailure(const std::shared_ptr<SimulatedPeripheral>& peripheral, const NSError& error);
+    void reportDisconnection(const std::shared_ptr<SimulatedPeripheral>& peripheral, const NSError* error);
 
 private:
     /// What this central knows of one beacon.
     struct Sighted {
-        std::shared_ptr<CBPeripheral> peripheral;
+        std::shared_ptr<SimulatedPeripheral> peripheral;
         std::uint64_t lastReportedInScan = 0;
     };
 
+    /// Null for a peripheral that is not this central's.
+    std::shared_ptr<SimulatedPeripheral> own(const std::shared_ptr<CBPeripheral>& peripheral) const;
     bool passesServiceFilter(const SimulatedBeacon& beacon) const;
 
     RunLoop& runLoop_;
@@ -55,6 +66,7 @@ private:
     std::vector<CBUUID> serviceFilter_;
     CBScanOptions options_;
     std::uint64_t scansStarted_ = 0;
+    std::uint64_t attemptsStarted_ = 0;
     // By the beacon's index.
     std::vector<Sighted> sighted_;
 };

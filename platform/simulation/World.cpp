@@ -1,8 +1,8 @@
 #include "platform/simulation/World.h"
 
-#include <exception>
 #include <utility>
 
+#include "platform/simulation/ExceptionKeeper.h"
 #include "platform/simulation/SimulatedCentral.h"
 
 namespace platform::simulation {
@@ -36,18 +36,13 @@ void World::start(const std::shared_ptr<SimulatedCentral>& central) {
 
 void World::transmit(SimulatedBeacon& beacon, const Advertisement& advertisement) {
     const int signalStrength = beacon.nextSignalReading();
-    std::exception_ptr failure;
+    ExceptionKeeper exceptions;
     for (std::size_t i = 0; i < centrals_.size(); ++i) {
         const auto central = centrals_[i].lock();
         if (!central) continue;
-        try {
-            central->hear(beacon, advertisement, signalStrength);
-        } catch (...) {
-            // All hear it before the first exception goes on its way.
-            if (!failure) failure = std::current_exception();
-        }
+        exceptions.run([&] { central->hear(beacon, advertisement, signalStrength); });
     }
-    if (failure) std::rethrow_exception(failure);
+    exceptions.rethrow();
 }
 
 }  // namespace platform::simulation

@@ -1,0 +1,136 @@
+#include "platform/simulation/GATTServer.h"
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace platform::simulation {
+
+namespace {
+
+void checkSize(std::size_t size) {
+    if (size > largestValueSize) {
+        throw std::invalid_argument("a characteristic's value has up to " + std::to_string(largestValueSize) +
+                                    " bytes");
+    }
+}
+
+}  // namespace
+
+GATTServer::GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& services)
+    : runLoop_(runLoop), services_(services) {
+    for (ServiceDescription& service : services_) {
+        for (CharacteristicDescription& characteristic : service.characteristics) {
+            if (!characteristic.value) characteristic.value.emplace();
+            checkSize(characteristic.value->size());
+            checkSize(characteristic.width);
+            if (characteristic.generated && !(characteristic.generated->interval > 0)) {
+                throw std::invalid_argument("the interval of a generated value is above 0 s");
+            }
+        }
+    }
+}
+
+GATTServer::~GATTServer() {
+    endLink();
+}
+
+std::optional<std::span<const std::uint8_t>> GATTServer::value(const CBUUID& characteristic) const {
+    for (const ServiceDescription& service : services_) {
+        for (const CharacteristicDescription& candidate : service.characteristics) {
+            if (candidate.uuid == characteristic) return *candidate.value;
+        }
+    }
+    return std::nullopt;
+}
+
+void GATTServer::setValue(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
+    checkSize(value.size());
+    changeEachOrThrow(characteristic, [&](Place place) { setValueAt(place, value); });
+}
+
+void GATTServer::setValueIfThere(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
+    checkSize(value.size());
+    changeEach(characteristic, [&](Place place) { setValueAt(place, value); });
+}
+
+void GATTServer::setReadError(const CBUUID& characteristic, const std::optional<NSError>& error) {
+    changeEachOrThrow(characteristic, [&](Place place) { changeable(place).readError = error; });
+}
+
+void GATTServer::setWriteError(const CBUUID& characteristic, const std::optional<NSError>& error) {
+    changeEachOrThrow(characteristic, [&](Place place) { changeable(place).writeError = error; });
+}
+
+void GATTServer::setNotifyError(const CBUUID& characteristic, const std::optional<NSError>& error) {
+    changeEachOrThrow(characteristic, [&](Place place) { changeable(place).notifyError = error; });
+}
+
+void GATTServer::setDiscoveryError(const CBUUID& service, const std::optional<NSError>& error) {
+    bool isThere = false;
+    for (ServiceDescription& candidate : services_) {
+        if (candidate.uuid != service) continue;
+        candidate.discoveryError = error;
+        isThere = true;
+    }
+    if (!isThere) throw std::invalid_argument("the beacon has no service " + service.UUIDString());
+}
+
+void GATTServer::write(Place place, std::vector<std::uint8_t> value) {
+    const std::size_t width = at(place).width;
+    if (value.size() < width) value.insert(value.begin(), width - value.size(), 0);
+    changeable(place).value = std::move(value);
+}
+
+void GATTServer::beginLink(Subscriber subscriber, std::minstd_rand& random) {
+    subscriber_ = std::move(subscriber);
+    for (std::size_t s = 0; s < services_.size(); ++s) {
+        for (std::size_t c = 0; c < services_[s].characteristics.size(); ++c) {
+            const Place place{s, c};
+            const auto& generated = at(place).generated;
+            if (!generated) continue;
+            generate(place, random);
+            generators_.push_back(runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+                generated->interval, [=, this, &random](const auto& /*timer*/) { generate(place, random); },
+                nullptr, true));
+        }
+    }
+}
+
+void GATTServer::endLink() {
+    for (const auto& generator : generators_) generator->invalidate();
+    generators_.clear();
+    subscriber_ = nullptr;
+}
+
+bool GATTServer::changeEach(const CBUUID& characteristic, const std::function<void(Place)>& change) {
+    bool isThere = false;
+    for (std::size_t s = 0; s < services_.size(); ++s) {
+        for (std::size_t c = 0; c < services_[s].characteristics.size(); ++c) {
+            if (services_[s].characteristics[c].uuid != characteristic) continue;
+            change({s, c});
+            isThere = true;
+        }
+    }
+    return isThere;
+}
+
+void GATTServer::changeEachOrThrow(const CBUUID& characteristic, const std::function<void(Place)>& change) {
+    if (changeEach(characteristic, change)) return;
+    throw std::invalid_argument("the beacon has no characteristic " + characteristic.UUIDString());
+}
+
+void GATTServer::setValueAt(Place place, std::vector<std::uint8_t> value) {
+    changeable(place).value = std::move(value);
+    if (subscriber_) subscriber_(place, *at(place).value);
+}
+
+void GATTServer::generate(Place place, std::minstd_rand& random) {
+    setValueAt(place, at(place).generated->next(random));
+}
+
+CharacteristicDescription& GATTServer::changeable(Place place) {
+    return services_[place.service].characteristics[place.characteristic];
+}
+
+}  // namespace platform::simulation
