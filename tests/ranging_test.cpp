@@ -1,5 +1,6 @@
 // Advertisements and the live beacons; the report each second, the expiry of silent beacons.
 
+#include "SeamRecorders.h"
 #include "platform/simulation/PayloadEncoder.h"
 #include "support.h"
 
@@ -14,31 +15,6 @@ using ::testing::IsEmpty;
 
 const CBUUID deviceInformation = CBUUID::UUIDWithString("180A");
 const CBUUID battery = CBUUID::UUIDWithString("180F");
-
-/// A handle whose state a test sets, for what no simulated beacon does yet: stay connected.
-class HandleWithState final : public platform::CBPeripheral {
-public:
-    CBPeripheralState current = CBPeripheralState::disconnected;
-
-    std::shared_ptr<platform::CBPeripheralDelegate> delegate() const override { return nullptr; }
-    void setDelegate(std::weak_ptr<platform::CBPeripheralDelegate>) override {}
-    CBPeripheralState state() const override { return current; }
-    const std::optional<std::vector<std::shared_ptr<platform::CBService>>>& services() const override {
-        return services_;
-    }
-    void discoverServices(std::span<const CBUUID>) override {}
-    void discoverCharacteristicsForService(std::span<const CBUUID>,
-                                           const std::shared_ptr<platform::CBService>&) override {}
-    void readValueForCharacteristic(const std::shared_ptr<platform::CBCharacteristic>&) override {}
-    void writeValueForCharacteristicType(std::span<const std::uint8_t>,
-                                         const std::shared_ptr<platform::CBCharacteristic>&,
-                                         platform::CBCharacteristicWriteType) override {}
-    void setNotifyValueForCharacteristic(bool, const std::shared_ptr<platform::CBCharacteristic>&) override {}
-    void readRSSI() override {}
-
-private:
-    std::optional<std::vector<std::shared_ptr<platform::CBService>>> services_;
-};
 
 class RangingTest : public ManagerTest {
 protected:
@@ -249,8 +225,8 @@ TEST_F(RangingTest, ARecordExpiresJustAfter20SecondsAndNotBefore) {
 
 TEST_F(RangingTest, AConnectedRecordIsStampedInsteadAndAgesAfterwards) {
     setWallTime(1'700'000'100.75);
-    const auto handle = std::make_shared<HandleWithState>();
-    handle->current = CBPeripheralState::connected;
+    const auto handle = std::make_shared<RecordingPeripheral>();
+    handle->theState = CBPeripheralState::connected;
     const auto record = makeRecord(1, 1, 1'700'000'000);
     record->setPeripheral(handle);
     manager->setLiveBeacons({record});
@@ -259,7 +235,7 @@ TEST_F(RangingTest, AConnectedRecordIsStampedInsteadAndAgesAfterwards) {
     EXPECT_EQ(record->timestamp(), 1'700'000'100);
     for (const auto state :
          {CBPeripheralState::connecting, CBPeripheralState::disconnecting, CBPeripheralState::disconnected}) {
-        handle->current = state;
+        handle->theState = state;
         manager->setLiveBeacons({record});
         setWallTime(1'700'000'120);
         check();

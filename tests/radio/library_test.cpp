@@ -1,0 +1,127 @@
+// The library's whole story, over any radio.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "LibraryOverRadio.h"
+#include "ZobiConnectKit/ZOKGATTProfile.h"
+
+namespace {
+
+using namespace ZOKGATTProfile;
+using ::testing::ElementsAre;
+
+/// The service in which the profile has a characteristic.
+platform::CBUUID serviceOf(const platform::CBUUID& characteristic) {
+    for (const CharacteristicRequest& request : characteristicRequests) {
+        if (std::ranges::find(request.characteristics, characteristic) != request.characteristics.end()) {
+            return request.service;
+        }
+    }
+    throw std::invalid_argument(characteristic.UUIDString());
+}
+
+TEST_P(LibraryOverRadio, RangesABeaconAndDropsItWhenItFallsSilent) {
+    const auto beacon = range();
+    EXPECT_EQ(beacon->macAddress()->size(), 12U);
+    EXPECT_NE(beacon->peripheral(), nullptr);
+    bench->beaconFallsSilent();
+    EXPECT_TRUE(bench->runUntil([&] { return manager->liveBeacons().empty(); }));
+}
+
+TEST_P(LibraryOverRadio, ConnectsAndDisconnectsInOneOrder) {
+    const auto beacon = range();
+    takeEvents();
+    manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
+    ASSERT_TRUE(heard("connection complete"));
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("connected", "ZOKBeaconDidConnectNotification", "connection complete"));
+    manager->disconnectBeaconWithCompletion(beacon, application->completion("disconnection complete"));
+    ASSERT_TRUE(heard("disconnection complete"));
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("disconnected", "ZOKBeaconDidDisconnectNotification", "disconnection complete"));
+}
+
+TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
+    const auto beacon = connect();
+    bench->setValue(temperatureCharacteristic, {0x01, 0x2C});
+    manager->temperatureForBeaconWithCompletion(beacon, nullptr);
+    ASSERT_TRUE(heard("ZOKBeaconDidTemperatureChangeNotification 300"));
+    bench->setValue(firmwareRevisionCharacteristic, {'1', '.', '2', 0, 'A'});
+    manager->firmwareVersionForBeaconWithCompletion(beacon, nullptr);
+    ASSERT_TRUE(heard("ZOKBeaconFirmwareVersionNotification 1.2"));
+    EXPECT_EQ(beacon->firmwareVersion(), "1.2");
+    manager->setButtonModeForBeacon(258, beacon);
+    manager->buttonModeForBeaconWithCompletion(beacon, nullptr);
+    ASSERT_TRUE(heard("ZOKBeaconButtonModeNotification 2"));
+    manager->pingBeacon(beacon);
+    ASSERT_TRUE(bench->runUntil(
+        [&] { return bench->value(alertLevelCharacteristic) == std::vector<std::uint8_t>{1}; }));
+    manager->RSSIForBeaconWithCompletion(beacon, nullptr);
+    ASSERT_TRUE(heard("ZOKBeaconDidRSSIChangeNotification"));
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("temperature 300", "ZOKBeaconDidTemperatureChangeNotification 300",
+                            "ZOKBeaconFirmwareVersionNotification 1.2", "ZOKBeaconButtonModeNotification 2",
+                            "ZOKBeaconDidRSSIChangeNotification"));
+
+    const auto notify = [&](const platform::CBUUID& characteristic, std::vector<std::uint8_t> value) {
+        ASSERT_TRUE(bench->runUntil([&] {
+            const auto subscribed = ZOKManager::characteristicFromServiceAndPeripheral(
+                characteristic, serviceOf(characteristic), beacon->peripheral());
+            return subscribed && subscribed->isNotifying();
+        }));
+        bench->setValue(characteristic, std::move(value));
+    };
+    manager->setAccelerometerNotificationsForBeacon(true, beacon);
+    manager->setBatteryNotificationsForBeacon(true, beacon);
+    manager->setButtonActionsNotificationsForBeacon(true, beacon);
+    notify(accelerometerXCharacteristic, {0xFF, 0xFF});
+    notify(accelerometerZCharacteristic, {0x00, 0x07});
+    notify(batteryLevelCharacteristic, {0xC8});
+    notify(buttonActionCharacteristic, {2});
+    ASSERT_TRUE(heard("button 1"));
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("ZOKBeaconDidAccelerometerAxisXChangeNotification 65535",
+                            "ZOKBeaconDidAccelerometerAxisZChangeNotification 7", "battery -56", "button 1"));
+    EXPECT_EQ(beacon->accelerometer(), (ZOKAccelerometerAxes{.axisX = 65535, .axisY = 0, .axisZ = 7}));
+}
+
+TEST_P(LibraryOverRadio, ALostLinkComesBackByItself) {
+    const auto beacon = connect();
+    manager->startRSSIMonitoringForBeaconIntervalWithCompletion(beacon, 1, nullptr);
+    ASSERT_TRUE(heard("ZOKBeaconDidRSSIChangeNotification", 2));
+    bench->beaconFallsSilent();
+    ASSERT_TRUE(heard("ZOKBeaconDidDisconnectNotification"));
+    EXPECT_EQ(beacon->timestamp(), 0);
+    takeEvents();
+    // Longer than a beacon that is not awaited stays live.
+    bench->runUntil([] { return false; }, 35);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(beacon));
+    EXPECT_THAT(takeEvents(), ::testing::IsEmpty());
+    bench->beaconComesIntoRange();
+    ASSERT_TRUE(heard("connection complete"));
+    ASSERT_TRUE(heard("ZOKBeaconDidRSSIChangeNotification", 2)) << "readings resume by themselves";
+    manager->stopRSSIMonitoringForBeacon(beacon);
+    bench->beaconEndsLink();
+    ASSERT_TRUE(heard("disconnected error 7"));
+    takeEvents();
+    EXPECT_FALSE(bench->runUntil([&] { return !application->events.empty(); }, RadioBench::aWhile));
+}
+
+TEST_P(LibraryOverRadio, APowerCycleEndsLinksAndRangingGoesOn) {
+    const auto beacon = connect();
+    bench->setRadioPower(false);
+    ASSERT_TRUE(heard("ZOKBeaconDidDisconnectNotification"));
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("state 4", "disconnected error 5", "ZOKBeaconDidDisconnectNotification"));
+    bench->setRadioPower(true);
+    ASSERT_TRUE(heard("state 5"));
+    beacon->setTimestamp(1);
+    ASSERT_TRUE(bench->runUntil([&] { return beacon->timestamp() > 1; })) << "it is heard again";
+    manager->connectBeacon(beacon);
+    ASSERT_TRUE(heard("connection complete"));
+}
+
+}  // namespace
