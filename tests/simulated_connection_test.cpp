@@ -1,0 +1,348 @@
+// Connections over the simulated radio: what may happen at the same moment, and what can be scripted.
+
+#include <set>
+
+#include "Application.h"
+#include "platform/simulation/SimulatedPeripheral.h"
+#include "support.h"
+
+namespace {
+
+using namespace platform;
+using namespace platform::simulation;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class SimulatedConnectionTest : public ManagerTest {
+protected:
+    SimulatedConnectionTest() {
+        application->start(*manager, platform);
+        manager->startMonitoring();
+        loop.processPending();
+    }
+
+    /// A beacon that is live.
+    SimulatedBeacon& addLive(BeaconDescription description) {
+        SimulatedBeacon& beacon = addBeacon(std::move(description));
+        const std::size_t before = manager->liveBeacons().size();
+        beacon.comeIntoRange();
+        pass(0.001);
+        EXPECT_EQ(manager->liveBeacons().size(), before + 1);
+        return beacon;
+    }
+    std::shared_ptr<ZOKBeacon> record(std::size_t index = 0) { return manager->liveBeacons().at(index); }
+    void connect(std::size_t index = 0) {
+        manager->connectBeaconWithCompletion(record(index), application->completion("complete"));
+    }
+    Events takeEvents() { return std::exchange(application->events, {}); }
+
+    static NSError error(CBError code) { return {code, "Scripted."}; }
+
+    const Events connected{"connected", "ZOKBeaconDidConnectNotification", "complete"};
+    const Events lost{"disconnected error 6", "ZOKBeaconDidDisconnectNotification"};
+    std::shared_ptr<Application> application = std::make_shared<Application>();
+};
+
+TEST_F(SimulatedConnectionTest, ALinkThatDiesDuringDiscoveryMayBeReportedAndAtOnceEnded) {
+    // Up at 0.2 s; the answer to the services at 1.2 s, the first to the characteristics at 2.2 s.
+    SimulatedBeacon& beacon = addLive({.link = {.responseDelay = 1}});
+    connect();
+    pass(1);
+    beacon.endLink(error(CBError::peripheralDisconnected));
+    pass(1);
+    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 7", "ZOKBeaconDidDisconnectNotification"));
+    EXPECT_EQ(manager->nbChars(), 0);
+
+    connect();
+    pass(2);
+    application->onEvent = [&](const std::string& event) {
+        // Still: the end has not been told.
+        if (event != "connected") return;
+        EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::connected);
+        manager->temperatureForBeaconWithCompletion(record(), nullptr);
+        manager->disconnectBeacon(record());
+    };
+    beacon.endLink(error(CBError::peripheralDisconnected));
+    pass(1);
+    Events both = connected;
+    both.insert(both.end(), {"disconnected error 7", "ZOKBeaconDidDisconnectNotification"});
+    EXPECT_EQ(takeEvents(), both) << "seven answers are seven answers";
+    EXPECT_EQ(manager->nbChars(), 7);
+}
+
+TEST_F(SimulatedConnectionTest, PowerOffDuringAttemptAndLinkIsTold) {
+    addLive({.minor = 1});
+    addLive({.minor = 2, .link = {.connectionDelay = 10}});
+    addLive({.minor = 3});
+    connect(2);
+    pass(0.1);
+    connect(1);
+    connect(0);
+    pass(5);
+    takeEvents();
+    setRadio(CBManagerState::poweredOff);
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("state 4", "disconnected error 5", "ZOKBeaconDidDisconnectNotification",
+                            "complete error 5", "disconnected error 5", "ZOKBeaconDidDisconnectNotification"))
+        << "in the order in which the connections were asked for";
+    setRadio(CBManagerState::poweredOn);
+    pass(20);
+    EXPECT_THAT(takeEvents(), ElementsAre("state 5")) << "nothing connects again by itself";
+}
+
+TEST_F(SimulatedConnectionTest, ABeaconThatIsAwaitedDoesNotExpire) {
+    SimulatedBeacon& beacon = addLive({});
+    const auto awaited = record();
+    beacon.goOutOfRange();
+    connect();
+    pass(3600);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(awaited));
+    EXPECT_THAT(takeEvents(), IsEmpty());
+    beacon.comeIntoRange();
+    pass(1);
+    EXPECT_EQ(takeEvents(), connected);
+    pass(3600);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(awaited)) << "nor does one that is linked";
+    manager->disconnectBeacon(awaited);
+    beacon.goOutOfRange();
+    pass(31);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+}
+
+TEST_F(SimulatedConnectionTest, OfTwoLinksThatComeUpTogetherOneIsReported) {
+    addLive({.minor = 1});
+    addLive({.minor = 2});
+    connect(0);
+    connect(1);
+    pass(5);
+    EXPECT_EQ(takeEvents(), connected) << "there is one count for both";
+    EXPECT_EQ(manager->nbChars(), 14);
+    connect(1);
+    pass(5);
+    EXPECT_EQ(takeEvents(), connected) << "asking again has it reported";
+}
+
+TEST_F(SimulatedConnectionTest, EachLinkOfAStormIsReportedAndComesBack) {
+    SimulatedBeacon& beacon = addLive({});
+    connect();
+    pass(1);
+    EXPECT_EQ(takeEvents(), connected);
+    Events round = lost;
+    round.insert(round.end(), connected.begin(), connected.end());
+    for (int i = 0; i < 200; ++i) {
+        // Code 6 of whatever cause: the beacon ends the link, or falls silent.
+        if (i % 2 == 0) {
+            beacon.endLink(error(CBError::connectionTimeout));
+            pass(1);
+        } else {
+            beacon.goOutOfRange();
+            pass(3);
+            beacon.comeIntoRange();
+            pass(1);
+        }
+        ASSERT_EQ(takeEvents(), round) << i;
+    }
+    EXPECT_EQ(manager->liveBeacons().size(), 1U);
+    // Cancelled before it is up again.
+    beacon.endLink(error(CBError::connectionTimeout));
+    pass(0.1);
+    manager->disconnectBeacon(record());
+    pass(10);
+    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 6", "ZOKBeaconDidDisconnectNotification",
+                                          "disconnected", "ZOKBeaconDidDisconnectNotification"));
+}
+
+TEST_F(SimulatedConnectionTest, MissingDoubledAndFailingServices) {
+    const auto without = [](std::string_view service) {
+        BeaconDescription beacon;
+        std::erase_if(beacon.services,
+                      [&](const auto& it) { return it.uuid == CBUUID::UUIDWithString(service); });
+        return beacon;
+    };
+    addLive(without("180A"));
+    BeaconDescription doubled = without("180A");
+    doubled.minor = 1;
+    doubled.services.push_back(doubled.services[2]);
+    doubled.services.push_back({CBUUID::UUIDWithString("FEED")});
+    addLive(doubled);
+    SimulatedBeacon& failing = addLive({.minor = 2});
+    failing.gatt().setDiscoveryError(CBUUID::UUIDWithString("FFA0"), error(CBError::unknown));
+    const auto connectAlone = [&](std::size_t index) {
+        connect(index);
+        pass(5);
+        const Events told = takeEvents();
+        EXPECT_EQ(record(index)->peripheral()->state(), CBPeripheralState::connected);
+        manager->disconnectBeacon(record(index));
+        pass(1);
+        takeEvents();
+        return told;
+    };
+    EXPECT_THAT(connectAlone(0), IsEmpty()) << "six answers";
+    EXPECT_EQ(connectAlone(1), connected) << "a service twice makes up for one that is missing";
+    EXPECT_EQ(connectAlone(2), connected) << "an error is an answer";
+    failing.setServiceDiscoveryError(error(CBError::unknown));
+    takeLog();
+    EXPECT_THAT(connectAlone(2), IsEmpty());
+    EXPECT_THAT(log, ::testing::Contains("Error in didDiscoverServices: Scripted."));
+    failing.setConnectionError(error(CBError::connectionFailed));
+    connect(2);
+    pass(5);
+    EXPECT_THAT(takeEvents(), ElementsAre("complete error 10"));
+}
+
+TEST_F(SimulatedConnectionTest, ErrorsAreDroppedAndLateAnswersAreNot) {
+    SimulatedBeacon& beacon = addLive({});
+    connect();
+    pass(1);
+    takeEvents();
+    const auto temperature = CBUUID::UUIDWithString("FFF2");
+    beacon.gatt().setReadError(temperature, error(CBError::unknown));
+    beacon.setSignalReadError(error(CBError::unknown));
+    manager->temperatureForBeaconWithCompletion(record(), nullptr);
+    manager->RSSIForBeaconWithCompletion(record(), nullptr);
+    pass(1);
+    EXPECT_THAT(takeEvents(), IsEmpty());
+    beacon.gatt().setReadError(temperature, std::nullopt);
+    beacon.goOutOfRange();
+    manager->temperatureForBeaconWithCompletion(record(), nullptr);
+    pass(1.9);
+    EXPECT_THAT(takeEvents(), IsEmpty());
+    beacon.comeIntoRange();
+    pass(0.1);
+    EXPECT_THAT(takeEvents(), ElementsAre("temperature 20", "ZOKBeaconDidTemperatureChangeNotification 20"));
+    pass(5);
+    EXPECT_THAT(takeEvents(), IsEmpty()) << "the link was not lost";
+}
+
+TEST_F(SimulatedConnectionTest, ALinkedBeaconFallsSilentOnTheAir) {
+    SimulatedBeacon& beacon = addLive({.advertisingInterval = 0.5});
+    connect();
+    pass(5);
+    takeLog();
+    pass(30);
+    EXPECT_THAT(log, ::testing::Not(::testing::Contains(::testing::HasSubstr("scanRsp"))));
+    EXPECT_THAT(delegate->buttons, IsEmpty());
+    takeEvents();
+    manager->setButtonActionsNotificationsForBeacon(true, record());
+    manager->setBatteryNotificationsForBeacon(true, record());
+    pass(1);
+    beacon.pressButton(2, 1);
+    beacon.setBatteryLevel(33);
+    pass(5);
+    EXPECT_THAT(takeEvents(), ElementsAre("button 1", "battery 33"));
+    const auto before = record()->timestamp();
+    manager->disconnectBeacon(record());
+    pass(5);
+    EXPECT_GT(record()->timestamp(), before + 4) << "it advertises again";
+}
+
+TEST_F(SimulatedConnectionTest, ABeaconHasOneLinkAndAManagerThatGoesAwayGivesItBack) {
+    SimulatedBeacon& beacon = addLive({});
+    connect();
+    pass(1);
+    takeEvents();
+    const auto other = std::make_shared<Application>();
+    const auto otherManager = ZOKManager::managerOnPlatform(platform);
+    otherManager->setDelegate(other);
+    otherManager->connectBeacon(record());
+    pass(10);
+    EXPECT_THAT(other->events, ElementsAre("state 5")) << "another central's peripheral is none of its own";
+    EXPECT_EQ(otherManager->liveBeacons().size(), 1U);
+    otherManager->setLiveBeacons({});
+
+    manager->disconnectBeacon(record());
+    pass(2);
+    ASSERT_EQ(otherManager->liveBeacons().size(), 1U);
+    connect();
+    otherManager->connectBeacon(otherManager->liveBeacons()[0]);
+    pass(5);
+    EXPECT_TRUE(beacon.isConnected());
+    EXPECT_THAT(takeEvents(), ::testing::IsSupersetOf(connected));
+    EXPECT_THAT(other->events, ElementsAre("state 5"));
+    const auto kept = record();
+    manager->stopMonitoring();
+    platform.notificationCenter().clear();
+    manager.reset();
+    EXPECT_EQ(kept->peripheral()->state(), CBPeripheralState::disconnected);
+    pass(5);
+    EXPECT_THAT(other->events, ElementsAre("state 5", "connected"));
+}
+
+TEST_F(SimulatedConnectionTest, AnExceptionOutOfOneCallbackKeepsNoOtherFromBeingMade) {
+    SimulatedBeacon& beacon = addLive({.link = {.responseDelay = 1}});
+    connect();
+    pass(2);
+    application->onEvent = [](const std::string& event) {
+        if (event == "connected") throw std::runtime_error("mine");
+    };
+    beacon.endLink(error(CBError::peripheralDisconnected));
+    EXPECT_THROW(pass(1), std::runtime_error);
+    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 7", "ZOKBeaconDidDisconnectNotification"));
+    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::disconnected);
+    application->onEvent = [](const auto& /*event*/) {};
+    connect();
+    pass(20);
+    EXPECT_EQ(takeEvents(), connected);
+}
+
+TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
+    BeaconDescription description;
+    const auto characteristic = [&](std::size_t service, std::size_t place) -> CharacteristicDescription& {
+        return description.services[service].characteristics[place];
+    };
+    characteristic(3, 0).generated = pickedValue(1, {{1}, {3}});
+    characteristic(4, 0).generated = swingingValue(0.25, 100, 300, 1);
+    characteristic(4, 1).generated = driftingValue(1, 0, 1000, 3);
+    addLive(description);
+    connect();
+    pass(1.1);
+    takeEvents();
+    manager->setAccelerometerNotificationsForBeacon(true, record());
+    manager->setButtonActionsNotificationsForBeacon(true, record());
+    std::set<std::int64_t> swing;
+    std::vector<std::int64_t> drift;
+    for (int i = 0; i < 400; ++i) {
+        pass(0.25);
+        swing.insert(record()->accelerometer().axisX);
+        if (i % 4 == 3) drift.push_back(record()->accelerometer().axisY);
+    }
+    EXPECT_THAT(swing, ::testing::IsSubsetOf({0, 100, 200, 300}));
+    EXPECT_GE(swing.size(), 3U);
+    for (std::size_t i = 1; i < drift.size(); ++i) EXPECT_LE(std::abs(drift[i] - drift[i - 1]), 3);
+    EXPECT_GT(std::set(drift.begin(), drift.end()).size(), 5U);
+    const Events events = takeEvents();
+    EXPECT_GE(std::ranges::count(events, "button 0") + std::ranges::count(events, "button 2"), 99);
+    EXPECT_GT(std::ranges::count(events, "button 0"), 20);
+    EXPECT_GT(std::ranges::count(events, "button 2"), 20);
+    manager->stopMonitoring();
+    manager->disconnectBeacon(record());
+    pass(1);
+    EXPECT_LE(loop.timerCount(), 1U) << "its advertisements' alone";
+}
+
+TEST_F(SimulatedConnectionTest, WhatNoBeaconCanBeIsRefused) {
+    const auto add = [&](const std::function<void(BeaconDescription&)>& change) {
+        BeaconDescription description;
+        change(description);
+        addBeacon(description);
+    };
+    EXPECT_THROW(add([](auto& it) { it.link.connectionDelay = -1; }), std::invalid_argument);
+    EXPECT_THROW(add([](auto& it) { it.link.responseDelay = std::nan(""); }), std::invalid_argument);
+    EXPECT_THROW(add([](auto& it) { it.link.supervisionTimeout = 0; }), std::invalid_argument);
+    EXPECT_THROW(add([](auto& it) { it.services[0].characteristics[0].value->resize(513); }),
+                 std::invalid_argument);
+    EXPECT_THROW(add([](auto& it) { it.services[0].characteristics[0].generated = pickedValue(0, {{1}}); }),
+                 std::invalid_argument);
+    EXPECT_THROW(pickedValue(1, {}), std::invalid_argument);
+    EXPECT_THROW(swingingValue(1, 2, 1, 1), std::invalid_argument);
+    EXPECT_THROW(swingingValue(1, 1, 2, 0), std::invalid_argument);
+    SimulatedBeacon& beacon = addBeacon({});
+    const auto absent = CBUUID::UUIDWithString("FEED");
+    EXPECT_THROW(beacon.gatt().setValue(absent, {}), std::invalid_argument);
+    EXPECT_THROW(beacon.gatt().setReadError(absent, std::nullopt), std::invalid_argument);
+    EXPECT_THROW(beacon.gatt().setDiscoveryError(absent, std::nullopt), std::invalid_argument);
+    EXPECT_THROW(beacon.gatt().setValue(CBUUID::UUIDWithString("2A19"), std::vector<std::uint8_t>(513)),
+                 std::invalid_argument);
+}
+
+}  // namespace
