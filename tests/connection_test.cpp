@@ -41,8 +41,8 @@ protected:
     }
     /// All that the library uses was discovered.
     void discoverAll() {
-        const auto service = [](std::string_view uuid, std::vector<std::string_view> characteristics) {
-            return std::make_shared<FoundService>(uuid, std::move(characteristics));
+        const auto service = [](std::string_view uuid, const std::vector<std::string_view>& characteristics) {
+            return std::make_shared<FoundService>(uuid, characteristics);
         };
         peripheral->found = {{service("1802", {"2A06"}), service("180F", {"2A19"}), service("FFE0", {"FFE1"}),
                               service("FFA0", {"FFA2", "FFA3", "FFA4"}),

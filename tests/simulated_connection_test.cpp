@@ -170,7 +170,7 @@ TEST_F(SimulatedConnectionTest, MissingDoubledAndFailingServices) {
     const auto connectAlone = [&](std::size_t index) {
         connect(index);
         pass(5);
-        const Events told = takeEvents();
+        Events told = takeEvents();
         EXPECT_EQ(record(index)->peripheral()->state(), CBPeripheralState::connected);
         manager->disconnectBeacon(record(index));
         pass(1);

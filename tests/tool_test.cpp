@@ -5,10 +5,13 @@
 
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
@@ -258,6 +261,145 @@ TEST(ToolScreen, CutsOffWhatHasNoRoom) {
     EXPECT_NE(lastScreen.find("... and 6 more rows\x1b[0m\x1b[?25h"), std::string::npos) << lastScreen;
 }
 
+const std::string connectionsExample =
+    std::filesystem::path(EXAMPLE_SCENARIO).replace_filename("connections.json").string();
+
+/// What a command for one beacon writes in virtual time, once it has ended with `status`.
+std::string outputOnScenario(Arguments arguments, const std::string& file, int status) {
+    arguments.insert(arguments.end(), {"--virtual-time", "--scenario", file});
+    return outputOf(std::move(arguments), status);
+}
+
+// All in range at once, so that a connection is asked for at 1 and is up soon after. "bare" has the seven
+// services that make a connection, but one of them twice in place of another.
+constexpr auto beaconsToConnect = R"({
+    "beacons": [
+        {"name": "whole", "mac": "ABCDEF123451", "major": 1, "minor": 1, "battery": 90, "temperature": 22},
+        {"name": "bare", "mac": "ABCDEF123452", "major": 1, "minor": 2, "layoutVersion": 1,
+         "services": ["180A", "180F", "FFE0", "FFE0", "FFA0", "FFF0", "F0002013-0451-4000-B000-000000000000"]},
+        {"name": "mute", "mac": "ABCDEF123453", "major": 1, "minor": 3},
+        {"name": "slow", "mac": "ABCDEF123454", "major": 1, "minor": 4, "link": {"delay": 3600}},
+        {"name": "closed", "mac": "ABCDEF123455", "major": 1, "minor": 5,
+         "link": {"serviceDiscoveryError": {"code": 0}}}
+    ],
+    "timeline": [
+        {"at": 0, "beacon": "whole", "do": "comeIntoRange"},
+        {"at": 0, "beacon": "bare", "do": "comeIntoRange"},
+        {"at": 0, "beacon": "mute", "do": "comeIntoRange"},
+        {"at": 0, "beacon": "slow", "do": "comeIntoRange"},
+        {"at": 0, "beacon": "closed", "do": "comeIntoRange"},
+        {"at": 2.5, "beacon": "whole", "do": "setBattery", "battery": 89},
+        {"at": 0, "beacon": "mute", "do": "setReadError", "characteristic": "2A26", "error": {"code": 1}},
+        {"at": 0, "beacon": "mute", "do": "setSignalReadError", "error": {"code": 1}},
+        {"at": 9, "beacon": "mute", "do": "endLink", "error": {"code": 7}},
+        {"at": 50, "do": "setRadio", "state": "poweredOff"}
+    ]})";
+
+TEST(ToolBeacon, IsInspected) {
+    const ScenarioFile file(beaconsToConnect);
+    const json whole = json::parse(outputOnScenario({"inspect", "1", "1", "--format", "json"}, file.name, 0));
+    EXPECT_EQ(whole["firmwareVersion"], "1.0.0");
+    EXPECT_EQ(whole["temperature"], 22);
+    EXPECT_EQ(whole["buttonMode"], 0);
+    EXPECT_EQ(whole["batteryLevel"], 89);
+    EXPECT_EQ(whole["advertBatteryLevel"], 90);
+    EXPECT_EQ(whole["services"].size(), 7U);
+    EXPECT_EQ(whole["services"][3], json::parse(R"({"uuid": "FFE0", "name": "button", "characteristics": [
+                                                      {"uuid": "FFE1", "name": "button action"}]})"));
+    EXPECT_NE(outputOnScenario({"inspect", "1", "2"}, file.name, 0).find("battery level     -\n"),
+              std::string::npos);
+    const std::string mute = outputOnScenario({"inspect", "1", "3", "--timeout", "5"}, file.name, 1);
+    EXPECT_NE(mute.find("  firmware version  -\n  temperature       20\n"), std::string::npos) << mute;
+    EXPECT_NE(mute.find("battery level     100% (as advertised)\n"), std::string::npos) << mute;
+    EXPECT_TRUE(mute.ends_with("beacon 1.3 did not tell its firmware version (no answer)\n")) << mute;
+}
+
+TEST(ToolBeacon, IsCommandedOrTheFailureTold) {
+    const ScenarioFile file(beaconsToConnect);
+    EXPECT_EQ(outputOnScenario({"ping", "1", "1"}, file.name, 0), "pinged beacon 1.1\n");
+    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1"}, file.name, 0), "0\n");
+    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1", "255"}, file.name, 0), "255\n");
+    const std::vector<std::pair<Arguments, std::string>> failures{
+        {{"ping", "1", "9"}, "no connection within 30 s: beacon 1.9 was not heard"},
+        {{"ping", "1", "9", "--timeout", "60"},
+         "no connection within 60 s: Bluetooth is not on, but poweredOff"},
+        {{"ping", "1", "2"},
+         "beacon 1.2 has no characteristic Alert Level (2A06) in a service Immediate Alert (1802)"},
+        {{"ping", "1", "3", "--timeout", "5"}, "beacon 1.3 gave no answer within 5 s: pinging beacon 1.3"},
+        {{"ping", "1", "3"},
+         "the link to beacon 1.3 has ended: The beacon has ended the connection. (CBErrorDomain 7)"},
+        {{"ping", "1", "4"}, "no connection within 30 s: beacon 1.4 did not accept one"},
+        {{"ping", "1", "4", "--timeout", "60"},
+         "cannot connect to beacon 1.4: Bluetooth is off. (CBErrorDomain 5)"},
+        {{"ping", "1", "5"},
+         "no connection within 30 s: beacon 1.5 was linked, but its services were not found"},
+        {{"inspect", "2", "2"},
+         "cannot connect to beacon 2.2: The connection could not be made. (CBErrorDomain 10)"},
+        {{"inspect", "2", "3"},
+         "no connection within 30 s: beacon 2.3 was linked, but lacks the services that make a connection: "
+         "temperature (FFF0)"},
+        {{"button-mode", "2", "4", "7"}, "the button mode of beacon 2.4 is 5, though 7 was written"},
+    };
+    for (const auto& [arguments, message] : failures) {
+        const std::string& scenario = arguments[1] == "1" ? file.name : connectionsExample;
+        EXPECT_EQ(outputOnScenario(arguments, scenario, 1), "zobiconnect: " + message + '\n');
+    }
+}
+
+TEST(ToolBeacon, IsWatchedOverTheEndsOfItsLink) {
+    std::vector<std::string> events;
+    std::map<std::string, std::vector<int>> values;
+    for (const json& event :
+         eventsOf(outputOnScenario({"watch", "2", "1", "--for", "40"}, connectionsExample, 0))) {
+        if (event["event"] != "value") {
+            const auto time = std::lround(event["time"].get<double>() - startTime);
+            const json error = event.value("error", json());
+            events.push_back(std::to_string(time) + ' ' + event["event"].get<std::string>() +
+                             (error.is_null() ? "" : ' ' + error["code"].dump()));
+        } else if (event["value"].is_number()) {
+            values[event["name"]].push_back(event["value"]);
+        }
+    }
+    // The beacon falls silent at 15, returns at 25, and ends the link at 35.
+    EXPECT_EQ(events, (std::vector<std::string>{"0 state", "1 connecting", "1 connected", "17 lost 6",
+                                                "17 connecting", "25 connected", "35 ended 7",
+                                                "36 connecting", "36 connected", "40 ended", "40 summary"}));
+    EXPECT_EQ(values["batteryLevel"], std::vector{79});
+    EXPECT_EQ(values["buttonAction"], std::vector{1});
+    EXPECT_EQ(values["buttonMode"].size(), 3U);
+    // Listened to in each of the connections, for 13, 9 and 3 s.
+    EXPECT_EQ(values["axisX"].size(), 13U + 9U + 3U);
+    // Each 2 s from 3.5 on, as long as the beacon is there.
+    EXPECT_EQ(values["signalStrength"].size(), 6U + 5U + 1U);
+    // At each connection, and at 5, 10 and 30.
+    EXPECT_EQ(values["temperature"].size(), 3U + 3U);
+    EXPECT_TRUE(outputOnScenario({"watch", "2", "3"}, connectionsExample, 1)
+                    .ends_with("lacks the services that make a connection: temperature (FFF0)\n"));
+}
+
+TEST(ToolBeacon, OfTheDemonstrationIsLively) {
+    const Arguments arguments{"watch", "1", "4", "--for", "120", "--virtual-time"};
+    const std::string output = outputOf(arguments);
+    EXPECT_EQ(outputOf(arguments), output);
+    EXPECT_NE(output.find("\"lost\""), std::string::npos);
+    const json summary = eventsOf(output).back();
+    EXPECT_EQ(summary["connections"], 2);
+    EXPECT_GE(summary["values"], 400);
+}
+
+TEST(ToolBeacon, IsLeftWhenInterrupted) {
+    Tool ping({"ping", "9", "9"}, winsize{24, 80, 0, 0});
+    EXPECT_TRUE(ping.signalAfter("looking for beacon 9.9 ...", SIGINT));
+    EXPECT_EQ(ping.end(), 1);
+    EXPECT_TRUE(ping.written.ends_with("zobiconnect: interrupted\r\n")) << ping.written;
+
+    Tool watch({"watch", "1", "1"}, winsize{24, 80, 0, 0});
+    EXPECT_TRUE(watch.signalAfter("1s  connected", SIGINT));
+    EXPECT_EQ(watch.end(), 0);
+    EXPECT_NE(watch.written.find("the link to beacon 1.1 has ended"), std::string::npos) << watch.written;
+    EXPECT_NE(watch.written.find("\x1b[?1049lEnded after 1s: 1 connection, "), std::string::npos);
+}
+
 TEST(ToolDecode, ExplainsTheLayouts) {
     EXPECT_EQ(outputOf({"decode", "56:34:12:ef:cd:ab 00 0001-0007 03 5A 001a 02 FF"}),
               "563412EFCDAB0000010007035A001A02FF: 17 bytes, layout version 3\n"
@@ -318,6 +460,11 @@ TEST(ToolUsage, RefusesWhatMakesNoSense) {
         {{"monitor", "--simulate", "2", "--scenario", "x"}, "excludes"},
         {{"monitor", "--scenario", "/nowhere"}, "/nowhere: cannot be read: No such file or directory"},
         {{"monitor", "--scenario", file.name}, ".json: beacons: missing"},
+        {{"inspect", "1"}, "MINOR is required"},
+        {{"ping", "65536", "1"}, "MAJOR: \"65536\" is not a number from 0 to 65535"},
+        {{"watch", "1", "1.0"}, "MINOR: \"1.0\" is not"},
+        {{"watch", "1", "1", "--rssi-interval", "0"}, "is not a number of seconds, 0.1 or more"},
+        {{"button-mode", "1", "1", "256"}, "VALUE: \"256\" is not a number from 0 to 255"},
     };
     for (const auto& [arguments, message] : mistakes) {
         const std::string output = outputOf(arguments, 2);
@@ -342,6 +489,10 @@ TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
     const auto withEvent = [&](const std::string& keys, const std::string& more = "") {
         const std::string start = withBeacon("");
         return start.substr(0, start.size() - 1) + R"(, "timeline": [{"at": 1, )" + keys + "}]" + more + '}';
+    };
+    const auto withCharacteristic = [&](const std::string& keys) {
+        return withBeacon(R"(, "services": [{"uuid": "180D", "characteristics": [{"uuid": "2A37", )" + keys +
+                          "}]}]");
     };
     const std::vector<std::pair<std::string, std::string>> mistakes{
         {"[]", "top level: must be an object"},
@@ -373,6 +524,24 @@ TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
          "poweredOn"},
         {withEvent(R"("do": "becomeActive")", R"(, "repeatEvery": 1)"),
          "timeline[0].at: must be less than repeatEvery"},
+        {withBeacon(R"(, "link": {"supervisionTimeout": 0})"),
+         "beacons[0].link.supervisionTimeout: 0 is not from 0.01 to 3600"},
+        {withBeacon(R"(, "services": ["180A", "180D"])"),
+         "beacons[0].services[1]: is no usual service of beacons: describe it in an object"},
+        {withCharacteristic(R"("properties": ["read", "sign"])"),
+         "beacons[0].services[0].characteristics[0].properties[1]: must be read, write, "
+         "writeWithoutResponse or notify"},
+        {withCharacteristic(R"("value": ")" + std::string(1026, '0') + '"'),
+         "beacons[0].services[0].characteristics[0].value: must be up to 512 bytes"},
+        {withCharacteristic(R"("generate": {"kind": "drift", "interval": 1, "smallest": 5, "largest": 4})"),
+         "beacons[0].services[0].characteristics[0].generate.largest: 4 is not from 5 to 65535"},
+        {withCharacteristic(R"("generate": {"kind": "pick", "interval": 1, "values": []})"),
+         "beacons[0].services[0].characteristics[0].generate.values: must not be empty"},
+        {withEvent(R"("beacon": "a", "do": "endLink")"), "timeline[0].error: missing"},
+        {withEvent(R"("beacon": "a", "do": "setValue", "characteristic": "2A00", "value": "")"),
+         "timeline[0].characteristic: the beacon has no characteristic 2A00"},
+        {withEvent(R"("beacon": "a", "do": "setDiscoveryError", "service": "180D", "error": null)"),
+         "timeline[0].service: the beacon has no service 180D"},
         {R"({"beacons": [], "timeline": [{"at": -1, "do": "becomeActive"}]})",
          "timeline[0].at: -1 is not from 0 to 1000000000"},
     };

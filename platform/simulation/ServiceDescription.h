@@ -20,7 +20,8 @@ struct CharacteristicProperties {
     bool notify = false;
 };
 
-/// A characteristic of a simulated beacon.
+/// A characteristic of a simulated beacon. It cannot be made without its UUID.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 struct CharacteristicDescription {
     CBUUID uuid;
     CharacteristicProperties properties = {};
