@@ -120,8 +120,8 @@ public:
     platform::NSNumber temperature() const { return temperature_; }
     void setTemperature(platform::NSNumber temperature) { temperature_ = temperature; }
 
-    /// When the beacon was last seen or touched: whole seconds since 1970-01-01 UTC. 0 when never, and while
-    /// a connection is requested.
+    /// When the beacon was last seen or touched: whole seconds since 1970-01-01 UTC. 0 when never, and from a
+    /// request for a connection until the link is up or the beacon is heard again.
     std::int64_t timestamp() const { return timestamp_; }
     void setTimestamp(std::int64_t timestamp) { timestamp_ = timestamp; }
 

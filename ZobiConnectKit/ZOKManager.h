@@ -77,7 +77,9 @@ public:
     // Connection
 
     /// Asks for a connection to a beacon. The record's `timestamp` becomes 0, and the record joins the live
-    /// beacons, where it stays until the connection is up, however long that takes.
+    /// beacons, where it stays for as long as nothing is heard of the beacon. An advertisement stamps it again:
+    /// one that is heard, and then no more, expires like any other, though the attempt is still pending, and
+    /// a link that then comes up is that of no live beacon. After a failed attempt the 0 stays, too.
     ///
     /// When the link is up, and the beacon's seven services and their characteristics were asked for and the
     /// seven answers have come, the beacon is connected: `zobiConnectManagerDidBeaconConnected`, then

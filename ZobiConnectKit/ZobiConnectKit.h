@@ -96,7 +96,8 @@ inline constexpr std::string_view ZOKBeaconDidDisconnectNotification = "ZOKBeaco
 /// A temperature arrived. Number, unsigned 16-bit.
 inline constexpr std::string_view ZOKBeaconDidTemperatureChangeNotification =
     "ZOKBeaconDidTemperatureChangeNotification";
-/// A value of an accelerometer axis arrived. Number, unsigned 16-bit.
+/// A value of an accelerometer axis arrived; the record's `accelerometer` has it afterwards. Number, unsigned
+/// 16-bit.
 inline constexpr std::string_view ZOKBeaconDidAccelerometerAxisXChangeNotification =
     "ZOKBeaconDidAccelerometerAxisXChangeNotification";
 inline constexpr std::string_view ZOKBeaconDidAccelerometerAxisYChangeNotification =
