@@ -1,8 +1,8 @@
 #include "tools/zobiconnect/BeaconJson.h"
 
-namespace zobiconnect {
+#include <cmath>
 
-namespace {
+namespace zobiconnect {
 
 OrderedJson numberJson(platform::NSNumber number) {
     return number.hasValue() ? OrderedJson(number.integerValue()) : OrderedJson();
@@ -12,7 +12,11 @@ OrderedJson textJson(const std::optional<std::string>& text) {
     return text ? OrderedJson(*text) : OrderedJson();
 }
 
-}  // namespace
+OrderedJson valueJson(const std::optional<Value>& value) {
+    if (!value) return nullptr;
+    if (const auto* const text = std::get_if<std::string>(&*value)) return *text;
+    return numberJson(std::get<platform::NSNumber>(*value));
+}
 
 OrderedJson beaconJson(const ZOKBeacon& beacon) {
     return {{"major", numberJson(beacon.major())},
@@ -38,6 +42,16 @@ OrderedJson latestJson(const Sighting& sighting) {
 std::string jsonLine(const OrderedJson& object) {
     // A text that came off the air need not be UTF-8.
     return object.dump(-1, ' ', false, OrderedJson::error_handler_t::replace) + '\n';
+}
+
+double rounded(double seconds) {
+    return std::round(seconds * 1000) / 1000;
+}
+
+std::string eventLine(std::string_view event, double time, const OrderedJson& values) {
+    OrderedJson object{{"event", event}, {"time", rounded(time)}};
+    object.update(values);
+    return jsonLine(object);
 }
 
 }  // namespace zobiconnect

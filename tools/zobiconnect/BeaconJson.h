@@ -1,13 +1,21 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <string_view>
 
+#include "tools/zobiconnect/BeaconClient.h"
 #include "tools/zobiconnect/Sightings.h"
 
 namespace zobiconnect {
 
 using OrderedJson = nlohmann::ordered_json;
+
+// Null for what is absent.
+OrderedJson numberJson(platform::NSNumber number);
+OrderedJson textJson(const std::optional<std::string>& text);
+OrderedJson valueJson(const std::optional<Value>& value);
 
 /// What an advertisement told and `timestamp`, under the record's own names; null for what is absent.
 OrderedJson beaconJson(const ZOKBeacon& beacon);
@@ -17,5 +25,11 @@ OrderedJson latestJson(const Sighting& sighting);
 
 /// The object in one line, with its line feed.
 std::string jsonLine(const OrderedJson& object);
+
+/// To the millisecond: a clock's further digits are noise.
+double rounded(double seconds);
+
+/// An event in one line: its name, its time in seconds since 1970, and what else there is to tell.
+std::string eventLine(std::string_view event, double time, const OrderedJson& values);
 
 }  // namespace zobiconnect

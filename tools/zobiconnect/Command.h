@@ -13,6 +13,10 @@ struct Command {
 };
 
 Command addMonitorCommand(CLI::App& tool);
+Command addInspectCommand(CLI::App& tool);
+Command addWatchCommand(CLI::App& tool);
+Command addPingCommand(CLI::App& tool);
+Command addButtonModeCommand(CLI::App& tool);
 Command addDecodeCommand(CLI::App& tool);
 
 }  // namespace zobiconnect

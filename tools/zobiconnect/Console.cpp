@@ -1,5 +1,7 @@
 #include "tools/zobiconnect/Console.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -47,7 +49,15 @@ void flushOut() {
     if (std::fflush(stdout) != 0) failToWrite();
 }
 
+void tellProgress(std::string_view message) {
+    if (::isatty(STDERR_FILENO) != 1) return;
+    const std::string line = printable(message) + " ...\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
 void complain(std::string_view message) {
+    // What was printed before stands before it.
+    std::fflush(stdout);
     const std::string line = "zobiconnect: " + printable(message) + '\n';
     std::fwrite(line.data(), 1, line.size(), stderr);
 }

@@ -15,6 +15,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What was asked for did not happen. Its message is the one line that says why.
+class Failure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The text with its control characters written as "\x0A", so that none of them reaches a terminal. So are
 /// all bytes beyond ASCII in a text that is not UTF-8.
 std::string printable(std::string_view text);
@@ -26,7 +32,10 @@ void printOut(std::string_view text);
 /// @throws std::system_error when what was printed cannot be written.
 void flushOut();
 
-/// One line on stderr, under the tool's name.
+/// One line on stderr, if that is a terminal: what is being done.
+void tellProgress(std::string_view message);
+
+/// One line on stderr, under the tool's name, after what was printed.
 void complain(std::string_view message);
 
 }  // namespace zobiconnect

@@ -3,6 +3,8 @@
 #include <array>
 #include <random>
 
+#include "ZobiConnectKit/ZOKGATTProfile.h"
+
 namespace zobiconnect {
 
 using platform::simulation::BeaconDescription;
@@ -44,6 +46,7 @@ public:
         beacon.advertisingInterval = intervals[static_cast<std::size_t>(integer(0, intervals.size() - 1))];
         beacon.signalStrength = integer(-90, -50);
         beacon.signalStrengthSpread = integer(1, 4);
+        swingAxes(beacon);
         return beacon;
     }
 
@@ -76,6 +79,19 @@ public:
     }
 
 private:
+    /// Each axis at its own pace. Seen by whoever connects.
+    static void swingAxes(BeaconDescription& beacon) {
+        constexpr double interval = 0.5;
+        for (auto& service : beacon.services) {
+            if (service.uuid != ZOKGATTProfile::accelerometerService) continue;
+            double period = 4;
+            for (auto& axis : service.characteristics) {
+                axis.generated = platform::simulation::swingingValue(interval, 200, 800, period);
+                period += 3;
+            }
+        }
+    }
+
     std::minstd_rand random_;
 };
 

@@ -1,20 +1,9 @@
 #include "tools/zobiconnect/JsonLinesView.h"
 
-#include <cmath>
-
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/RadioStateNames.h"
 
 namespace zobiconnect {
-
-namespace {
-
-/// To the millisecond: a clock's further digits are noise.
-double rounded(double seconds) {
-    return std::round(seconds * 1000) / 1000;
-}
-
-}  // namespace
 
 void JsonLinesView::bluetoothStateChanged(const Moment& moment) {
     print("state", moment,
@@ -54,9 +43,7 @@ void JsonLinesView::ended(const Moment& moment, const Totals& totals) {
 }
 
 void JsonLinesView::print(const char* event, const Moment& moment, const OrderedJson& values) const {
-    OrderedJson object{{"event", event}, {"time", rounded(moment.time)}};
-    object.update(values);
-    printOut(jsonLine(object));
+    printOut(eventLine(event, moment.time, values));
     if (flushes_) flushOut();
 }
 

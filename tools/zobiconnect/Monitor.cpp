@@ -1,5 +1,7 @@
 #include "tools/zobiconnect/Monitor.h"
 
+#include "tools/zobiconnect/Monitoring.h"
+
 namespace zobiconnect {
 
 Monitor::Monitor(ObservedPlatform& platform, MonitorView& view)
@@ -32,10 +34,7 @@ void Monitor::zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<Z
                                                          int state) {
     bluetoothState_ = state;
     view_.bluetoothStateChanged(now());
-    if (state != static_cast<int>(platform::CBManagerState::poweredOn)) return;
-    // The manager may think that it monitors still, though the scan ended with the power.
-    if (manager->isMonitoring()) manager->stopMonitoring();
-    manager->startMonitoring();
+    monitorIfPoweredOn(*manager, state);
 }
 
 void Monitor::zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& /*manager*/,

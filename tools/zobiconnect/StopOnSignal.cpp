@@ -10,8 +10,10 @@ namespace {
 
 constexpr std::array signals{SIGINT, SIGTERM};
 std::atomic<platform::RunLoop*> stoppedRunLoop = nullptr;
+std::atomic<bool> hasCome = false;
 
 void stopRunLoop(int /*signal*/) {
+    hasCome = true;
     if (platform::RunLoop* const runLoop = stoppedRunLoop) runLoop->stop();
 }
 
@@ -19,6 +21,7 @@ void stopRunLoop(int /*signal*/) {
 
 StopOnSignal::StopOnSignal(platform::RunLoop& runLoop) {
     stoppedRunLoop = &runLoop;
+    hasCome = false;
     struct sigaction action {};
     action.sa_handler = stopRunLoop;
     // Output that is being written is not cut short.
@@ -29,6 +32,10 @@ StopOnSignal::StopOnSignal(platform::RunLoop& runLoop) {
 StopOnSignal::~StopOnSignal() {
     for (const int signal : signals) ::signal(signal, SIG_DFL);
     stoppedRunLoop = nullptr;
+}
+
+bool StopOnSignal::take() {
+    return hasCome.exchange(false);
 }
 
 }  // namespace zobiconnect

@@ -11,6 +11,9 @@ public:
     ~StopOnSignal();
     StopOnSignal(const StopOnSignal&) = delete;
     StopOnSignal& operator=(const StopOnSignal&) = delete;
+
+    /// Whether a signal has come since the last call.
+    static bool take();
 };
 
 }  // namespace zobiconnect

@@ -1,11 +1,11 @@
 #include "tools/zobiconnect/TableView.h"
 
-#include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/RadioStateNames.h"
+#include "tools/zobiconnect/Text.h"
 #include "tools/zobiconnect/TextTable.h"
 
 namespace zobiconnect {
@@ -17,28 +17,8 @@ using platform::NSNumber;
 // A beacon not heard for longer is shown faint.
 constexpr std::int64_t faintAge = 5;
 
-/// How many seconds ago `moment` was; not below 0, for the wall clock may be set back.
-std::int64_t age(double now, double moment) {
-    return std::max<std::int64_t>(0, static_cast<std::int64_t>(now) - static_cast<std::int64_t>(moment));
-}
-
-std::string secondsText(std::int64_t seconds) {
-    return std::to_string(seconds) + 's';
-}
-
-std::string numberText(NSNumber number, const char* unit) {
+std::string cellText(NSNumber number, const char* unit) {
     return number.hasValue() ? number.description() + unit : "-";
-}
-
-/// The strength in dBm, and five signs for what lies between a barely heard and a near beacon.
-std::string signalText(NSNumber rssi) {
-    constexpr int weakest = -100;
-    constexpr int stepPerSign = 11;
-    constexpr int signs = 5;
-    if (!rssi.hasValue()) return "-";
-    const int full = std::clamp((rssi.integerValue() - weakest) / stepPerSign, 0, signs);
-    return rssi.description() + ' ' + std::string(static_cast<std::size_t>(full), '#') +
-           std::string(static_cast<std::size_t>(signs - full), '.');
 }
 
 const std::vector<Column>& columns() {
@@ -66,25 +46,21 @@ std::vector<std::string> cells(double now, const ZOKBeacon& beacon, const Sighti
     return {
         beacon.major().description() + '.' + beacon.minor().description(),
         beacon.macAddress().value_or("-"),
-        numberText(beacon.scanRspVersion(), ""),
+        cellText(beacon.scanRspVersion(), ""),
         secondsText(age(now, static_cast<double>(beacon.timestamp()))),
-        numberText(beacon.advertBatteryLevel(), "%"),
-        numberText(beacon.temperature(), "C"),
+        cellText(beacon.advertBatteryLevel(), "%"),
+        cellText(beacon.temperature(), "C"),
         signalText(sighting.rssi),
-        numberText(latest.advertBatteryLevel(), "%"),
-        numberText(latest.temperature(), "C"),
+        cellText(latest.advertBatteryLevel(), "%"),
+        cellText(latest.temperature(), "C"),
         button ? std::to_string(button->action) + " (" + secondsText(age(now, button->time)) + ")" : "-",
     };
 }
 
-std::string counted(std::uint64_t count, const std::string& noun) {
-    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
-}
-
 }  // namespace
 
-TableView::TableView(Mode mode, std::string note) : note_(std::move(note)) {
-    if (mode == Mode::live) screen_.emplace();
+TableView::TableView(Display display, std::string note) : note_(std::move(note)) {
+    if (display == Display::liveTable) screen_.emplace();
 }
 
 void TableView::bluetoothStateChanged(const Moment& moment) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/zobiconnect/Display.h"
 #include "tools/zobiconnect/MonitorView.h"
 #include "tools/zobiconnect/Screen.h"
 
@@ -14,10 +15,9 @@ namespace zobiconnect {
 /// A table of the beacons in range: drawn anew on the terminal's screen, or printed one after another.
 class TableView final : public MonitorView {
 public:
-    enum class Mode { live, printed };
-
+    /// @param display a kind of table.
     /// @param note what the line above the table ends with.
-    TableView(Mode mode, std::string note);
+    TableView(Display display, std::string note);
 
     void bluetoothStateChanged(const Moment& moment) override;
     void applicationStateChanged(const Moment& moment) override;

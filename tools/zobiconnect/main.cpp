@@ -20,7 +20,7 @@ std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
 int main(int argc, char** argv) {
     using namespace zobiconnect;
     try {
-        CLI::App tool("Finds beacons and explains what they advertise.", "zobiconnect");
+        CLI::App tool("Finds beacons, connects to them, and explains what they advertise.", "zobiconnect");
         tool.set_version_flag("--version", "zobiconnect " ZOBICONNECT_VERSION, "Print the version and exit");
         tool.set_help_flag("-h,--help", "Print this help and exit");
         tool.require_subcommand(1);
@@ -32,7 +32,9 @@ int main(int argc, char** argv) {
             "\n"
             "Exit status: 0 for success, 1 for a failure, 2 for a mistake on the command line or in a "
             "scenario.");
-        const std::array commands{addMonitorCommand(tool), addDecodeCommand(tool)};
+        const std::array commands{addMonitorCommand(tool),    addInspectCommand(tool),
+                                  addWatchCommand(tool),      addPingCommand(tool),
+                                  addButtonModeCommand(tool), addDecodeCommand(tool)};
         try {
             tool.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/CBUUID.h"
+
+namespace zobiconnect {
+
+/// The standard name of a service or characteristic, or what it is to beacons; empty for any other.
+std::string_view gattName(const platform::CBUUID& uuid);
+
+/// As in "temperature (FFF2)".
+std::string gattText(const platform::CBUUID& uuid);
+
+}  // namespace zobiconnect

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/Platform.h"
+
+namespace zobiconnect {
+
+/// The options that choose the radio, and what it hears.
+struct RadioOptions {
+    std::string radio = "simulated";
+    std::size_t simulate = 8;
+    std::optional<std::string> scenario;
+    std::uint64_t seed = 0;
+    bool virtualTime = false;
+    bool log = false;
+};
+
+/// Adds them to a command.
+/// @param options must outlive the command.
+void addRadioOptions(CLI::App& command, RadioOptions& options);
+
+/// A platform, and the radio on it.
+struct Radio {
+    std::unique_ptr<platform::Platform> platform;
+    /// Sets going what the radio hears. Called once, when the platform is installed and the application has
+    /// started, so that it is told all that happens.
+    std::function<void()> play;
+};
+
+/// @throws UsageError for a scenario with a mistake.
+Radio makeRadio(const RadioOptions& options);
+
+}  // namespace zobiconnect

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/CBUUID.h"
+#include "platform/NSError.h"
+#include "platform/simulation/BeaconDescription.h"
+#include "tools/zobiconnect/CheckedJson.h"
+
+namespace zobiconnect {
+
+// What beacons and events of a scenario file have in common. Each throws `Mistake`.
+
+/// A billion seconds.
+inline constexpr double longestTime = 1e9;
+
+platform::CBUUID uuidFrom(const nlohmann::json& value, const std::string& path);
+platform::CBUUID readUUID(CheckedObject& object, const std::string& key);
+
+std::vector<std::uint8_t> readHex(CheckedObject& object, const std::string& key);
+
+/// A characteristic's value.
+std::vector<std::uint8_t> valueFrom(const nlohmann::json& value, const std::string& path);
+
+/// Null for none.
+std::optional<platform::NSError> readError(CheckedObject& object, const std::string& key);
+
+std::optional<std::string> readLocalName(CheckedObject& object);
+std::vector<platform::simulation::ServiceData> readServiceData(CheckedObject& object);
+std::uint8_t readBattery(CheckedObject& object);
+std::int32_t readTemperature(CheckedObject& object);
+int readSignalStrength(CheckedObject& object);
+
+}  // namespace zobiconnect

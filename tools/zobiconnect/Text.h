@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/NSError.h"
+#include "platform/NSNotificationCenter.h"
+#include "platform/NSNumber.h"
+
+namespace zobiconnect {
+
+/// In decimal; a whole number without a fraction.
+std::string numberText(double number);
+
+/// As in "5s".
+std::string secondsText(std::int64_t seconds);
+
+/// As in "1 beacon" and "2 beacons".
+std::string counted(std::uint64_t count, const std::string& noun);
+
+/// With a comma between two.
+std::string listed(const std::vector<std::string>& texts);
+
+/// A signal strength in dBm, and five signs for what lies between a barely heard and a near beacon.
+std::string signalText(platform::NSNumber rssi);
+
+/// What a notification carries.
+std::string valueText(const platform::NSUserInfo::Value& value);
+
+/// As in "Bluetooth is off. (CBErrorDomain 5)".
+std::string errorText(const platform::NSError& error);
+
+/// How many seconds ago `moment` was; not below 0, for the wall clock may be set back.
+std::int64_t age(double now, double moment);
+
+}  // namespace zobiconnect
