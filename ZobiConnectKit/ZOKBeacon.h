@@ -72,7 +72,7 @@ public:
     }
 
     /// The firmware revision; absent until it was read over a connection (Device Information service 180A,
-    /// characteristic 2A26, UTF-8).
+    /// characteristic 2A26, UTF-8), and again when what was read is not UTF-8.
     const std::optional<std::string>& firmwareVersion() const { return firmwareVersion_; }
     void setFirmwareVersion(std::optional<std::string> version) { firmwareVersion_ = std::move(version); }
 
@@ -125,7 +125,8 @@ public:
     std::int64_t timestamp() const { return timestamp_; }
     void setTimestamp(std::int64_t timestamp) { timestamp_ = timestamp; }
 
-    /// The last accelerometer reading notified over a connection; all zero at first.
+    /// The last accelerometer reading notified over a connection (service FFA0, characteristics FFA2 to FFA4,
+    /// big-endian), each axis 0 to 65535; all zero at first.
     ZOKAccelerometerAxes accelerometer() const { return accelerometer_; }
     void setAccelerometer(ZOKAccelerometerAxes axes) { accelerometer_ = axes; }
 

@@ -22,8 +22,8 @@
 ///     FFF0     temperature             FFF2     temperature        2 bytes, big-endian
 ///     180A     Device Information      2A26     Firmware Revision  UTF-8 text
 ///
-/// No order follows from another. A beacon answers requests in the order in which they are made, so each is
-/// to be kept.
+/// No order follows from another, and each is kept: beacons see the first two, and logs of the field are read
+/// by them.
 namespace ZOKGATTProfile {
 
 using platform::CBUUID;

@@ -100,10 +100,10 @@ public:
     void connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                      ZOKBeaconCompletion completion);
 
-    /// Asks for the end of a connection, or of an attempt at one. At the end:
-    /// `zobiConnectManagerDidBeaconDisconnectedWithError`, then `ZOKBeaconDidDisconnectNotification`, then
-    /// the record's disconnection completion, without an error. It is so at every end, whoever brings it
-    /// about; unless asked for it has an error. Harmless for a null record and one that is not connected.
+    /// Asks for the end of a connection, or of an attempt at one. When it has come:
+    /// `zobiConnectManagerDidBeaconDisconnectedWithError`, then `ZOKBeaconDidDisconnectNotification`, then the
+    /// record's disconnection completion. All of them are told of every other end, too, with the error that
+    /// the radio gives for it. Harmless for a null record and one that is not connected.
     void disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
     /// The same, with a completion for the record to keep; an empty one takes away what the record has.
@@ -128,15 +128,15 @@ public:
     /// response.
     void pingBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Writes the low 8 bits of `mode` to the button mode (service F0002013-..., characteristic
+    /// Writes the low 8 bits of `mode` as one byte to the button mode (service F0002013-..., characteristic
     /// F000FF97-...), with response.
     void setButtonModeForBeacon(std::int32_t mode, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Reads the button mode: `ZOKBeaconButtonModeNotification`.
+    /// Reads the button mode, two bytes, big-endian, 0 to 65535: `ZOKBeaconButtonModeNotification`.
     void buttonModeForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                            const ZOKBeaconCompletion& completion);
 
-    /// Reads the temperature (service FFF0, characteristic FFF2):
+    /// Reads the temperature (service FFF0, characteristic FFF2, two bytes, big-endian, 0 to 65535):
     /// `zobiConnectManagerDidTemperatureValueChangedForBeacon`, then
     /// `ZOKBeaconDidTemperatureChangeNotification`.
     void temperatureForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
@@ -148,10 +148,13 @@ public:
                                                 const ZOKBeaconCompletion& completion);
 
     /// Switches the notifications of the accelerometer's three axes on or off, of each that was found
-    /// (service FFA0, characteristics FFA2, FFA3, FFA4).
+    /// (service FFA0, characteristics FFA2, FFA3, FFA4, two bytes each, big-endian, 0 to 65535). Each value
+    /// arrives as `ZOKBeaconDidAccelerometerAxisXChangeNotification`, or that of Y or Z, and then in the
+    /// record's `accelerometer`.
     void setAccelerometerNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Switches the notifications of the battery level on or off (service 180F, characteristic 2A19).
+    /// Switches the notifications of the battery level on or off (service 180F, characteristic 2A19):
+    /// `zobiConnectManagerDidBatteryValueChangedForBeacon`.
     void setBatteryNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
     /// Switches the notifications of the temperature on or off: those of FFF2 in the configuration service
@@ -159,7 +162,8 @@ public:
     /// effect, unless the application discovers it itself: read the temperature instead.
     void setTemperatureNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Switches the notifications of button actions on or off (service FFE0, characteristic FFE1).
+    /// Switches the notifications of button actions on or off (service FFE0, characteristic FFE1):
+    /// `zobiConnectManagerDidButtonActionChangedForBeacon`.
     void setButtonActionsNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
     // Signal strength of a connection
@@ -295,7 +299,9 @@ public:
         const std::shared_ptr<platform::CBPeripheral>& peripheral,
         const std::shared_ptr<platform::CBService>& service, const platform::NSError* error) override;
 
-    /// Decodes a value and reports it. A value shorter than it should be has zero bytes in the missing
+    /// Decodes a value and reports it: to the delegate, then as a notification, then with a line in the log
+    /// (axes and button mode), and an axis then goes into the record; a firmware version goes there first. A
+    /// value with an error is dropped. A value shorter than it should be has zero bytes in the missing
     /// places, after those it has were reversed; of a longer number the last two bytes count.
     void peripheralDidUpdateValueForCharacteristicError(
         const std::shared_ptr<platform::CBPeripheral>& peripheral,

@@ -88,7 +88,8 @@ void ZOKManager::setBatteryNotificationsForBeacon(bool enabled, const std::share
 
 void ZOKManager::setTemperatureNotificationsForBeacon(bool enabled,
                                                       const std::shared_ptr<ZOKBeacon>& beacon) {
-    // Not the temperature service: beacons whose temperature notifies have it here.
+    // Not in the temperature service. Where beacons have it today, this finds nothing, and it stays so: who
+    // relies on it has discovered the characteristic there by themselves.
     setNotify(enabled, temperatureCharacteristic, configurationService, beacon);
 }
 

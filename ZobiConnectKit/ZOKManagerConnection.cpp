@@ -9,18 +9,23 @@ using platform::CBError;
 using platform::CBPeripheral;
 using platform::NSError;
 
+// Each holds the record that it is about: the log's sink and a completion that is replaced may be what the
+// caller's own reference depends on.
+
 void ZOKManager::connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
     if (!beacon) return;
-    prepareConnection(beacon);
-    requestConnection(beacon);
+    const auto connected = beacon;
+    prepareConnection(connected);
+    requestConnection(connected);
 }
 
 void ZOKManager::connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                              ZOKBeaconCompletion completion) {
     if (!beacon) return;
-    prepareConnection(beacon);
-    beacon->setConnectionCompletionBlock(std::move(completion));
-    requestConnection(beacon);
+    const auto connected = beacon;
+    prepareConnection(connected);
+    connected->setConnectionCompletionBlock(std::move(completion));
+    requestConnection(connected);
 }
 
 /// A record without a peripheral is treated as one whose peripheral has no delegate.
@@ -45,8 +50,9 @@ void ZOKManager::disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
 
 void ZOKManager::disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                 ZOKBeaconCompletion completion) {
-    if (beacon) beacon->setDisconnectionCompletionBlock(std::move(completion));
-    disconnectBeacon(beacon);
+    const auto disconnected = beacon;
+    if (disconnected) disconnected->setDisconnectionCompletionBlock(std::move(completion));
+    disconnectBeacon(disconnected);
 }
 
 void ZOKManager::centralManagerDidConnectPeripheral(platform::CBCentralManager& /*central*/,

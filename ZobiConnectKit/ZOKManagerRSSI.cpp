@@ -38,8 +38,8 @@ void ZOKManager::stopRSSIMonitoringForBeacon(const std::shared_ptr<ZOKBeacon>& b
     if (!key) return;
     const auto found = rssiMonitoringTimersDic_.find(*key);
     if (found == rssiMonitoringTimersDic_.end()) return;
-    const auto timer = found->second;
-    rssiMonitoringTimersDic_.erase(found);
-    // Last, for the manager may have no other owner.
-    if (timer) timer->invalidate();
+    // The timer holds the manager, perhaps as the last.
+    const auto self = shared_from_this();
+    if (const auto timer = found->second) timer->invalidate();
+    rssiMonitoringTimersDic_.erase(*key);
 }

@@ -48,14 +48,15 @@ public:
     virtual void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                             int /*state*/) {}
 
-    /// The connection that was asked for is complete, all that the library uses discovered.
+    /// The connection that was asked for is complete: the seven requests for characteristics were answered.
+    /// An answer may be an error, so a command may still find nothing to act on.
     virtual void zobiConnectManagerDidBeaconConnected(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                       const std::shared_ptr<ZOKBeacon>& /*beacon*/) {}
 
     /// A connection has ended.
     /// @param beacon null when no live beacon is concerned.
     /// @param error null when the end was asked for; code 6 when the link was lost, in which case the library
-    ///     is connecting again already.
+    ///     is connecting again already, unless the record is null.
     virtual void zobiConnectManagerDidBeaconDisconnectedWithError(
         const std::shared_ptr<ZOKManager>& /*manager*/, const std::shared_ptr<ZOKBeacon>& /*beacon*/,
         const platform::NSError* /*error*/) {}

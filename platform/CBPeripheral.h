@@ -94,7 +94,9 @@ public:
     virtual std::shared_ptr<CBPeripheralDelegate> delegate() const = 0;
     virtual void setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) = 0;
 
-    /// Connected from the central's report of the link to its report of the disconnection.
+    /// Connected from the central's report of the link to its report of the disconnection, in which it no
+    /// longer is. Otherwise connecting from a request to connect until its outcome, in which it no longer is
+    /// unless another has been made meanwhile.
     virtual CBPeripheralState state() const = 0;
 
     /// The services that were asked for and found since the last link-up, in the peripheral's order; absent
@@ -102,10 +104,10 @@ public:
     /// stand there more than once.
     virtual const std::optional<std::vector<std::shared_ptr<CBService>>>& services() const = 0;
 
-    /// Asks for the services with the given UUIDs.
+    /// Asks for the services with the given UUIDs; for none when there are none.
     virtual void discoverServices(std::span<const CBUUID> serviceUUIDs) = 0;
 
-    /// Asks for the characteristics of `service` with the given UUIDs.
+    /// Asks for the characteristics of `service` with the given UUIDs; for none when there are none.
     virtual void discoverCharacteristicsForService(std::span<const CBUUID> characteristicUUIDs,
                                                    const std::shared_ptr<CBService>& service) = 0;
 

@@ -24,8 +24,9 @@ GATTServer::GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& servic
             if (!characteristic.value) characteristic.value.emplace();
             checkSize(characteristic.value->size());
             checkSize(characteristic.width);
-            if (characteristic.generated && !(characteristic.generated->interval > 0)) {
-                throw std::invalid_argument("the interval of a generated value is above 0 s");
+            const auto& generated = characteristic.generated;
+            if (generated && (!(generated->interval > 0) || !generated->next)) {
+                throw std::invalid_argument("a generated value has an interval above 0 s, and a generator");
             }
         }
     }
@@ -45,12 +46,10 @@ std::optional<std::span<const std::uint8_t>> GATTServer::value(const CBUUID& cha
 }
 
 void GATTServer::setValue(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
-    checkSize(value.size());
     changeEachOrThrow(characteristic, [&](Place place) { setValueAt(place, value); });
 }
 
 void GATTServer::setValueIfThere(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
-    checkSize(value.size());
     changeEach(characteristic, [&](Place place) { setValueAt(place, value); });
 }
 
@@ -121,6 +120,7 @@ void GATTServer::changeEachOrThrow(const CBUUID& characteristic, const std::func
 }
 
 void GATTServer::setValueAt(Place place, std::vector<std::uint8_t> value) {
+    checkSize(value.size());
     changeable(place).value = std::move(value);
     if (subscriber_) subscriber_(place, *at(place).value);
 }

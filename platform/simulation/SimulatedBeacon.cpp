@@ -74,6 +74,8 @@ SimulatedBeacon::SimulatedBeacon(RunLoop& runLoop, Transmitter transmitter, std:
 }
 
 SimulatedBeacon::~SimulatedBeacon() {
+    if (linked_) linked_->abandon();
+    for (SimulatedPeripheral* const peripheral : attempts_) peripheral->abandon();
     for (const auto& timer : {advertisingTimer_, buttonTimer_}) {
         if (timer) timer->invalidate();
     }

@@ -50,7 +50,7 @@ public:
     void goOutOfRange();
 
     /// Advertises the code of a button action for `seconds` of the loop's time, then 0 again. A press in the
-    /// meantime takes its place. When connected, it notifies the code in FFE1, once.
+    /// meantime takes its place. When connected, it notifies the code in FFE1, once; there it stays.
     void pressButton(std::int8_t action, double seconds);
 
     /// Advertises the level or, when connected, notifies it in 2A19.

@@ -304,11 +304,11 @@ std::shared_ptr<SimulatedPeripheral::Characteristic> SimulatedPeripheral::own(
 
 void SimulatedPeripheral::connect(std::uint64_t order) {
     --announcedConnects_;
-    if (phase_ == Phase::linked) {
-        if (const auto central = central_.lock()) central->reportConnection(shared_from_this());
-    }
     const auto beacon = beacon_.lock();
-    if (phase_ != Phase::idle || !beacon) return;
+    const auto central = central_.lock();
+    if (!beacon || !central) return;
+    if (phase_ == Phase::linked) return central->reportConnection(shared_from_this());
+    if (phase_ == Phase::pending) return;
     order_ = order;
     phase_ = Phase::pending;
     beacon->addAttempt(*this);
@@ -332,12 +332,10 @@ void SimulatedPeripheral::finishAttempt() {
     const auto beacon = beacon_.lock();
     const auto central = central_.lock();
     if (!beacon || !central) return;
-    if (const auto error = beacon->description().link.connectionError) {
-        leaveAttempt();
-        central->reportFailure(shared_from_this(), *error);
-        return;
-    }
     leaveAttempt();
+    if (const auto error = beacon->description().link.connectionError) {
+        return central->reportFailure(shared_from_this(), *error);
+    }
     phase_ = Phase::linked;
     services_.reset();
     beacon->beginLink(*this);
@@ -380,8 +378,7 @@ void SimulatedPeripheral::beaconEndedLink(const std::optional<NSError>& error) {
 
 void SimulatedPeripheral::endLink(const NSError* error) {
     const auto self = shared_from_this();
-    leaveLink();
-    phase_ = Phase::ending;
+    leaveLink(Phase::ending);
     ExceptionKeeper exceptions;
     const NSError linkEnd(CBError::notConnected, "The link has ended.");
     for (const Request& request : std::exchange(outstanding_, {})) {
@@ -401,8 +398,8 @@ void SimulatedPeripheral::leaveAttempt() {
 }
 
 /// What was discovered stays, but no longer notifies.
-void SimulatedPeripheral::leaveLink() {
-    phase_ = Phase::idle;
+void SimulatedPeripheral::leaveLink(Phase next) {
+    phase_ = next;
     for (const auto& timer : {supervisionTimer_, answerTimer_}) {
         if (timer) timer->invalidate();
     }
@@ -414,7 +411,7 @@ void SimulatedPeripheral::leaveLink() {
 
 void SimulatedPeripheral::abandon() {
     if (phase_ == Phase::pending) leaveAttempt();
-    if (phase_ == Phase::linked) leaveLink();
+    if (phase_ == Phase::linked) leaveLink(Phase::idle);
     outstanding_.clear();
 }
 

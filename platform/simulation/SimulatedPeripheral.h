@@ -63,7 +63,7 @@ public:
     void cancel();
     /// The radio was turned off: the attempt fails, or the link ends.
     void loseRadio(const NSError& error);
-    /// The central is gone, and with it the attempt or the link. Nobody is told.
+    /// The central or the beacon is gone, and with it the attempt or the link. Nobody is told.
     void abandon();
 
     bool isIdle() const { return phase_ == Phase::idle; }
@@ -107,7 +107,7 @@ private:
     void loseLink();
     void endLink(const NSError* error);
     void leaveAttempt();
-    void leaveLink();
+    void leaveLink(Phase next);
     std::shared_ptr<NSTimer> after(double seconds, void (SimulatedPeripheral::*action)());
 
     RunLoop& runLoop_;
