@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,6 +54,7 @@ struct RecordingPeripheral final : platform::CBPeripheral {
         return found;
     }
     void discoverServices(std::span<const platform::CBUUID> uuids) override {
+        onDiscover();
         calls.push_back("discover" + texts(uuids));
     }
     void discoverCharacteristicsForService(std::span<const platform::CBUUID> uuids,
@@ -75,6 +77,8 @@ struct RecordingPeripheral final : platform::CBPeripheral {
     }
     void readRSSI() override { calls.emplace_back("readRSSI"); }
 
+    std::function<void()> onDiscover = [] {};
+
     Calls takeCalls() { return std::exchange(calls, {}); }
 
     static std::string texts(std::span<const platform::CBUUID> uuids) {
@@ -96,11 +100,14 @@ struct RecordingCentral final : platform::CBCentralManager {
                                                platform::CBScanOptions) override {}
     void stopScan() override {}
     void connectPeripheral(const std::shared_ptr<platform::CBPeripheral>& peripheral) override {
+        onCall("connect");
         calls.emplace_back("connect", peripheral);
     }
     void cancelPeripheralConnection(const std::shared_ptr<platform::CBPeripheral>& peripheral) override {
+        onCall("cancel");
         calls.emplace_back("cancel", peripheral);
     }
 
+    std::function<void(const std::string& call)> onCall = [](const auto& /*call*/) {};
     std::vector<std::pair<std::string, std::shared_ptr<platform::CBPeripheral>>> calls;
 };

@@ -60,29 +60,44 @@ protected:
 };
 
 TEST_F(ConnectionTest, ConnectingTakesItsStepsInOrder) {
+    Events steps;
+    const auto note = [&](std::string_view step) {
+        steps.push_back(std::string(step) + ", stamp " + std::to_string(record->timestamp()) + ", " +
+                        std::to_string(manager->liveBeacons().size()) + " live" +
+                        (record->connectionCompletionBlock() ? ", completion" : ""));
+    };
+    platform.log().setSink(note);
+    central->onCall = note;
     manager->connectBeaconWithCompletion(record, application->completion("first"));
-    EXPECT_THAT(takeLog(),
-                ElementsAre("peripheral delegate is nil, setting to self", "---->ConnectPeripheral started"));
+    EXPECT_THAT(steps, ElementsAre("peripheral delegate is nil, setting to self, stamp 5, 0 live",
+                                   "---->ConnectPeripheral started, stamp 0, 1 live, completion",
+                                   "connect, stamp 0, 1 live, completion"));
     EXPECT_EQ(peripheral->delegate(), manager);
-    EXPECT_EQ(record->timestamp(), 0);
-    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
-    manager->connectBeacon(record);
-    EXPECT_THAT(takeLog(),
-                ElementsAre("Beacon already present in live beacons", "---->ConnectPeripheral started"));
-    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
-    EXPECT_THAT(central->calls, ElementsAre(Pair("connect", peripheral), Pair("connect", peripheral)));
-    EXPECT_TRUE(record->connectionCompletionBlock()) << "it keeps the completion that it has";
-    manager->connectBeaconWithCompletion(record, nullptr);
-    EXPECT_FALSE(record->connectionCompletionBlock());
+    for (const bool keeps : {true, false}) {
+        steps.clear();
+        record->setTimestamp(9);
+        keeps ? manager->connectBeacon(record) : manager->connectBeaconWithCompletion(record, nullptr);
+        const std::string completion = keeps ? ", completion" : "";
+        EXPECT_THAT(steps, ElementsAre("Beacon already present in live beacons, stamp 0, 1 live, completion",
+                                       "---->ConnectPeripheral started, stamp 0, 1 live" + completion,
+                                       "connect, stamp 0, 1 live" + completion));
+    }
+    EXPECT_THAT(central->calls, ::testing::Each(Pair("connect", peripheral)));
 
     const auto other = std::make_shared<RecordingPeripheral>();
     const auto othersDelegate = std::make_shared<CBPeripheralDelegate>();
     other->setDelegate(othersDelegate);
     record->setPeripheral(other);
-    takeLog();
+    steps.clear();
     manager->connectBeacon(record);
     EXPECT_EQ(other->delegate(), othersDelegate);
-    EXPECT_EQ(takeLog().size(), 2U);
+    EXPECT_EQ(steps.size(), 3U);
+    central->onCall = [&](const auto& call) {
+        EXPECT_EQ(call, "cancel");
+        EXPECT_TRUE(record->disconnectionCompletionBlock());
+    };
+    manager->disconnectBeaconWithCompletion(record, application->completion("last"));
+    manager->disconnectBeacon(record);
 }
 
 TEST_F(ConnectionTest, NothingIsAskedOfAnAbsentRecordOrPeripheral) {
@@ -124,6 +139,10 @@ TEST_F(ConnectionTest, NothingIsAskedOfAnAbsentRecordOrPeripheral) {
 TEST_F(ConnectionTest, ALinkThatIsUpIsStampedAndAskedForItsServices) {
     manager->addLiveBeacon(record);
     manager->setNbChars(7);
+    peripheral->onDiscover = [&] {
+        EXPECT_EQ(manager->nbChars(), 0);
+        EXPECT_NE(record->timestamp(), 5);
+    };
     linkUp();
     EXPECT_EQ(record->timestamp(), 1'700'000'000);
     EXPECT_EQ(manager->nbChars(), 0);
@@ -333,19 +352,27 @@ TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
     EXPECT_THAT(takeEvents(), IsEmpty());
 }
 
-TEST_F(ConnectionTest, AnAxisKeepsTheOthersAndIsStoredAfterItIsTold) {
+TEST_F(ConnectionTest, AValueIsToldThenLoggedThenStored) {
     manager->addLiveBeacon(record);
     record->setAccelerometer({5, 6, 7});
-    application->onEvent = [&](const auto& /*event*/) {
-        EXPECT_EQ(record->accelerometer(), (ZOKAccelerometerAxes{5, 6, 7}));
-        record->setAccelerometer({1, 2, 3});
+    Events steps;
+    platform.log().setSink([&](std::string_view line) {
+        steps.push_back(std::string(line) + " of " + std::to_string(record->accelerometer().axisX));
+    });
+    application->onEvent = [&](const std::string& event) {
+        steps.push_back(event);
+        // The other axes are read after this.
+        record->setAccelerometer({5, 2, 3});
     };
     deliver("FFA2", {{0xFF, 0xFE}});
     EXPECT_EQ(record->accelerometer(), (ZOKAccelerometerAxes{65534, 2, 3}));
+    deliver(modeUUID, {{0, 1}});
+    EXPECT_THAT(steps,
+                ElementsAre("ZOKBeaconDidAccelerometerAxisXChangeNotification 65534", "AxisX: 65534 of 5",
+                            "ZOKBeaconButtonModeNotification 1", "ButtonMode: 1 of 5"));
     application->onEvent = [](const auto& /*event*/) {};
     deliver("FFA4", {{0, 9}});
-    EXPECT_EQ(record->accelerometer(), (ZOKAccelerometerAxes{65534, 2, 9}));
-    EXPECT_THAT(takeLog(), ElementsAre("AxisX: 65534", "AxisZ: 9"));
+    EXPECT_EQ(record->accelerometer(), (ZOKAccelerometerAxes{5, 2, 9}));
 }
 
 TEST_F(ConnectionTest, ValuesOfAnUnknownPeripheralAreToldWithoutARecord) {
@@ -387,6 +414,7 @@ TEST_F(ConnectionTest, AnRSSITimerLastsUntilItIsStopped) {
     using platform::CBPeripheralState;
     EXPECT_EQ(ZOKManager::keyFromBeacon(record), "12_345");
     EXPECT_EQ(ZOKManager::keyFromBeacon(nullptr), std::nullopt);
+    EXPECT_EQ(ZOKManager::keyFromBeacon(std::make_shared<ZOKBeacon>()), "(null)_(null)");
     const auto twin = makeRecord(12, 345);
     const auto start = [&](const auto& beacon, double interval) {
         manager->startRSSIMonitoringForBeaconIntervalWithCompletion(beacon, interval,
@@ -434,6 +462,25 @@ TEST_F(ConnectionTest, WhatIsLetGoInsideACallbackDoesNotDangle) {
     answerCharacteristics(7);
     EXPECT_EQ(calls, 101);
 
+    // What the caller's reference depends on goes away in the log, or with a completion that is replaced.
+    peripheral->setDelegate({});
+    platform.log().setSink([&](std::string_view /*line*/) { manager->setLiveBeacons({}); });
+    manager->connectBeacon(manager->liveBeacons()[0]);
+    platform.log().setSink(nullptr);
+    auto mine = record;
+    const auto dropsMine = [&] {
+        return [drops = std::shared_ptr<void>(nullptr, [&](const auto& /*nothing*/) { mine.reset(); })](
+                   auto&&...) {};
+    };
+    record->setConnectionCompletionBlock(dropsMine());
+    manager->connectBeaconWithCompletion(mine, nullptr);
+    EXPECT_EQ(mine, nullptr);
+    mine = record;
+    record->setDisconnectionCompletionBlock(dropsMine());
+    manager->disconnectBeaconWithCompletion(mine, nullptr);
+    EXPECT_EQ(mine, nullptr);
+    EXPECT_THAT(central->calls.back(), Pair("cancel", peripheral));
+
     // The delegate, the record and its peripheral, and at last the manager go away in callbacks.
     application->onEvent = [&](const auto& /*event*/) {
         manager->setLiveBeacons({});
@@ -447,7 +494,6 @@ TEST_F(ConnectionTest, WhatIsLetGoInsideACallbackDoesNotDangle) {
     EXPECT_TRUE(gone.expired());
     const std::weak_ptr<ZOKManager> goneManager = manager;
     platform.notificationCenter().clear();
-    const auto timers = manager->rssiMonitoringTimersDic();
     manager->setCentralManager(nullptr);
     auto& theManager = *manager;
     manager.reset();

@@ -3,7 +3,7 @@
 #include <set>
 
 #include "Application.h"
-#include "platform/simulation/SimulatedPeripheral.h"
+#include "radio/RadioTest.h"
 #include "support.h"
 
 namespace {
@@ -74,17 +74,24 @@ TEST_F(SimulatedConnectionTest, PowerOffDuringAttemptAndLinkIsTold) {
     addLive({.minor = 1});
     addLive({.minor = 2, .link = {.connectionDelay = 10}});
     addLive({.minor = 3});
-    connect(2);
-    pass(0.1);
-    connect(1);
-    connect(0);
-    pass(5);
+    for (const std::size_t index : {2, 1, 0}) {
+        record(index)->setDisconnectionCompletionBlock(
+            application->completion("end " + std::to_string(index)));
+        connect(index);
+        pass(index == 1 ? 0 : 1);
+    }
     takeEvents();
-    setRadio(CBManagerState::poweredOff);
-    EXPECT_THAT(takeEvents(),
-                ElementsAre("state 4", "disconnected error 5", "ZOKBeaconDidDisconnectNotification",
-                            "complete error 5", "disconnected error 5", "ZOKBeaconDidDisconnectNotification"))
-        << "in the order in which the connections were asked for";
+    int thrown = 0;
+    application->onEvent = [&](const std::string& event) {
+        if (event == "complete error 5" && ++thrown == 1) throw std::runtime_error("mine");
+    };
+    EXPECT_THROW(setRadio(CBManagerState::poweredOff), std::runtime_error);
+    EXPECT_THAT(
+        takeEvents(),
+        ElementsAre("state 4", "disconnected error 5", "ZOKBeaconDidDisconnectNotification", "end 2 error 5",
+                    "disconnected error 5", "ZOKBeaconDidDisconnectNotification", "end 0 error 5"))
+        << "in the order in which the connections were asked for, whatever is thrown";
+    EXPECT_EQ(thrown, 1);
     setRadio(CBManagerState::poweredOn);
     pass(20);
     EXPECT_THAT(takeEvents(), ElementsAre("state 5")) << "nothing connects again by itself";
@@ -107,6 +114,13 @@ TEST_F(SimulatedConnectionTest, ABeaconThatIsAwaitedDoesNotExpire) {
     beacon.goOutOfRange();
     pass(31);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
+
+    SimulatedBeacon& slow = addLive({.link = {.connectionDelay = 10}});
+    connect();
+    pass(5);
+    slow.goOutOfRange();
+    pass(31);
+    EXPECT_THAT(manager->liveBeacons(), IsEmpty()) << "it was heard meanwhile, and then no more";
 }
 
 TEST_F(SimulatedConnectionTest, OfTwoLinksThatComeUpTogetherOneIsReported) {
@@ -136,7 +150,10 @@ TEST_F(SimulatedConnectionTest, EachLinkOfAStormIsReportedAndComesBack) {
             pass(1);
         } else {
             beacon.goOutOfRange();
-            pass(3);
+            pass(1.999);
+            ASSERT_THAT(application->events, IsEmpty());
+            pass(0.002);
+            ASSERT_EQ(application->events, lost) << "after the supervision timeout";
             beacon.comeIntoRange();
             pass(1);
         }
@@ -203,8 +220,12 @@ TEST_F(SimulatedConnectionTest, ErrorsAreDroppedAndLateAnswersAreNot) {
     pass(1);
     EXPECT_THAT(takeEvents(), IsEmpty());
     beacon.gatt().setReadError(temperature, std::nullopt);
-    beacon.goOutOfRange();
+    manager->setBatteryNotificationsForBeacon(true, record());
+    pass(1);
     manager->temperatureForBeaconWithCompletion(record(), nullptr);
+    pass(0.01);
+    beacon.goOutOfRange();
+    beacon.setBatteryLevel(5);
     pass(1.9);
     EXPECT_THAT(takeEvents(), IsEmpty());
     beacon.comeIntoRange();
@@ -212,6 +233,11 @@ TEST_F(SimulatedConnectionTest, ErrorsAreDroppedAndLateAnswersAreNot) {
     EXPECT_THAT(takeEvents(), ElementsAre("temperature 20", "ZOKBeaconDidTemperatureChangeNotification 20"));
     pass(5);
     EXPECT_THAT(takeEvents(), IsEmpty()) << "the link was not lost";
+    beacon.endLink(std::nullopt);
+    beacon.setBatteryLevel(4);
+    pass(1);
+    EXPECT_THAT(takeEvents(), ElementsAre("disconnected", "ZOKBeaconDidDisconnectNotification"))
+        << "and nothing is notified after its end";
 }
 
 TEST_F(SimulatedConnectionTest, ALinkedBeaconFallsSilentOnTheAir) {
@@ -219,8 +245,10 @@ TEST_F(SimulatedConnectionTest, ALinkedBeaconFallsSilentOnTheAir) {
     connect();
     pass(5);
     takeLog();
+    beacon.sendOnce({{CBUUID::UUIDWithString("180A"), {}}});
     pass(30);
     EXPECT_THAT(log, ::testing::Not(::testing::Contains(::testing::HasSubstr("scanRsp"))));
+    EXPECT_THAT(log, ::testing::Not(::testing::Contains(::testing::HasSubstr("dropped"))));
     EXPECT_THAT(delegate->buttons, IsEmpty());
     takeEvents();
     manager->setButtonActionsNotificationsForBeacon(true, record());
@@ -254,6 +282,7 @@ TEST_F(SimulatedConnectionTest, ABeaconHasOneLinkAndAManagerThatGoesAwayGivesItB
     pass(2);
     ASSERT_EQ(otherManager->liveBeacons().size(), 1U);
     connect();
+    pass(1);
     otherManager->connectBeacon(otherManager->liveBeacons()[0]);
     pass(5);
     EXPECT_TRUE(beacon.isConnected());
@@ -292,7 +321,8 @@ TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     };
     characteristic(3, 0).generated = pickedValue(1, {{1}, {3}});
     characteristic(4, 0).generated = swingingValue(0.25, 100, 300, 1);
-    characteristic(4, 1).generated = driftingValue(1, 0, 1000, 3);
+    characteristic(4, 1).generated = driftingValue(1, 500, 510, 3);
+    characteristic(0, 0).generated = pickedValue(1000, {{'7'}});
     addLive(description);
     connect();
     pass(1.1);
@@ -310,6 +340,10 @@ TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     EXPECT_GE(swing.size(), 3U);
     for (std::size_t i = 1; i < drift.size(); ++i) EXPECT_LE(std::abs(drift[i] - drift[i - 1]), 3);
     EXPECT_GT(std::set(drift.begin(), drift.end()).size(), 5U);
+    EXPECT_THAT(drift, ::testing::Each(::testing::AllOf(::testing::Ge(500), ::testing::Le(510))));
+    manager->firmwareVersionForBeaconWithCompletion(record(), nullptr);
+    pass(1);
+    EXPECT_EQ(record()->firmwareVersion(), "7") << "the first comes with the link";
     const Events events = takeEvents();
     EXPECT_GE(std::ranges::count(events, "button 0") + std::ranges::count(events, "button 2"), 99);
     EXPECT_GT(std::ranges::count(events, "button 0"), 20);
@@ -318,6 +352,62 @@ TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     manager->disconnectBeacon(record());
     pass(1);
     EXPECT_LE(loop.timerCount(), 1U) << "its advertisements' alone";
+}
+
+TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
+    BeaconDescription description;
+    description.services.push_back(description.services[1]);
+    SimulatedBeacon& beacon = addLive(description);
+    connect();
+    pass(5);
+    const auto peripheral = record()->peripheral();
+    const auto listener = std::make_shared<Listener>();
+    peripheral->setDelegate(listener);
+    const auto find = [&](const CBUUID& characteristic) {
+        for (const auto& service : *peripheral->services()) {
+            for (const auto& it : *service->characteristics()) {
+                if (it->UUID() == characteristic) return it;
+            }
+        }
+        throw std::invalid_argument(characteristic.UUIDString());
+    };
+    using namespace ZOKGATTProfile;
+    const auto mode = find(buttonModeCharacteristic);
+    const auto write = [&](const auto& characteristic, std::size_t size, CBCharacteristicWriteType type) {
+        peripheral->writeValueForCharacteristicType(std::vector<std::uint8_t>(size, 7), characteristic, type);
+    };
+    constexpr auto answered = CBCharacteristicWriteType::withResponse;
+    constexpr auto unanswered = CBCharacteristicWriteType::withoutResponse;
+    beacon.gatt().setNotifyError(batteryLevelCharacteristic, error(CBError::unknown));
+    beacon.gatt().setWriteError(alertLevelCharacteristic, error(CBError::unknown));
+    peripheral->setNotifyValueForCharacteristic(true, find(firmwareRevisionCharacteristic));
+    peripheral->setNotifyValueForCharacteristic(true, find(batteryLevelCharacteristic));
+    write(find(alertLevelCharacteristic), 1, answered);
+    write(find(alertLevelCharacteristic), 1, unanswered);
+    write(mode, 1, unanswered);
+    write(mode, 513, answered);
+    peripheral->setNotifyValueForCharacteristic(true, find(temperatureCharacteristic));
+    peripheral->discoverCharacteristicsForService(std::array{buttonModeCharacteristic},
+                                                  peripheral->services()->at(6));
+    pass(5);
+    beacon.gatt().setWriteError(buttonModeCharacteristic, error(CBError::unknown));
+    write(mode, 2, answered);
+    beacon.setTemperature(21);
+    EXPECT_FALSE(find(temperatureCharacteristic)->value().has_value()) << "a value changes when it is told";
+    pass(5);
+    const std::string modeUUID = mode->UUID().UUIDString();
+    EXPECT_THAT(listener->events,
+                ElementsAre("not notifying 2A26 CBATTErrorDomain 6", "not notifying 2A19 error 0",
+                            "written 2A06 CBATTErrorDomain 3", "written " + modeUUID + " CBATTErrorDomain 13",
+                            "notifying FFF2", "characteristics F0002013-0451-4000-B000-000000000000",
+                            "value FFF2", "written " + modeUUID + " error 0"));
+    EXPECT_THAT(*beacon.gatt().value(alertLevelCharacteristic), ElementsAre(7));
+    EXPECT_THAT(*beacon.gatt().value(buttonModeCharacteristic), ElementsAre(0, 0));
+    EXPECT_EQ(find(buttonModeCharacteristic), mode) << "found again, it is the same";
+    beacon.gatt().setValue(batteryLevelCharacteristic, {1});
+    for (const std::size_t twin : {1, 7}) {
+        EXPECT_THAT(*beacon.gatt().services()[twin].characteristics[0].value, ElementsAre(1));
+    }
 }
 
 TEST_F(SimulatedConnectionTest, WhatNoBeaconCanBeIsRefused) {
@@ -332,6 +422,10 @@ TEST_F(SimulatedConnectionTest, WhatNoBeaconCanBeIsRefused) {
     EXPECT_THROW(add([](auto& it) { it.services[0].characteristics[0].value->resize(513); }),
                  std::invalid_argument);
     EXPECT_THROW(add([](auto& it) { it.services[0].characteristics[0].generated = pickedValue(0, {{1}}); }),
+                 std::invalid_argument);
+    EXPECT_THROW(add([](auto& it) {
+                     it.services[0].characteristics[0].generated = {1, nullptr};
+                 }),
                  std::invalid_argument);
     EXPECT_THROW(pickedValue(1, {}), std::invalid_argument);
     EXPECT_THROW(swingingValue(1, 2, 1, 1), std::invalid_argument);

@@ -1,6 +1,7 @@
 #include "LibraryOverRadio.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 bool LibraryOverRadio::heard(const std::string& event, std::size_t count) {
     return bench->runUntil(
@@ -9,8 +10,10 @@ bool LibraryOverRadio::heard(const std::string& event, std::size_t count) {
 
 std::shared_ptr<ZOKBeacon> LibraryOverRadio::range() {
     bench->beaconComesIntoRange();
-    EXPECT_TRUE(bench->runUntil([&] { return !manager->liveBeacons().empty(); }));
-    return manager->liveBeacons().empty() ? nullptr : manager->liveBeacons()[0];
+    if (!bench->runUntil([&] { return !manager->liveBeacons().empty(); })) {
+        throw std::runtime_error("no beacon is live");
+    }
+    return manager->liveBeacons()[0];
 }
 
 std::shared_ptr<ZOKBeacon> LibraryOverRadio::connect() {

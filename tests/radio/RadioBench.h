@@ -10,7 +10,9 @@
 #include "platform/Platform.h"
 
 /// A radio under test, and one beacon on its air that can be steered from outside: an ordinary one, with the
-/// seven services, that is out of range at first. What is asked of it may take a while to show.
+/// seven services, that is out of range at first. Each call returns when it has taken effect: what is sent to
+/// a silent beacon then is not answered, a value that was set is the one that is read. A bench may run the
+/// loop meanwhile.
 class RadioBench {
 public:
     virtual ~RadioBench() = default;

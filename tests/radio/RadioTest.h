@@ -3,10 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Application.h"
@@ -16,17 +17,20 @@
 /// Writes down what a radio tells, in its order. It makes sure that nothing is told from inside a call, and
 /// that a peripheral's state is what the event says.
 class Listener final : public platform::CBCentralManagerDelegate, public platform::CBPeripheralDelegate {
-public:
-    explicit Listener(platform::CBUUID service) : service_(service) {}
+    using CBCentralManager = platform::CBCentralManager;
+    using NSError = platform::NSError;
+    using Peripheral = std::shared_ptr<platform::CBPeripheral>;
+    using Service = std::shared_ptr<platform::CBService>;
+    using Characteristic = std::shared_ptr<platform::CBCharacteristic>;
 
+public:
     Events events;
     /// The handle of the beacon at each sighting.
-    std::vector<std::shared_ptr<platform::CBPeripheral>> sightings;
+    std::vector<Peripheral> sightings;
     std::vector<std::uint8_t> lastValue;
-    /// Called at each answer that tells a failure.
+    /// Called at each sighting, and at each answer that tells a failure.
+    std::function<void()> onSighting = [] {};
     std::function<void()> onFailedAnswer = [] {};
-
-    std::size_t count(const std::string& event) const;
 
     /// Calls, with nothing told meanwhile.
     template <typename Call>
@@ -36,45 +40,82 @@ public:
         isInsideCall_ = false;
     }
 
-    void centralManagerDidUpdateState(platform::CBCentralManager& central) override;
-    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-        platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const platform::CBAdvertisementData& data, platform::NSNumber rssi) override;
-    void centralManagerDidConnectPeripheral(
-        platform::CBCentralManager& central,
-        const std::shared_ptr<platform::CBPeripheral>& peripheral) override;
-    void centralManagerDidFailToConnectPeripheralError(
-        platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const platform::NSError* error) override;
-    void centralManagerDidDisconnectPeripheralError(platform::CBCentralManager& central,
-                                                    const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                                                    const platform::NSError* error) override;
-    void peripheralDidDiscoverServices(const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                                       const platform::NSError* error) override;
-    void peripheralDidDiscoverCharacteristicsForServiceError(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const std::shared_ptr<platform::CBService>& service, const platform::NSError* error) override;
-    void peripheralDidUpdateValueForCharacteristicError(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const std::shared_ptr<platform::CBCharacteristic>& characteristic,
-        const platform::NSError* error) override;
-    void peripheralDidWriteValueForCharacteristicError(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const std::shared_ptr<platform::CBCharacteristic>& characteristic,
-        const platform::NSError* error) override;
-    void peripheralDidUpdateNotificationStateForCharacteristicError(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const std::shared_ptr<platform::CBCharacteristic>& characteristic,
-        const platform::NSError* error) override;
-    void peripheralDidReadRSSIError(const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                                    platform::NSNumber rssi, const platform::NSError* error) override;
+    void centralManagerDidUpdateState(CBCentralManager& central) override {
+        note("state " + std::to_string(static_cast<int>(central.state())));
+    }
+    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(CBCentralManager&,
+                                                                  const Peripheral& peripheral,
+                                                                  const platform::CBAdvertisementData& data,
+                                                                  platform::NSNumber) override {
+        EXPECT_FALSE(isInsideCall_);
+        const bool hasPayload =
+            std::ranges::find(data.serviceData, ZOKGATTProfile::deviceInformationService,
+                              &platform::CBServiceData::service) != data.serviceData.end();
+        if (data.localName != "morvane" || !hasPayload) return;
+        sightings.push_back(peripheral);
+        onSighting();
+    }
+    void centralManagerDidConnectPeripheral(CBCentralManager&, const Peripheral& peripheral) override {
+        EXPECT_EQ(peripheral->state(), platform::CBPeripheralState::connected);
+        note("connected");
+    }
+    void centralManagerDidFailToConnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
+                                                       const NSError* error) override {
+        EXPECT_NE(peripheral->state(), platform::CBPeripheralState::connected);
+        note("failed", error);
+    }
+    void centralManagerDidDisconnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
+                                                    const NSError* error) override {
+        EXPECT_NE(peripheral->state(), platform::CBPeripheralState::connected);
+        note("disconnected", error);
+    }
+    void peripheralDidDiscoverServices(const Peripheral& peripheral, const NSError* error) override {
+        noteAnswer("services", peripheral, error);
+    }
+    void peripheralDidDiscoverCharacteristicsForServiceError(const Peripheral& peripheral,
+                                                             const Service& service,
+                                                             const NSError* error) override {
+        noteAnswer("characteristics " + service->UUID().UUIDString(), peripheral, error);
+    }
+    void peripheralDidUpdateValueForCharacteristicError(const Peripheral& peripheral,
+                                                        const Characteristic& characteristic,
+                                                        const NSError* error) override {
+        if (const auto value = characteristic->value()) lastValue.assign(value->begin(), value->end());
+        noteAnswer("value " + characteristic->UUID().UUIDString(), peripheral, error);
+    }
+    void peripheralDidWriteValueForCharacteristicError(const Peripheral& peripheral,
+                                                       const Characteristic& characteristic,
+                                                       const NSError* error) override {
+        noteAnswer("written " + characteristic->UUID().UUIDString(), peripheral, error);
+    }
+    void peripheralDidUpdateNotificationStateForCharacteristicError(const Peripheral& peripheral,
+                                                                    const Characteristic& characteristic,
+                                                                    const NSError* error) override {
+        const std::string state = characteristic->isNotifying() ? "notifying " : "not notifying ";
+        noteAnswer(state + characteristic->UUID().UUIDString(), peripheral, error);
+    }
+    void peripheralDidReadRSSIError(const Peripheral& peripheral, platform::NSNumber rssi,
+                                    const NSError* error) override {
+        EXPECT_TRUE(error || (rssi.integerValue() >= -127 && rssi.integerValue() <= 20));
+        noteAnswer("rssi", peripheral, error);
+    }
 
 private:
-    void note(std::string event, const platform::NSError* error = nullptr);
-    void noteAnswer(std::string event, const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                    const platform::NSError* error);
+    void note(std::string event, const NSError* error = nullptr) {
+        EXPECT_FALSE(isInsideCall_) << event << " was told from inside a call";
+        if (error) {
+            event += error->domain() == platform::CBErrorDomain ? " error " : " " + error->domain() + ' ';
+            event += std::to_string(error->code());
+            EXPECT_FALSE(error->localizedDescription().empty());
+        }
+        events.push_back(std::move(event));
+    }
+    void noteAnswer(std::string event, const Peripheral& peripheral, const NSError* error) {
+        EXPECT_EQ(peripheral->state(), platform::CBPeripheralState::connected) << event;
+        note(std::move(event), error);
+        if (error) onFailedAnswer();
+    }
 
-    platform::CBUUID service_;
     bool isInsideCall_ = false;
 };
 
@@ -100,13 +141,13 @@ protected:
     std::shared_ptr<platform::CBPeripheral> link();
     /// Discovers services and characteristics of the whole profile.
     void discover(const std::shared_ptr<platform::CBPeripheral>& peripheral);
-    /// A discovered characteristic, or null.
+    /// A discovered characteristic.
     static std::shared_ptr<platform::CBCharacteristic> find(
         const std::shared_ptr<platform::CBPeripheral>& peripheral, const platform::CBUUID& characteristic);
 
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
     platform::Platform& platform = bench->platform();
-    std::shared_ptr<Listener> listener = std::make_shared<Listener>(ZOKGATTProfile::deviceInformationService);
+    std::shared_ptr<Listener> listener = std::make_shared<Listener>();
     std::shared_ptr<platform::CBCentralManager> central = platform.makeCentralManager(listener);
 };
 

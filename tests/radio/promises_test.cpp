@@ -3,6 +3,7 @@
 #include <array>
 
 #include "RadioTest.h"
+#include "platform/NSData.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ TEST_P(RadioPromises, ServicesAndCharacteristicsAreWhatWasAskedForSinceTheLinkCa
     ASSERT_TRUE(heard("connected"));
     EXPECT_FALSE(peripheral->services().has_value()) << "and goes with the next";
     takeEvents();
+    discover(peripheral);
     peripheral->readValueForCharacteristic(stale);
     peripheral->discoverCharacteristicsForService(std::array{accelerometerZCharacteristic}, service);
     ASSERT_TRUE(heardSoMany(2));
@@ -171,6 +173,45 @@ TEST_P(RadioPromises, AnAttemptWaitsForTheBeaconUntilItIsCancelled) {
     EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
 }
 
+TEST_P(RadioPromises, ARequestToConnectOutlivesTheEndThatWasAskedForBeforeIt) {
+    const auto peripheral = link();
+    central->cancelPeripheralConnection(peripheral);
+    connect(peripheral);
+    ASSERT_TRUE(heard("connected"));
+    EXPECT_TRUE(heardNoMoreThan(2));
+    EXPECT_THAT(takeEvents(), ElementsAre("disconnected", "connected"));
+    EXPECT_EQ(peripheral->state(), CBPeripheralState::connected);
+}
+
+TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
+    bench->beaconComesIntoRange();
+    sight();
+    const auto sightings = [&](const platform::CBUUID& service, bool allowDuplicates) {
+        central->scanForPeripheralsWithServicesOptions(std::array{service},
+                                                       {.allowDuplicates = allowDuplicates});
+        listener->sightings.clear();
+        bench->runUntil([&] { return listener->sightings.size() > 1; }, 2 * RadioBench::aWhile);
+        return listener->sightings.size();
+    };
+    EXPECT_EQ(sightings(unknown, true), 0U);
+    EXPECT_EQ(sightings(platform::CBUUID::UUIDWithString("1320"), false), 1U);
+    EXPECT_EQ(sightings(platform::CBUUID::UUIDWithString("1320"), true), 2U);
+    central->stopScan();
+    listener->sightings.clear();
+    EXPECT_FALSE(bench->runUntil([&] { return !listener->sightings.empty(); }, RadioBench::aWhile));
+}
+
+TEST_P(RadioPromises, AMalformedPayloadCostsOneSightingAndAnotherExceptionLeavesTheLoop) {
+    bench->beaconComesIntoRange();
+    sight();
+    listener->onSighting = [] { throw platform::DataRangeError(0, 1, 0); };
+    EXPECT_TRUE(bench->runUntil([&] { return listener->sightings.size() > 3; }));
+    listener->onSighting = [] { throw std::out_of_range("mine"); };
+    EXPECT_THROW(bench->runUntil([] { return false; }), std::out_of_range);
+    listener->onSighting = [] {};
+    EXPECT_NE(sight(), nullptr) << "the loop can be run again";
+}
+
 TEST_P(RadioPromises, ValuesAreNotifiedWhileSubscribedAndLinked) {
     const auto peripheral = link();
     discover(peripheral);
@@ -215,6 +256,7 @@ TEST_P(RadioPromises, PowerOffEndsLinkAndScanAndIsToldInOneOrder) {
     EXPECT_FALSE(central->isScanning());
     connect(peripheral);
     ASSERT_TRUE(heard("failed error 5"));
+    EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
 
     takeEvents();
     bench->setRadioPower(true);
