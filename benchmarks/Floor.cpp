@@ -1,11 +1,22 @@
 #include "Floor.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
+
+#include "platform/UTF8.h"
 
 using platform::NSNumber;
 
 namespace floor_work {
+
+namespace {
+
+std::uint16_t bigEndian(std::span<const std::uint8_t> value) {
+    return static_cast<std::uint16_t>(value[0] << 8 | value[1]);
+}
+
+}  // namespace
 
 std::unique_ptr<Record> decode(std::span<const std::uint8_t> payload) {
     if (payload.size() < 16 || payload[11] != 3) return nullptr;
@@ -43,6 +54,69 @@ void takeIn(std::span<const std::uint8_t> payload, platform::CBPeripheral* perip
         isLive = true;
     }
     if (!isLive) live.push_back(std::move(sighted));
+}
+
+void takeValue(const platform::CBPeripheral& peripheral, const platform::CBCharacteristic& characteristic,
+               const Audience& audience) {
+    using namespace ZOKGATTProfile;
+    const auto& live = audience.live;
+    const auto found =
+        std::ranges::find(live, &peripheral, [](const auto& record) { return record->peripheral().get(); });
+    const auto value = characteristic.value();
+    if (found == live.end() || !value || value->empty()) return;
+    const std::shared_ptr<ZOKBeacon>& beacon = *found;
+    const platform::CBUUID uuid = characteristic.UUID();
+    if (uuid == batteryLevelCharacteristic) {
+        const auto level = static_cast<std::int8_t>(value->front());
+        if (const auto delegate = audience.delegate.lock()) {
+            delegate->zobiConnectManagerDidBatteryValueChangedForBeacon(audience.manager, level,
+                                                                        std::shared_ptr(beacon));
+        }
+        return;
+    }
+    if (uuid == buttonActionCharacteristic) {
+        const unsigned action = std::min(value->front() - 1U, 3U);
+        if (const auto delegate = audience.delegate.lock()) {
+            delegate->zobiConnectManagerDidButtonActionChangedForBeacon(
+                audience.manager, static_cast<int>(action), std::shared_ptr(beacon));
+        }
+        return;
+    }
+    const auto post = [&](std::string_view name, auto&& object, auto&& payload) {
+        audience.center.postNotificationNameObjectUserInfo(
+            name, std::forward<decltype(object)>(object),
+            {"value", std::forward<decltype(payload)>(payload)});
+    };
+    if (uuid == firmwareRevisionCharacteristic) {
+        std::string version(value->begin(), std::ranges::find(*value, 0));
+        if (!platform::isValidUTF8(version)) return beacon->setFirmwareVersion(std::nullopt);
+        beacon->setFirmwareVersion(version);
+        return post(ZOKBeaconFirmwareVersionNotification, beacon, std::move(version));
+    }
+    if (value->size() != 2) return;
+    const std::uint16_t number = bigEndian(*value);
+    const NSNumber boxed = NSNumber::numberWithUnsignedShort(number);
+    if (uuid == temperatureCharacteristic) {
+        auto held = beacon;
+        if (const auto delegate = audience.delegate.lock()) {
+            delegate->zobiConnectManagerDidTemperatureValueChangedForBeacon(audience.manager, number, held);
+        }
+        return post(ZOKBeaconDidTemperatureChangeNotification, std::move(held), boxed);
+    }
+    if (uuid == buttonModeCharacteristic) return post(ZOKBeaconButtonModeNotification, beacon, boxed);
+    ZOKAccelerometerAxes axes = beacon->accelerometer();
+    const auto postAxis = [&](std::int64_t& axis, std::string_view name) {
+        axis = number;
+        beacon->setAccelerometer(axes);
+        post(name, beacon, boxed);
+    };
+    if (uuid == accelerometerXCharacteristic) {
+        postAxis(axes.axisX, ZOKBeaconDidAccelerometerAxisXChangeNotification);
+    } else if (uuid == accelerometerYCharacteristic) {
+        postAxis(axes.axisY, ZOKBeaconDidAccelerometerAxisYChangeNotification);
+    } else if (uuid == accelerometerZCharacteristic) {
+        postAxis(axes.axisZ, ZOKBeaconDidAccelerometerAxisZChangeNotification);
+    }
 }
 
 }  // namespace floor_work

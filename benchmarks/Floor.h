@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "ZobiConnectKit/ZOKBeacon.h"
+#include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/CBPeripheral.h"
+#include "platform/NSNotificationCenter.h"
 #include "platform/NSNumber.h"
 
-/// The least work that gives what the library gives for the same payload: what the library is measured
-/// against. It knows no manager, no platform and no log, and counts no references.
+/// The least work that gives what the library gives for the same payload or value: what the library is
+/// measured against. It knows no manager, no platform and no log. References it counts only where it calls a
+/// delegate, which may let go of itself and of the record meanwhile.
 namespace floor_work {
 
 /// What a `ZOKBeacon` knows, in plain values.
@@ -54,5 +56,18 @@ std::unique_ptr<Record> decode(std::span<const std::uint8_t> payload);
 /// Decodes a payload and stamps each live record of equal major and minor; the new one joins them if there
 /// is none.
 void takeIn(std::span<const std::uint8_t> payload, platform::CBPeripheral* peripheral, Records& live);
+
+/// Who hears of values, and of which beacons.
+struct Audience {
+    const std::weak_ptr<ZOKManagerDelegate>& delegate;
+    platform::NSNotificationCenter& center;
+    /// The one that the delegate is called with.
+    const std::shared_ptr<ZOKManager>& manager;
+    const std::vector<std::shared_ptr<ZOKBeacon>>& live;
+};
+
+/// Decodes a characteristic's value, keeps in the record what is kept there, and tells of it.
+void takeValue(const platform::CBPeripheral& peripheral, const platform::CBCharacteristic& characteristic,
+               const Audience& audience);
 
 }  // namespace floor_work

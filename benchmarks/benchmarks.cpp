@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -42,9 +43,25 @@ struct Listener final : ZOKManagerDelegate {
         ++reports;
         beaconsReported = beacons.size();
     }
+    void zobiConnectManagerDidBatteryValueChangedForBeacon(
+        const std::shared_ptr<ZOKManager>& /*manager*/, int /*level*/,
+        const std::shared_ptr<ZOKBeacon>& /*beacon*/) override {
+        ++values;
+    }
+    void zobiConnectManagerDidTemperatureValueChangedForBeacon(
+        const std::shared_ptr<ZOKManager>& /*manager*/, std::uint16_t /*temperature*/,
+        const std::shared_ptr<ZOKBeacon>& /*beacon*/) override {
+        ++values;
+    }
+    void zobiConnectManagerDidButtonActionChangedForBeacon(
+        const std::shared_ptr<ZOKManager>& /*manager*/, int /*action*/,
+        const std::shared_ptr<ZOKBeacon>& /*beacon*/) override {
+        ++values;
+    }
 
     std::size_t reports = 0;
     std::size_t beaconsReported = 0;
+    std::size_t values = 0;
 };
 
 /// A simulated radio, and a manager that monitors with the log off.
@@ -62,10 +79,11 @@ struct Stack {
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
 };
 
-/// A stack with as many live beacons as the benchmark's argument tells.
+/// A stack with live beacons: so many, or as many as the benchmark's argument tells.
 struct FullStack : Stack {
     FullStack(Time time, const benchmark::State& state)
-        : Stack(time), count(static_cast<std::size_t>(state.range(0))) {
+        : FullStack(time, static_cast<std::size_t>(state.range(0))) {}
+    FullStack(Time time, std::size_t beacons) : Stack(time), count(beacons) {
         for (std::size_t i = 0; i < count; ++i) {
             platform.world().addBeacon(numberedBeacon(i)).comeIntoRange();
         }
@@ -77,6 +95,29 @@ struct FullStack : Stack {
     }
 
     std::size_t count;
+};
+
+/// A stack in virtual time with one beacon to be connected; it no longer monitors.
+struct LinkStack : FullStack {
+    LinkStack() : FullStack(Time::virtualTime, 1) { manager->stopMonitoring(); }
+
+    /// Returns when the beacon is connected, all of it discovered.
+    void connect() {
+        manager->connectBeaconWithCompletion(beacon, stopping);
+        platform.runLoop().run();
+    }
+    void disconnect() {
+        manager->disconnectBeaconWithCompletion(beacon, stopping);
+        platform.runLoop().run();
+    }
+
+    std::shared_ptr<ZOKBeacon> beacon = manager->liveBeacons().front();
+    std::int64_t successes = 0;
+    ZOKBeaconCompletion stopping = [this](const auto& /*manager*/, const auto& /*beacon*/,
+                                          const auto* error) {
+        successes += error == nullptr;
+        platform.runLoop().stop();
+    };
 };
 
 void everyCount(benchmark::internal::Benchmark* benchmark) {
@@ -164,6 +205,130 @@ void expiry(benchmark::State& state) {
     if (stack.manager->liveBeacons().size() != stack.count) state.SkipWithError("a live beacon was dropped");
 }
 BENCHMARK(expiry)->Name("Expiry")->Apply(everyCount);
+
+// A connection, in virtual time too.
+
+void lookup(benchmark::State& state) {
+    LinkStack stack;
+    stack.connect();
+    for (const auto& [service, characteristics] : ZOKGATTProfile::characteristicRequests) {
+        for (const auto& characteristic : characteristics) {
+            if (!ZOKManager::characteristicFromServiceAndPeripheral(characteristic, service,
+                                                                    stack.beacon->peripheral())) {
+                state.SkipWithError("a characteristic was not found");
+            }
+        }
+    }
+    for ([[maybe_unused]] auto _ : state) {
+        for (const auto& [service, characteristics] : ZOKGATTProfile::characteristicRequests) {
+            for (const auto& characteristic : characteristics) {
+                benchmark::DoNotOptimize(ZOKManager::characteristicFromServiceAndPeripheral(
+                    characteristic, service, stack.beacon->peripheral()));
+            }
+        }
+    }
+}
+BENCHMARK(lookup)->Name("Lookup");
+
+void connectCycle(benchmark::State& state) {
+    LinkStack stack;
+    for ([[maybe_unused]] auto _ : state) {
+        stack.connect();
+        stack.disconnect();
+    }
+    if (stack.successes != 2 * state.iterations()) state.SkipWithError("a link was not made as it should be");
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(connectCycle)->Name("ConnectCycle")->Unit(benchmark::kMicrosecond);
+
+/// A value that a connected beacon sends, and how the library tells of it.
+struct ValueCase {
+    platform::CBUUID service;
+    platform::CBUUID characteristic;
+    bool reachesDelegate;
+    std::string_view notification;
+};
+
+constexpr ValueCase battery{
+    ZOKGATTProfile::batteryService, ZOKGATTProfile::batteryLevelCharacteristic, true, {}};
+constexpr ValueCase buttonAction{
+    ZOKGATTProfile::buttonService, ZOKGATTProfile::buttonActionCharacteristic, true, {}};
+constexpr ValueCase temperature{ZOKGATTProfile::temperatureService, ZOKGATTProfile::temperatureCharacteristic,
+                                true, ZOKBeaconDidTemperatureChangeNotification};
+constexpr ValueCase axisX{ZOKGATTProfile::accelerometerService, ZOKGATTProfile::accelerometerXCharacteristic,
+                          false, ZOKBeaconDidAccelerometerAxisXChangeNotification};
+constexpr ValueCase axisY{ZOKGATTProfile::accelerometerService, ZOKGATTProfile::accelerometerYCharacteristic,
+                          false, ZOKBeaconDidAccelerometerAxisYChangeNotification};
+constexpr ValueCase axisZ{ZOKGATTProfile::accelerometerService, ZOKGATTProfile::accelerometerZCharacteristic,
+                          false, ZOKBeaconDidAccelerometerAxisZChangeNotification};
+constexpr ValueCase buttonMode{ZOKGATTProfile::configurationService, ZOKGATTProfile::buttonModeCharacteristic,
+                               false, ZOKBeaconButtonModeNotification};
+constexpr ValueCase firmware{ZOKGATTProfile::deviceInformationService,
+                             ZOKGATTProfile::firmwareRevisionCharacteristic, false,
+                             ZOKBeaconFirmwareVersionNotification};
+
+/// Reads the characteristic over a link, then times the taking of the value that it has since, with one
+/// observer of what is posted.
+template <typename Take>
+void timeValue(benchmark::State& state, LinkStack& stack, const ValueCase& value, const Take& take) {
+    stack.connect();
+    const Peripheral peripheral = stack.beacon->peripheral();
+    const auto characteristic =
+        ZOKManager::characteristicFromServiceAndPeripheral(value.characteristic, value.service, peripheral);
+    peripheral->readValueForCharacteristic(characteristic);
+    stack.platform.runLoop().runFor(1);
+    std::int64_t posted = 0;
+    if (!value.notification.empty()) {
+        stack.platform.notificationCenter().addObserverForNameObjectUsingBlock(
+            value.notification, nullptr, [&](const auto& /*notification*/) { ++posted; });
+    }
+    stack.listener->values = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        take(peripheral, characteristic);
+        benchmark::ClobberMemory();
+    }
+    const auto told = static_cast<std::int64_t>(stack.listener->values);
+    if (told != (value.reachesDelegate ? state.iterations() : 0) ||
+        posted != (value.notification.empty() ? 0 : state.iterations())) {
+        state.SkipWithError("a value was not told of as it should be");
+    }
+}
+
+void valueFloor(benchmark::State& state, const ValueCase& value) {
+    LinkStack stack;
+    const std::vector live = stack.manager->liveBeacons();
+    const std::weak_ptr<ZOKManagerDelegate> delegate = stack.listener;
+    const floor_work::Audience audience{delegate, stack.platform.notificationCenter(), stack.manager, live};
+    timeValue(state, stack, value, [&](const Peripheral& peripheral, const auto& characteristic) {
+        floor_work::takeValue(*peripheral, *characteristic, audience);
+    });
+}
+
+void valueLibrary(benchmark::State& state, const ValueCase& value) {
+    LinkStack stack;
+    // As a radio has it.
+    platform::CBPeripheralDelegate& events = *stack.manager;
+    timeValue(state, stack, value, [&](const Peripheral& peripheral, const auto& characteristic) {
+        events.peripheralDidUpdateValueForCharacteristicError(peripheral, characteristic, nullptr);
+    });
+}
+
+BENCHMARK_CAPTURE(valueFloor, battery, battery)->Name("ValueUpdate/floor/battery");
+BENCHMARK_CAPTURE(valueFloor, buttonAction, buttonAction)->Name("ValueUpdate/floor/buttonAction");
+BENCHMARK_CAPTURE(valueFloor, temperature, temperature)->Name("ValueUpdate/floor/temperature");
+BENCHMARK_CAPTURE(valueFloor, axisX, axisX)->Name("ValueUpdate/floor/axisX");
+BENCHMARK_CAPTURE(valueFloor, axisY, axisY)->Name("ValueUpdate/floor/axisY");
+BENCHMARK_CAPTURE(valueFloor, axisZ, axisZ)->Name("ValueUpdate/floor/axisZ");
+BENCHMARK_CAPTURE(valueFloor, buttonMode, buttonMode)->Name("ValueUpdate/floor/buttonMode");
+BENCHMARK_CAPTURE(valueFloor, firmware, firmware)->Name("ValueUpdate/floor/firmware");
+BENCHMARK_CAPTURE(valueLibrary, battery, battery)->Name("ValueUpdate/library/battery");
+BENCHMARK_CAPTURE(valueLibrary, buttonAction, buttonAction)->Name("ValueUpdate/library/buttonAction");
+BENCHMARK_CAPTURE(valueLibrary, temperature, temperature)->Name("ValueUpdate/library/temperature");
+BENCHMARK_CAPTURE(valueLibrary, axisX, axisX)->Name("ValueUpdate/library/axisX");
+BENCHMARK_CAPTURE(valueLibrary, axisY, axisY)->Name("ValueUpdate/library/axisY");
+BENCHMARK_CAPTURE(valueLibrary, axisZ, axisZ)->Name("ValueUpdate/library/axisZ");
+BENCHMARK_CAPTURE(valueLibrary, buttonMode, buttonMode)->Name("ValueUpdate/library/buttonMode");
+BENCHMARK_CAPTURE(valueLibrary, firmware, firmware)->Name("ValueUpdate/library/firmware");
 
 void virtualHour(benchmark::State& state) {
     constexpr std::size_t beacons = 100;
