@@ -334,8 +334,7 @@ private:
     bool isApplicationActive() const;
     void reportButtonAction(const std::shared_ptr<ZOKBeacon>& beacon);
     bool refreshLiveBeacons(const ZOKBeacon& sighted);
-    void prepareConnection(const std::shared_ptr<ZOKBeacon>& beacon);
-    void requestConnection(const std::shared_ptr<ZOKBeacon>& beacon);
+    void connect(std::shared_ptr<ZOKBeacon> beacon, std::optional<ZOKBeaconCompletion> completion);
     void callCompletion(const ZOKBeaconCompletion& completion, const std::shared_ptr<ZOKBeacon>& beacon,
                         const platform::NSError* error);
     void post(std::string_view notification, const std::shared_ptr<ZOKBeacon>& beacon,

@@ -43,6 +43,9 @@ void setNotify(bool enabled, const CBUUID& characteristicUUID, const CBUUID& ser
 
 }  // namespace
 
+// They are the manager's, though none needs anything of it.
+// NOLINTBEGIN(readability-convert-member-functions-to-static)
+
 void ZOKManager::pingBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
     constexpr std::uint8_t mildAlert = 0x01;
     write(mildAlert, alertLevelCharacteristic, immediateAlertService, beacon,
@@ -97,3 +100,5 @@ void ZOKManager::setButtonActionsNotificationsForBeacon(bool enabled,
                                                         const std::shared_ptr<ZOKBeacon>& beacon) {
     setNotify(enabled, buttonActionCharacteristic, buttonService, beacon);
 }
+
+// NOLINTEND(readability-convert-member-functions-to-static)

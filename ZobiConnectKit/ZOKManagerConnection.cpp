@@ -9,27 +9,21 @@ using platform::CBError;
 using platform::CBPeripheral;
 using platform::NSError;
 
-// Each holds the record that it is about: the log's sink and a completion that is replaced may be what the
-// caller's own reference depends on.
-
 void ZOKManager::connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
-    if (!beacon) return;
-    const auto connected = beacon;
-    prepareConnection(connected);
-    requestConnection(connected);
+    if (beacon) connect(beacon, std::nullopt);
 }
 
 void ZOKManager::connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                              ZOKBeaconCompletion completion) {
-    if (!beacon) return;
-    const auto connected = beacon;
-    prepareConnection(connected);
-    connected->setConnectionCompletionBlock(std::move(completion));
-    requestConnection(connected);
+    if (beacon) connect(beacon, std::move(completion));
 }
 
 /// A record without a peripheral is treated as one whose peripheral has no delegate.
-void ZOKManager::prepareConnection(const std::shared_ptr<ZOKBeacon>& beacon) {
+/// @param beacon by value: the caller's own reference may go with what the log's sink does, or with the
+///     completion that is replaced.
+/// @param completion what the record is to keep in place of what it has, if anything.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+void ZOKManager::connect(std::shared_ptr<ZOKBeacon> beacon, std::optional<ZOKBeaconCompletion> completion) {
     const auto peripheral = beacon->peripheral();
     if (!peripheral || !peripheral->delegate()) {
         platform_.log().log("peripheral delegate is nil, setting to self");
@@ -37,9 +31,7 @@ void ZOKManager::prepareConnection(const std::shared_ptr<ZOKBeacon>& beacon) {
     }
     beacon->setTimestamp(0);
     addLiveBeacon(beacon);
-}
-
-void ZOKManager::requestConnection(const std::shared_ptr<ZOKBeacon>& beacon) {
+    if (completion) beacon->setConnectionCompletionBlock(*std::move(completion));
     platform_.log().log("---->ConnectPeripheral started");
     if (centralManager_) centralManager_->connectPeripheral(beacon->peripheral());
 }
@@ -50,9 +42,10 @@ void ZOKManager::disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
 
 void ZOKManager::disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                 ZOKBeaconCompletion completion) {
-    const auto disconnected = beacon;
-    if (disconnected) disconnected->setDisconnectionCompletionBlock(std::move(completion));
-    disconnectBeacon(disconnected);
+    // The caller's reference may go with the completion that is replaced.
+    const auto held = beacon;  // NOLINT(performance-unnecessary-copy-initialization)
+    if (held) held->setDisconnectionCompletionBlock(std::move(completion));
+    disconnectBeacon(held);
 }
 
 void ZOKManager::centralManagerDidConnectPeripheral(platform::CBCentralManager& /*central*/,
