@@ -48,9 +48,9 @@ struct BeaconDescription {
     /// The mean received signal strength in dBm, and how far a reading may lie from it in dB.
     int signalStrength = -60;
     int signalStrengthSpread = 0;
-    LinkDescription link = {};
     /// What a connected central finds, in this order; missing, doubled and foreign ones included.
     std::vector<ServiceDescription> services = beaconServices();
+    LinkDescription link = {};
 };
 
 }  // namespace platform::simulation
