@@ -77,9 +77,10 @@ public:
     // Connection
 
     /// Asks for a connection to a beacon. The record's `timestamp` becomes 0, and the record joins the live
-    /// beacons, where it stays for as long as nothing is heard of the beacon. An advertisement stamps it again:
-    /// one that is heard, and then no more, expires like any other, though the attempt is still pending, and
-    /// a link that then comes up is that of no live beacon. After a failed attempt the 0 stays, too.
+    /// beacons, where it stays for as long as nothing is heard of the beacon. An advertisement stamps it
+    /// again: one that is heard, and then no more, expires like any other, though the attempt is still
+    /// pending, and a link that then comes up is that of no live beacon. After a failed attempt the 0 stays,
+    /// too.
     ///
     /// When the link is up, and the beacon's seven services and their characteristics were asked for and the
     /// seven answers have come, the beacon is connected: `zobiConnectManagerDidBeaconConnected`, then
@@ -101,9 +102,9 @@ public:
                                      ZOKBeaconCompletion completion);
 
     /// Asks for the end of a connection, or of an attempt at one. When it has come:
-    /// `zobiConnectManagerDidBeaconDisconnectedWithError`, then `ZOKBeaconDidDisconnectNotification`, then the
-    /// record's disconnection completion. All of them are told of every other end, too, with the error that
-    /// the radio gives for it. Harmless for a null record and one that is not connected.
+    /// `zobiConnectManagerDidBeaconDisconnectedWithError`, then `ZOKBeaconDidDisconnectNotification`, then
+    /// the record's disconnection completion. All of them are told of every other end, too, with the error
+    /// that the radio gives for it. Harmless for a null record and one that is not connected.
     void disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
     /// The same, with a completion for the record to keep; an empty one takes away what the record has.
