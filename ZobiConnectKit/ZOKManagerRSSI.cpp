@@ -4,8 +4,8 @@
 
 using platform::NSTimer;
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): the manager's, though it needs nothing of
-// it
+// The manager's, though it needs nothing of it.
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 void ZOKManager::RSSIForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                              const ZOKBeaconCompletion& /*completion*/) {
     if (!beacon) return;
