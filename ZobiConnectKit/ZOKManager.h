@@ -77,10 +77,9 @@ public:
     // Connection
 
     /// Asks for a connection to a beacon. The record's `timestamp` becomes 0, and the record joins the live
-    /// beacons, where it stays for as long as nothing is heard of the beacon. An advertisement stamps it
-    /// again: one that is heard, and then no more, expires like any other, though the attempt is still
-    /// pending, and a link that then comes up is that of no live beacon. After a failed attempt the 0 stays,
-    /// too.
+    /// beacons, where the 0 keeps it until the link is up or the beacon is heard again. A beacon that is
+    /// heard while its attempt is pending, and then falls silent, expires like any other: the attempt goes
+    /// on, but what comes of it is reported without a record or not at all. The 0 outlasts a failed attempt.
     ///
     /// When the link is up, and the beacon's seven services and their characteristics were asked for and the
     /// seven answers have come, the beacon is connected: `zobiConnectManagerDidBeaconConnected`, then
