@@ -10,14 +10,16 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/simulation/SimulatedPlatform.h"
 
-class Reader : public ZOKManagerDelegate {
+class Reader : public ZOKManagerDelegate, public std::enable_shared_from_this<Reader> {
 public:
-    Reader() {
+    void start() {
+        ZOKManager::shared()->setDelegate(weak_from_this());
+        // The notification centre keeps what it calls, so that must not keep the reader.
         platform::Platform::current().notificationCenter().addObserverForNameObjectUsingBlock(
-            ZOKBeaconFirmwareVersionNotification, nullptr, [this](const platform::NSNotification&) {
-                std::printf("firmware %s\n", beacon_->firmwareVersion()->c_str());
-                await("its temperature");
-                ZOKManager::shared()->temperatureForBeaconWithCompletion(beacon_, nullptr);
+            ZOKBeaconFirmwareVersionNotification, nullptr,
+            [weakSelf = weak_from_this()](const platform::NSNotification& notification) {
+                const auto self = weakSelf.lock();
+                if (self && notification.object == self->beacon_) self->firmwareVersionArrived();
             });
         await("a beacon");
     }
@@ -32,13 +34,24 @@ public:
         if (beacon_ || beacons.empty()) return;
         beacon_ = beacons[0];
         await("the connection");
-        manager->connectBeacon(beacon_);
+        manager->connectBeaconWithCompletion(
+            beacon_, [weakSelf = weak_from_this()](const auto& /*manager*/, const auto& /*beacon*/,
+                                                   const platform::NSError* error) {
+                const auto self = weakSelf.lock();
+                if (self && error) self->fail(error->localizedDescription().c_str());
+            });
     }
 
     void zobiConnectManagerDidBeaconConnected(const std::shared_ptr<ZOKManager>& manager,
                                               const std::shared_ptr<ZOKBeacon>& beacon) override {
         await("its firmware version");
         manager->firmwareVersionForBeaconWithCompletion(beacon, nullptr);
+    }
+
+    void firmwareVersionArrived() {
+        std::printf("firmware %s\n", beacon_->firmwareVersion()->c_str());
+        await("its temperature");
+        ZOKManager::shared()->temperatureForBeaconWithCompletion(beacon_, nullptr);
     }
 
     void zobiConnectManagerDidTemperatureValueChangedForBeacon(
@@ -52,8 +65,8 @@ public:
     void zobiConnectManagerDidBeaconDisconnectedWithError(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                           const std::shared_ptr<ZOKBeacon>& /*beacon*/,
                                                           const platform::NSError* error) override {
-        if (error) std::printf("disconnected: %s\n", error->localizedDescription().c_str());
-        end(error ? EXIT_FAILURE : EXIT_SUCCESS);
+        if (error) return fail(error->localizedDescription().c_str());
+        end(EXIT_SUCCESS);
     }
 
     int exitStatus() const { return exitStatus_; }
@@ -63,14 +76,19 @@ private:
     void await(const char* what) {
         constexpr double seconds = 10;
         if (deadline_) deadline_->invalidate();
-        deadline_ =
-            platform::Platform::current().runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-                seconds,
-                [this, what](const auto& /*timer*/) {
-                    std::printf("waited for %s in vain\n", what);
-                    end(EXIT_FAILURE);
-                },
-                nullptr, false);
+        auto& runLoop = platform::Platform::current().runLoop();
+        deadline_ = runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+            seconds,
+            [weakSelf = weak_from_this(), what](const auto& /*timer*/) {
+                std::printf("waited in vain for %s\n", what);
+                if (const auto self = weakSelf.lock()) self->end(EXIT_FAILURE);
+            },
+            nullptr, false);
+    }
+
+    void fail(const char* why) {
+        std::printf("%s\n", why);
+        end(EXIT_FAILURE);
     }
 
     void end(int exitStatus) {
@@ -92,7 +110,7 @@ int main() {
     platform::Platform::install(std::move(simulated));
 
     const auto reader = std::make_shared<Reader>();
-    ZOKManager::shared()->setDelegate(reader);
+    reader->start();
     platform::Platform::current().runLoop().run();
     return reader->exitStatus();
 }

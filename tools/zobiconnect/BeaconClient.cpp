@@ -98,12 +98,18 @@ void BeaconClient::zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKMan
         return identityOf(*beacon) == identity_ && beacon->timestamp() != lastHeard_;
     });
     if (isBluetoothOn() && link_ == Link::none && heard != beacons.end()) connect(*manager, *heard);
+    if (link_ == Link::connecting && isReported_) becomeConnected();
+    // A beacon that is heard while its attempt is pending, and then falls silent, is dropped. To ask again
+    // keeps the record, and the attempt is the same.
+    const bool isDropped = std::ranges::find(beacons, beacon_) == beacons.end();
+    if (link_ == Link::connecting && isDropped) manager->connectBeacon(beacon_);
     tell({BeaconEvent::Kind::second});
 }
 
 void BeaconClient::connect(ZOKManager& manager, const std::shared_ptr<ZOKBeacon>& beacon) {
     beacon_ = beacon;
     link_ = Link::connecting;
+    isReported_ = false;
     manager.connectBeaconWithCompletion(
         beacon,
         [weakSelf = weak_from_this()](const auto& /*manager*/, const auto& connected, const NSError* error) {
@@ -116,10 +122,28 @@ void BeaconClient::connect(ZOKManager& manager, const std::shared_ptr<ZOKBeacon>
 
 void BeaconClient::zobiConnectManagerDidBeaconConnected(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                         const std::shared_ptr<ZOKBeacon>& beacon) {
-    if (beacon != beacon_) return;
+    if (!isOfSamePeripheral(*beacon)) return;
+    beacon_ = beacon;
+    isReported_ = true;
+    // A beacon that has a service twice is reported before its last answer, which then comes soon or never.
+    if (isDiscovered()) becomeConnected();
+}
+
+void BeaconClient::becomeConnected() {
+    isReported_ = false;
     link_ = Link::connected;
     ending_.reset();
     tell({BeaconEvent::Kind::connected});
+}
+
+bool BeaconClient::isDiscovered() const {
+    return std::ranges::all_of(*beacon_->peripheral()->services(),
+                               [](const auto& service) { return service->characteristics().has_value(); });
+}
+
+/// While its own record is dropped, another may have taken its place.
+bool BeaconClient::isOfSamePeripheral(const ZOKBeacon& beacon) const {
+    return beacon_ && beacon.peripheral() == beacon_->peripheral();
 }
 
 void BeaconClient::attemptFailed(const NSError& error) {
@@ -132,7 +156,9 @@ void BeaconClient::attemptFailed(const NSError& error) {
 void BeaconClient::zobiConnectManagerDidBeaconDisconnectedWithError(
     const std::shared_ptr<ZOKManager>& /*manager*/, const std::shared_ptr<ZOKBeacon>& beacon,
     const NSError* error) {
-    if (!beacon || beacon != beacon_) return;
+    if (!beacon || !isOfSamePeripheral(*beacon)) return;
+    beacon_ = beacon;
+    isReported_ = false;
     if (error && error->code() == static_cast<int>(platform::CBError::connectionTimeout)) {
         // The library has asked for another connection already.
         link_ = Link::connecting;

@@ -102,8 +102,8 @@ public:
     /// Why there is no connection.
     std::string obstacle() const;
 
-    /// The record that was connected last; null before the first attempt. It stays the same when another
-    /// record of the same numbers turns up.
+    /// The record that was connected last; null before the first attempt. It stays when a beacon of the same
+    /// numbers turns up.
     const std::shared_ptr<ZOKBeacon>& beacon() const { return beacon_; }
 
     /// Whether the characteristic was found: commands about one that was not do nothing.
@@ -135,6 +135,10 @@ public:
 private:
     void observe(std::string_view notification, Quantity quantity);
     void connect(ZOKManager& manager, const std::shared_ptr<ZOKBeacon>& beacon);
+    void becomeConnected();
+    /// Whether each service that was found has told its characteristics.
+    bool isDiscovered() const;
+    bool isOfSamePeripheral(const ZOKBeacon& beacon) const;
     void attemptFailed(const platform::NSError& error);
     void valueArrived(Quantity quantity, Value value, const void* beacon);
     void tell(const BeaconEvent& event);
@@ -144,6 +148,8 @@ private:
     Observer observer_;
     int bluetoothState_ = 0;
     Link link_ = Link::none;
+    // The library has reported the connection that is being made.
+    bool isReported_ = false;
     std::optional<std::string> ending_;
     std::shared_ptr<ZOKBeacon> beacon_;
     // The record's time stamp when there was a link last, or an attempt at one.

@@ -17,10 +17,13 @@ std::string joinedPath(const std::string& path, const std::string& key) {
 /// Follows the parser, which would keep one of two values under the same key and say nothing.
 class RepeatedKeyCheck {
 public:
-    bool operator()(int /*depth*/, json::parse_event_t event, const json& parsed) {
+    bool operator()(int depth, json::parse_event_t event, const json& parsed) {
+        // Far more than a scenario needs.
+        constexpr int deepest = 50;
         switch (event) {
             case json::parse_event_t::object_start:
             case json::parse_event_t::array_start:
+                if (depth > deepest) throw Mistake(pathHere(), "nested too deeply");
                 levels_.push_back({pathHere(), event == json::parse_event_t::array_start, 0, "", {}});
                 break;
             case json::parse_event_t::key:

@@ -8,7 +8,7 @@ namespace zobiconnect {
 
 namespace {
 
-constexpr std::array signals{SIGINT, SIGTERM};
+constexpr std::array signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 std::atomic<platform::RunLoop*> stoppedRunLoop = nullptr;
 std::atomic<bool> hasCome = false;
 

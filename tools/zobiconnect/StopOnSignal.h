@@ -4,7 +4,7 @@
 
 namespace zobiconnect {
 
-/// While it lives, SIGINT and SIGTERM stop a run loop.
+/// While it lives, SIGINT, SIGTERM, SIGHUP and SIGQUIT stop a run loop.
 class StopOnSignal {
 public:
     explicit StopOnSignal(platform::RunLoop& runLoop);

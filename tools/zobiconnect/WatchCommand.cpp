@@ -75,13 +75,21 @@ int runWatch(const Options& options) {
         view->show(event);
     });
     readTemperatureAgainAndAgain(visit);
-    visit.carryOut([&] {
-        const auto isConnected = [&] { return client.link() == BeaconClient::Link::connected; };
-        if (!visit.runUntil(isConnected, &visit.deadline())) throw Failure(visit.whyNotConnected());
-        visit.runUntil([] { return false; }, end ? &*end : nullptr);
-    });
-    view->end(totals);
-    flushOut();
+    const auto endView = [&] {
+        view->end(totals);
+        flushOut();
+    };
+    try {
+        visit.carryOut([&] {
+            const auto isConnected = [&] { return client.link() == BeaconClient::Link::connected; };
+            if (!visit.runUntil(isConnected, &visit.deadline())) throw Failure(visit.whyNotConnected());
+            visit.runUntil([] { return false; }, end ? &*end : nullptr);
+        });
+    } catch (const Failure&) {
+        endView();
+        throw;
+    }
+    endView();
     return success;
 }
 

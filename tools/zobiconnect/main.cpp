@@ -9,7 +9,12 @@ namespace {
 
 std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
     const auto commands = app->get_subcommands();
-    if (commands.empty() && error.get_name() == "RequiredError") return app->help();
+    if (commands.empty() && error.get_name() == "RequiredError") {
+        const auto unknown = app->remaining();
+        if (unknown.empty()) return app->help();
+        return "zobiconnect: there is no command \"" + zobiconnect::printable(unknown.front()) +
+               "\"\nTry: zobiconnect --help\n";
+    }
     const std::string command = commands.empty() ? "" : ' ' + commands.front()->get_name();
     return "zobiconnect: " + zobiconnect::printable(error.what()) + "\nTry: zobiconnect" + command +
            " --help\n";
