@@ -74,7 +74,7 @@ TEST_F(SimulatedConnectionTest, PowerOffDuringAttemptAndLinkIsTold) {
     addLive({.minor = 1});
     addLive({.minor = 2, .link = {.connectionDelay = 10}});
     addLive({.minor = 3});
-    for (const std::size_t index : {2, 1, 0}) {
+    for (const std::size_t index : {2U, 1U, 0U}) {
         record(index)->setDisconnectionCompletionBlock(
             application->completion("end " + std::to_string(index)));
         connect(index);
@@ -405,7 +405,7 @@ TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     EXPECT_THAT(*beacon.gatt().value(buttonModeCharacteristic), ElementsAre(0, 0));
     EXPECT_EQ(find(buttonModeCharacteristic), mode) << "found again, it is the same";
     beacon.gatt().setValue(batteryLevelCharacteristic, {1});
-    for (const std::size_t twin : {1, 7}) {
+    for (const std::size_t twin : {1U, 7U}) {
         EXPECT_THAT(*beacon.gatt().services()[twin].characteristics[0].value, ElementsAre(1));
     }
 }
