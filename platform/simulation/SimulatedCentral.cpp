@@ -81,7 +81,6 @@ std::shared_ptr<SimulatedPeripheral> SimulatedCentral::own(
 
 void SimulatedCentral::enterState(CBManagerState state) {
     state_ = state;
-    ExceptionKeeper exceptions;
     const auto reportState = [this] {
         if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(*this);
     };
@@ -92,6 +91,7 @@ void SimulatedCentral::enterState(CBManagerState state) {
         if (sighted.peripheral && !sighted.peripheral->isIdle()) ended.push_back(sighted.peripheral);
     }
     std::ranges::sort(ended, {}, &SimulatedPeripheral::order);
+    ExceptionKeeper exceptions;
     exceptions.run(reportState);
     for (const auto& peripheral : ended) {
         exceptions.run([&] { peripheral->loseRadio(radioIsOff()); });

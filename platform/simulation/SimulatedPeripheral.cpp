@@ -264,7 +264,7 @@ void SimulatedPeripheral::valueChanged(GATTServer::Place place, std::span<const 
     runLoop_.dispatchAsync(
         [weakSelf = weak_from_this(), changed, bytes = std::vector(value.begin(), value.end())] {
             const auto self = weakSelf.lock();
-            // Neither is it after the link has ended.
+            // The subscription may have ended meanwhile, by itself or with the link.
             if (!self || !changed->isNotifying()) return;
             changed->setValue(bytes);
             if (const auto delegate = self->delegate_.lock()) {

@@ -81,4 +81,11 @@ void Screen::show(const std::vector<Line>& lines) {
     flushOut();
 }
 
+void Screen::print(const std::vector<Line>& lines) {
+    std::string text;
+    for (const Line& line : lines) text += line.text + '\n';
+    printOut(text + '\n');
+    flushOut();
+}
+
 }  // namespace zobiconnect

@@ -33,6 +33,9 @@ public:
 
     /// Shows the lines, ASCII texts, in place of what stood there, and cuts off what has no room.
     static void show(const std::vector<Line>& lines);
+
+    /// Without a screen: prints the texts of the lines, and an empty line after them.
+    static void print(const std::vector<Line>& lines);
 };
 
 }  // namespace zobiconnect

@@ -121,10 +121,7 @@ void TableView::draw(const Moment& moment) {
         Screen::show(lines);
         return;
     }
-    std::string text;
-    for (const Screen::Line& line : lines) text += line.text + '\n';
-    printOut(text + '\n');
-    flushOut();
+    Screen::print(lines);
 }
 
 std::string TableView::statusLine(const Moment& moment) const {

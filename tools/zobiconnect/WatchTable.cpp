@@ -105,11 +105,7 @@ void WatchTable::draw() const {
     }
     lines.push_back({""});
     for (const std::string& line : history_) lines.push_back({line, Screen::Style::faint});
-    if (screen_) return Screen::show(lines);
-    std::string text;
-    for (const Screen::Line& line : lines) text += line.text + '\n';
-    printOut(text + '\n');
-    flushOut();
+    screen_ ? Screen::show(lines) : Screen::print(lines);
 }
 
 std::string WatchTable::statusLine() const {
