@@ -74,6 +74,7 @@ inline constexpr std::array<CharacteristicRequest, 7> characteristicRequests{{
 /// The answers to characteristic requests after which a beacon is connected.
 inline constexpr std::int64_t answersOfAConnection = 7;
 
+/// What an arriving value is about, which decides how it is decoded and told.
 enum class Value : std::uint8_t { battery, button, temperature, axisX, axisY, axisZ, mode, firmware };
 
 struct RecognisedValue {
