@@ -1,3 +1,11 @@
 include(CMakeFindDependencyMacro)
 find_dependency(Threads)
 include("${CMAKE_CURRENT_LIST_DIR}/ZobiConnectKitTargets.cmake")
+# What a static library of the BlueZ radio is linked with.
+if(TARGET ZobiConnectKit::bluez)
+    get_target_property(_ZobiConnectKit_bluezType ZobiConnectKit::bluez TYPE)
+    if(_ZobiConnectKit_bluezType STREQUAL STATIC_LIBRARY AND NOT TARGET PkgConfig::libsystemd)
+        find_dependency(PkgConfig)
+        pkg_check_modules(libsystemd REQUIRED IMPORTED_TARGET libsystemd)
+    endif()
+endif()

@@ -2,10 +2,18 @@
 include(CMakePackageConfigHelpers)
 
 set(libraries ZobiConnectKit ZobiConnectKitPlatform ZobiConnectKitSimulation)
+set(folders ZobiConnectKit platform platform/standard platform/simulation)
+set(packages ZobiConnectKit ZobiConnectKit-simulation)
+if(TARGET ZobiConnectKitBlueZ)
+    list(APPEND libraries ZobiConnectKitBlueZ)
+    # Its subfolders are its own.
+    list(APPEND folders platform/bluez)
+    list(APPEND packages ZobiConnectKit-bluez)
+endif()
 set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ${libraries} EXPORT ZobiConnectKitTargets)
 
-foreach(folder IN ITEMS ZobiConnectKit platform platform/standard platform/simulation)
+foreach(folder IN LISTS folders)
     file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.h")
     install(FILES ${headers} DESTINATION "${ZOK_INSTALL_INCLUDEDIR}/${folder}")
 endforeach()
@@ -20,7 +28,7 @@ install(EXPORT ZobiConnectKitTargets NAMESPACE ZobiConnectKit:: DESTINATION "${p
 set(pkgConfigDirectory "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 file(RELATIVE_PATH includeFromPkgConfig "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig"
     "${CMAKE_INSTALL_FULL_INCLUDEDIR}/ZobiConnectKit-${PROJECT_VERSION_MAJOR}")
-foreach(package IN ITEMS ZobiConnectKit ZobiConnectKit-simulation)
+foreach(package IN LISTS packages)
     configure_file("${CMAKE_CURRENT_LIST_DIR}/${package}.pc.in" "${PROJECT_BINARY_DIR}/${package}.pc" @ONLY)
     install(FILES "${PROJECT_BINARY_DIR}/${package}.pc" DESTINATION "${pkgConfigDirectory}")
 endforeach()

@@ -20,6 +20,7 @@ namespace {
 using platform::Platform;
 
 GMainLoop* mainLoop = nullptr;
+GSource* loopSource = nullptr;
 std::vector<gpointer> watchedDescriptors;
 std::exception_ptr failure;
 
@@ -30,6 +31,16 @@ gint timeToWork() {
     const auto wait = *deadline - Platform::current().clock().monotonicTime();
     const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(wait).count();
     return static_cast<gint>(std::clamp<decltype(milliseconds)>(milliseconds, 0, G_MAXINT));
+}
+
+/// A radio may wait for other descriptors, or other events, each time.
+void watchDescriptors() {
+    for (auto* tag : watchedDescriptors) g_source_remove_unix_fd(loopSource, tag);
+    watchedDescriptors.clear();
+    for (const auto& descriptor : Platform::current().runLoop().descriptors()) {
+        watchedDescriptors.push_back(
+            g_source_add_unix_fd(loopSource, descriptor.fd, static_cast<GIOCondition>(descriptor.events)));
+    }
 }
 
 gboolean prepare(GSource* /*source*/, gint* timeout) {
@@ -47,6 +58,7 @@ gboolean dispatch(GSource* /*source*/, GSourceFunc /*callback*/, gpointer /*data
     // GLib is C, and no exception may pass through it: one is kept, and thrown again on the other side.
     try {
         Platform::current().runLoop().processPending();
+        watchDescriptors();
     } catch (...) {
         failure = std::current_exception();
         g_main_loop_quit(mainLoop);
@@ -86,15 +98,12 @@ int main() {
 
     mainLoop = g_main_loop_new(nullptr, FALSE);
     GSourceFuncs functions{prepare, check, dispatch, nullptr, nullptr, nullptr};
-    GSource* const source = g_source_new(&functions, sizeof(GSource));
-    for (const auto& descriptor : Platform::current().runLoop().descriptors()) {
-        watchedDescriptors.push_back(
-            g_source_add_unix_fd(source, descriptor.fd, static_cast<GIOCondition>(descriptor.events)));
-    }
-    g_source_attach(source, nullptr);
+    loopSource = g_source_new(&functions, sizeof(GSource));
+    watchDescriptors();
+    g_source_attach(loopSource, nullptr);
     g_main_loop_run(mainLoop);
-    g_source_destroy(source);
-    g_source_unref(source);
+    g_source_destroy(loopSource);
+    g_source_unref(loopSource);
     g_main_loop_unref(mainLoop);
     if (failure) std::rethrow_exception(failure);
 }

@@ -60,8 +60,9 @@ public:
     /// when only a descriptor or another thread can bring some.
     virtual std::optional<std::chrono::nanoseconds> nextDeadline() const = 0;
 
-    /// What a foreign loop must watch besides the deadline. Empty if the loop waits without descriptors: it
-    /// cannot then wake a foreign loop when another thread dispatches.
+    /// What a foreign loop must watch besides the deadline. It changes as radios come and go and have
+    /// something to send, so it is asked for after each `processPending`. Empty if the loop waits without
+    /// descriptors: it cannot then wake a foreign loop when another thread dispatches.
     virtual std::vector<RunLoopDescriptor> descriptors() const = 0;
 };
 

@@ -332,5 +332,40 @@ TEST(PollWaitingTest, ATaskFromAnotherThreadMakesADescriptorReadableUntilItIsPro
     EXPECT_EQ(::poll(&watched, 1, 0), 0);
 }
 
+TEST(PollWaitingTest, TellsItsSourcesAndGivesThemTheRestTheyAskFor) {
+    struct Source : PollSource {
+        RunLoopDescriptor descriptor() const override { return {pipe.descriptors()[0].fd, POLLIN}; }
+        std::chrono::nanoseconds rest() const override { return resting; }
+        void becomeReady() override { ++timesReady; }
+
+        // Its descriptor is readable from `wake` on.
+        PollWaiting pipe;
+        std::chrono::nanoseconds resting{};
+        int timesReady = 0;
+    };
+    const SystemTime time;
+    auto source = std::make_shared<Source>();
+    PollWaiting waiting;
+    waiting.add(source);
+    ASSERT_EQ(waiting.descriptors().size(), 2U);
+    EXPECT_EQ(waiting.descriptors()[1].fd, source->descriptor().fd);
+    waiting.wait(std::chrono::milliseconds(1));
+    EXPECT_EQ(source->timesReady, 0);
+    source->pipe.wake();
+    waiting.wait(std::nullopt);
+    EXPECT_EQ(source->timesReady, 1);
+
+    source->resting = std::chrono::milliseconds(10);
+    const auto start = time.monotonicTime();
+    waiting.wait(std::nullopt);
+    EXPECT_GE(time.monotonicTime() - start, source->resting) << "the wait ends with the rest";
+    EXPECT_EQ(source->timesReady, 1);
+    waiting.wait(std::chrono::nanoseconds::zero());
+    EXPECT_EQ(source->timesReady, 2) << "a look passes nothing over";
+
+    source.reset();
+    EXPECT_EQ(waiting.descriptors().size(), 1U);
+}
+
 }  // namespace
 }  // namespace platform

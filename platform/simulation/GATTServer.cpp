@@ -46,23 +46,23 @@ std::optional<std::span<const std::uint8_t>> GATTServer::value(const CBUUID& cha
 }
 
 void GATTServer::setValue(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
-    changeEachOrThrow(characteristic, [&](Place place) { setValueAt(place, value); });
+    changeEachOrThrow(characteristic, [&](GATTPlace place) { setValueAt(place, value); });
 }
 
 void GATTServer::setValueIfThere(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
-    changeEach(characteristic, [&](Place place) { setValueAt(place, value); });
+    changeEach(characteristic, [&](GATTPlace place) { setValueAt(place, value); });
 }
 
 void GATTServer::setReadError(const CBUUID& characteristic, const std::optional<NSError>& error) {
-    changeEachOrThrow(characteristic, [&](Place place) { changeable(place).readError = error; });
+    changeEachOrThrow(characteristic, [&](GATTPlace place) { changeable(place).readError = error; });
 }
 
 void GATTServer::setWriteError(const CBUUID& characteristic, const std::optional<NSError>& error) {
-    changeEachOrThrow(characteristic, [&](Place place) { changeable(place).writeError = error; });
+    changeEachOrThrow(characteristic, [&](GATTPlace place) { changeable(place).writeError = error; });
 }
 
 void GATTServer::setNotifyError(const CBUUID& characteristic, const std::optional<NSError>& error) {
-    changeEachOrThrow(characteristic, [&](Place place) { changeable(place).notifyError = error; });
+    changeEachOrThrow(characteristic, [&](GATTPlace place) { changeable(place).notifyError = error; });
 }
 
 void GATTServer::setDiscoveryError(const CBUUID& service, const std::optional<NSError>& error) {
@@ -75,7 +75,7 @@ void GATTServer::setDiscoveryError(const CBUUID& service, const std::optional<NS
     if (!isThere) throw std::invalid_argument("the beacon has no service " + service.UUIDString());
 }
 
-void GATTServer::write(Place place, std::vector<std::uint8_t> value) {
+void GATTServer::write(GATTPlace place, std::vector<std::uint8_t> value) {
     const std::size_t width = at(place).width;
     if (value.size() < width) value.insert(value.begin(), width - value.size(), 0);
     changeable(place).value = std::move(value);
@@ -85,7 +85,7 @@ void GATTServer::beginLink(Subscriber subscriber, std::minstd_rand& random) {
     subscriber_ = std::move(subscriber);
     for (std::size_t s = 0; s < services_.size(); ++s) {
         for (std::size_t c = 0; c < services_[s].characteristics.size(); ++c) {
-            const Place place{s, c};
+            const GATTPlace place{s, c};
             const auto& generated = at(place).generated;
             if (!generated) continue;
             generate(place, random);
@@ -102,7 +102,7 @@ void GATTServer::endLink() {
     subscriber_ = nullptr;
 }
 
-bool GATTServer::changeEach(const CBUUID& characteristic, const std::function<void(Place)>& change) {
+bool GATTServer::changeEach(const CBUUID& characteristic, const std::function<void(GATTPlace)>& change) {
     bool isThere = false;
     for (std::size_t s = 0; s < services_.size(); ++s) {
         for (std::size_t c = 0; c < services_[s].characteristics.size(); ++c) {
@@ -114,22 +114,23 @@ bool GATTServer::changeEach(const CBUUID& characteristic, const std::function<vo
     return isThere;
 }
 
-void GATTServer::changeEachOrThrow(const CBUUID& characteristic, const std::function<void(Place)>& change) {
+void GATTServer::changeEachOrThrow(const CBUUID& characteristic,
+                                   const std::function<void(GATTPlace)>& change) {
     if (changeEach(characteristic, change)) return;
     throw std::invalid_argument("the beacon has no characteristic " + characteristic.UUIDString());
 }
 
-void GATTServer::setValueAt(Place place, std::vector<std::uint8_t> value) {
+void GATTServer::setValueAt(GATTPlace place, std::vector<std::uint8_t> value) {
     checkSize(value.size());
     changeable(place).value = std::move(value);
     if (subscriber_) subscriber_(place, *at(place).value);
 }
 
-void GATTServer::generate(Place place, std::minstd_rand& random) {
+void GATTServer::generate(GATTPlace place, std::minstd_rand& random) {
     setValueAt(place, at(place).generated->next(random));
 }
 
-CharacteristicDescription& GATTServer::changeable(Place place) {
+CharacteristicDescription& GATTServer::changeable(GATTPlace place) {
     return services_[place.service].characteristics[place.characteristic];
 }
 

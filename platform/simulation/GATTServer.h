@@ -13,6 +13,7 @@
 #include "platform/NSTimer.h"
 #include "platform/RunLoop.h"
 #include "platform/simulation/ServiceDescription.h"
+#include "platform/standard/DiscoveredServices.h"
 
 namespace platform::simulation {
 
@@ -25,16 +26,8 @@ inline constexpr std::size_t largestValueSize = 512;
 /// the requests that are answered from then on.
 class ZOK_EXPORT GATTServer {
 public:
-    /// The place of a characteristic in `services`.
-    struct Place {
-        std::size_t service;
-        std::size_t characteristic;
-
-        friend bool operator==(const Place&, const Place&) = default;
-    };
-
     /// Told of each value that a subscriber is to be notified of.
-    using Subscriber = std::function<void(Place, std::span<const std::uint8_t> value)>;
+    using Subscriber = std::function<void(GATTPlace, std::span<const std::uint8_t> value)>;
 
     /// @param services what is served, and kept up to date; each characteristic has a value from now on. It
     ///     must outlive the server, and nobody else changes it.
@@ -46,7 +39,7 @@ public:
 
     const std::vector<ServiceDescription>& services() const { return services_; }
 
-    const CharacteristicDescription& at(Place place) const {
+    const CharacteristicDescription& at(GATTPlace place) const {
         return services_[place.service].characteristics[place.characteristic];
     }
 
@@ -67,7 +60,7 @@ public:
     void setDiscoveryError(const CBUUID& service, const std::optional<NSError>& error);
 
     /// A central writes a value, of whatever size.
-    void write(Place place, std::vector<std::uint8_t> value);
+    void write(GATTPlace place, std::vector<std::uint8_t> value);
 
     /// Serves a link: values are generated, and `subscriber` is told, until `endLink`.
     void beginLink(Subscriber subscriber, std::minstd_rand& random);
@@ -75,11 +68,11 @@ public:
 
 private:
     /// Calls `change` for the place of each characteristic with this UUID. @returns whether there is one.
-    bool changeEach(const CBUUID& characteristic, const std::function<void(Place)>& change);
-    void changeEachOrThrow(const CBUUID& characteristic, const std::function<void(Place)>& change);
-    void setValueAt(Place place, std::vector<std::uint8_t> value);
-    CharacteristicDescription& changeable(Place place);
-    void generate(Place place, std::minstd_rand& random);
+    bool changeEach(const CBUUID& characteristic, const std::function<void(GATTPlace)>& change);
+    void changeEachOrThrow(const CBUUID& characteristic, const std::function<void(GATTPlace)>& change);
+    void setValueAt(GATTPlace place, std::vector<std::uint8_t> value);
+    CharacteristicDescription& changeable(GATTPlace place);
+    void generate(GATTPlace place, std::minstd_rand& random);
 
     RunLoop& runLoop_;
     std::vector<ServiceDescription>& services_;

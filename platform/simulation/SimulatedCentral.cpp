@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "platform/NSData.h"
-#include "platform/simulation/ExceptionKeeper.h"
+#include "platform/standard/ExceptionKeeper.h"
 
 namespace platform::simulation {
 

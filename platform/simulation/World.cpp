@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "platform/simulation/ExceptionKeeper.h"
 #include "platform/simulation/SimulatedCentral.h"
+#include "platform/standard/ExceptionKeeper.h"
 
 namespace platform::simulation {
 

@@ -9,8 +9,11 @@
 #include <cerrno>
 #include <climits>
 #include <system_error>
+#include <utility>
 
 namespace platform {
+
+using std::chrono::nanoseconds;
 
 PollWaiting::PollWaiting() {
     std::array<int, 2> ends{};
@@ -26,15 +29,39 @@ PollWaiting::~PollWaiting() {
     ::close(writeEnd_);
 }
 
-void PollWaiting::wait(std::optional<std::chrono::nanoseconds> timeout) {
+void PollWaiting::add(std::weak_ptr<PollSource> source) {
+    std::erase_if(sources_, [](const auto& known) { return known.expired(); });
+    sources_.push_back(std::move(source));
+}
+
+void PollWaiting::wait(std::optional<nanoseconds> timeout) {
+    const bool onlyLooks = timeout && *timeout <= nanoseconds::zero();
+    polled_.assign(1, {readEnd_, POLLIN, 0});
+    for (const auto& weakSource : sources_) {
+        const auto source = weakSource.lock();
+        const RunLoopDescriptor descriptor = source ? source->descriptor() : RunLoopDescriptor{-1, 0};
+        polled_.push_back({descriptor.fd, descriptor.events, 0});
+        if (!source || onlyLooks) continue;
+        if (const nanoseconds rest = source->rest(); rest > nanoseconds::zero()) {
+            polled_.back().fd = -1;
+            timeout = std::min(timeout.value_or(rest), rest);
+        }
+    }
     int milliseconds = -1;
     if (timeout) {
         // Rounded up: a wait that ends just before its deadline would be followed by another.
         const auto whole = std::chrono::ceil<std::chrono::milliseconds>(*timeout).count();
         milliseconds = static_cast<int>(std::clamp<decltype(whole)>(whole, 0, INT_MAX));
     }
-    pollfd wakeUp{readEnd_, POLLIN, 0};
-    if (::poll(&wakeUp, 1, milliseconds) <= 0) return;
+    if (::poll(polled_.data(), polled_.size(), milliseconds) <= 0) return;
+    if (polled_[0].revents != 0) emptyPipe();
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+        const auto source = sources_[i].lock();
+        if (source && polled_[i + 1].revents != 0) source->becomeReady();
+    }
+}
+
+void PollWaiting::emptyPipe() const {
     std::array<char, 64> bytes{};
     while (::read(readEnd_, bytes.data(), bytes.size()) > 0) {
     }
@@ -52,7 +79,12 @@ void PollWaiting::wakeFromSignal() noexcept {
 }
 
 std::vector<RunLoopDescriptor> PollWaiting::descriptors() const {
-    return {{readEnd_, POLLIN}};
+    std::vector<RunLoopDescriptor> all{{readEnd_, POLLIN}};
+    for (const auto& weakSource : sources_) {
+        const auto source = weakSource.lock();
+        if (source && source->descriptor().fd >= 0) all.push_back(source->descriptor());
+    }
+    return all;
 }
 
 }  // namespace platform

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-namespace platform::simulation {
+namespace platform {
 
 /// Lets several callbacks be made although one of them throws.
 class ExceptionKeeper {
@@ -25,4 +25,4 @@ private:
     std::exception_ptr first_;
 };
 
-}  // namespace platform::simulation
+}  // namespace platform

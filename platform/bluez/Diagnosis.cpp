@@ -1,0 +1,32 @@
+#include "platform/bluez/Diagnosis.h"
+
+#include <memory>
+#include <utility>
+
+#include "platform/bluez/controller/OpenControllerChannel.h"
+#include "platform/bluez/diagnosis/Examination.h"
+#include "platform/standard/PollWaiting.h"
+#include "platform/standard/StandardClock.h"
+#include "platform/standard/StandardLog.h"
+#include "platform/standard/StandardRunLoop.h"
+
+namespace platform::bluez {
+
+std::vector<Finding> diagnose(const BlueZOptions& options) {
+    const SystemTime clock;
+    StandardLog log(nullptr);
+    auto owner = std::make_unique<PollWaiting>();
+    PollWaiting& waiting = *owner;
+    StandardRunLoop runLoop(clock, std::move(owner));
+    const auto openChannel = [&](const std::string& adapter) {
+        return openControllerChannel(adapter, runLoop);
+    };
+    const RadioContext context{runLoop,     clock,          log, waiting, &Bus::overSystemBus,
+                               openChannel, options.adapter};
+    const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
+    runLoop.dispatchAsync([&] { examination->start(); });
+    runLoop.run();
+    return examination->findings();
+}
+
+}  // namespace platform::bluez

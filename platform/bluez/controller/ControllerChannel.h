@@ -1,0 +1,42 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "platform/bluez/controller/DeviceAddress.h"
+#include "platform/bluez/controller/LinkEnd.h"
+#include "platform/standard/PollSource.h"
+
+namespace platform::bluez {
+
+/// The way past the Bluetooth service to what it does not tell: why links end and how strong their signal is.
+/// Main thread only.
+class ControllerChannel : public PollSource {
+public:
+    /// The link to `device` is up. Called at once when that is known.
+    virtual void watchLink(const DeviceAddress& device) = 0;
+
+    /// Reads what has arrived, and tells why the link to `device` has ended. Nothing if that is not known, or
+    /// not yet: the channel calls what `setOnEvent` was given when it has read more. Forgets the link when it
+    /// tells.
+    virtual std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) = 0;
+
+    /// Asks for the signal strength of the link to `device`, in dBm. The answer, nothing for a failure, comes
+    /// through the run loop, once; or never, if the controller does not answer. A new request for
+    /// the same device drops the answer to the one before.
+    virtual void readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) = 0;
+
+    /// Sets what is called, through the run loop, when the end of a link was read.
+    void setOnEvent(std::function<void()> onEvent) { onEvent_ = std::move(onEvent); }
+
+protected:
+    void tellEvent() const {
+        if (onEvent_) onEvent_();
+    }
+
+private:
+    std::function<void()> onEvent_;
+};
+
+}  // namespace platform::bluez

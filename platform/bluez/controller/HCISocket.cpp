@@ -1,0 +1,95 @@
+#include "platform/bluez/controller/HCISocket.h"
+
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+
+#include "platform/bluez/controller/HCIEvent.h"
+
+namespace platform::bluez {
+
+namespace {
+
+// As the kernel has them, whose headers do not show them to programs.
+constexpr std::uint16_t rawChannel = 0;
+constexpr int hciLevel = 0;
+constexpr int filterOption = 2;
+struct Filter {
+    std::uint32_t types;
+    std::array<std::uint32_t, 2> events;
+    std::uint16_t command;
+    std::uint16_t padding;
+};
+static_assert(sizeof(Filter) == 16);
+
+constexpr std::size_t mostLinks = 32;
+struct Link {
+    std::uint16_t handle;
+    std::array<std::uint8_t, 6> address;
+    std::uint8_t type;
+    std::uint8_t isOutgoing;
+    std::uint16_t state;
+    std::uint32_t mode;
+};
+static_assert(sizeof(Link) == 16);
+struct LinkList {
+    std::uint16_t controller;
+    std::uint16_t count;
+    std::array<Link, mostLinks> links;
+};
+constexpr unsigned long listLinks = _IOR('H', 212, int);
+
+std::array<std::uint8_t, 6> reversed(std::array<std::uint8_t, 6> bytes) {
+    std::ranges::reverse(bytes);
+    return bytes;
+}
+
+}  // namespace
+
+std::shared_ptr<HCISocket> HCISocket::open(std::uint16_t controller, MainQueue& queue) {
+    const auto descriptor = KernelSocket::open(controller, rawChannel);
+    if (!descriptor) return nullptr;
+    auto socket = std::make_shared<HCISocket>(*descriptor, controller, queue);
+    // Events alone, and of those the two that are read here: among the others is every advertisement.
+    const Filter filter{1U << 4, {1U << 0x05 | 1U << 0x0E, 0}, 0, 0};
+    if (::setsockopt(*descriptor, hciLevel, filterOption, &filter, sizeof filter) != 0) return nullptr;
+    return socket;
+}
+
+void HCISocket::watchLink(const DeviceAddress& device) {
+    // What it reads of a link that had the same handle is about the one before.
+    drain();
+    linkIsNew(device);
+    LinkList list{controller_, mostLinks, {}};
+    if (::ioctl(fileDescriptor(), listLinks, &list) != 0) return;
+    for (std::size_t i = 0; i < std::min<std::size_t>(list.count, mostLinks); ++i) {
+        const Link& link = list.links[i];
+        if (reversed(link.address) == device.bytes) devices_.insert_or_assign(link.handle, device);
+    }
+}
+
+void HCISocket::packetWasRead(std::span<const std::uint8_t> packet) {
+    const auto event = parseHCIEvent(packet);
+    if (!event) return;
+    if (const auto* const ended = std::get_if<DisconnectionComplete>(&*event)) {
+        const auto node = devices_.extract(ended->handle);
+        if (!node.empty()) linkHasEnded(node.mapped(), linkEndFromHCIReason(ended->reason));
+    } else if (const auto* const reading = std::get_if<SignalReading>(&*event)) {
+        const auto link = devices_.find(reading->handle);
+        if (link != devices_.end()) signalWasRead(link->second, reading->rssi);
+    }
+}
+
+bool HCISocket::requestRSSI(const DeviceAddress& device) {
+    const auto link =
+        std::ranges::find_if(devices_, [&](const auto& entry) { return entry.second == device; });
+    if (link == devices_.end()) return false;
+    const std::uint16_t handle = link->first;
+    const std::array<std::uint8_t, 6> readRSSI{
+        0x01, 0x05, 0x14, 2, static_cast<std::uint8_t>(handle), static_cast<std::uint8_t>(handle >> 8)};
+    return send(readRSSI);
+}
+
+}  // namespace platform::bluez

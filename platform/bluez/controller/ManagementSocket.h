@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <set>
+
+#include "platform/bluez/controller/KernelSocket.h"
+
+namespace platform::bluez {
+
+/// The kernel's management socket, for a process with the capability CAP_NET_ADMIN. It tells the end of links
+/// in a few kinds of reasons, and a signal strength that the kernel keeps for one to three seconds.
+class ManagementSocket final : public KernelSocket {
+public:
+    /// Null where there is none to be had, or it would tell this process nothing.
+    static std::shared_ptr<ManagementSocket> open(std::uint16_t controller, MainQueue& queue);
+
+    ManagementSocket(int descriptor, std::uint16_t controller, MainQueue& queue)
+        : KernelSocket(descriptor, queue), controller_(controller) {}
+
+    void watchLink(const DeviceAddress& device) override;
+
+protected:
+    void packetWasRead(std::span<const std::uint8_t> packet) override;
+    bool requestRSSI(const DeviceAddress& device) override;
+
+private:
+    std::uint16_t controller_;
+    std::set<DeviceAddress> watched_;
+};
+
+}  // namespace platform::bluez

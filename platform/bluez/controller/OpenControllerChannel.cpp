@@ -1,0 +1,24 @@
+#include "platform/bluez/controller/OpenControllerChannel.h"
+
+#include <charconv>
+#include <cstdint>
+#include <string_view>
+
+#include "platform/bluez/controller/HCISocket.h"
+#include "platform/bluez/controller/ManagementSocket.h"
+
+namespace platform::bluez {
+
+std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, MainQueue& queue) {
+    constexpr std::string_view prefix = "hci";
+    std::uint16_t controller = 0;
+    const char* const end = adapter.data() + adapter.size();
+    if (!adapter.starts_with(prefix) ||
+        std::from_chars(adapter.data() + prefix.size(), end, controller).ptr != end) {
+        return nullptr;
+    }
+    if (auto socket = HCISocket::open(controller, queue)) return socket;
+    return ManagementSocket::open(controller, queue);
+}
+
+}  // namespace platform::bluez

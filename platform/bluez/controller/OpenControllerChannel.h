@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/MainQueue.h"
+#include "platform/bluez/controller/ControllerChannel.h"
+
+namespace platform::bluez {
+
+/// Opens the best channel to a controller that this user and this machine allow: the raw socket of the Host
+/// Controller Interface, which is open to every user and tells most, or the kernel's management socket, which
+/// needs the capability CAP_NET_ADMIN. Null where neither is to be had, as in most containers.
+/// @param adapter "hci0", for example.
+/// @param queue must outlive every event.
+std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, MainQueue& queue);
+
+}  // namespace platform::bluez

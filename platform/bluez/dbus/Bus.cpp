@@ -1,0 +1,236 @@
+#include "platform/bluez/dbus/Bus.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace platform::bluez {
+
+using std::chrono::nanoseconds;
+
+namespace {
+
+// Timers and other tasks get their turn after so many messages.
+constexpr int messagesInOneTurn = 256;
+
+// Signals that come faster than one in this time gather.
+constexpr nanoseconds fast = std::chrono::milliseconds(5);
+// Long enough to take dozens of a crowd's signals at once, and short beside the time after which a person
+// takes a pressed button for ignored.
+constexpr nanoseconds gatheringTime = std::chrono::milliseconds(25);
+
+std::string_view orEmpty(const char* text) {
+    return text ? std::string_view(text) : std::string_view();
+}
+
+void check(int result, const char* what) {
+    if (result < 0) throw std::system_error(-result, std::generic_category(), what);
+}
+
+struct BusUnref {
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+};
+
+std::unique_ptr<sd_bus, BusUnref> makeBus(int socket) {
+    sd_bus* bus = nullptr;
+    check(sd_bus_new(&bus), "D-Bus");
+    std::unique_ptr<sd_bus, BusUnref> owner(bus);
+    check(sd_bus_set_fd(bus, socket, socket), "D-Bus");
+    return owner;
+}
+
+}  // namespace
+
+Slot& Slot::operator=(Slot&& other) noexcept {
+    if (this != &other) {
+        reset();
+        bus_ = std::move(other.bus_);
+        other.bus_.reset();
+        cookie_ = other.cookie_;
+    }
+    return *this;
+}
+
+void Slot::reset() {
+    if (const auto bus = bus_.lock()) bus->outstanding_.erase(cookie_);
+    bus_.reset();
+}
+
+void BusDelegate::busDidReceiveCall(IncomingCall call) {
+    // Without an answer, the caller would wait until its own time limit.
+    Bus::replyError(call, {SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no such object."});
+}
+
+std::shared_ptr<Bus> Bus::overSystemBus(const Context& context) {
+    sd_bus* bus = nullptr;
+    check(sd_bus_open_system(&bus), "the system bus");
+    return start(bus, context);
+}
+
+std::shared_ptr<Bus> Bus::overSocket(int socket, const Context& context) {
+    auto bus = makeBus(socket);
+    check(sd_bus_set_bus_client(bus.get(), 1), "D-Bus");
+    check(sd_bus_start(bus.get()), "D-Bus");
+    return start(bus.release(), context);
+}
+
+std::shared_ptr<Bus> Bus::servingSocket(int socket, const Context& context) {
+    auto bus = makeBus(socket);
+    sd_id128_t id{};
+    check(sd_id128_randomize(&id), "D-Bus");
+    check(sd_bus_set_server(bus.get(), 1, id), "D-Bus");
+    check(sd_bus_start(bus.get()), "D-Bus");
+    return start(bus.release(), context);
+}
+
+std::shared_ptr<Bus> Bus::start(sd_bus* bus, const Context& context) {
+    auto started = std::make_shared<Bus>(bus, context);
+    // It may have something to send at once.
+    started->serveSoon();
+    return started;
+}
+
+Bus::~Bus() {
+    sd_bus_close_unref(bus_);
+}
+
+Message Bus::makeCall(const Method& method) const {
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_method_call(bus_, &message, method.destination.c_str(), method.path.c_str(),
+                                         method.interface.c_str(), method.member.c_str()),
+          "a D-Bus call");
+    MessagePointer owner(message);
+    // Whether the service runs is the machine's decision, not that of its clients.
+    check(sd_bus_message_set_auto_start(message, 0), "a D-Bus call");
+    return Message(std::move(owner));
+}
+
+Message Bus::makeSignal(const std::string& path, const std::string& interface,
+                        const std::string& member) const {
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_signal(bus_, &message, path.c_str(), interface.c_str(), member.c_str()),
+          "a D-Bus signal");
+    return Message(MessagePointer(message));
+}
+
+Message Bus::makeReply(const IncomingCall& call) {
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_method_return(call.message.get(), &message), "a D-Bus reply");
+    return Message(MessagePointer(message));
+}
+
+Slot Bus::call(const Message& message, Answer answer) {
+    std::uint64_t cookie = 0;
+    // A connection that is lost already tells so by itself: the call is one more without an answer.
+    if (sd_bus_send(bus_, message.get(), &cookie) < 0) return {};
+    outstanding_.emplace(cookie, std::move(answer));
+    return {weak_from_this(), cookie};
+}
+
+void Bus::send(const Message& message) {
+    sd_bus_send(bus_, message.get(), nullptr);
+}
+
+void Bus::replyError(const IncomingCall& call, const BusError& error) {
+    sd_bus_reply_method_errorf(call.message.get(), error.name.c_str(), "%s", error.message.c_str());
+}
+
+RunLoopDescriptor Bus::descriptor() const {
+    if (!bus_) return {-1, 0};
+    return {sd_bus_get_fd(bus_), static_cast<short>(std::max(sd_bus_get_events(bus_), 0))};
+}
+
+nanoseconds Bus::rest() const {
+    if (!gathers_ || !outstanding_.empty() || restsUntil_ == nanoseconds::zero()) return nanoseconds::zero();
+    return restsUntil_ - context_.clock.monotonicTime();
+}
+
+void Bus::becomeReady() {
+    serveSoon();
+}
+
+void Bus::serveSoon() {
+    if (std::exchange(isServingSoon_, true)) return;
+    context_.queue.dispatchAsync([weakSelf = weak_from_this()] {
+        if (const auto self = weakSelf.lock()) self->serve();
+    });
+}
+
+void Bus::serve() {
+    isServingSoon_ = false;
+    struct Afterwards {
+        Bus& bus;
+        int served = 0;
+
+        ~Afterwards() {
+            // What was read already makes no descriptor ready; nor does what an exception kept from its turn.
+            if (served == messagesInOneTurn || std::uncaught_exceptions() > 0) bus.serveSoon();
+            const nanoseconds now = bus.context_.clock.monotonicTime();
+            const bool comeFast = served > 0 && (now - bus.lastServed_) / served < fast;
+            bus.restsUntil_ = comeFast ? now + gatheringTime : nanoseconds::zero();
+            if (served > 0) bus.lastServed_ = now;
+        }
+    } afterwards{*this};
+    while (afterwards.served < messagesInOneTurn && serveOne()) ++afterwards.served;
+}
+
+bool Bus::serveOne() {
+    if (!bus_) return false;
+    sd_bus_message* message = nullptr;
+    const int result = sd_bus_process(bus_, &message);
+    MessagePointer owner(message);
+    if (result < 0 || sd_bus_is_open(bus_) <= 0) {
+        close(result < 0 ? -result : ECONNRESET);
+        return false;
+    }
+    if (owner) handle(std::move(owner));
+    return result > 0;
+}
+
+void Bus::handle(MessagePointer message) {
+    std::uint8_t type = 0;
+    sd_bus_message* const raw = message.get();
+    if (sd_bus_message_get_type(raw, &type) < 0) return;
+    if (type == SD_BUS_MESSAGE_METHOD_RETURN || type == SD_BUS_MESSAGE_METHOD_ERROR) {
+        return handleReply(raw, type == SD_BUS_MESSAGE_METHOD_ERROR);
+    }
+    const auto delegate = delegate_.lock();
+    if (!delegate) return;
+    const auto sender = orEmpty(sd_bus_message_get_sender(raw));
+    const auto path = orEmpty(sd_bus_message_get_path(raw));
+    const auto interface = orEmpty(sd_bus_message_get_interface(raw));
+    const auto member = orEmpty(sd_bus_message_get_member(raw));
+    if (type == SD_BUS_MESSAGE_SIGNAL) {
+        MessageReader body(raw);
+        delegate->busDidReceiveSignal({sender, path, interface, member, body});
+    } else {
+        const auto destination = orEmpty(sd_bus_message_get_destination(raw));
+        IncomingCall call{std::move(message), sender, destination, path, interface, member};
+        const auto callee = callee_.lock();
+        callee ? callee->busDidReceiveCall(std::move(call)) : delegate->busDidReceiveCall(std::move(call));
+    }
+}
+
+void Bus::handleReply(sd_bus_message* message, bool isError) {
+    std::uint64_t cookie = 0;
+    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return;
+    const auto node = outstanding_.extract(cookie);
+    if (node.empty()) return;
+    MessageReader body(message);
+    if (!isError) return node.mapped()(body, nullptr);
+    const sd_bus_error* const raw = sd_bus_message_get_error(message);
+    const BusError error{std::string(orEmpty(raw->name)), std::string(orEmpty(raw->message))};
+    node.mapped()(body, &error);
+}
+
+void Bus::close(int error) {
+    const auto self = shared_from_this();
+    sd_bus_close_unref(std::exchange(bus_, nullptr));
+    outstanding_.clear();
+    const auto delegate = delegate_.lock();
+    if (delegate) delegate->busDidClose(std::generic_category().message(error));
+}
+
+}  // namespace platform::bluez

@@ -1,0 +1,171 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "platform/Clock.h"
+#include "platform/MainQueue.h"
+#include "platform/bluez/dbus/Message.h"
+#include "platform/bluez/dbus/MessageReader.h"
+#include "platform/standard/PollSource.h"
+
+namespace platform::bluez {
+
+class Bus;
+
+/// Names an operation of an object, and whose object it is.
+struct Method {
+    std::string destination;
+    std::string path;
+    std::string interface;
+    std::string member;
+};
+
+/// An error that was answered to a call: its name ("org.bluez.Error.Failed"), and a text.
+struct BusError {
+    std::string name;
+    std::string message;
+};
+
+/// A signal that has arrived. Views, valid for the length of the event.
+struct Signal {
+    std::string_view sender;
+    std::string_view path;
+    std::string_view interface;
+    std::string_view member;
+    /// At the start of the body.
+    MessageReader& body;
+};
+
+/// A call to an object of this side, which is answered through `Bus::reply` or `Bus::replyError`, once; or
+/// not, by dropping it.
+struct IncomingCall {
+    MessagePointer message;
+    std::string_view sender;
+    std::string_view destination;
+    std::string_view path;
+    std::string_view interface;
+    std::string_view member;
+};
+
+/// The interest in the answer to a call: without it, the answer is dropped when it comes.
+class Slot {
+public:
+    Slot() = default;
+    Slot(std::weak_ptr<Bus> bus, std::uint64_t cookie) : bus_(std::move(bus)), cookie_(cookie) {}
+    ~Slot() { reset(); }
+    Slot(Slot&& other) noexcept : bus_(std::move(other.bus_)), cookie_(other.cookie_) { other.bus_.reset(); }
+    Slot& operator=(Slot&& other) noexcept;
+    Slot(const Slot&) = delete;
+    Slot& operator=(const Slot&) = delete;
+
+    void reset();
+
+private:
+    std::weak_ptr<Bus> bus_;
+    std::uint64_t cookie_ = 0;
+};
+
+/// Receives what arrives over a bus, each event in a task of the main queue. Every one may be thrown from.
+class BusDelegate {
+public:
+    virtual ~BusDelegate() = default;
+
+    virtual void busDidReceiveSignal(const Signal& /*signal*/) {}
+    /// By default, the call is answered that there is no such object.
+    virtual void busDidReceiveCall(IncomingCall call);
+    /// The connection is lost for good. Calls that are outstanding have no answer any more.
+    virtual void busDidClose(const std::string& reason) = 0;
+};
+
+/// Receives the calls to objects of this side, each in a task of the main queue. It may be thrown from.
+class BusCallee {
+public:
+    virtual ~BusCallee() = default;
+
+    virtual void busDidReceiveCall(IncomingCall call) = 0;
+};
+
+/// A connection to a message bus, or to one peer over a socket, served from the run loop. Main thread only.
+///
+/// All calls are asynchronous and none has a time limit of its own: whoever calls sets a timer.
+class Bus final : public PollSource, public std::enable_shared_from_this<Bus> {
+public:
+    /// Who the connection belongs to, and what it is served with. All outlive every event.
+    struct Context {
+        MainQueue& queue;
+        const Clock& clock;
+    };
+
+    /// Opens a connection to the system bus, in the background: what is sent meanwhile waits.
+    /// @throws std::system_error when there is none.
+    static std::shared_ptr<Bus> overSystemBus(const Context& context);
+    /// As a bus's client over a connected socket, which it takes over.
+    /// @throws std::system_error
+    static std::shared_ptr<Bus> overSocket(int socket, const Context& context);
+    /// As the bus itself, with the one client at the other end of a connected socket, which it takes over.
+    /// @throws std::system_error
+    static std::shared_ptr<Bus> servingSocket(int socket, const Context& context);
+
+    Bus(sd_bus* bus, const Context& context) : context_(context), bus_(bus) {}
+    ~Bus() override;
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    void setDelegate(std::weak_ptr<BusDelegate> delegate) { delegate_ = std::move(delegate); }
+    /// Who receives calls in place of the delegate.
+    void setCallee(std::weak_ptr<BusCallee> callee) { callee_ = std::move(callee); }
+
+    Message makeCall(const Method& method) const;
+    Message makeSignal(const std::string& path, const std::string& interface,
+                       const std::string& member) const;
+    static Message makeReply(const IncomingCall& call);
+
+    /// What an answer is told to: the body of the reply, or the error; the body is empty with an error.
+    using Answer = std::function<void(MessageReader& reply, const BusError* error)>;
+    /// Sends a call. The answer is told as long as the slot is kept, exactly once unless the connection is
+    /// lost before.
+    [[nodiscard]] Slot call(const Message& message, Answer answer);
+    /// Sends a call of which no answer is wanted, a signal, or a reply.
+    void send(const Message& message);
+    static void replyError(const IncomingCall& call, const BusError& error);
+
+    /// Whether signals that come fast may gather for some milliseconds before they are read, which saves most
+    /// of the cost of waking up. They never do while the answer to a call is awaited.
+    void setGathers(bool gathers) { gathers_ = gathers; }
+
+    RunLoopDescriptor descriptor() const override;
+    std::chrono::nanoseconds rest() const override;
+    void becomeReady() override;
+
+private:
+    friend class Slot;
+
+    static std::shared_ptr<Bus> start(sd_bus* bus, const Context& context);
+    void serveSoon();
+    void serve();
+    /// Whether there was something to do.
+    bool serveOne();
+    void handle(MessagePointer message);
+    void handleReply(sd_bus_message* message, bool isError);
+    void close(int error);
+
+    Context context_;
+    sd_bus* bus_;
+    std::weak_ptr<BusDelegate> delegate_;
+    std::weak_ptr<BusCallee> callee_;
+    std::unordered_map<std::uint64_t, Answer> outstanding_;
+    bool isServingSoon_ = false;
+    bool gathers_ = false;
+    std::chrono::nanoseconds lastServed_{};
+    std::chrono::nanoseconds restsUntil_{};
+};
+
+}  // namespace platform::bluez

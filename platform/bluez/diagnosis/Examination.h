@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/NSTimer.h"
+#include "platform/bluez/Diagnosis.h"
+#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/radio/AdapterChoice.h"
+#include "platform/bluez/radio/Availability.h"
+#include "platform/bluez/radio/RadioContext.h"
+
+namespace platform::bluez {
+
+/// Finds out what stands between a program and the radio, by one question to the bus or the service after the
+/// other. Main thread only.
+class Examination final : public BusDelegate, public std::enable_shared_from_this<Examination> {
+public:
+    /// @param context what it refers to must outlive every call, though not the object.
+    /// @param onEnd called once, when the findings are complete.
+    Examination(RadioContext context, std::function<void()> onEnd)
+        : context_(std::move(context)), onEnd_(std::move(onEnd)) {}
+
+    void start();
+    const std::vector<Finding>& findings() const { return findings_; }
+
+    void busDidClose(const std::string& reason) override;
+
+private:
+    using Severity = Finding::Severity;
+    /// The reply, or an error in its place; without a name if there was no answer.
+    using Answered = std::function<void(MessageReader* reply, const BusError& error)>;
+
+    /// What the service shows of an adapter besides.
+    struct Abilities {
+        /// Empty in versions of the service that do not tell.
+        std::vector<std::string> roles;
+        bool hasServiceRegistry = false;
+        /// How many advertisements more there can be; nothing if there can be none at all.
+        std::optional<std::uint8_t> freeAdvertisements;
+    };
+
+    void ask(const Method& method, const char* argument, Answered answered);
+    void finishAsking(MessageReader* reply, const BusError& error);
+    void add(const char* subject, Severity severity, std::string found, std::string advice = {});
+    void end();
+
+    void failAtBus(std::string found);
+    void askForService();
+    void serviceIsMissing(bool canBeStarted);
+    void askForObjects();
+    void readObjects(MessageReader& objects);
+    void readAdapter(const std::string& path, const Properties& properties);
+    void examineAdapter();
+    void adapterIsMissing();
+    void examineAdvertisements(MessageReader* filters, const BusError& error);
+    void examinePeripheralRole(const Abilities& abilities);
+    void examineRole(const Abilities& abilities);
+    void examinePower();
+    void examineLinks();
+    void linksCannotBeWatched(bool tellsLinkEnds);
+
+    RadioContext context_;
+    std::function<void()> onEnd_;
+    std::vector<Finding> findings_;
+    std::shared_ptr<Bus> bus_;
+    Answered answered_;
+    Slot slot_;
+    std::shared_ptr<NSTimer> deadline_;
+
+    Adapters adapters_;
+    std::map<std::string, Abilities, std::less<>> abilities_;
+    /// The path and the name of the adapter that is used.
+    std::string path_;
+    std::string name_;
+    /// The path of any device that the service has; empty if it has none.
+    std::string device_;
+};
+
+}  // namespace platform::bluez

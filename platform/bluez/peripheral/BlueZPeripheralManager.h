@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/NSTimer.h"
+#include "platform/bluez/PeripheralManager.h"
+#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/peripheral/LocalObjects.h"
+#include "platform/bluez/radio/BlueZService.h"
+#include "platform/bluez/radio/RadioContext.h"
+
+namespace platform::bluez {
+
+/// The peripheral manager over BlueZ, with a bus connection of its own: what the service has been told over
+/// it ends with it.
+///
+/// What is wanted and what the service has are brought together by one call after the other: see `proceed`.
+class BlueZPeripheralManager final : public PeripheralManager,
+                                     public BlueZServiceDelegate,
+                                     public BusCallee,
+                                     public std::enable_shared_from_this<BlueZPeripheralManager> {
+public:
+    /// @param context what it refers to must outlive every call, though not the object.
+    BlueZPeripheralManager(RadioContext context, std::vector<LocalService> services,
+                           std::weak_ptr<PeripheralManagerDelegate> delegate);
+    ~BlueZPeripheralManager() override;
+    BlueZPeripheralManager(const BlueZPeripheralManager&) = delete;
+    BlueZPeripheralManager& operator=(const BlueZPeripheralManager&) = delete;
+
+    /// Looks for the service. Called once, from the run loop.
+    void start();
+
+    CBManagerState state() const override;
+    std::string advice() const override;
+    void startAdvertising(LocalAdvertisement advertisement) override;
+    void stopAdvertising() override;
+    bool isAdvertising() const override;
+    void notify(GATTPlace place, std::span<const std::uint8_t> value) override;
+    void disconnectCentrals() override;
+    void end(std::function<void()> ended) override;
+
+    void serviceDidChangeAvailability() override;
+    void deviceDidAppear(Device& /*device*/) override {}
+    void deviceDidChange(Device& device, const DeviceChange& change) override;
+    void deviceDidVanish(Device& device) override;
+    void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& /*end*/) override {}
+    void characteristicDidChange(Device& /*device*/, std::string_view /*path*/,
+                                 std::span<const std::uint8_t> /*value*/) override {}
+
+    void busDidReceiveCall(IncomingCall call) override;
+
+private:
+    bool isPoweredOn() const { return service_ && service_->availability() == Availability::poweredOn; }
+
+    /// Makes the next call that is needed, if any is, once the last one has been answered.
+    void proceed();
+    void proceedSoon();
+    void registerApplication();
+    void registerAdvertisement();
+    void unregisterAdvertisement();
+    /// Changes the advertisement that the service has, if that can be done so that a failure is told.
+    bool changeAdvertisement();
+    using Done = void (BlueZPeripheralManager::*)(const BusError* error);
+    void callManager(const char* interface, const char* member, const char* path, bool hasOptions, Done done);
+    void applicationRegistered(const BusError* error);
+    void advertisementRegistered(const BusError* error);
+    void advertisementUnregistered(const BusError* error);
+    void advertisingFailed(const NSError& error);
+    /// The service knows nothing of us any more.
+    void forgetRegistrations();
+
+    /// @returns its address.
+    const std::string& centralIsThere(const std::string& path);
+    void centralIsGone(const std::string& path);
+    void centralsAreGone();
+    void endIfDone();
+
+    void answerObjects(const IncomingCall& call) const;
+    void answerProperties(const IncomingCall& call) const;
+    void answerRead(const IncomingCall& call, GATTPlace place);
+    void answerWrite(const IncomingCall& call, GATTPlace place);
+    void changeSubscription(const IncomingCall& call, GATTPlace place, bool isSubscribed);
+    /// The address of the central that a request comes from; empty if the service does not tell.
+    std::string centralIn(const Properties& options);
+    void emitChange(const std::string& path, const char* interface, const Properties& changed);
+    void reply(const Message& message) const;
+
+    RadioContext context_;
+    LocalObjects objects_;
+    std::weak_ptr<PeripheralManagerDelegate> delegate_;
+    std::shared_ptr<BlueZService> service_;
+    std::weak_ptr<Bus> bus_;
+
+    std::optional<LocalAdvertisement> wanted_;
+    /// What the object of the advertisement tells; absent when the service may have something else.
+    std::optional<LocalAdvertisement> told_;
+    bool hasApplication_ = false;
+    bool hasAdvertisement_ = false;
+    /// What is wanted was refused.
+    bool isRefused_ = false;
+    /// The delegate has been told that it is on the air.
+    bool isAnnounced_ = false;
+    Slot calling_;
+    bool isCalling_ = false;
+    std::shared_ptr<NSTimer> callTimer_;
+
+    /// By their paths, their addresses.
+    std::map<std::string, std::string, std::less<>> centrals_;
+    std::set<std::string, std::less<>> subscribed_;
+
+    std::function<void()> ended_;
+    std::shared_ptr<NSTimer> endTimer_;
+};
+
+}  // namespace platform::bluez

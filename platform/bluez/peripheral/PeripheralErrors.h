@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/NSError.h"
+#include "platform/bluez/PeripheralManager.h"
+#include "platform/bluez/dbus/Bus.h"
+
+namespace platform::bluez {
+
+/// How an error of the Attribute Protocol is told to the service, so that it answers the central the same.
+BusError busErrorOf(const NSError& error);
+
+/// A part of a value was asked for that it does not have, or that cannot be written by itself.
+NSError invalidOffsetError();
+
+/// Why the service does not offer our services, and what can be done about it.
+NSError errorOfServing(const BusError& error);
+
+/// Why it does not advertise.
+NSError errorOfAdvertising(const BusError& error, const LocalAdvertisement& advertisement);
+
+}  // namespace platform::bluez

@@ -1,0 +1,41 @@
+#include "platform/bluez/radio/BlockSwitch.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace platform::bluez {
+
+namespace {
+
+std::string firstWordOf(const std::filesystem::path& file) {
+    std::string word;
+    std::ifstream(file) >> word;
+    return word;
+}
+
+/// The one that is furthest from open among those in a folder, if they are for Bluetooth.
+BlockSwitch readBlockSwitches(const std::string& folder) {
+    std::error_code absent;
+    BlockSwitch found = BlockSwitch::open;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, absent)) {
+        const bool isSwitch = entry.path().filename().string().starts_with("rfkill");
+        if (!isSwitch || firstWordOf(entry.path() / "type") != "bluetooth") continue;
+        if (firstWordOf(entry.path() / "soft") == "1") found = std::max(found, BlockSwitch::soft);
+        if (firstWordOf(entry.path() / "hard") == "1") found = BlockSwitch::hard;
+    }
+    return found;
+}
+
+}  // namespace
+
+BlockSwitch readBlockSwitch(const std::string& adapter) {
+    return readBlockSwitches("/sys/class/bluetooth/" + adapter);
+}
+
+BlockSwitch readBlockSwitchOfMachine() {
+    return readBlockSwitches("/sys/class/rfkill");
+}
+
+}  // namespace platform::bluez

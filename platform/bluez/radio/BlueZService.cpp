@@ -1,0 +1,549 @@
+#include "platform/bluez/radio/BlueZService.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "platform/bluez/dbus/BlueZNames.h"
+#include "platform/bluez/radio/BlockSwitch.h"
+
+namespace platform::bluez {
+
+namespace {
+
+// How soon a bus that was lost, or is not there, is looked for again.
+constexpr double reopeningDelay = 2;
+// The bus and the service answer in milliseconds; a busy machine takes longer.
+constexpr double answerDeadline = 10;
+// A service that is being restarted is back by then.
+constexpr double returnDeadline = 10;
+// Policies change when an administrator changes them.
+constexpr double refusedDelay = 30;
+
+// Services of the table of each peripheral (generic access, generic attribute), which no device advertises.
+constexpr std::array servicesOfTables{CBUUID::UUIDWithString("1800"), CBUUID::UUIDWithString("1801")};
+
+constexpr std::array matchRules{
+    "type='signal',sender='org.bluez',path='/',interface='org.freedesktop.DBus.ObjectManager'",
+    "type='signal',sender='org.bluez',interface='org.freedesktop.DBus.Properties',"
+    "member='PropertiesChanged',path_namespace='/org/bluez'",
+    "type='signal',sender='org.bluez',interface='org.bluez.Device1',member='Disconnected'",
+    "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+    "member='NameOwnerChanged',arg0='org.bluez'",
+};
+
+std::string_view lastComponent(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string_view parentOf(std::string_view path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+/// Nothing for a text that is no UUID.
+std::optional<CBUUID> parseUUID(std::string_view text) {
+    try {
+        return CBUUID::UUIDWithString(text);
+    } catch (const std::invalid_argument&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+// The bus
+
+void BlueZService::start() {
+    openBus();
+}
+
+void BlueZService::openBus() {
+    try {
+        bus_ = context_->openBus({context_->runLoop, context_->clock});
+    } catch (const std::system_error& error) {
+        // Told once, however often it is tried.
+        if (availability_ != Availability::noBus) {
+            context_->log.log("Bluetooth: no connection to the bus: %@", error.what());
+        }
+        afterDelay(reopeningDelay, &BlueZService::openBus);
+        return enter(Availability::noBus);
+    }
+    bus_->setDelegate(weak_from_this());
+    context_->waiting.add(bus_);
+    opening_.clear();
+    isOpening_ = true;
+    // Before anything is read, so that no change is missed.
+    for (const char* const rule : matchRules) {
+        askBus("AddMatch", rule, [this](MessageReader& /*reply*/, const BusError* error) {
+            if (error) loseBus(error->message);
+        });
+    }
+    askBus("GetNameOwner", blueZName, [this](MessageReader& reply, const BusError* error) {
+        timer_->invalidate();
+        isOpening_ = false;
+        const std::string owner(error ? "" : reply.string());
+        if (owner.empty()) return enter(Availability::noService);
+        ownerIs(owner);
+    });
+    afterDelay(answerDeadline, &BlueZService::answerIsLate);
+}
+
+void BlueZService::askBus(const char* member, const char* argument, Bus::Answer answer) {
+    Message message = bus_->makeCall({busName, busPath, busInterface, member});
+    opening_.push_back(bus_->call(message.string(argument), whileThisLives(std::move(answer))));
+}
+
+Bus::Answer BlueZService::whileThisLives(Bus::Answer answer) {
+    return [weakSelf = weak_from_this(), answer = std::move(answer)](MessageReader& reply,
+                                                                     const BusError* error) {
+        if (const auto self = weakSelf.lock()) answer(reply, error);
+    };
+}
+
+void BlueZService::answerIsLate() {
+    if (owner_.empty()) return loseBus("The bus does not answer.");
+    reload();
+    enter(Availability::restarting);
+}
+
+void BlueZService::busDidClose(const std::string& reason) {
+    loseBus(reason);
+}
+
+void BlueZService::loseBus(const std::string& reason) {
+    const bool wasInUse = !owner_.empty();
+    // Told once, however often it is tried.
+    if (availability_ != Availability::noBus) {
+        context_->log.log("Bluetooth: the connection to the bus is lost: %@", reason);
+    }
+    // Not at once, as this may be called from inside it.
+    context_->runLoop.dispatchAsync([bus = std::exchange(bus_, nullptr)] {});
+    opening_.clear();
+    loading_.reset();
+    owner_.clear();
+    forgetObjects();
+    afterDelay(reopeningDelay, &BlueZService::openBus);
+    enter(wasInUse ? Availability::restarting : Availability::noBus);
+}
+
+void BlueZService::setGathers(bool gathers) {
+    if (bus_) bus_->setGathers(gathers);
+}
+
+void BlueZService::afterDelay(double seconds, void (BlueZService::*action)()) {
+    if (timer_) timer_->invalidate();
+    timer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        seconds,
+        [weakSelf = weak_from_this(), action](const auto& /*timer*/) {
+            if (const auto self = weakSelf.lock()) (*self.*action)();
+        },
+        nullptr, false);
+}
+
+// The service
+
+void BlueZService::ownerIs(const std::string& owner) {
+    if (owner == owner_) return;
+    const bool wasInUse = !owner_.empty();
+    owner_ = owner;
+    // What the former owner still answers is about a life that is over.
+    loading_.reset();
+    forgetObjects();
+    if (owner_.empty()) {
+        afterDelay(returnDeadline, &BlueZService::serviceStaysAway);
+    } else {
+        reload();
+    }
+    if (wasInUse) enter(Availability::restarting);
+}
+
+void BlueZService::serviceStaysAway() {
+    enter(Availability::noService);
+}
+
+void BlueZService::reload() {
+    loading_ = call("/", objectManagerInterface, "GetManagedObjects", nullptr,
+                    [this](MessageReader& reply, const BusError* error) {
+                        timer_->invalidate();
+                        loading_.reset();
+                        if (!error) return load(reply);
+                        const bool isRefused = error->name == accessDeniedError;
+                        if (!isRefused) {
+                            context_->log.log("Bluetooth: the service does not answer: %@", error->message);
+                        }
+                        afterDelay(isRefused ? refusedDelay : answerDeadline, &BlueZService::reload);
+                        enter(isRefused ? Availability::refused : Availability::restarting);
+                    });
+    isLoading_ = true;
+    afterDelay(answerDeadline, &BlueZService::answerIsLate);
+}
+
+void BlueZService::load(MessageReader& objects) {
+    isLoading_ = false;
+    forgetObjects();
+    objects.forEachObject([&](std::string_view path) {
+        objects.forEachInterface([&](std::string_view interface) {
+            if (interface == adapterInterface) {
+                readAdapter(adapters_[std::string(path)], objects);
+            } else if (interface == deviceInterface) {
+                if (Device* const device = addDevice(path)) {
+                    readDevice(*device, objects);
+                    return;
+                }
+                objects.skip("a{sv}");
+            } else {
+                objects.skip("a{sv}");
+            }
+        });
+    });
+    chooseAdapter();
+    std::erase_if(devices_, [this](const auto& entry) { return !entry.first.starts_with(devicePrefix_); });
+    const auto delegate = delegate_.lock();
+    if (!delegate) return;
+    for (auto& [path, device] : devices_) delegate->deviceDidAppear(device);
+    adapterChanged();
+}
+
+void BlueZService::chooseAdapter() {
+    adapter_ = chosenAdapter(adapters_, context_->adapter);
+    devicePrefix_ = adapter_ + "/dev_";
+}
+
+void BlueZService::adapterChanged() {
+    if (adapter_.empty()) return enter(Availability::noAdapter);
+    const Adapter& adapter = adapters_.at(adapter_);
+    if (adapter.isPowered) return enter(Availability::poweredOn);
+    // The service does not always tell the ends of links that go with the power.
+    for (auto& [path, device] : devices_) device.isConnected = device.servicesResolved = false;
+    const bool isBlocked = adapter.isBlocked || readBlockSwitch(adapterName()) != BlockSwitch::open;
+    enter(isBlocked ? Availability::blocked : Availability::poweredOff);
+}
+
+void BlueZService::forgetObjects() {
+    adapters_.clear();
+    adapter_.clear();
+    devices_.clear();
+}
+
+/// The last thing that is done, as an application that is told may throw.
+void BlueZService::enter(Availability availability) {
+    if (availability == availability_) return;
+    availability_ = availability;
+    if (const std::string advice = adviceFor(availability, context_->adapter); !advice.empty()) {
+        context_->log.log("Bluetooth: %@", advice);
+    }
+    if (const auto delegate = delegate_.lock()) delegate->serviceDidChangeAvailability();
+}
+
+bool BlueZService::isDiscovering() const {
+    const auto adapter = adapters_.find(adapter_);
+    return adapter != adapters_.end() && adapter->second.isDiscovering;
+}
+
+std::string BlueZService::adapterName() const {
+    return std::string(lastComponent(adapter_));
+}
+
+// Signals
+
+void BlueZService::busDidReceiveSignal(const Signal& signal) {
+    if (signal.sender == busName && signal.member == "NameOwnerChanged") {
+        if (signal.body.string() != blueZName) return;
+        signal.body.string();
+        const std::string owner(signal.body.string());
+        // While the bus is still to answer who the owner is, it will tell the same.
+        if (!signal.body.isGood() || isOpening_ || owner == owner_) return;
+        return ownerIs(owner);
+    }
+    // Anybody may send a signal to this connection: only the service's own count. What it sends before it has
+    // listed its objects is in that list.
+    if (owner_.empty() || signal.sender != owner_ || isLoading_) return;
+    if (signal.interface == propertiesInterface) {
+        propertiesChanged(signal.path, signal.body);
+    } else if (signal.interface == objectManagerInterface) {
+        if (signal.member == "InterfacesAdded") interfacesAdded(signal.body);
+        if (signal.member == "InterfacesRemoved") interfacesRemoved(signal.body);
+    } else if (signal.interface == deviceInterface && signal.member == "Disconnected") {
+        if (Device* const device = deviceAt(signal.path)) linkEndTold(*device, signal.body);
+    }
+}
+
+void BlueZService::interfacesAdded(MessageReader& body) {
+    const std::string path(body.objectPath());
+    bool isNewAdapter = false;
+    body.forEachInterface([&](std::string_view interface) {
+        Device* device = nullptr;
+        if (interface == adapterInterface) {
+            isNewAdapter = adapter_.empty();
+            readAdapter(adapters_[path], body);
+        } else if (interface == deviceInterface && path.starts_with(devicePrefix_) && !adapter_.empty() &&
+                   (device = addDevice(path)) != nullptr) {
+            const DeviceChange change = readDevice(*device, body);
+            // It is new, so what it advertises is known; that may be no service.
+            if (!device->isConnected && !device->advertisedServices) device->advertisedServices.emplace();
+            const auto delegate = delegate_.lock();
+            if (!delegate || !body.isGood()) return;
+            delegate->deviceDidAppear(*device);
+            delegate->deviceDidChange(*device, change);
+        } else {
+            body.skip("a{sv}");
+        }
+    });
+    if (isNewAdapter) reload();
+}
+
+void BlueZService::interfacesRemoved(MessageReader& body) {
+    const std::string path(body.objectPath());
+    bool isAdapter = false;
+    bool isDevice = false;
+    body.forEach("s", [&] {
+        const std::string_view interface = body.string();
+        isAdapter = isAdapter || interface == adapterInterface;
+        isDevice = isDevice || interface == deviceInterface;
+    });
+    if (isDevice) {
+        auto node = devices_.extract(path);
+        const auto delegate = delegate_.lock();
+        if (!node.empty() && delegate) delegate->deviceDidVanish(node.mapped());
+    }
+    if (!isAdapter) return;
+    adapters_.erase(path);
+    if (path != adapter_) return;
+    // There may be another one, or none because the service is going.
+    forgetObjects();
+    reload();
+    enter(Availability::restarting);
+}
+
+void BlueZService::propertiesChanged(std::string_view path, MessageReader& body) {
+    const std::string_view interface = body.string();
+    const auto delegate = delegate_.lock();
+    if (!delegate) return;
+    if (interface == deviceInterface) {
+        Device* const device = deviceAt(path);
+        if (!device) return;
+        const DeviceChange change = readDevice(*device, body);
+        if (body.isGood()) delegate->deviceDidChange(*device, change);
+    } else if (interface == gattCharacteristicInterface) {
+        Device* const device = deviceAbove(path);
+        if (!device) return;
+        body.forEachProperty([&](std::string_view name) {
+            if (name != "Value") return body.skipVariant();
+            if (const auto value = body.variantBytes()) {
+                delegate->characteristicDidChange(*device, path, *value);
+            }
+        });
+    } else if (interface == adapterInterface) {
+        const auto adapter = adapters_.find(path);
+        if (adapter != adapters_.end() && readAdapter(adapter->second, body) && path == adapter_) {
+            adapterChanged();
+        }
+    }
+}
+
+void BlueZService::linkEndTold(Device& device, MessageReader& body) {
+    const std::string_view reason = body.string();
+    const std::string_view text = body.string();
+    constexpr std::string_view prefix = "org.bluez.Reason.";
+    const auto delegate = delegate_.lock();
+    if (!body.isGood() || !delegate || !reason.starts_with(prefix)) return;
+    const std::string_view cause = reason.substr(prefix.size());
+    LinkEnd end{LinkEnd::Cause::other, text.empty() ? "The link has ended." : std::string(text)};
+    if (cause == "Timeout") end.cause = LinkEnd::Cause::timeout;
+    if (cause == "Remote") end.cause = LinkEnd::Cause::peer;
+    if (cause == "Local" || cause == "Suspend") end.cause = LinkEnd::Cause::local;
+    delegate->deviceDidTellLinkEnd(device, end);
+}
+
+/// Whether anything has changed.
+bool BlueZService::readAdapter(Adapter& adapter, MessageReader& body) {
+    const Adapter before = adapter;
+    body.forEachProperty([&](std::string_view name) {
+        if (name == "Powered") {
+            adapter.isPowered = body.variantBool().value_or(adapter.isPowered);
+        } else if (name == "Discovering") {
+            adapter.isDiscovering = body.variantBool().value_or(adapter.isDiscovering);
+        } else if (name == "PowerState") {
+            adapter.isBlocked = body.variantString() == "off-blocked";
+        } else if (name == "Address") {
+            adapter.address = body.variantString().value_or(adapter.address);
+        } else {
+            body.skipVariant();
+        }
+    });
+    return adapter != before;
+}
+
+DeviceChange BlueZService::readDevice(Device& device, MessageReader& body) {
+    DeviceChange change;
+    const bool wasConnected = device.isConnected;
+    bool hasServices = false;
+    listedServices_.clear();
+    body.forEachProperty([&](std::string_view name) {
+        if (name == "RSSI") {
+            change.rssi = body.variantInt16();
+        } else if (name == "ServiceData") {
+            readServiceData(body);
+            change.serviceData = serviceData_;
+        } else if (name == "Name") {
+            change.name = body.variantString();
+            if (change.name) device.name = *change.name;
+        } else if (name == "Connected") {
+            change.hasConnected = true;
+            device.isConnected = body.variantBool().value_or(device.isConnected);
+            if (!device.isConnected) device.servicesResolved = false;
+        } else if (name == "ServicesResolved") {
+            change.hasServicesResolved = true;
+            device.servicesResolved = body.variantBool().value_or(device.servicesResolved);
+            // The service sometimes forgets to tell that the device is connected.
+            if (device.servicesResolved) change.hasConnected = device.isConnected = true;
+        } else if (name == "UUIDs") {
+            hasServices = true;
+            body.variantForEachString([&](std::string_view text) {
+                if (const auto uuid = parseUUID(text)) listedServices_.push_back(*uuid);
+            });
+        } else if (name == "AddressType") {
+            device.address.isRandom = body.variantString() == "random";
+        } else {
+            body.skipVariant();
+        }
+    });
+    // Over a connection, the services of the table replace those that were advertised, and stay.
+    const bool isLinked = wasConnected || device.isConnected;
+    const bool isTable =
+        std::ranges::find_first_of(listedServices_, servicesOfTables) != listedServices_.end();
+    if (hasServices && !isLinked && !isTable) device.advertisedServices = listedServices_;
+    return change;
+}
+
+void BlueZService::readServiceData(MessageReader& body) {
+    serviceData_.clear();
+    body.variantForEachProperty([&](std::string_view text) {
+        const auto uuid = parseUUID(text);
+        const auto data = body.variantBytes();
+        if (uuid && data) serviceData_.push_back({*uuid, *data});
+    });
+}
+
+// The mirror
+
+Device* BlueZService::addDevice(std::string_view path) {
+    if (Device* const known = deviceAt(path)) return known;
+    constexpr std::string_view prefix = "dev_";
+    std::string_view name = lastComponent(path);
+    if (!name.starts_with(prefix)) return nullptr;
+    std::string text(name.substr(prefix.size()));
+    std::ranges::replace(text, '_', ':');
+    const auto address = deviceAddressFromText(text, false);
+    if (!address) return nullptr;
+    Device& device = devices_[std::string(path)];
+    device.path = path;
+    device.address = *address;
+    return &device;
+}
+
+Device* BlueZService::deviceAt(std::string_view path) {
+    const auto found = devices_.find(path);
+    return found == devices_.end() ? nullptr : &found->second;
+}
+
+Device* BlueZService::deviceAbove(std::string_view path) {
+    // Below a device stand its services, and below those their characteristics.
+    return deviceAt(parentOf(parentOf(path)));
+}
+
+Device* BlueZService::device(const DeviceAddress& address) {
+    const auto found = std::ranges::find_if(
+        devices_, [&](const auto& entry) { return entry.second.address.bytes == address.bytes; });
+    return found == devices_.end() ? nullptr : &found->second;
+}
+
+// Calls
+
+Slot BlueZService::call(const std::string& path, const char* interface, const char* member,
+                        const std::function<void(Message&)>& append, Bus::Answer answer) {
+    if (!bus_ || owner_.empty()) return {};
+    Message message = bus_->makeCall({owner_, path, interface, member});
+    if (append) append(message);
+    return bus_->call(message, whileThisLives(std::move(answer)));
+}
+
+Slot BlueZService::callAdapter(const char* member, const std::function<void(Message&)>& append,
+                               Bus::Answer answer) {
+    if (adapter_.empty()) return {};
+    return call(adapter_, adapterInterface, member, append, std::move(answer));
+}
+
+void BlueZService::send(const std::string& path, const char* interface, const char* member) {
+    if (bus_ && !owner_.empty()) bus_->send(bus_->makeCall({owner_, path, interface, member}));
+}
+
+Slot BlueZService::checkConnected(const Device& device) {
+    return call(
+        device.path, propertiesInterface, "Get",
+        [](Message& message) { message.string(deviceInterface).string("Connected"); },
+        [this, path = device.path](MessageReader& reply, const BusError* error) {
+            Device* const known = deviceAt(path);
+            const auto delegate = delegate_.lock();
+            if (error || !known || !delegate || known->isConnected || reply.variantBool() != true) {
+                return;
+            }
+            known->isConnected = true;
+            DeviceChange change;
+            change.hasConnected = true;
+            delegate->deviceDidChange(*known, change);
+        });
+}
+
+Slot BlueZService::readServices(const Device& device,
+                                std::function<void(std::vector<RemoteService>)> answer) {
+    return call(
+        "/", objectManagerInterface, "GetManagedObjects", nullptr,
+        [prefix = device.path + '/', answer = std::move(answer)](MessageReader& reply,
+                                                                 const BusError* error) {
+            // By path, which is the order of the handles.
+            std::map<std::string, RemoteService> services;
+            std::map<std::string, RemoteCharacteristic> characteristics;
+            const auto readUUID = [&] {
+                std::optional<CBUUID> uuid;
+                reply.forEachProperty([&](std::string_view name) {
+                    if (name != "UUID") return reply.skipVariant();
+                    if (const auto text = reply.variantString()) uuid = parseUUID(*text);
+                });
+                return uuid;
+            };
+            const auto readObject = [&](const std::string& path, std::string_view interface) {
+                const bool isService = interface == gattServiceInterface;
+                if (!path.starts_with(prefix) || (!isService && interface != gattCharacteristicInterface)) {
+                    return reply.skip("a{sv}");
+                }
+                const auto uuid = readUUID();
+                if (!uuid) return;
+                if (isService) {
+                    services.insert_or_assign(path, RemoteService{path, *uuid, {}});
+                } else {
+                    characteristics.insert_or_assign(path, RemoteCharacteristic{path, *uuid});
+                }
+            };
+            if (!error) {
+                reply.forEachObject([&](std::string_view path) {
+                    reply.forEachInterface(
+                        [&](std::string_view interface) { readObject(std::string(path), interface); });
+                });
+            }
+            for (auto& [path, characteristic] : characteristics) {
+                const auto holder = services.find(std::string(parentOf(path)));
+                if (holder == services.end()) continue;
+                holder->second.characteristics.push_back(std::move(characteristic));
+            }
+            std::vector<RemoteService> table;
+            table.reserve(services.size());
+            for (auto& [path, service] : services) table.push_back(std::move(service));
+            answer(std::move(table));
+        });
+}
+
+}  // namespace platform::bluez

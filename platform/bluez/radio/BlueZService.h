@@ -1,0 +1,183 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/CBCentralManager.h"
+#include "platform/CBUUID.h"
+#include "platform/NSTimer.h"
+#include "platform/bluez/controller/ControllerChannel.h"
+#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/radio/AdapterChoice.h"
+#include "platform/bluez/radio/Availability.h"
+#include "platform/bluez/radio/RadioContext.h"
+
+namespace platform::bluez {
+
+class BlueZPeripheral;
+
+/// What the service says of a device on the air of our adapter.
+struct Device {
+    std::string path;
+    DeviceAddress address;
+    /// The one that the service shows: advertised, or read over a connection.
+    std::string name;
+    bool isConnected = false;
+    bool servicesResolved = false;
+    /// Nothing while it is not known, as the service has replaced them by those that it found over a link.
+    std::optional<std::vector<CBUUID>> advertisedServices;
+    /// Our handle, if there is one.
+    std::shared_ptr<BlueZPeripheral> peripheral;
+};
+
+/// What one signal told of a device, after the device itself was brought up to date. Views, valid for the
+/// length of the event.
+struct DeviceChange {
+    /// In dBm; 127 when the controller could not tell.
+    std::optional<std::int16_t> rssi;
+    /// Present when the signal had any: then the device was heard with it.
+    std::optional<std::span<const CBServiceData>> serviceData;
+    std::optional<std::string_view> name;
+    bool hasConnected = false;
+    bool hasServicesResolved = false;
+
+    /// Whether the device was heard: a remembered property never comes in a signal with one of these.
+    bool isSighting() const { return rssi || serviceData; }
+};
+
+/// A characteristic in the service's table of a peripheral.
+struct RemoteCharacteristic {
+    std::string path;
+    CBUUID uuid;
+};
+
+/// A service in that table. One UUID may stand there more than once: what counts is the path.
+struct RemoteService {
+    std::string path;
+    CBUUID uuid;
+    std::vector<RemoteCharacteristic> characteristics;
+};
+
+/// Told of what happens at the Bluetooth service, through the run loop.
+class BlueZServiceDelegate {
+public:
+    virtual ~BlueZServiceDelegate() = default;
+
+    /// Devices, and with them every link, are gone unless it is powered on.
+    virtual void serviceDidChangeAvailability() = 0;
+    virtual void deviceDidAppear(Device& device) = 0;
+    virtual void deviceDidChange(Device& device, const DeviceChange& change) = 0;
+    /// The service has forgotten the device. Its handle lives on.
+    virtual void deviceDidVanish(Device& device) = 0;
+    /// The service tells why the link to a device ends, which newer versions do just before it does.
+    virtual void deviceDidTellLinkEnd(Device& device, const LinkEnd& end) = 0;
+    virtual void characteristicDidChange(Device& device, std::string_view path,
+                                         std::span<const std::uint8_t> value) = 0;
+};
+
+/// The Bluetooth service as one client has it: the connection to the bus, the life of service and adapter,
+/// and a mirror of the adapter's devices. It goes on looking for what is missing until it dies. Main thread
+/// only.
+class BlueZService final : public BusDelegate, public std::enable_shared_from_this<BlueZService> {
+public:
+    BlueZService(std::shared_ptr<const RadioContext> context, std::weak_ptr<BlueZServiceDelegate> delegate)
+        : context_(std::move(context)), delegate_(std::move(delegate)) {}
+
+    void start();
+
+    Availability availability() const { return availability_; }
+    /// "hci0", for example; empty while there is no adapter.
+    std::string adapterName() const;
+    /// Whether the adapter scans, for whatever program.
+    bool isDiscovering() const;
+
+    /// The device with this address; null while the service has none.
+    Device* device(const DeviceAddress& address);
+
+    /// Calls an operation of the adapter, or of an object below it. Nothing happens without an adapter.
+    [[nodiscard]] Slot callAdapter(const char* member, const std::function<void(Message&)>& append,
+                                   Bus::Answer answer);
+    [[nodiscard]] Slot call(const std::string& path, const char* interface, const char* member,
+                            const std::function<void(Message&)>& append, Bus::Answer answer);
+    /// The same, without an interest in the answer.
+    void send(const std::string& path, const char* interface, const char* member);
+
+    /// Asks whether the device is connected. If it is, which the service sometimes forgets to tell, that is a
+    /// change of the device.
+    [[nodiscard]] Slot checkConnected(const Device& device);
+
+    /// Reads the table of a device's services, in the order of the peripheral; empty if there is none.
+    [[nodiscard]] Slot readServices(const Device& device,
+                                    std::function<void(std::vector<RemoteService>)> answer);
+
+    void setGathers(bool gathers);
+
+    void busDidReceiveSignal(const Signal& signal) override;
+    void busDidClose(const std::string& reason) override;
+
+private:
+    void openBus();
+    void loseBus(const std::string& reason);
+    void askBus(const char* member, const char* argument, Bus::Answer answer);
+    /// An answer may drop the last reference to this.
+    Bus::Answer whileThisLives(Bus::Answer answer);
+    void ownerIs(const std::string& owner);
+    void reload();
+    void load(MessageReader& objects);
+    void chooseAdapter();
+    void adapterChanged();
+    void forgetObjects();
+    void enter(Availability availability);
+    /// Calls `action` unless it is scheduled anew before.
+    void afterDelay(double seconds, void (BlueZService::*action)());
+    void answerIsLate();
+    void serviceStaysAway();
+
+    void interfacesAdded(MessageReader& body);
+    void interfacesRemoved(MessageReader& body);
+    void propertiesChanged(std::string_view path, MessageReader& body);
+    void linkEndTold(Device& device, MessageReader& body);
+    static bool readAdapter(Adapter& adapter, MessageReader& body);
+    DeviceChange readDevice(Device& device, MessageReader& body);
+    void readServiceData(MessageReader& body);
+    /// Null for a path that is no device's.
+    Device* addDevice(std::string_view path);
+    Device* deviceAt(std::string_view path);
+    /// The one that the object at `path` belongs to.
+    Device* deviceAbove(std::string_view path);
+
+    // So that a text that is a view finds its device.
+    struct Hash : std::hash<std::string_view> {
+        using is_transparent = void;
+    };
+
+    std::shared_ptr<const RadioContext> context_;
+    std::weak_ptr<BlueZServiceDelegate> delegate_;
+    std::shared_ptr<Bus> bus_;
+    Availability availability_ = Availability::starting;
+    /// The service's own name on the bus; empty while it does not run.
+    std::string owner_;
+    Adapters adapters_;
+    /// The path of the one that is used; empty while there is none.
+    std::string adapter_;
+    std::string devicePrefix_;
+    std::unordered_map<std::string, Device, Hash, std::equal_to<>> devices_;
+    // Kept, so that reading a signal allocates nothing.
+    std::vector<CBServiceData> serviceData_;
+    std::vector<CBUUID> listedServices_;
+    std::vector<Slot> opening_;
+    bool isOpening_ = false;
+    Slot loading_;
+    bool isLoading_ = false;
+    std::shared_ptr<NSTimer> timer_;
+};
+
+}  // namespace platform::bluez

@@ -1,0 +1,172 @@
+#include "platform/bluez/radio/Discovery.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <utility>
+
+namespace platform::bluez {
+
+namespace {
+
+// Both wait for the controller. A stop that takes longer keeps an attempt to connect from its time.
+constexpr double startDeadline = 5;
+constexpr double stopDeadline = 1;
+// The service refuses while another attempt or another client keeps the controller busy.
+constexpr double retryDelay = 0.5;
+
+// Below what any controller reports. That there is a threshold makes every version of the service report the
+// signal strength of each advertisement, changed or not.
+constexpr std::int16_t anySignal = -127;
+
+/// The form in which the service compares UUIDs.
+std::string fullText(const CBUUID& uuid) {
+    std::string text = uuid.UUIDString();
+    if (text.size() <= 8) {
+        text = std::string(8 - text.size(), '0') + text + "-0000-1000-8000-00805F9B34FB";
+    }
+    std::ranges::transform(text, text.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+}  // namespace
+
+void Discovery::begin(const std::vector<CBUUID>& services) {
+    isStale_ = isOn_;
+    goOn(services);
+}
+
+void Discovery::goOn(const std::vector<CBUUID>& services) {
+    if (services != services_) {
+        services_ = services;
+        isFilterSet_ = false;
+    }
+    isWanted_ = true;
+    advance();
+}
+
+void Discovery::end() {
+    isWanted_ = false;
+    advance();
+}
+
+void Discovery::endThen(std::function<void()> then) {
+    whenEnded_ = std::move(then);
+    end();
+}
+
+void Discovery::forget() {
+    isWanted_ = false;
+    isOn_ = false;
+    isStale_ = false;
+    isFilterSet_ = false;
+    isCalling_ = false;
+    whenEnded_ = nullptr;
+    slot_.reset();
+    for (const auto& timer : {deadline_, retry_}) {
+        if (timer) timer->invalidate();
+    }
+}
+
+void Discovery::advance() {
+    if (isCalling_) return;
+    if (retry_) retry_->invalidate();
+    if (isOn_ && (!isWanted_ || isStale_ || !isFilterSet_)) return stopDiscovery();
+    if (!isWanted_) return tellEnded();
+    if (isOn_) return;
+    isFilterSet_ ? startDiscovery() : setFilter();
+}
+
+void Discovery::setFilter() {
+    Properties filter{{"Transport", "le"}, {"DuplicateData", true}, {"RSSI", anySignal}};
+    if (!services_.empty()) {
+        std::vector<std::string> texts;
+        for (const CBUUID& service : services_) texts.push_back(fullText(service));
+        filter.emplace_back("UUIDs", std::move(texts));
+    }
+    // Set before it is on its way, so that another filter that is asked for meanwhile follows.
+    isFilterSet_ = true;
+    call(
+        "SetDiscoveryFilter", [&](Message& message) { message.properties(filter); }, startDeadline,
+        &Discovery::filterWasSet);
+}
+
+void Discovery::filterWasSet(const BusError* error) {
+    if (error) {
+        isFilterSet_ = false;
+        return tryAgainLater(*error);
+    }
+    advance();
+}
+
+void Discovery::startDiscovery() {
+    call("StartDiscovery", nullptr, startDeadline, &Discovery::started);
+}
+
+void Discovery::started(const BusError* error) {
+    // What was not answered may be on all the same.
+    if (error && error->name.empty()) isStale_ = isOn_ = true;
+    if (error) return tryAgainLater(*error);
+    isOn_ = true;
+    lastTrouble_.clear();
+    advance();
+}
+
+void Discovery::stopDiscovery() {
+    call("StopDiscovery", nullptr, stopDeadline, &Discovery::stopped);
+}
+
+void Discovery::stopped(const BusError* error) {
+    if (error && error->message != "No discovery started") {
+        // Whoever awaits the end need not wait for the next try.
+        tellEnded();
+        return tryAgainLater(*error);
+    }
+    isOn_ = false;
+    isStale_ = false;
+    advance();
+}
+
+void Discovery::tellEnded() {
+    if (const auto then = std::exchange(whenEnded_, nullptr)) then();
+}
+
+void Discovery::tryAgainLater(const BusError& error) {
+    if (std::exchange(lastTrouble_, error.message) != error.message) {
+        context_->log.log("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
+    }
+    // What is on already, from this connection, is what is wanted, but for its filter.
+    if (error.name == "org.bluez.Error.InProgress" && isFilterSet_) isStale_ = isOn_ = true;
+    if (!isWanted_ && !isOn_) return tellEnded();
+    retry_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        retryDelay,
+        [weakSelf = weak_from_this()](const auto& /*timer*/) {
+            if (const auto self = weakSelf.lock()) self->advance();
+        },
+        nullptr, false);
+}
+
+void Discovery::call(const char* member, const std::function<void(Message&)>& append, double seconds,
+                     void (Discovery::*answered)(const BusError*)) {
+    isCalling_ = true;
+    const auto finish = [weakSelf = weak_from_this(), answered](const BusError* error) {
+        const auto self = weakSelf.lock();
+        if (!self) return;
+        self->deadline_->invalidate();
+        self->slot_.reset();
+        self->isCalling_ = false;
+        (*self.*answered)(error);
+    };
+    deadline_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        seconds,
+        [finish, member](const auto& /*timer*/) {
+            const BusError error{"", std::string("the service does not answer ") + member};
+            finish(&error);
+        },
+        nullptr, false);
+    slot_ = service_->callAdapter(
+        member, append, [finish](MessageReader& /*reply*/, const BusError* error) { finish(error); });
+}
+
+}  // namespace platform::bluez

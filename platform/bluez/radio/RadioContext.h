@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/Clock.h"
+#include "platform/Log.h"
+#include "platform/RunLoop.h"
+#include "platform/bluez/controller/ControllerChannel.h"
+#include "platform/bluez/dbus/Bus.h"
+#include "platform/standard/PollWaiting.h"
+
+namespace platform::bluez {
+
+/// What a central of this radio stands on. It is referred to for as long as its platform lives.
+struct RadioContext {
+    RunLoop& runLoop;
+    const Clock& clock;
+    Log& log;
+    /// What the loop waits with.
+    PollWaiting& waiting;
+    /// Opens a connection of its own to the bus on which the Bluetooth service is.
+    /// @throws std::system_error
+    std::function<std::shared_ptr<Bus>(const Bus::Context&)> openBus;
+    /// Opens the channel to a controller, "hci0" for example; null if there is none.
+    std::function<std::shared_ptr<ControllerChannel>(const std::string& adapter)> openChannel;
+    /// Which adapter is used: its name or its address; empty for any.
+    std::string adapter;
+};
+
+}  // namespace platform::bluez

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ScriptedService.h"
+#include "platform/bluez/radio/BlueZCentral.h"
+#include "platform/simulation/PayloadEncoder.h"
+#include "platform/standard/StandardPlatform.h"
+#include "radio/RadioBench.h"
+
+namespace platform::bluez {
+
+/// Knows of each link's end what a test tells it.
+class ScriptedChannel final : public ControllerChannel {
+public:
+    explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
+
+    RunLoopDescriptor descriptor() const override { return {-1, 0}; }
+    void becomeReady() override {}
+    void watchLink(const DeviceAddress& device) override { ends_.erase(device); }
+    std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override {
+        const auto node = ends_.extract(device);
+        return node.empty() ? std::nullopt : std::optional(node.mapped());
+    }
+    void readRSSI(const DeviceAddress& /*device*/, std::function<void(std::optional<int>)> answer) override {
+        if (answersRSSI) runLoop_.dispatchAsync([this, answer = std::move(answer)] { answer(rssi); });
+    }
+    void tell(const std::string& address, std::uint8_t reason) {
+        ends_.insert_or_assign(*deviceAddressFromText(address, false), linkEndFromHCIReason(reason));
+        tellEvent();
+    }
+
+    bool answersRSSI = true;
+    std::optional<int> rssi = -61;
+
+private:
+    RunLoop& runLoop_;
+    std::map<DeviceAddress, LinkEnd> ends_;
+};
+
+/// A machine without hardware: its Bluetooth service is scripted, its time virtual.
+class ScriptedPlatform final : public StandardPlatform {
+public:
+    ScriptedPlatform() : ScriptedPlatform(new PollWaiting) {}
+    ~ScriptedPlatform() override { shutDown(); }
+
+    std::shared_ptr<CBCentralManager> makeCentralManager(
+        std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+        return makeCentralManager(std::move(delegate), "");
+    }
+    /// @param adapter which adapter it is to use; empty for any.
+    std::shared_ptr<CBCentralManager> makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate,
+                                                         const std::string& adapter) {
+        const RadioContext context{runLoop(),
+                                   clock(),
+                                   log(),
+                                   waiting_,
+                                   [this](const auto& itsContext) { return service.openBus(itsContext); },
+                                   [this](const auto& /*adapter*/) { return channel; },
+                                   adapter};
+        auto central = std::make_shared<BlueZCentral>(context, std::move(delegate));
+        runLoop().dispatchAsync([central] { central->start(); });
+        return central;
+    }
+
+    /// The way to the controller; null for none.
+    std::shared_ptr<ScriptedChannel> channel = std::make_shared<ScriptedChannel>(runLoop());
+    /// When the controller tells why a link has ended, in seconds after the service has told that it has.
+    double reasonDelay = 0;
+    std::vector<std::string> lines;
+
+private:
+    // The loop owns what it waits with, and the radio adds to it.
+    explicit ScriptedPlatform(PollWaiting* waiting)
+        : StandardPlatform(Time::virtualTime, std::unique_ptr<PollWaiting>(waiting)),
+          waiting_(*waiting),
+          service(runLoop(), clock(), *waiting) {
+        log().setSink([this](std::string_view line) { lines.emplace_back(line); });
+        service.onLinkEnd = [this](const ScriptedDevice& device, std::uint8_t reason) {
+            if (!channel) return;
+            const auto tell = [known = channel, address = device.address, reason](const auto& /*timer*/) {
+                known->tell(address, reason);
+            };
+            if (reasonDelay == 0) return tell(nullptr);
+            runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(reasonDelay, tell, nullptr, false);
+        };
+    }
+
+    PollWaiting& waiting_;
+
+public:
+    ScriptedService service;
+};
+
+/// A beacon on the air of the scripted service.
+class ScriptedBench final : public RadioBench {
+public:
+    ScriptedPlatform& platform() override { return platform_; }
+    void beaconComesIntoRange() override { beacon.isInRange = true; }
+    void beaconFallsSilent() override {
+        constexpr double supervisionTimeout = 3;
+        beacon.isInRange = false;
+        platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+            supervisionTimeout,
+            [this, link = std::weak_ptr(beacon.link)](const auto& /*timer*/) {
+                if (!link.expired()) service.endLink(beacon, 0x08);
+            },
+            nullptr, false);
+    }
+    void beaconEndsLink() override { service.endLink(beacon, 0x13); }
+    bool makeAttemptsFail(bool fail) override {
+        beacon.attempts = fail ? Attempts::breakOff : Attempts::succeed;
+        return true;
+    }
+    void setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) override {
+        service.setValue(beacon, characteristic, value);
+    }
+    std::vector<std::uint8_t> value(const CBUUID& characteristic) override {
+        return beacon.characteristic(characteristic).first->value.value_or(Bytes());
+    }
+    void setRadioPower(bool isOn) override { service.setPowered(isOn); }
+
+    /// What the beacon sends.
+    static Properties payload(std::uint16_t minor) {
+        return {{longForm(CBUUID::UUIDWithString("180A")),
+                 simulation::encodePayload({.major = 1, .minor = minor})}};
+    }
+
+private:
+    ScriptedPlatform platform_;
+
+public:
+    ScriptedService& service = platform_.service;
+    ScriptedDevice& beacon = service.add({.serviceData = payload(7)});
+};
+
+}  // namespace platform::bluez

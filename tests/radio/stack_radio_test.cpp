@@ -1,0 +1,194 @@
+// The suite over the radio of Linux, with the real Bluetooth service and kernel: in the virtual machine of
+// testbed/, where scripts/test-radio runs it. What only this radio can do wrong is tested at the end.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+#include "LibraryOverRadio.h"
+#include "RadioTest.h"
+#include "platform/bluez/BlueZPlatform.h"
+
+namespace {
+
+using namespace platform;
+
+/// Asks a part of the test bed, which answers when it is done.
+std::string ask(const std::string& part, const std::string& line) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ("/run/testbed/" + part).copy(address.sun_path, sizeof address.sun_path - 1);
+    std::array<char, 1024> answer{};
+    const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ssize_t size = -1;
+    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        ::send(socket, line.data(), line.size(), MSG_NOSIGNAL) >= 0) {
+        size = ::recv(socket, answer.data(), answer.size(), 0);
+    }
+    ::close(socket);
+    const std::string text(answer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    if (!text.starts_with("ok")) throw std::runtime_error(part + ": " + line + ": " + text);
+    return text.substr(std::min<std::size_t>(text.size(), 3));
+}
+
+class StackBench final : public RadioBench {
+public:
+    /// How the controller filters what it heard already.
+    explicit StackBench(const std::string& duplicateFilter = "none") {
+        ask("air", "dedup 0 " + duplicateFilter);
+    }
+
+    Platform& platform() override { return platform_; }
+    void beaconComesIntoRange() override { ask("air", "silent 1 off"); }
+    void beaconFallsSilent() override {
+        ask("stack", "settle");
+        ask("air", "silent 1 on");
+    }
+    void beaconEndsLink() override { ask("beacon", "drop"); }
+    bool makeAttemptsFail(bool fail) override {
+        ask("air", fail ? "estfail 0 1000000" : "estfail 0 0");
+        return true;
+    }
+    void setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) override {
+        std::string line = "set " + characteristic.UUIDString() + ' ';
+        for (const unsigned byte : value) {
+            std::array<char, 3> digits{};
+            std::snprintf(digits.data(), digits.size(), "%02X", byte);
+            line += digits.data();
+        }
+        ask("beacon", line);
+    }
+    std::vector<std::uint8_t> value(const CBUUID& characteristic) override {
+        const std::string digits = ask("beacon", "get " + characteristic.UUIDString());
+        std::vector<std::uint8_t> value;
+        for (std::size_t i = 0; i < digits.size(); i += 2) {
+            value.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+        }
+        return value;
+    }
+    void setRadioPower(bool isOn) override { ask("stack", isOn ? "power 0 on" : "power 0 off"); }
+
+private:
+    static std::string testName() {
+        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
+        return std::string(test->test_suite_name()) + '.' + test->name();
+    }
+
+    // Nothing of the test before is left when the platform is made.
+    const std::string fresh_ = ask("stack", "fresh " + testName());
+    bluez::BlueZPlatform platform_{{.adapter = "hci0"}};
+};
+
+const auto stackRadio =
+    ::testing::Values(RadioUnderTest{"Stack", [] { return std::make_unique<StackBench>(); }});
+INSTANTIATE_TEST_SUITE_P(Stack, RadioPromises, stackRadio);
+INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverRadio, stackRadio);
+// A controller that reports a beacon once, until its scan is restarted.
+INSTANTIATE_TEST_SUITE_P(StrictStack, LibraryOverRadio,
+                         ::testing::Values(RadioUnderTest{
+                             "Strict", [] { return std::make_unique<StackBench>("addr"); }}));
+
+class LibraryOverStack : public LibraryOverRadio {
+protected:
+    /// Waits until the beacon is heard in a later second than before, doing something in each turn.
+    bool isHeardAgain(
+        const std::shared_ptr<ZOKBeacon>& beacon, const std::function<void()>& inEachTurn = [] {}) {
+        return bench->runUntil([&, before = beacon->timestamp()] {
+            inEachTurn();
+            return beacon->timestamp() > before;
+        });
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverStack, stackRadio);
+
+// The service calls a device by its advertised name, until it has read another over a link.
+TEST_P(LibraryOverStack, ABeaconIsKnownByTheNameItAdvertises) {
+    ask("beacon", "gapname another");
+    const auto beacon = connect();
+    ask("beacon", "advertise off");
+    bench->beaconEndsLink();
+    ASSERT_TRUE(heard("disconnected error 7"));
+    // Another client finds the device under the other name.
+    bluez::BlueZPlatform otherPlatform({.adapter = "hci0"});
+    const auto otherManager = ZOKManager::managerOnPlatform(otherPlatform);
+    const auto otherApplication = std::make_shared<Application>();
+    otherApplication->start(*otherManager, otherPlatform);
+    otherPlatform.runLoop().runFor(RadioBench::aWhile);
+    EXPECT_THAT(otherManager->liveBeacons(), ::testing::IsEmpty());
+
+    // A shortened name does not put right what the service remembers.
+    EXPECT_TRUE(isHeardAgain(beacon, [] {
+        ask("air",
+            "advert 0 0 0 00:00:5E:00:53:02 -60 0201060303201313160A18563412EFCDAB07012C0007035A001A00");
+        ask("air", "advert 0 4 0 00:00:5E:00:53:02 -60 08086D6F7276616E65");
+    }));
+    ask("beacon", "advertise on");
+    EXPECT_TRUE(isHeardAgain(beacon));
+    EXPECT_TRUE(bench->runUntil([&] {
+        otherPlatform.runLoop().runFor(0.01);
+        return !otherManager->liveBeacons().empty();
+    }));
+}
+
+TEST_P(LibraryOverStack, EverythingGoesOnWhenTheServiceComesBack) {
+    const auto beacon = range();
+    for (const std::string end : {"stop", "kill"}) {
+        takeEvents();
+        const auto serviceEndsAndComesBack = [&] {
+            ask("stack", "service " + end);
+            ASSERT_TRUE(heard("state 1")) << end;
+            bench->beaconComesIntoRange();
+            ask("stack", "service start");
+            ASSERT_TRUE(heard("state 5")) << end;
+        };
+        serviceEndsAndComesBack();
+        EXPECT_TRUE(isHeardAgain(beacon)) << end;
+
+        manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
+        ASSERT_TRUE(heard("connection complete")) << end;
+        takeEvents();
+        // The service is the beacon's too, and would have the beacon end the link.
+        bench->beaconFallsSilent();
+        serviceEndsAndComesBack();
+        EXPECT_THAT(takeEvents(), ::testing::IsSupersetOf({"state 1", "disconnected error 5", "state 5"}))
+            << end;
+        EXPECT_TRUE(isHeardAgain(beacon)) << end;
+    }
+}
+
+TEST_P(LibraryOverStack, OnlyALostLinkHasTheCodeOfOne) {
+    const auto beacon = connect();
+    for (const auto& [reason, code] : std::initializer_list<std::pair<std::string, std::string>>{
+             {"08", "6"}, {"13", "7"}, {"14", "7"}, {"15", "7"}, {"22", "0"}, {"3D", "0"}}) {
+        // The second is what the beacon's controller tells.
+        ask("stack", "settle");
+        ask("air", "lose " + reason + " 08");
+        ASSERT_TRUE(heard("ZOKBeaconDidDisconnectNotification")) << reason;
+        EXPECT_THAT(takeEvents(), ::testing::Contains("disconnected error " + code)) << reason;
+        if (code != "6") manager->connectBeacon(beacon);
+        ASSERT_TRUE(heard("connection complete")) << reason;
+        takeEvents();
+    }
+}
+
+// The service itself would renew it.
+TEST_P(LibraryOverStack, ASubscriptionEndsWithItsLink) {
+    const auto beacon = connect();
+    manager->setButtonActionsNotificationsForBeacon(true, beacon);
+    ASSERT_TRUE(bench->runUntil([] { return ask("beacon", "subscriptions FFE1") == "1 on"; }));
+    bench->beaconFallsSilent();
+    ASSERT_TRUE(heard("ZOKBeaconDidDisconnectNotification"));
+    bench->beaconComesIntoRange();
+    ASSERT_TRUE(heard("connection complete"));
+    bench->runUntil([] { return false; }, RadioBench::aWhile);
+    EXPECT_EQ(ask("beacon", "subscriptions FFE1"), "1 off");
+    manager->setButtonActionsNotificationsForBeacon(true, beacon);
+    EXPECT_TRUE(bench->runUntil([] { return ask("beacon", "subscriptions FFE1") == "2 on"; }));
+}
+
+}  // namespace
