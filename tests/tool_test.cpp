@@ -233,7 +233,8 @@ TEST(ToolMonitor, PrintsTablesAndTheLog) {
 
 TEST(ToolMonitor, EndsWithASummaryWhenInterrupted) {
     for (const int signal : {SIGINT, SIGTERM}) {
-        for (const Arguments& arguments : {Arguments{"monitor"}, Arguments{"monitor", "--virtual-time"}}) {
+        for (const Arguments& arguments :
+             {Arguments{"monitor", "--simulate", "8"}, Arguments{"monitor", "--virtual-time"}}) {
             Tool tool(arguments);
             EXPECT_TRUE(tool.signalAfter("\n", signal));
             EXPECT_EQ(tool.end(), 0);
@@ -243,7 +244,7 @@ TEST(ToolMonitor, EndsWithASummaryWhenInterrupted) {
 }
 
 TEST(ToolScreen, IsGivenBackWhenInterrupted) {
-    Tool tool({"monitor"}, winsize{24, 80, 0, 0});
+    Tool tool({"monitor", "--radio", "simulated"}, winsize{24, 80, 0, 0});
     EXPECT_TRUE(tool.signalAfter("Bluetooth poweredOn", SIGINT));
     EXPECT_EQ(tool.end(), 0);
     EXPECT_TRUE(tool.written.starts_with("\x1b[?1049h\x1b[?25l")) << tool.written;
@@ -401,12 +402,12 @@ TEST(ToolBeacon, OfTheDemonstrationIsLively) {
 }
 
 TEST(ToolBeacon, IsLeftWhenInterrupted) {
-    Tool ping({"ping", "9", "9"}, winsize{24, 80, 0, 0});
+    Tool ping({"ping", "9", "9", "--radio", "simulated"}, winsize{24, 80, 0, 0});
     EXPECT_TRUE(ping.signalAfter("looking for beacon 9.9 ...", SIGINT));
     EXPECT_EQ(ping.end(), 1);
     EXPECT_TRUE(ping.written.ends_with("zobiconnect: interrupted\r\n")) << ping.written;
 
-    Tool watch({"watch", "1", "1"}, winsize{24, 80, 0, 0});
+    Tool watch({"watch", "1", "1", "--radio", "simulated"}, winsize{24, 80, 0, 0});
     EXPECT_TRUE(watch.signalAfter("s  connected", SIGINT));
     EXPECT_EQ(watch.end(), 0);
     EXPECT_NE(watch.written.find("the link to beacon 1.1 has ended"), std::string::npos) << watch.written;
@@ -471,6 +472,7 @@ TEST(ToolUsage, RefusesWhatMakesNoSense) {
         {{"monitor", "--foreground-at", "2s"}, "--foreground-at: \"2s\" is not"},
         {{"monitor", "--seed", "-1"}, "--seed: \"-1\" is not a number"},
         {{"monitor", "--simulate", "0"}, "--simulate"},
+        {{"monitor", "--simulate", "2", "--adapter", "hci0"}, "--adapter is for the radio bluez"},
         {{"monitor", "--simulate", "2", "--scenario", "x"}, "excludes"},
         {{"monitor", "--scenario", "/nowhere"}, "/nowhere: cannot be read: No such file or directory"},
         {{"monitor", "--scenario", file.name}, ".json: beacons: missing"},
@@ -486,6 +488,25 @@ TEST(ToolUsage, RefusesWhatMakesNoSense) {
     }
     EXPECT_NE(outputOf({"monitor", "--help"}).find("as first seen"), std::string::npos);
 }
+
+#ifdef ZOBICONNECT_BLUEZ
+TEST(ToolUsage, InventsNoBeaconsWhereThereIsNoRadio) {
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
+    for (const Arguments& arguments : {Arguments{"monitor"}, Arguments{"ping", "1", "1"}}) {
+        const std::string output = outputOf(arguments, 1);
+        EXPECT_EQ(std::ranges::count(output, '\n'), 1) << output;
+        EXPECT_NE(output.find("'zobiconnect doctor' tells why, and --radio simulated needs none"),
+                  std::string::npos)
+            << output;
+    }
+    const auto findings = eventsOf(outputOf({"doctor", "--format", "jsonl"}, 1));
+    ASSERT_EQ(findings.size(), 2U);
+    EXPECT_EQ(findings[0]["state"], "failed");
+    EXPECT_EQ(findings[1]["canMonitor"], false);
+    EXPECT_NE(outputOf({"monitor", "--radio", "bluez", "--seed", "1"}, 2).find("for a simulated radio"),
+              std::string::npos);
+}
+#endif
 
 std::string mistakeIn(const std::string& text) {
     try {

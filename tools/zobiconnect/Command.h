@@ -17,6 +17,9 @@ Command addInspectCommand(CLI::App& tool);
 Command addWatchCommand(CLI::App& tool);
 Command addPingCommand(CLI::App& tool);
 Command addButtonModeCommand(CLI::App& tool);
+/// Where the tool is built with the radio of this machine.
+Command addEmulateCommand(CLI::App& tool);
 Command addDecodeCommand(CLI::App& tool);
+Command addDoctorCommand(CLI::App& tool);
 
 }  // namespace zobiconnect

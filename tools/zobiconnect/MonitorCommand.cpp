@@ -32,7 +32,7 @@ struct Options {
 std::unique_ptr<MonitorView> makeView(const Options& options) {
     const Display display = chooseDisplay(options.format, options.radio.log);
     if (display == Display::jsonLines) return std::make_unique<JsonLinesView>(!options.radio.virtualTime);
-    return std::make_unique<TableView>(display, "seed " + std::to_string(options.radio.seed));
+    return std::make_unique<TableView>(display, options.radio.caption());
 }
 
 void changeApplicationStateAt(const std::vector<double>& moments, UIApplicationState state) {

@@ -2,10 +2,13 @@
 
 #include <limits>
 #include <utility>
+#include <vector>
 
 #include "platform/simulation/SimulatedPlatform.h"
 #include "platform/standard/PollWaiting.h"
+#include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/DemoScenario.h"
+#include "tools/zobiconnect/MachineRadio.h"
 #include "tools/zobiconnect/OptionChecks.h"
 #include "tools/zobiconnect/ScenarioFile.h"
 
@@ -18,28 +21,68 @@ using platform::simulation::SimulatedPlatform;
 
 namespace {
 
+constexpr std::size_t beaconsByDefault = 8;
+
+bool describesSimulation(const RadioOptions& options) {
+    return options.simulate || options.scenario || options.seed || options.virtualTime;
+}
+
+bool isSimulated(const RadioOptions& options) {
+    if (options.radio) return *options.radio == "simulated";
+    return !hasMachineRadio || describesSimulation(options);
+}
+
 std::unique_ptr<SimulatedPlatform> makeSimulatedPlatform(const RadioOptions& options) {
+    const std::uint64_t seed = options.seed.value_or(0);
     if (options.virtualTime) {
-        return std::make_unique<SimulatedPlatform>(StandardPlatform::Time::virtualTime, options.seed,
+        return std::make_unique<SimulatedPlatform>(StandardPlatform::Time::virtualTime, seed,
                                                    std::make_unique<ConditionVariableWaiting>());
     }
     // Its waits end at once when a signal stops the run loop.
-    return std::make_unique<SimulatedPlatform>(StandardPlatform::Time::real, options.seed,
+    return std::make_unique<SimulatedPlatform>(StandardPlatform::Time::real, seed,
                                                std::make_unique<PollWaiting>());
+}
+
+Radio makeSimulatedRadio(const RadioOptions& options) {
+    if (options.adapter) throw UsageError("--adapter is for the radio bluez, not for a simulated one");
+    const auto scenario = std::make_shared<const Scenario>(
+        options.scenario
+            ? scenarioFromFile(*options.scenario)
+            : demoScenario(options.simulate.value_or(beaconsByDefault), options.seed.value_or(0)));
+    auto simulated = makeSimulatedPlatform(options);
+    SimulatedPlatform& platform = *simulated;
+    if (!options.log) platform.log().setSink(nullptr);
+    return {std::move(simulated), [scenario, &platform] {
+                playScenario(scenario, {platform.runLoop(), platform.application(), platform.world()});
+            }};
 }
 
 }  // namespace
 
+std::string RadioOptions::caption() const {
+    if (isSimulated(*this)) return "seed " + std::to_string(seed.value_or(0));
+    return adapter ? "adapter " + *adapter : "radio bluez";
+}
+
 void addRadioOptions(CLI::App& command, RadioOptions& options) {
-    command.add_option("--radio", options.radio, "What to listen with: 'simulated' only, so far")
-        ->check(CLI::IsMember({"simulated"}))
-        ->option_text("RADIO [simulated]");
+    std::vector<std::string> radios{"simulated"};
+    if (hasMachineRadio) radios.insert(radios.begin(), "bluez");
+    command
+        .add_option("--radio", options.radio,
+                    "What to listen with: 'bluez', the radio of this machine, where the tool was built with "
+                    "it, or 'simulated', which the options below imply")
+        ->check(CLI::IsMember(radios))
+        ->option_text("RADIO [" + radios.front() + "]");
+    command
+        .add_option("--adapter", options.adapter,
+                    "Which adapter of this machine, by its name (hci0) or address; any by default")
+        ->option_text("ADAPTER");
     CLI::Option* const simulate =
         command
             .add_option("--simulate", options.simulate,
                         "Simulate so many beacons, which come, change, fall silent and return")
             ->check(CLI::Range(1, 10000))
-            ->option_text("N [8]");
+            ->option_text("N [" + std::to_string(beaconsByDefault) + ']');
     command
         .add_option("--scenario", options.scenario,
                     "Simulate what a JSON file describes (see docs/scenarios.md)")
@@ -54,15 +97,11 @@ void addRadioOptions(CLI::App& command, RadioOptions& options) {
 }
 
 Radio makeRadio(const RadioOptions& options) {
-    const auto scenario =
-        std::make_shared<const Scenario>(options.scenario ? scenarioFromFile(*options.scenario)
-                                                          : demoScenario(options.simulate, options.seed));
-    auto simulated = makeSimulatedPlatform(options);
-    SimulatedPlatform& platform = *simulated;
-    if (!options.log) platform.log().setSink(nullptr);
-    return {std::move(simulated), [scenario, &platform] {
-                playScenario(scenario, {platform.runLoop(), platform.application(), platform.world()});
-            }};
+    if (isSimulated(options)) return makeSimulatedRadio(options);
+    if (describesSimulation(options)) {
+        throw UsageError("--simulate, --scenario, --seed and --virtual-time are for a simulated radio");
+    }
+    return {makeMachineRadio(options.adapter.value_or(""), options.log), [] {}};
 }
 
 }  // namespace zobiconnect

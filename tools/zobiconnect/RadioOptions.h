@@ -14,12 +14,16 @@ namespace zobiconnect {
 
 /// The options that choose the radio, and what it hears.
 struct RadioOptions {
-    std::string radio = "simulated";
-    std::size_t simulate = 8;
+    std::optional<std::string> radio;
+    std::optional<std::string> adapter;
+    std::optional<std::size_t> simulate;
     std::optional<std::string> scenario;
-    std::uint64_t seed = 0;
+    std::optional<std::uint64_t> seed;
     bool virtualTime = false;
     bool log = false;
+
+    /// Names what is listened with, for people.
+    std::string caption() const;
 };
 
 /// Adds them to a command.
@@ -34,7 +38,8 @@ struct Radio {
     std::function<void()> play;
 };
 
-/// @throws UsageError for a scenario with a mistake.
+/// @throws UsageError for options that do not go together and for a scenario with a mistake, Failure when the
+///     machine's radio cannot be used.
 Radio makeRadio(const RadioOptions& options);
 
 }  // namespace zobiconnect

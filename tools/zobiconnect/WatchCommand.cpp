@@ -29,7 +29,7 @@ std::unique_ptr<WatchView> makeView(const Options& options, BeaconVisit& visit) 
     if (display == Display::jsonLines) {
         return std::make_unique<WatchJsonLines>(visit.client(), clock, !radio.virtualTime);
     }
-    return std::make_unique<WatchTable>(visit.client(), clock, display, "seed " + std::to_string(radio.seed));
+    return std::make_unique<WatchTable>(visit.client(), clock, display, radio.caption());
 }
 
 /// Asks for all that a beacon tells: at each connection anew, for all of it ends with the link.

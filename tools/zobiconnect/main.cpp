@@ -37,9 +37,13 @@ int main(int argc, char** argv) {
             "\n"
             "Exit status: 0 for success, 1 for a failure, 2 for a mistake on the command line or in a "
             "scenario.");
-        const std::array commands{addMonitorCommand(tool),    addInspectCommand(tool),
-                                  addWatchCommand(tool),      addPingCommand(tool),
-                                  addButtonModeCommand(tool), addDecodeCommand(tool)};
+        const std::array commands{addMonitorCommand(tool), addInspectCommand(tool),    addWatchCommand(tool),
+                                  addPingCommand(tool),    addButtonModeCommand(tool), addDecodeCommand(tool),
+                                  addDoctorCommand(tool),
+#ifdef ZOBICONNECT_BLUEZ
+                                  addEmulateCommand(tool)
+#endif
+        };
         try {
             tool.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

@@ -1,0 +1,220 @@
+#include "tools/zobiconnect/EmulateControls.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "ZobiConnectKit/ZOKGATTProfile.h"
+#include "tools/zobiconnect/Console.h"
+
+namespace zobiconnect {
+
+namespace {
+
+// The service advertises each 1.28 s: a shorter press may not be heard.
+constexpr double usualPress = 3;
+constexpr int buttonActions = 3;
+constexpr int largestBattery = std::numeric_limits<std::uint8_t>::max();
+constexpr int lowestTemperature = -4;
+constexpr int highestTemperature = 65531;
+constexpr int largestAxis = std::numeric_limits<std::uint16_t>::max();
+
+std::vector<std::string_view> wordsOf(std::string_view line) {
+    constexpr std::string_view spaces = " \t\r";
+    std::vector<std::string_view> words;
+    while (true) {
+        const auto start = line.find_first_not_of(spaces);
+        if (start == std::string_view::npos) return words;
+        line.remove_prefix(start);
+        const auto end = std::min(line.find_first_of(spaces), line.size());
+        words.push_back(line.substr(0, end));
+        line.remove_prefix(end);
+    }
+}
+
+/// The number that is the whole word, if it is one in these bounds.
+template <typename Number>
+std::optional<Number> numberIn(std::string_view word, Number smallest, Number largest) {
+    Number number{};
+    const char* const end = word.data() + word.size();
+    const auto [rest, error] = std::from_chars(word.data(), end, number);
+    const bool isNumber = error == std::errc() && rest == end && number >= smallest && number <= largest;
+    return isNumber ? std::optional(number) : std::nullopt;
+}
+
+std::vector<std::uint8_t> bigEndian(int number) {
+    return {static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number & 0xFF)};
+}
+
+/// Keys are for who sees the terminal: one that a job in the background reads from stops it.
+bool hasKeys() {
+    return ::isatty(STDIN_FILENO) == 1 && ::tcgetpgrp(STDIN_FILENO) == ::getpgrp();
+}
+
+}  // namespace
+
+EmulateControls::EmulateControls(platform::simulation::SimulatedBeacon& beacon, Actions actions)
+    : beacon_(beacon), actions_(std::move(actions)) {
+    termios before{};
+    if (hasKeys() && ::tcgetattr(STDIN_FILENO, &before) == 0) {
+        terminal_ = before;
+        termios keys = before;
+        keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &keys);
+    } else {
+        isAtEnd_ = ::isatty(STDIN_FILENO) == 1;
+    }
+}
+
+EmulateControls::~EmulateControls() {
+    if (terminal_) ::tcsetattr(STDIN_FILENO, TCSANOW, &*terminal_);
+}
+
+std::optional<std::string> EmulateControls::help() const {
+    if (!terminal_) return std::nullopt;
+    return "Keys: 0 1 2 press the button, b B battery, t T temperature, a turn it over, s silence, "
+           "d disconnect, q quit";
+}
+
+void EmulateControls::readInput() {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    std::array<char, 4096> buffer{};
+    while (!isAtEnd_ && ::poll(&input, 1, 0) > 0) {
+        const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (count <= 0) {
+            // The beacon stays: a script that has ended may have set all that it wanted.
+            isAtEnd_ = true;
+            return;
+        }
+        unread_.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    if (terminal_) {
+        for (const char key : std::exchange(unread_, {})) obeyKey(key);
+        return;
+    }
+    for (auto end = unread_.find('\n'); end != std::string::npos; end = unread_.find('\n')) {
+        const std::string line = unread_.substr(0, end);
+        unread_.erase(0, end + 1);
+        obeyLine(line);
+    }
+}
+
+void EmulateControls::obeyKey(char key) {
+    constexpr int batteryStep = 5;
+    const int battery = beacon_.description().batteryLevel;
+    const int temperature = beacon_.description().temperature;
+    switch (key) {
+        case '0':
+        case '1':
+        case '2':
+            return press(key - '0', usualPress);
+        case 'b':
+            return setBattery(std::max(battery - batteryStep, 0));
+        case 'B':
+            return setBattery(std::min(battery + batteryStep, largestBattery));
+        case 't':
+            return setTemperature(std::max(temperature - 1, lowestTemperature));
+        case 'T':
+            return setTemperature(std::min(temperature + 1, highestTemperature));
+        case 'a':
+            return turn();
+        case 's':
+            return setSilent(beacon_.isInRange());
+        case 'd':
+            return actions_.disconnectCentrals();
+        case 'q':
+            return actions_.quit();
+        default:
+            return actions_.tell(*help());
+    }
+}
+
+void EmulateControls::obeyLine(std::string_view line) {
+    const auto words = wordsOf(line);
+    if (words.empty() || obeyWords(words)) return;
+    complain("not understood: \"" + std::string(line) + "\". See zobiconnect emulate --help");
+}
+
+bool EmulateControls::obeyWords(const std::vector<std::string_view>& words) {
+    const std::string_view command = words.front();
+    const std::size_t count = words.size() - 1;
+    const auto argument = [&](std::size_t index, int smallest, int largest) {
+        return numberIn(words[index], smallest, largest);
+    };
+    if (command == "press" && (count == 1 || count == 2)) {
+        const auto action = argument(1, 0, buttonActions - 1);
+        const auto seconds = count == 2 ? numberIn(words[2], 0.0, 1e9) : usualPress;
+        if (action && seconds) press(*action, *seconds);
+        return action && seconds;
+    }
+    if (command == "battery" && count == 1) {
+        const auto level = argument(1, 0, largestBattery);
+        if (level) setBattery(*level);
+        return level.has_value();
+    }
+    if (command == "temperature" && count == 1) {
+        const auto degrees = argument(1, lowestTemperature, highestTemperature);
+        if (degrees) setTemperature(*degrees);
+        return degrees.has_value();
+    }
+    if (command == "accelerometer" && count == 3) {
+        const auto x = argument(1, 0, largestAxis);
+        const auto y = argument(2, 0, largestAxis);
+        const auto z = argument(3, 0, largestAxis);
+        if (x && y && z) setAccelerometer(*x, *y, *z);
+        return x && y && z;
+    }
+    if (count != 0) return false;
+    if (command == "silence" || command == "resume") {
+        setSilent(command == "silence");
+    } else if (command == "disconnect") {
+        actions_.disconnectCentrals();
+    } else if (command == "quit") {
+        actions_.quit();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void EmulateControls::press(int action, double seconds) {
+    // On the air the actions count from 1.
+    beacon_.pressButton(static_cast<std::int8_t>(action + 1), seconds);
+    actions_.tell("button pressed: action " + std::to_string(action));
+}
+
+void EmulateControls::setBattery(int level) {
+    beacon_.setBatteryLevel(static_cast<std::uint8_t>(level));
+    actions_.tell("battery: " + std::to_string(level) + '%');
+}
+
+void EmulateControls::setTemperature(int degrees) {
+    beacon_.setTemperature(degrees);
+    actions_.tell("temperature: " + std::to_string(degrees) + 'C');
+}
+
+void EmulateControls::setAccelerometer(int x, int y, int z) {
+    const std::array axes{x, y, z};
+    for (std::size_t i = 0; i < axes.size(); ++i) {
+        beacon_.gatt().setValueIfThere(ZOKGATTProfile::accelerometerAxes[i], bigEndian(axes[i]));
+    }
+    actions_.tell("accelerometer: " + std::to_string(x) + ' ' + std::to_string(y) + ' ' + std::to_string(z));
+}
+
+void EmulateControls::turn() {
+    constexpr int upright = 1000;
+    const std::size_t axis = turns_++ % ZOKGATTProfile::accelerometerAxes.size();
+    setAccelerometer(axis == 0 ? upright : 0, axis == 1 ? upright : 0, axis == 2 ? upright : 0);
+}
+
+void EmulateControls::setSilent(bool isSilent) {
+    isSilent ? beacon_.goOutOfRange() : beacon_.comeIntoRange();
+}
+
+}  // namespace zobiconnect

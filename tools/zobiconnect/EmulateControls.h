@@ -1,0 +1,61 @@
+#pragma once
+
+#include <sys/types.h>
+#include <termios.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/simulation/SimulatedBeacon.h"
+
+namespace zobiconnect {
+
+/// What the user does to a beacon while it is on the air: each key of a terminal does something, or else each
+/// line of a script that stdin comes from.
+class EmulateControls {
+public:
+    struct Actions {
+        std::function<void()> disconnectCentrals;
+        std::function<void()> quit;
+        /// Told in a line what was done.
+        std::function<void(const std::string& line)> tell;
+    };
+
+    /// @param beacon must outlive it.
+    EmulateControls(platform::simulation::SimulatedBeacon& beacon, Actions actions);
+    /// Gives the terminal back as it was.
+    ~EmulateControls();
+    EmulateControls(const EmulateControls&) = delete;
+    EmulateControls& operator=(const EmulateControls&) = delete;
+
+    /// What the keys do, in a line; nothing when there are none.
+    std::optional<std::string> help() const;
+
+    /// Does what was entered since the last call. Never waits.
+    void readInput();
+
+private:
+    void obeyKey(char key);
+    void obeyLine(std::string_view line);
+    /// @returns whether there is such a command, with such arguments.
+    bool obeyWords(const std::vector<std::string_view>& words);
+    void press(int action, double seconds);
+    void setBattery(int level);
+    void setTemperature(int degrees);
+    void setAccelerometer(int x, int y, int z);
+    void turn();
+    void setSilent(bool isSilent);
+
+    platform::simulation::SimulatedBeacon& beacon_;
+    Actions actions_;
+    /// How the terminal was; absent when stdin is none.
+    std::optional<termios> terminal_;
+    bool isAtEnd_ = false;
+    std::string unread_;
+    std::size_t turns_ = 0;
+};
+
+}  // namespace zobiconnect

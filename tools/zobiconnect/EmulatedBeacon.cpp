@@ -1,0 +1,190 @@
+#include "tools/zobiconnect/EmulatedBeacon.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "ZobiConnectKit/ZOKGATTProfile.h"
+#include "platform/simulation/PayloadEncoder.h"
+#include "tools/zobiconnect/GATTNames.h"
+#include "tools/zobiconnect/Hex.h"
+#include "tools/zobiconnect/Text.h"
+
+namespace zobiconnect {
+
+using platform::CBManagerState;
+using platform::GATTPlace;
+using platform::NSError;
+using platform::bluez::LocalAdvertisement;
+using platform::bluez::LocalService;
+using platform::bluez::PeripheralManager;
+using platform::simulation::BeaconDescription;
+
+namespace {
+
+std::vector<LocalService> servicesOf(const BeaconDescription& beacon) {
+    std::vector<LocalService> services;
+    for (const auto& service : beacon.services) {
+        LocalService local{service.uuid, {}};
+        for (const auto& [uuid, properties, value, width, generated, readError, writeError, notifyError] :
+             service.characteristics) {
+            local.characteristics.push_back({uuid, properties.read, properties.write,
+                                             properties.writeWithoutResponse, properties.notify});
+        }
+        services.push_back(std::move(local));
+    }
+    return services;
+}
+
+LocalAdvertisement advertisementOf(const BeaconDescription& beacon) {
+    LocalAdvertisement advertisement{.localName = beacon.localName, .services = beacon.advertisedServices};
+    if (beacon.serviceData) {
+        for (const auto& [service, data] : *beacon.serviceData) {
+            advertisement.serviceData.push_back({service, data});
+        }
+    } else {
+        advertisement.serviceData.push_back(
+            {ZOKGATTProfile::deviceInformationService, platform::simulation::encodePayload(beacon)});
+    }
+    // The fastest and the slowest that Bluetooth has.
+    advertisement.interval = std::clamp(beacon.advertisingInterval, 0.02, 10.0);
+    return advertisement;
+}
+
+std::string nameOf(const platform::CBUUID& uuid) {
+    return gattName(uuid).empty() ? uuid.UUIDString() : gattText(uuid);
+}
+
+}  // namespace
+
+EmulatedBeacon::EmulatedBeacon(platform::bluez::BlueZPlatform& platform,
+                               platform::simulation::SimulatedBeacon& beacon, Teller tell)
+    : platform_(platform), beacon_(beacon), tell_(std::move(tell)) {}
+
+EmulatedBeacon::~EmulatedBeacon() {
+    beacon_.gatt().endLink();
+}
+
+void EmulatedBeacon::start() {
+    manager_ =
+        PeripheralManager::makeOnPlatform(platform_, servicesOf(beacon_.description()), weak_from_this());
+    // A simulated beacon tells nobody that it has changed. This is often enough for a person to take it for
+    // at once, and far more often than a beacon advertises.
+    constexpr double interval = 0.05;
+    timer_ = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        interval,
+        [weakSelf = weak_from_this()](const auto& /*timer*/) {
+            if (const auto self = weakSelf.lock()) self->follow();
+        },
+        nullptr, true);
+}
+
+void EmulatedBeacon::follow() {
+    if (!beacon_.isInRange()) {
+        if (onAir_) fallSilent();
+        return;
+    }
+    auto advertisement = advertisementOf(beacon_.description());
+    if (advertisement == onAir_) return;
+    onAir_ = std::move(advertisement);
+    manager_->startAdvertising(*onAir_);
+}
+
+void EmulatedBeacon::fallSilent() {
+    onAir_.reset();
+    manager_->stopAdvertising();
+    tell_("silent");
+    // A link outlives a silence that is not long. The service can only end it in good order.
+    platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+        beacon_.description().link.supervisionTimeout,
+        [weakSelf = weak_from_this()](const auto& /*timer*/) {
+            const auto self = weakSelf.lock();
+            if (self && !self->beacon_.isInRange()) self->disconnectCentrals();
+        },
+        nullptr, false);
+}
+
+void EmulatedBeacon::end(std::function<void()> ended) {
+    isEnding_ = true;
+    timer_->invalidate();
+    manager_->end(std::move(ended));
+}
+
+void EmulatedBeacon::fail(const std::string& reason) {
+    if (isEnding_) return;
+    if (hasBeenOnAir_) return tell_(reason);
+    failure_ = reason;
+    platform_.runLoop().stop();
+}
+
+// The radio
+
+void EmulatedBeacon::peripheralManagerDidUpdateState(PeripheralManager& manager) {
+    if (manager.state() != CBManagerState::poweredOn) fail(manager.advice());
+}
+
+void EmulatedBeacon::peripheralManagerDidStartAdvertising(PeripheralManager& /*manager*/,
+                                                          const NSError* error) {
+    if (error) return fail(error->localizedDescription());
+    hasBeenOnAir_ = true;
+    const BeaconDescription& beacon = beacon_.description();
+    tell_("on the air as beacon " + std::to_string(beacon.major) + '.' + std::to_string(beacon.minor));
+}
+
+void EmulatedBeacon::peripheralManagerDidConnectCentral(PeripheralManager& manager,
+                                                        const std::string& central) {
+    tell_("connected by " + central);
+    if (!centrals_.insert(central).second || centrals_.size() > 1) return;
+    beacon_.gatt().beginLink([&manager](auto place, auto value) { manager.notify(place, value); }, random_);
+}
+
+void EmulatedBeacon::peripheralManagerDidDisconnectCentral(PeripheralManager& /*manager*/,
+                                                           const std::string& central) {
+    tell_("disconnected by " + central);
+    centrals_.erase(central);
+    if (centrals_.empty()) beacon_.gatt().endLink();
+}
+
+// Requests
+
+EmulatedBeacon::ReadAnswer EmulatedBeacon::peripheralManagerDidReceiveRead(PeripheralManager& /*manager*/,
+                                                                           GATTPlace place,
+                                                                           const std::string& /*central*/) {
+    const auto& characteristic = beacon_.gatt().at(place);
+    tell_("read: " + nameOf(characteristic.uuid));
+    if (characteristic.readError) return *characteristic.readError;
+    return *characteristic.value;
+}
+
+std::optional<NSError> EmulatedBeacon::peripheralManagerDidReceiveWrite(PeripheralManager& /*manager*/,
+                                                                        GATTPlace place,
+                                                                        std::span<const std::uint8_t> value,
+                                                                        const std::string& /*central*/) {
+    const auto& characteristic = beacon_.gatt().at(place);
+    if (characteristic.writeError) {
+        tell_("written, and refused: " + nameOf(characteristic.uuid));
+        return characteristic.writeError;
+    }
+    beacon_.gatt().write(place, {value.begin(), value.end()});
+    tellWrite(characteristic.uuid, value);
+    return std::nullopt;
+}
+
+void EmulatedBeacon::tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value) {
+    constexpr std::uint8_t noAlert = 0;
+    if (characteristic == ZOKGATTProfile::alertLevelCharacteristic && !value.empty()) {
+        return tell_(value.front() == noAlert ? "the alert is silent" : "the alert sounds");
+    }
+    if (characteristic == ZOKGATTProfile::buttonModeCharacteristic && value.size() == 1) {
+        return tell_("button mode written: " + std::to_string(value.front()));
+    }
+    tell_("written: " + nameOf(characteristic) + ' ' + hexText(value));
+}
+
+void EmulatedBeacon::peripheralManagerDidChangeSubscription(PeripheralManager& /*manager*/, GATTPlace place,
+                                                            bool isSubscribed) {
+    tell_(std::string(isSubscribed ? "subscribed: " : "unsubscribed: ") +
+          nameOf(beacon_.gatt().at(place).uuid));
+}
+
+}  // namespace zobiconnect

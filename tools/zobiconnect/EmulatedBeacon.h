@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+#include <span>
+#include <string>
+
+#include "platform/bluez/BlueZPlatform.h"
+#include "platform/bluez/PeripheralManager.h"
+#include "platform/simulation/SimulatedBeacon.h"
+
+namespace zobiconnect {
+
+/// Puts a simulated beacon on the real air, through the radio of this machine: it advertises what the beacon
+/// advertises and offers what the beacon offers, so that whatever happens to the beacon happens on the air.
+///
+/// What the beacon only simulates is left to the air: signal strengths, failing connections and discoveries.
+class EmulatedBeacon final : public platform::bluez::PeripheralManagerDelegate,
+                             public std::enable_shared_from_this<EmulatedBeacon> {
+public:
+    /// Told in a line what happens.
+    using Teller = std::function<void(const std::string& line)>;
+
+    /// @param platform,beacon must outlive it.
+    EmulatedBeacon(platform::bluez::BlueZPlatform& platform, platform::simulation::SimulatedBeacon& beacon,
+                   Teller tell);
+    ~EmulatedBeacon() override;
+    EmulatedBeacon(const EmulatedBeacon&) = delete;
+    EmulatedBeacon& operator=(const EmulatedBeacon&) = delete;
+
+    void start();
+
+    /// Why it cannot be put on the air at all: whole sentences; the run loop is stopped when they are known.
+    /// What is in the way later, once it has been there, is told in a line instead.
+    const std::string& failure() const { return failure_; }
+
+    void disconnectCentrals() { manager_->disconnectCentrals(); }
+
+    /// Takes the beacon off the air, and calls `ended` when it is.
+    void end(std::function<void()> ended);
+
+    void peripheralManagerDidUpdateState(platform::bluez::PeripheralManager& manager) override;
+    void peripheralManagerDidStartAdvertising(platform::bluez::PeripheralManager& manager,
+                                              const platform::NSError* error) override;
+    void peripheralManagerDidConnectCentral(platform::bluez::PeripheralManager& manager,
+                                            const std::string& central) override;
+    void peripheralManagerDidDisconnectCentral(platform::bluez::PeripheralManager& manager,
+                                               const std::string& central) override;
+    ReadAnswer peripheralManagerDidReceiveRead(platform::bluez::PeripheralManager& manager,
+                                               platform::GATTPlace place,
+                                               const std::string& central) override;
+    std::optional<platform::NSError> peripheralManagerDidReceiveWrite(
+        platform::bluez::PeripheralManager& manager, platform::GATTPlace place,
+        std::span<const std::uint8_t> value, const std::string& central) override;
+    void peripheralManagerDidChangeSubscription(platform::bluez::PeripheralManager& manager,
+                                                platform::GATTPlace place, bool isSubscribed) override;
+
+private:
+    /// Brings the air up to date with the beacon.
+    void follow();
+    void fallSilent();
+    void fail(const std::string& reason);
+    void tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value);
+
+    platform::bluez::BlueZPlatform& platform_;
+    platform::simulation::SimulatedBeacon& beacon_;
+    Teller tell_;
+    std::shared_ptr<platform::bluez::PeripheralManager> manager_;
+    std::optional<platform::bluez::LocalAdvertisement> onAir_;
+    std::set<std::string> centrals_;
+    std::minstd_rand random_;
+    bool hasBeenOnAir_ = false;
+    bool isEnding_ = false;
+    std::string failure_;
+    std::shared_ptr<platform::NSTimer> timer_;
+};
+
+}  // namespace zobiconnect

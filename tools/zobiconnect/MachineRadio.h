@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/Platform.h"
+
+namespace zobiconnect {
+
+/// Whether the tool was built with the radio of this machine.
+#ifdef ZOBICONNECT_BLUEZ
+inline constexpr bool hasMachineRadio = true;
+#else
+inline constexpr bool hasMachineRadio = false;
+#endif
+
+/// A platform over the radio of this machine, which is on.
+/// @param adapter its name or address; empty for any.
+/// @param log whether the library's log lines are printed.
+/// @throws Failure when the radio cannot be used, or is not part of this tool.
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log);
+
+}  // namespace zobiconnect
