@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <optional>
 #include <span>
@@ -15,6 +14,7 @@
 
 #include "platform/UTF8.h"
 #include "platform/standard/KeyedArchive.h"
+#include "support.h"
 
 namespace {
 
@@ -23,10 +23,6 @@ using platform::NSKeyedUnarchiver;
 using platform::NSNumber;
 
 constexpr std::array<std::string_view, 4> keys{"", "a", "b", "key"};
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 bool isRefused(const std::function<void()>& action) {
     try {

@@ -3,31 +3,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/simulation/SimulatedPlatform.h"
+#include "support.h"
 
 namespace {
 
 using platform::simulation::SimulatedPlatform;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
-
-bool isComplete(std::span<const std::uint8_t> payload) {
-    if (payload.size() < 12) return payload.size() == 11;
-    switch (payload[11]) {
-        case 3:
-            return payload.size() >= 16;
-        case 2:
-            return payload.size() >= 14;
-        default:
-            return payload.size() >= 13;
-    }
-}
 
 bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform) {
     try {

@@ -1,0 +1,99 @@
+#include "benchmarks/bluez/PlainClient.h"
+
+#include <poll.h>
+
+#include <string_view>
+#include <system_error>
+
+#include "benchmarks/bluez/Sender.h"
+#include "platform/simulation/PayloadEncoder.h"
+
+namespace bluez_bench {
+
+namespace {
+
+int check(int result) {
+    if (result < 0) throw std::system_error(-result, std::generic_category(), "the plain client");
+    return result;
+}
+
+}  // namespace
+
+PlainClient::PlainClient(int socket, std::size_t beacons) {
+    for (std::size_t i = 0; i < beacons; ++i) {
+        floor_work::takeIn(platform::simulation::encodePayload(numberedBeacon(i)), nullptr, records_);
+    }
+    check(sd_bus_new(&bus_));
+    check(sd_bus_set_fd(bus_, socket, socket));
+    check(sd_bus_set_bus_client(bus_, 1));
+    check(sd_bus_start(bus_));
+    check(sd_bus_add_match(bus_, nullptr,
+                           "type='signal',interface='org.freedesktop.DBus.Properties',"
+                           "member='PropertiesChanged',path_namespace='/org/bluez'",
+                           &PlainClient::signalCame, this));
+}
+
+PlainClient::~PlainClient() {
+    sd_bus_close_unref(bus_);
+}
+
+void PlainClient::takeAll() {
+    isOver_ = false;
+    while (!isOver_) {
+        if (check(sd_bus_process(bus_, nullptr)) > 0) continue;
+        pollfd polled{sd_bus_get_fd(bus_), static_cast<short>(check(sd_bus_get_events(bus_))), 0};
+        if (::poll(&polled, 1, -1) < 0) check(-errno);
+    }
+}
+
+int PlainClient::signalCame(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+    static_cast<PlainClient*>(self)->take(message);
+    return 1;
+}
+
+void PlainClient::take(sd_bus_message* message) {
+    const char* text = nullptr;
+    check(sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)));
+    check(sd_bus_message_enter_container(message, 'a', "{sv}"));
+    while (check(sd_bus_message_enter_container(message, 'e', "sv")) > 0) {
+        check(sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)));
+        const std::string_view name = text;
+        if (name == "RSSI") {
+            std::int16_t strength = 0;
+            check(sd_bus_message_enter_container(message, 'v', "n"));
+            check(sd_bus_message_read_basic(message, 'n', &strength));
+            check(sd_bus_message_exit_container(message));
+            strengths_ += strength;
+        } else if (name == "ServiceData") {
+            const void* data = nullptr;
+            std::size_t size = 0;
+            check(sd_bus_message_enter_container(message, 'v', "a{sv}"));
+            check(sd_bus_message_enter_container(message, 'a', "{sv}"));
+            check(sd_bus_message_enter_container(message, 'e', "sv"));
+            check(sd_bus_message_read_basic(message, 's', static_cast<void*>(&text)));
+            check(sd_bus_message_enter_container(message, 'v', "ay"));
+            check(sd_bus_message_read_array(message, 'y', &data, &size));
+            for (int i = 0; i < 4; ++i) check(sd_bus_message_exit_container(message));
+            takePayload({static_cast<const std::uint8_t*>(data), size});
+        } else {
+            check(sd_bus_message_skip(message, "v"));
+        }
+        check(sd_bus_message_exit_container(message));
+    }
+}
+
+void PlainClient::takePayload(std::span<const std::uint8_t> payload) {
+    constexpr std::size_t payloadSize = 16;
+    if (payload.size() != payloadSize) return;
+    const std::int64_t major = payload[7] << 8 | payload[8];
+    const std::int64_t minor = payload[9] << 8 | payload[10];
+    ++taken_;
+    for (const auto& record : records_) {
+        if (record->major.integerValue() != major || record->minor.integerValue() != minor) continue;
+        record->timestamp = static_cast<std::int64_t>(taken_);
+        ++stamped_;
+    }
+    if (payload.back() == lastCode) isOver_ = true;
+}
+
+}  // namespace bluez_bench

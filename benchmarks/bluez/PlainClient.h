@@ -1,0 +1,46 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "benchmarks/Floor.h"
+
+namespace bluez_bench {
+
+/// The least that takes advertisements from the bus to a list: what the radio and the library are measured
+/// against. A program of sd-bus alone, with one match rule. It reads the signal strength and the service
+/// data, and passes once over as many records as there are beacons, stamping those of equal numbers.
+class PlainClient {
+public:
+    /// @param socket a connection to a bus, which it takes over.
+    PlainClient(int socket, std::size_t beacons);
+    ~PlainClient();
+    PlainClient(const PlainClient&) = delete;
+    PlainClient& operator=(const PlainClient&) = delete;
+
+    /// Takes in what comes until a payload has `lastCode`.
+    void takeAll();
+
+    std::size_t taken() const { return taken_; }
+    /// How many records were stamped, each as often as it was.
+    std::size_t stamped() const { return stamped_; }
+    /// The sum of the signal strengths.
+    std::int64_t strengths() const { return strengths_; }
+
+private:
+    static int signalCame(sd_bus_message* message, void* self, sd_bus_error* error);
+    void take(sd_bus_message* message);
+    void takePayload(std::span<const std::uint8_t> payload);
+
+    sd_bus* bus_ = nullptr;
+    floor_work::Records records_;
+    std::size_t taken_ = 0;
+    std::size_t stamped_ = 0;
+    std::int64_t strengths_ = 0;
+    bool isOver_ = false;
+};
+
+}  // namespace bluez_bench

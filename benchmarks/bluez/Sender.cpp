@@ -1,0 +1,351 @@
+#include "benchmarks/bluez/Sender.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <random>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "platform/simulation/PayloadEncoder.h"
+
+namespace bluez_bench {
+
+using platform::simulation::BeaconDescription;
+using std::chrono::nanoseconds;
+
+namespace {
+
+constexpr const char* service = ":1.1";
+constexpr const char* adapter = "/org/bluez/hci0";
+constexpr const char* deviceInterface = "org.bluez.Device1";
+
+int check(int result) {
+    if (result < 0) throw std::system_error(-result, std::generic_category(), "the sender");
+    return result;
+}
+
+int checkCall(long result) {
+    return check(result < 0 ? -errno : static_cast<int>(result));
+}
+
+struct Unref {
+    void operator()(sd_bus* bus) const { sd_bus_unref(bus); }
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using BusPointer = std::unique_ptr<sd_bus, Unref>;
+using MessagePointer = std::unique_ptr<sd_bus_message, Unref>;
+
+std::string addressOf(std::size_t number, char separator) {
+    const auto address = numberedBeacon(number).macAddress;
+    std::array<char, 24> text{};
+    std::snprintf(text.data(), text.size(), "%02X%c%02X%c%02X%c%02X%c%02X%c%02X", address[0], separator,
+                  address[1], separator, address[2], separator, address[3], separator, address[4], separator,
+                  address[5]);
+    return text.data();
+}
+
+std::string pathOf(std::size_t number) {
+    return std::string(adapter) + "/dev_" + addressOf(number, '_');
+}
+
+std::int16_t signalStrengthOf(std::size_t number) {
+    return static_cast<std::int16_t>(-40 - static_cast<int>(number % 50));
+}
+
+nanoseconds now() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+std::array<int, 2> connectedSockets() {
+    std::array<int, 2> ends{};
+    checkCall(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()));
+    return ends;
+}
+
+void writeAll(int socket, std::string_view bytes) {
+    while (!bytes.empty()) {
+        bytes.remove_prefix(static_cast<std::size_t>(checkCall(::write(socket, bytes.data(), bytes.size()))));
+    }
+}
+
+/// The bus's side of a connection over `socket`.
+BusPointer serve(int socket) {
+    sd_bus* bus = nullptr;
+    check(sd_bus_new(&bus));
+    BusPointer owner(bus);
+    check(sd_bus_set_fd(bus, socket, socket));
+    sd_id128_t id{};
+    check(sd_id128_randomize(&id));
+    check(sd_bus_set_server(bus, 1, id));
+    check(sd_bus_set_anonymous(bus, 1));
+    check(sd_bus_start(bus));
+    return owner;
+}
+
+/// Makes the bytes of signals, by sending each to itself: so they are written once and sent often.
+class Recorder {
+public:
+    Recorder() {
+        constexpr std::string_view handshake("\0AUTH ANONYMOUS\r\nBEGIN\r\n", 24);
+        writeAll(ends_[1], handshake);
+        while (check(sd_bus_is_ready(bus_.get())) == 0) check(sd_bus_process(bus_.get(), nullptr));
+        read();
+    }
+    ~Recorder() { ::close(ends_[1]); }
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+
+    /// What the service signals for an advertisement of a device that it knows.
+    std::string propertiesChanged(std::size_t beacon, int code) const {
+        const auto message = signal(pathOf(beacon), "org.freedesktop.DBus.Properties", "PropertiesChanged");
+        sd_bus_message* const raw = message.get();
+        check(sd_bus_message_append(raw, "s", deviceInterface));
+        open(raw, 'a', "{sv}");
+        check(sd_bus_message_append(raw, "{sv}", "RSSI", "n", signalStrengthOf(beacon)));
+        appendServiceData(raw, beacon, code);
+        close(raw, 1);
+        check(sd_bus_message_append(raw, "as", 0));
+        return bytesOf(message);
+    }
+
+    /// What it signals for the first one.
+    std::string interfacesAdded(std::size_t beacon) const {
+        const auto message = signal("/", "org.freedesktop.DBus.ObjectManager", "InterfacesAdded");
+        sd_bus_message* const raw = message.get();
+        check(sd_bus_message_append(raw, "o", pathOf(beacon).c_str()));
+        open(raw, 'a', "{sa{sv}}");
+        check(sd_bus_message_append(raw, "{sa{sv}}", "org.freedesktop.DBus.Introspectable", 0));
+        open(raw, 'e', "sa{sv}");
+        check(sd_bus_message_append(raw, "s", deviceInterface));
+        open(raw, 'a', "{sv}");
+        const std::string address = addressOf(beacon, ':');
+        const std::array<std::pair<const char*, const char*>, 4> texts{{{"Address", address.c_str()},
+                                                                        {"AddressType", "public"},
+                                                                        {"Name", "morvane"},
+                                                                        {"Alias", "morvane"}}};
+        for (const auto& [name, text] : texts) {
+            check(sd_bus_message_append(raw, "{sv}", name, "s", text));
+        }
+        for (const char* const name :
+             {"Paired", "Bonded", "Trusted", "Blocked", "LegacyPairing", "Connected", "ServicesResolved"}) {
+            check(sd_bus_message_append(raw, "{sv}", name, "b", 0));
+        }
+        check(sd_bus_message_append(raw, "{sv}", "RSSI", "n", signalStrengthOf(beacon)));
+        check(sd_bus_message_append(raw, "{sv}", "UUIDs", "as", 1, "00001320-0000-1000-8000-00805f9b34fb"));
+        check(sd_bus_message_append(raw, "{sv}", "Adapter", "o", adapter));
+        appendServiceData(raw, beacon, 0);
+        close(raw, 2);
+        check(sd_bus_message_append(raw, "{sa{sv}}", "org.freedesktop.DBus.Properties", 0));
+        close(raw, 1);
+        return bytesOf(message);
+    }
+
+private:
+    MessagePointer signal(const std::string& path, const char* interface, const char* member) const {
+        sd_bus_message* raw = nullptr;
+        check(sd_bus_message_new_signal(bus_.get(), &raw, path.c_str(), interface, member));
+        MessagePointer message(raw);
+        check(sd_bus_message_set_sender(raw, service));
+        return message;
+    }
+
+    static void open(sd_bus_message* message, char type, const char* contents) {
+        check(sd_bus_message_open_container(message, type, contents));
+    }
+
+    static void close(sd_bus_message* message, int count) {
+        for (int i = 0; i < count; ++i) check(sd_bus_message_close_container(message));
+    }
+
+    static void appendServiceData(sd_bus_message* message, std::size_t beacon, int code) {
+        BeaconDescription description = numberedBeacon(beacon);
+        description.buttonAction = static_cast<std::int8_t>(code);
+        const auto payload = platform::simulation::encodePayload(description);
+        open(message, 'e', "sv");
+        check(sd_bus_message_append(message, "s", "ServiceData"));
+        open(message, 'v', "a{sv}");
+        open(message, 'a', "{sv}");
+        open(message, 'e', "sv");
+        check(sd_bus_message_append(message, "s", "0000180a-0000-1000-8000-00805f9b34fb"));
+        open(message, 'v', "ay");
+        check(sd_bus_message_append_array(message, 'y', payload.data(), payload.size()));
+        close(message, 5);
+    }
+
+    std::string bytesOf(const MessagePointer& message) const {
+        check(sd_bus_send(bus_.get(), message.get(), nullptr));
+        check(sd_bus_flush(bus_.get()));
+        return read();
+    }
+
+    std::string read() const {
+        std::array<char, 4096> bytes{};
+        return {bytes.data(),
+                static_cast<std::size_t>(checkCall(::read(ends_[1], bytes.data(), bytes.size())))};
+    }
+
+    std::array<int, 2> ends_ = connectedSockets();
+    BusPointer bus_ = serve(ends_[0]);
+};
+
+/// What the other process does.
+class Service {
+public:
+    Service(int socket, int control, std::size_t beacons)
+        : socket_(socket), control_(control), bus_(serve(socket)) {
+        check(sd_bus_add_filter(bus_.get(), nullptr, &Service::answer, nullptr));
+        const Recorder recorder;
+        for (std::size_t i = 0; i < beacons; ++i) {
+            order_.push_back(i);
+            found_.push_back(recorder.interfacesAdded(i));
+            quiet_.push_back(recorder.propertiesChanged(i, 0));
+            pressed_.push_back(recorder.propertiesChanged(i, pressCode));
+        }
+        last_ = recorder.propertiesChanged(0, lastCode);
+        // Beacons do not advertise in the order in which they were found.
+        std::ranges::shuffle(order_, std::minstd_rand(1));
+    }
+
+    /// Until the client or the one who gives the orders is gone.
+    void run() {
+        while (true) {
+            int result = 0;
+            do {
+                result = sd_bus_process(bus_.get(), nullptr);
+            } while (result > 0);
+            if (result < 0) return;
+            const auto events = static_cast<short>(sd_bus_get_events(bus_.get()));
+            std::array<pollfd, 2> polled{{{socket_, events, 0}, {control_, POLLIN, 0}}};
+            checkCall(::poll(polled.data(), polled.size(), -1));
+            if (polled[1].revents == 0) continue;
+            Traffic traffic{};
+            if (checkCall(::read(control_, &traffic, sizeof traffic)) != sizeof traffic) return;
+            // What follows goes past the bus's own connection.
+            check(sd_bus_flush(bus_.get()));
+            traffic.signals == 0 ? announce() : send(traffic);
+        }
+    }
+
+private:
+    static int answer(sd_bus_message* call, void* /*self*/, sd_bus_error* /*error*/) {
+        // The end of the connection is a signal.
+        if (sd_bus_message_is_method_call(call, nullptr, nullptr) == 0) return 0;
+        const std::string_view member = sd_bus_message_get_member(call);
+        sd_bus_message* raw = nullptr;
+        check(sd_bus_message_new_method_return(call, &raw));
+        const MessagePointer reply(raw);
+        if (member == "Hello") check(sd_bus_message_append(raw, "s", ":1.7"));
+        if (member == "GetNameOwner") check(sd_bus_message_append(raw, "s", service));
+        if (member == "GetManagedObjects") {
+            check(sd_bus_message_append(raw, "a{oa{sa{sv}}}", 1, adapter, 1, "org.bluez.Adapter1", 2,
+                                        "Address", "s", "00:00:5E:00:53:01", "Powered", "b", 1));
+        }
+        check(sd_bus_send(sd_bus_message_get_bus(call), raw, nullptr));
+        return 1;
+    }
+
+    void announce() const {
+        for (const std::string& signal : found_) writeAll(socket_, signal);
+    }
+
+    void send(const Traffic& traffic) const {
+        std::vector<nanoseconds> pressTimes;
+        std::string crowd;
+        const nanoseconds start = now();
+        for (std::size_t i = 0; i < traffic.signals; ++i) {
+            const std::size_t beacon = order_[i % order_.size()];
+            if (traffic.interval == nanoseconds::zero()) {
+                // Many at once, so that the next ones are there before these are taken.
+                constexpr std::size_t crowdSize = 65536;
+                crowd += quiet_[beacon];
+                if (crowd.size() >= crowdSize) writeAll(socket_, std::exchange(crowd, {}));
+                continue;
+            }
+            waitUntil(start + static_cast<nanoseconds::rep>(i) * traffic.interval);
+            const bool isPress = traffic.pressEvery > 0 && i % traffic.pressEvery == traffic.pressEvery - 1;
+            if (isPress) pressTimes.push_back(now());
+            writeAll(socket_, isPress ? pressed_[beacon] : quiet_[beacon]);
+        }
+        writeAll(socket_, crowd + last_);
+        const auto* const bytes = static_cast<const void*>(pressTimes.data());
+        writeAll(control_, {static_cast<const char*>(bytes), pressTimes.size() * sizeof(nanoseconds)});
+    }
+
+    static void waitUntil(nanoseconds moment) {
+        constexpr long second = 1'000'000'000;
+        const timespec until{moment.count() / second, moment.count() % second};
+        ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
+    }
+
+    int socket_;
+    int control_;
+    BusPointer bus_;
+    // By the numbers of the beacons.
+    std::vector<std::string> found_;
+    std::vector<std::string> quiet_;
+    std::vector<std::string> pressed_;
+    std::string last_;
+    std::vector<std::size_t> order_;
+};
+
+}  // namespace
+
+BeaconDescription numberedBeacon(std::size_t number) {
+    const auto high = static_cast<std::uint8_t>(number >> 8);
+    const auto low = static_cast<std::uint8_t>(number & 0xFF);
+    return {.macAddress = {0x00, 0x00, 0x5E, 0x00, high, low},
+            .major = 1,
+            .minor = static_cast<std::uint16_t>(number)};
+}
+
+Sender::Sender(std::size_t beacons)
+    : bus_(connectedSockets()), control_(connectedSockets()), process_(checkCall(::fork())) {
+    const std::size_t mine = process_ == 0 ? 1 : 0;
+    ::close(bus_[1 - mine]);
+    ::close(control_[1 - mine]);
+    if (process_ != 0) return;
+    try {
+        Service(bus_[mine], control_[mine], beacons).run();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+    }
+    ::_exit(0);
+}
+
+Sender::~Sender() {
+    ::close(control_[0]);
+    ::waitpid(process_, nullptr, 0);
+}
+
+void Sender::send(const Traffic& traffic) const {
+    checkCall(::write(control_[0], &traffic, sizeof traffic));
+}
+
+std::vector<nanoseconds> Sender::pressTimes(std::size_t presses) const {
+    std::vector<nanoseconds> times(presses);
+    auto bytes = std::as_writable_bytes(std::span(times));
+    while (!bytes.empty()) {
+        const auto size =
+            static_cast<std::size_t>(checkCall(::read(control_[0], bytes.data(), bytes.size())));
+        if (size == 0) throw std::system_error(EPIPE, std::generic_category(), "the sender");
+        bytes = bytes.subspan(size);
+    }
+    return times;
+}
+
+}  // namespace bluez_bench

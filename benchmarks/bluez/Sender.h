@@ -1,0 +1,60 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/simulation/BeaconDescription.h"
+
+namespace bluez_bench {
+
+/// Beacons of different numbers differ in address and minor.
+platform::simulation::BeaconDescription numberedBeacon(std::size_t number);
+
+/// The codes of the button in what is sent.
+inline constexpr int pressCode = 1;
+inline constexpr int lastCode = 3;
+
+/// What is to be sent: signals of advertisements, of all beacons in turn.
+struct Traffic {
+    std::size_t signals;
+    /// From one to the next; zero for full speed.
+    std::chrono::nanoseconds interval{};
+    /// Each so many-th has a pressed button; zero for none.
+    std::size_t pressEvery = 0;
+};
+
+/// A process of its own that plays the message bus and the Bluetooth service on it for one client, so that
+/// what sending takes is not the client's. Its signals are those of the service for a scan that reports each
+/// advertisement.
+class Sender {
+public:
+    /// With so many beacons in range, which it does not tell of yet.
+    explicit Sender(std::size_t beacons);
+    /// Ends the process.
+    ~Sender();
+    Sender(const Sender&) = delete;
+    Sender& operator=(const Sender&) = delete;
+
+    /// The client's end of the connection to the bus, for the client to close.
+    int clientSocket() const { return bus_[0]; }
+
+    /// Begins to tell of the beacons, each as a device that was just found.
+    void announce() const { send({0}); }
+    /// Begins to send. One more signal follows at the end, with a pressed button of `lastCode`.
+    void send(const Traffic& traffic) const;
+    /// When the signals of so many pressed buttons were sent, on the monotonic clock. Waits for the end.
+    std::vector<std::chrono::nanoseconds> pressTimes(std::size_t presses) const;
+
+private:
+    // Of each connection, the first end is this process's, and the second the other one's.
+    std::array<int, 2> bus_;
+    std::array<int, 2> control_;
+    pid_t process_;
+};
+
+}  // namespace bluez_bench

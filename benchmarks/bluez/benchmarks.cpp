@@ -1,0 +1,212 @@
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ZobiConnectKit/ZobiConnectKit.h"
+#include "benchmarks/bluez/PlainClient.h"
+#include "benchmarks/bluez/Sender.h"
+#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/radio/BlueZCentral.h"
+#include "platform/bluez/radio/RadioContext.h"
+#include "platform/standard/PollWaiting.h"
+#include "platform/standard/StandardPlatform.h"
+
+using platform::bluez::Bus;
+using std::chrono::nanoseconds;
+
+namespace bluez_bench {
+
+namespace {
+
+nanoseconds now() {
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+/// The radio of Linux, over a connection that is there already, with the log off.
+class RadioPlatform final : public platform::StandardPlatform {
+public:
+    explicit RadioPlatform(int socket) : RadioPlatform(socket, new platform::PollWaiting) {}
+    ~RadioPlatform() override { shutDown(); }
+
+    std::shared_ptr<platform::CBCentralManager> makeCentralManager(
+        std::weak_ptr<platform::CBCentralManagerDelegate> delegate) override {
+        auto central = std::make_shared<platform::bluez::BlueZCentral>(context_, std::move(delegate));
+        runLoop().dispatchAsync([central] { central->start(); });
+        return central;
+    }
+
+private:
+    RadioPlatform(int socket, platform::PollWaiting* waiting)
+        : StandardPlatform(Time::real, std::unique_ptr<platform::PollWaiting>(waiting)),
+          context_{runLoop(),
+                   clock(),
+                   log(),
+                   *waiting,
+                   [socket](const Bus::Context& context) { return Bus::overSocket(socket, context); },
+                   [](const std::string& /*adapter*/) { return nullptr; },
+                   ""} {
+        log().setSink(nullptr);
+    }
+
+    platform::bluez::RadioContext context_;
+};
+
+/// Monitors as soon as it can, and stops the loop when the last signal has come.
+struct Listener final : ZOKManagerDelegate {
+    explicit Listener(platform::RunLoop& loop) : runLoop(loop) {}
+
+    void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
+                                                    int state) override {
+        if (state == static_cast<int>(platform::CBManagerState::poweredOn)) manager->startMonitoring();
+    }
+    void zobiConnectManagerDidRangeBeacon(
+        const std::shared_ptr<ZOKManager>& /*manager*/,
+        const std::vector<std::shared_ptr<ZOKBeacon>>& /*beacons*/) override {
+        ++reports;
+    }
+    void zobiConnectManagerDidButtonActionChangedForBeacon(
+        const std::shared_ptr<ZOKManager>& /*manager*/, int action,
+        const std::shared_ptr<ZOKBeacon>& /*beacon*/) override {
+        // The payload's code begins with 1, the action with 0.
+        if (action == lastCode - 1) return runLoop.stop();
+        pressesTold.push_back(now());
+    }
+
+    platform::RunLoop& runLoop;
+    std::size_t reports = 0;
+    std::vector<nanoseconds> pressesTold;
+};
+
+/// A manager that monitors over the radio, with beacons that are live.
+struct Stack {
+    explicit Stack(std::size_t beacons) : sender(beacons), platform(sender.clientSocket()) {
+        manager->setDelegate(listener);
+        const auto waitFor = [this](const auto& isThere) {
+            while (!isThere()) platform.runLoop().runFor(0.01);
+        };
+        waitFor([this] { return manager->centralManager()->isScanning(); });
+        sender.announce();
+        waitFor([&] { return manager->liveBeacons().size() == beacons; });
+    }
+
+    void takeAll() { platform.runLoop().run(); }
+
+    Sender sender;
+    RadioPlatform platform;
+    std::shared_ptr<Listener> listener = std::make_shared<Listener>(platform.runLoop());
+    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
+};
+
+/// So that each figure is one of a single advertisement.
+void countSignals(benchmark::State& state, const Traffic& traffic) {
+    state.counters["per_advertisement"] =
+        benchmark::Counter(static_cast<double>(traffic.signals + 1),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void takeByFloor(benchmark::State& state, const Traffic& traffic) {
+    const auto beacons = static_cast<std::size_t>(state.range(0));
+    const Sender sender(beacons);
+    PlainClient client(sender.clientSocket(), beacons);
+    for ([[maybe_unused]] auto _ : state) {
+        sender.send(traffic);
+        client.takeAll();
+    }
+    countSignals(state, traffic);
+    const std::size_t expected = static_cast<std::size_t>(state.iterations()) * (traffic.signals + 1);
+    if (client.taken() != expected || client.stamped() != expected || client.strengths() >= 0) {
+        state.SkipWithError("signals were lost");
+    }
+}
+
+void takeByLibrary(benchmark::State& state, const Traffic& traffic) {
+    const auto beacons = static_cast<std::size_t>(state.range(0));
+    Stack stack(beacons);
+    const std::int64_t start = stack.platform.clock().secondsSince1970();
+    for ([[maybe_unused]] auto _ : state) {
+        stack.sender.send(traffic);
+        stack.takeAll();
+    }
+    countSignals(state, traffic);
+    const auto& live = stack.manager->liveBeacons();
+    const bool isEachHeard =
+        std::ranges::all_of(live, [&](const auto& beacon) { return beacon->timestamp() >= start; });
+    if (live.size() != beacons || !isEachHeard) state.SkipWithError("a beacon was not heard");
+}
+
+// As fast as they can be taken.
+
+constexpr Traffic flood{.signals = 40'000};
+
+void fewAndMany(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Arg(32)->Arg(1000)->Iterations(1)->MeasureProcessCPUTime();
+}
+
+BENCHMARK_CAPTURE(takeByFloor, flood, flood)->Name("Flood/floor")->Apply(fewAndMany);
+BENCHMARK_CAPTURE(takeByLibrary, flood, flood)->Name("Flood/library")->Apply(fewAndMany);
+
+// 200 beacons, each of which sends ten in a second.
+
+constexpr int crowd = 200;
+constexpr Traffic steady{.signals = 2000, .interval = std::chrono::microseconds(500)};
+
+void ofCrowd(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Arg(crowd)->Iterations(1)->MeasureProcessCPUTime();
+}
+
+BENCHMARK_CAPTURE(takeByFloor, steady, steady)->Name("Steady/floor")->Apply(ofCrowd);
+BENCHMARK_CAPTURE(takeByLibrary, steady, steady)->Name("Steady/library")->Apply(ofCrowd);
+
+void button(benchmark::State& state) {
+    // No divisor of what gathers between two looks, so that the presses fall on all moments between them.
+    constexpr std::size_t pressEvery = 19;
+    constexpr Traffic presses{.signals = 4000, .interval = steady.interval, .pressEvery = pressEvery};
+    constexpr std::size_t count = presses.signals / pressEvery;
+    Stack stack(crowd);
+    nanoseconds longest{};
+    for ([[maybe_unused]] auto _ : state) {
+        stack.listener->pressesTold.clear();
+        stack.sender.send(presses);
+        stack.takeAll();
+        const auto sent = stack.sender.pressTimes(count);
+        const auto& told = stack.listener->pressesTold;
+        if (told.size() != count) return state.SkipWithError("a pressed button was not told of");
+        for (std::size_t i = 0; i < count; ++i) longest = std::max(longest, told[i] - sent[i]);
+    }
+    state.counters["presses"] = count;
+    state.counters["longest_latency"] = std::chrono::duration<double>(longest).count();
+}
+BENCHMARK(button)->Name("Button")->Iterations(1)->Repetitions(3);
+
+void idle(benchmark::State& state) {
+    constexpr double seconds = 10;
+    Stack stack(0);
+    for ([[maybe_unused]] auto _ : state) stack.platform.runLoop().runFor(seconds);
+    state.counters["cpu_per_second"] = benchmark::Counter(
+        seconds, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    if (!stack.manager->centralManager()->isScanning() || stack.listener->reports < 9) {
+        state.SkipWithError("it did not monitor");
+    }
+}
+BENCHMARK(idle)->Name("Idle")->Iterations(1)->Repetitions(2)->MeasureProcessCPUTime();
+
+}  // namespace
+
+}  // namespace bluez_bench
+
+int main(int argc, char** argv) {
+    // From a program's second thread on, references are counted with atomic operations.
+    std::thread([] {}).join();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
