@@ -222,6 +222,35 @@ TEST_P(BlueZRadio, OnlyWhatIsHeardIsASighting) {
     EXPECT_EQ(watcher->events.back(), "morvane 180A:16 -40") << "name and data came in two signals";
 }
 
+TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
+    beacon.isInRange = true;
+    sight();
+    service.connectByOther(beacon);
+    pass(2);
+    beacon.isInRange = false;
+    service.endLink(beacon, 0x13);
+    const auto watcher = std::make_shared<Watcher>();
+    const auto watched = machine.makeCentralManager(watcher);
+    pass(1);
+    const auto told = [&] {
+        pass(5);
+        return std::exchange(watcher->events, {});
+    };
+    told();
+    const Properties heard{{"RSSI", std::int16_t{-50}}, {"ServiceData", beacon.serviceData}};
+    watched->scanForPeripheralsWithServicesOptions({}, {});
+    signal(heard);
+    EXPECT_THAT(told(), ElementsAre("Beacon 7 180A:16 -50")) << "the service remembers it from the link";
+    signal({{"Name", "morvane"}, {"RSSI", std::int16_t{-50}}});
+    for (int i = 0; i < 3; ++i) signal(heard);
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50"));
+    service.forget(beacon);
+    beacon.isInRange = true;
+    EXPECT_THAT(told(), IsEmpty()) << "the scan knows it though the service has forgotten it";
+    watched->scanForPeripheralsWithServicesOptions({}, {});
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -60"));
+}
+
 TEST_P(BlueZRadio, AScanThatDoesNotStartOrStopIsTriedAgain) {
     beacon.isInRange = true;
     const std::array<Script, 6> troubles{fails("InProgress", "Operation already in progress", 2),
@@ -285,6 +314,13 @@ TEST_P(BlueZRadio, HostileDataIsPassedOver) {
         service.emit(beacon.path(), propertiesInterface, member, wrongBody);
         service.emit("/", objectManagerInterface, member, wrongBody);
     }
+    service.crash();
+    service.scripts["GetManagedObjects"] = {.acts = false, .times = 1};
+    service.start();
+    EXPECT_TRUE(heard("state 1")) << "an answer without a list is none";
+    EXPECT_TRUE(heard("state 5"));
+    takeEvents();
+    sight();
     // Some of it was of the right kind.
     signal({{"Name", beacon.name}, {"UUIDs", beacon.uuids}});
     EXPECT_THAT(eventsIn(1), IsEmpty()) << "the radio is as it was";

@@ -62,6 +62,7 @@ void HCISocket::watchLink(const DeviceAddress& device) {
     // What it reads of a link that had the same handle is about the one before.
     drain();
     linkIsNew(device);
+    std::erase_if(devices_, [&](const auto& entry) { return entry.second == device; });
     LinkList list{controller_, mostLinks, {}};
     if (::ioctl(fileDescriptor(), listLinks, &list) != 0) return;
     for (std::size_t i = 0; i < std::min<std::size_t>(list.count, mostLinks); ++i) {

@@ -54,6 +54,9 @@ void BlueZCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID>
     options_ = options;
     isScanning_ = true;
     ++scansStarted_;
+    std::erase_if(peripherals_, [](const auto& entry) {
+        return entry.second->isIdle() && entry.second.use_count() == 1;
+    });
     if (!attempts_->isAttempting()) discovery_->begin(discoveryFilter());
 }
 
@@ -106,7 +109,7 @@ void BlueZCentral::deviceDidAppear(Device& device) {
 void BlueZCentral::deviceDidChange(Device& device, const DeviceChange& change) {
     if (device.peripheral) device.peripheral->deviceDidChange(device, change);
     if (isScanning_ || attempts_->isWaited()) {
-        const bool completes = change.name && device.peripheral && device.peripheral->unnamed;
+        const bool completes = change.name && device.peripheral && device.peripheral->isNameAwaited();
         if (change.isSighting() || completes) hear(device, change);
     }
 }
@@ -115,6 +118,24 @@ void BlueZCentral::hear(Device& device, const DeviceChange& change) {
     // Whatever the scan asks for now.
     if (device.peripheral) attempts_->heard(*device.peripheral);
     if (!isScanning_ || !passesServiceFilter(device)) return;
+    const auto peripheral = peripheralOf(device);
+    const auto serviceData = change.serviceData.value_or(std::span<const CBServiceData>());
+    const NSNumber rssi = signalStrength(change);
+    if (!device.isConnected) peripheral->rememberName(device.name);
+    if (!peripheral->advertisedName()) {
+        if (change.serviceData) peripheral->keepUntilNamed(serviceData, rssi);
+        return report(peripheral, serviceData, rssi);
+    }
+    const auto kept = peripheral->takeUnnamed();
+    if (!kept || change.serviceData) return report(peripheral, serviceData, rssi);
+    // The name was in a packet of its own: now the advertisement is whole.
+    std::vector<CBServiceData> keptData;
+    keptData.reserve(kept->serviceData.size());
+    for (const auto& [service, data] : kept->serviceData) keptData.push_back({service, data});
+    report(peripheral, keptData, rssi.hasValue() ? rssi : kept->rssi);
+}
+
+std::shared_ptr<BlueZPeripheral> BlueZCentral::peripheralOf(Device& device) {
     if (!device.peripheral) {
         auto& known = peripherals_[device.address];
         if (!known) {
@@ -124,48 +145,26 @@ void BlueZCentral::hear(Device& device, const DeviceChange& change) {
         }
         device.peripheral = known;
     }
-    const auto peripheral = device.peripheral;
-    // A name that came with no signal of this life was heard in an earlier one.
-    if (!peripheral->advertisedName() && !device.isConnected && !device.name.empty()) {
-        peripheral->setAdvertisedName(device.name);
-    }
-    const bool isNamed = peripheral->advertisedName().has_value();
-    if (change.serviceData && !isNamed) {
-        peripheral->unnamed = BlueZPeripheral::Unnamed{signalStrength(change), {}};
-        for (const auto& [service, data] : *change.serviceData) {
-            peripheral->unnamed->serviceData.emplace_back(service, std::vector(data.begin(), data.end()));
-        }
-    }
-    const auto unnamed = isNamed ? std::exchange(peripheral->unnamed, std::nullopt) : std::nullopt;
-    if (unnamed && !change.serviceData) {
-        // The name was in a packet of its own: now the advertisement is whole.
-        std::vector<CBServiceData> views;
-        for (const auto& [service, data] : unnamed->serviceData) views.push_back({service, data});
-        const NSNumber latest = signalStrength(change);
-        peripheral->isFirstReportOfScan(scansStarted_);
-        return report(*peripheral, views, latest.hasValue() ? latest : unnamed->rssi);
-    }
-    const auto serviceData = change.serviceData.value_or(std::span<const CBServiceData>());
-    if (!options_.allowDuplicates) {
-        // The one report of a scan must be worth it: the payload follows.
-        if (!isNamed || serviceData.empty()) return;
-        if (!peripheral->isFirstReportOfScan(scansStarted_)) return;
-    }
-    report(*peripheral, serviceData, signalStrength(change));
+    return device.peripheral;
 }
 
-void BlueZCentral::report(BlueZPeripheral& peripheral, std::span<const CBServiceData> serviceData,
-                          NSNumber rssi) {
+void BlueZCentral::report(const std::shared_ptr<BlueZPeripheral>& peripheral,
+                          std::span<const CBServiceData> serviceData, NSNumber rssi) {
+    const auto& name = peripheral->advertisedName();
+    if (!options_.allowDuplicates) {
+        // The one report of a scan must be worth it: what is missing follows.
+        if (!name || serviceData.empty()) return;
+        if (!peripheral->isFirstReportOfScan(scansStarted_)) return;
+    }
     const auto delegate = delegate_.lock();
     if (!delegate) return;
-    const auto handle = std::static_pointer_cast<BlueZPeripheral>(peripheral.shared_from_this());
     CBAdvertisementData data{.localName = std::nullopt, .serviceData = serviceData};
     // A copy is not needed, as the name is set by signals alone.
-    if (const auto& name = peripheral.advertisedName()) data.localName = *name;
+    if (name) data.localName = *name;
     try {
-        delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*this, handle, data, rssi);
+        delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*this, peripheral, data, rssi);
     } catch (const DataRangeError& error) {
-        context_->log.log("Advertisement from %@ dropped: %@", textOf(peripheral.address()), error.what());
+        context_->log.log("Advertisement from %@ dropped: %@", textOf(peripheral->address()), error.what());
     }
 }
 
@@ -284,12 +283,10 @@ void BlueZCentral::deviceDidVanish(Device& device) {
     const auto peripheral = std::exchange(device.peripheral, nullptr);
     if (!peripheral) return;
     peripheral->deviceDidVanish();
-    // Nobody could tell a handle that is made anew from this one.
-    const auto known = peripherals_.find(peripheral->address());
+    // Nobody could tell a handle that is made anew from this one; but the scan may have to know it again.
     constexpr long thisAndTheMap = 2;
-    if (known != peripherals_.end() && peripheral->isIdle() && peripheral.use_count() == thisAndTheMap) {
-        peripherals_.erase(known);
-    }
+    const bool isForgotten = peripheral->isIdle() && peripheral.use_count() == thisAndTheMap;
+    if (isForgotten && options_.allowDuplicates) peripherals_.erase(peripheral->address());
 }
 
 void BlueZCentral::deviceDidTellLinkEnd(Device& device, const LinkEnd& end) {

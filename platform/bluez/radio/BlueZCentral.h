@@ -71,7 +71,9 @@ private:
     std::vector<CBUUID> discoveryFilter() const;
     bool passesServiceFilter(const Device& device) const;
     void hear(Device& device, const DeviceChange& change);
-    void report(BlueZPeripheral& peripheral, std::span<const CBServiceData> serviceData, NSNumber rssi);
+    std::shared_ptr<BlueZPeripheral> peripheralOf(Device& device);
+    void report(const std::shared_ptr<BlueZPeripheral>& peripheral,
+                std::span<const CBServiceData> serviceData, NSNumber rssi);
 
     std::shared_ptr<const RadioContext> context_;
     std::weak_ptr<CBCentralManagerDelegate> delegate_;

@@ -67,12 +67,26 @@ void BlueZPeripheral::enter(Phase phase) {
 
 void BlueZPeripheral::after(double seconds, void (BlueZPeripheral::*action)()) {
     if (phaseTimer_) phaseTimer_->invalidate();
-    phaseTimer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds,
-        [weakSelf = weak_from_this(), action](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) (static_cast<BlueZPeripheral&>(*self).*action)();
-        },
-        nullptr, false);
+    phaseTimer_ = context_->after(seconds, self(), action);
+}
+
+// Sightings
+
+void BlueZPeripheral::rememberName(std::string_view name) {
+    if (!advertisedName_ && !name.empty()) advertisedName_ = name;
+}
+
+void BlueZPeripheral::hearName(std::string_view name) {
+    // What was reported under another one, which the service remembered, has to be reported anew.
+    if (!std::exchange(isNameHeard_, true) && advertisedName_ != name) lastReportedInScan_ = 0;
+    advertisedName_ = name;
+}
+
+void BlueZPeripheral::keepUntilNamed(std::span<const CBServiceData> serviceData, NSNumber rssi) {
+    unnamed_ = Unnamed{rssi, {}};
+    for (const auto& [service, data] : serviceData) {
+        unnamed_->serviceData.emplace_back(service, std::vector(data.begin(), data.end()));
+    }
 }
 
 // The attempt
@@ -196,12 +210,7 @@ void BlueZPeripheral::tableWasRead(std::vector<RemoteService> table) {
     if (phase_ != Phase::resolving) return;
     if (table.empty()) {
         // Either it follows, or reading it failed: the deadline tells.
-        tableTimer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            tableRetryDelay,
-            [weakSelf = weak_from_this()](const auto& /*timer*/) {
-                if (const auto self = weakSelf.lock()) static_cast<BlueZPeripheral&>(*self).readTable();
-            },
-            nullptr, false);
+        tableTimer_ = context_->after(tableRetryDelay, self(), &BlueZPeripheral::readTable);
         return;
     }
     enter(Phase::linked);
@@ -245,19 +254,13 @@ void BlueZPeripheral::disconnect() {
 
 void BlueZPeripheral::disconnectWasAnswered() {
     // Most versions answer just before they tell the end of the link. Where there was none, nothing is told.
-    context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        disconnectedDelay,
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            const auto self = weakSelf.lock();
-            if (!self) return;
-            auto& peripheral = static_cast<BlueZPeripheral&>(*self);
-            peripheral.isDisconnecting_ = false;
-            const Device* const known = peripheral.device();
-            if (peripheral.phase_ == Phase::waiting && known && known->isConnected) {
-                peripheral.linkIsUp(*known);
-            }
-        },
-        nullptr, false);
+    context_->after(disconnectedDelay, self(), &BlueZPeripheral::disconnectingIsOver);
+}
+
+void BlueZPeripheral::disconnectingIsOver() {
+    isDisconnecting_ = false;
+    const Device* const known = device();
+    if (phase_ == Phase::waiting && known && known->isConnected) linkIsUp(*known);
 }
 
 void BlueZPeripheral::cancel() {
@@ -319,7 +322,7 @@ void BlueZPeripheral::deviceDidChange(const Device& device, const DeviceChange& 
     // Over a connection, the service replaces the advertised name by one that it reads from the peripheral.
     // The end of a link and what is heard after it may come in one signal.
     const bool isUnlinked = phase_ == Phase::idle || phase_ == Phase::waiting;
-    if (change.name && !device.isConnected && (isUnlinked || change.rssi)) advertisedName_ = *change.name;
+    if (change.name && !device.isConnected && (isUnlinked || change.rssi)) hearName(*change.name);
     if (change.hasConnected) {
         if (!device.isConnected) {
             isDisconnecting_ = false;

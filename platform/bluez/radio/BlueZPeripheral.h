@@ -41,7 +41,9 @@ public:
 
     /// The name that the device advertises; nothing while it is not known.
     const std::optional<std::string>& advertisedName() const { return advertisedName_; }
-    void setAdvertisedName(std::string_view name) { advertisedName_ = name; }
+    /// The service shows a name that it has not signalled: it was heard in an earlier life, or has been read
+    /// over a connection.
+    void rememberName(std::string_view name);
     /// When it was last heard, on the monotonic clock.
     std::optional<std::chrono::nanoseconds> lastHeard() const { return lastHeard_; }
     void noteHeard(std::chrono::nanoseconds moment) { lastHeard_ = moment; }
@@ -54,7 +56,10 @@ public:
         NSNumber rssi;
         std::vector<std::pair<CBUUID, std::vector<std::uint8_t>>> serviceData;
     };
-    std::optional<Unnamed> unnamed;
+    void keepUntilNamed(std::span<const CBServiceData> serviceData, NSNumber rssi);
+    bool isNameAwaited() const { return unnamed_.has_value(); }
+    /// What was kept, which it is not any more.
+    std::optional<Unnamed> takeUnnamed() { return std::exchange(unnamed_, std::nullopt); }
 
     // What the central does
 
@@ -125,6 +130,7 @@ private:
     }
     /// Null while the service has no such device.
     Device* device() const;
+    void hearName(std::string_view name);
     void enter(Phase phase);
     void after(double seconds, void (BlueZPeripheral::*action)());
 
@@ -138,6 +144,7 @@ private:
     void fail(const std::string& why);
     void disconnect();
     void disconnectWasAnswered();
+    void disconnectingIsOver();
     void leaveTurn();
 
     void linkIsDown();
@@ -162,6 +169,8 @@ private:
     DeviceAddress address_;
     std::vector<CBUUID> foundWith_;
     std::optional<std::string> advertisedName_;
+    bool isNameHeard_ = false;
+    std::optional<Unnamed> unnamed_;
     std::optional<std::chrono::nanoseconds> lastHeard_;
     std::uint64_t lastReportedInScan_ = 0;
 

@@ -135,12 +135,7 @@ void BlueZService::setGathers(bool gathers) {
 
 void BlueZService::afterDelay(double seconds, void (BlueZService::*action)()) {
     if (timer_) timer_->invalidate();
-    timer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds,
-        [weakSelf = weak_from_this(), action](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) (*self.*action)();
-        },
-        nullptr, false);
+    timer_ = context_->after(seconds, shared_from_this(), action);
 }
 
 // The service
@@ -170,19 +165,21 @@ void BlueZService::reload() {
                         timer_->invalidate();
                         loading_.reset();
                         if (!error) return load(reply);
-                        const bool isRefused = error->name == accessDeniedError;
-                        if (!isRefused) {
-                            context_->log.log("Bluetooth: the service does not answer: %@", error->message);
-                        }
-                        afterDelay(isRefused ? refusedDelay : answerDeadline, &BlueZService::reload);
-                        enter(isRefused ? Availability::refused : Availability::restarting);
+                        if (error->name != accessDeniedError) return loadingFailed(error->message);
+                        afterDelay(refusedDelay, &BlueZService::reload);
+                        enter(Availability::refused);
                     });
     isLoading_ = true;
     afterDelay(answerDeadline, &BlueZService::answerIsLate);
 }
 
+void BlueZService::loadingFailed(const std::string& why) {
+    context_->log.log("Bluetooth: the service does not list its objects: %@", why);
+    afterDelay(answerDeadline, &BlueZService::reload);
+    enter(Availability::restarting);
+}
+
 void BlueZService::load(MessageReader& objects) {
-    isLoading_ = false;
     forgetObjects();
     objects.forEachObject([&](std::string_view path) {
         objects.forEachInterface([&](std::string_view interface) {
@@ -199,6 +196,11 @@ void BlueZService::load(MessageReader& objects) {
             }
         });
     });
+    if (!objects.isGood()) {
+        forgetObjects();
+        return loadingFailed("its list makes no sense.");
+    }
+    isLoading_ = false;
     chooseAdapter();
     std::erase_if(devices_, [this](const auto& entry) { return !entry.first.starts_with(devicePrefix_); });
     const auto delegate = delegate_.lock();

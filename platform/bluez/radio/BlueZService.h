@@ -132,6 +132,7 @@ private:
     void ownerIs(const std::string& owner);
     void reload();
     void load(MessageReader& objects);
+    void loadingFailed(const std::string& why);
     void chooseAdapter();
     void adapterChanged();
     void forgetObjects();

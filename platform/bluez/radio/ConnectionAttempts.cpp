@@ -57,12 +57,7 @@ void ConnectionAttempts::beginNext() {
 }
 
 void ConnectionAttempts::timeTurn() {
-    deadline_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        turnSeconds,
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) self->endTurnInTime();
-        },
-        nullptr, false);
+    deadline_ = context_->after(turnSeconds, shared_from_this(), &ConnectionAttempts::endTurnInTime);
 }
 
 void ConnectionAttempts::endTurnInTime() {
@@ -84,12 +79,8 @@ void ConnectionAttempts::endTurn() {
     current_ = nullptr;
     const nanoseconds turn = now() - turnBegan_;
     quietUntil_ = now() + turn;
-    quietTimer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        std::chrono::duration<double>(turn).count(),
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) self->beginNext();
-        },
-        nullptr, false);
+    quietTimer_ = context_->after(std::chrono::duration<double>(turn).count(), shared_from_this(),
+                                  &ConnectionAttempts::beginNext);
     onChange_();
 }
 

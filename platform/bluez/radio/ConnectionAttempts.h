@@ -16,8 +16,9 @@ class BlueZPeripheral;
 ///
 /// The service can try for one device at a time, tries for 40 seconds if the device is away, and hears
 /// nothing else meanwhile. So an attempt is made only for a device that was heard just now, with discovery
-/// paused, and is given up after a few seconds; the device then waits until it is heard again, and whoever
-/// has waited longest for a turn comes first. Main thread only.
+/// paused, and is given up after 4 s; the device then waits until it is heard again, and whoever has waited
+/// longest for a turn comes first. While another program keeps discovery on, nothing is silent and a turn may
+/// take 12 s. Main thread only.
 class ConnectionAttempts final : public std::enable_shared_from_this<ConnectionAttempts> {
 public:
     /// @param pauseDiscovery pauses discovery and calls what it is given when that is done.

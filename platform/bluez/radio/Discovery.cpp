@@ -139,12 +139,7 @@ void Discovery::tryAgainLater(const BusError& error) {
     // What is on already, from this connection, is what is wanted, but for its filter.
     if (error.name == "org.bluez.Error.InProgress" && isFilterSet_) isStale_ = isOn_ = true;
     if (!isWanted_ && !isOn_) return tellEnded();
-    retry_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        retryDelay,
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) self->advance();
-        },
-        nullptr, false);
+    retry_ = context_->after(retryDelay, shared_from_this(), &Discovery::advance);
 }
 
 void Discovery::call(const char* member, const std::function<void(Message&)>& append, double seconds,

@@ -12,7 +12,8 @@
 namespace platform::bluez {
 
 /// The service's discovery, as this client wants it: on or off, and with which filter. It brings the service
-/// there, one call after the other, and tries again what fails. Main thread only.
+/// there, one call after the other, and tries again, each half second, what fails or is not answered within
+/// 5 s; a stop, for which an attempt to connect waits, within 1 s. Main thread only.
 class Discovery final : public std::enable_shared_from_this<Discovery> {
 public:
     Discovery(std::shared_ptr<const RadioContext> context, std::shared_ptr<BlueZService> service)

@@ -6,6 +6,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Log.h"
+#include "platform/NSTimer.h"
 #include "platform/RunLoop.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/dbus/Bus.h"
@@ -27,6 +28,18 @@ struct RadioContext {
     std::function<std::shared_ptr<ControllerChannel>(const std::string& adapter)> openChannel;
     /// Which adapter is used: its name or its address; empty for any.
     std::string adapter;
+
+    /// Calls an action of `object` once, so many seconds from now, if the object lives then.
+    template <typename Object>
+    std::shared_ptr<NSTimer> after(double seconds, const std::shared_ptr<Object>& object,
+                                   void (Object::*action)()) const {
+        return runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+            seconds,
+            [weakObject = std::weak_ptr(object), action](const auto& /*timer*/) {
+                if (const auto alive = weakObject.lock()) (*alive.*action)();
+            },
+            nullptr, false);
+    }
 };
 
 }  // namespace platform::bluez
