@@ -61,7 +61,7 @@ public:
                                    log(),
                                    waiting_,
                                    [this](const auto& itsContext) { return service.openBus(itsContext); },
-                                   [this](const auto& /*adapter*/) { return channel; },
+                                   [this](const auto& /*adapter*/) { return openChannel(); },
                                    adapter};
         auto central = std::make_shared<BlueZCentral>(context, std::move(delegate));
         runLoop().dispatchAsync([central] { central->start(); });
@@ -75,6 +75,12 @@ public:
     std::vector<std::string> lines;
 
 private:
+    /// Each opening ends with its user, whatever comes after it.
+    std::shared_ptr<ControllerChannel> openChannel() const {
+        if (!channel) return nullptr;
+        return {channel.get(), [kept = channel](const auto* /*channel*/) {}};
+    }
+
     // The loop owns what it waits with, and the radio adds to it.
     explicit ScriptedPlatform(PollWaiting* waiting)
         : StandardPlatform(Time::virtualTime, std::unique_ptr<PollWaiting>(waiting)),
