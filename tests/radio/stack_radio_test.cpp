@@ -191,4 +191,49 @@ TEST_P(LibraryOverStack, ASubscriptionEndsWithItsLink) {
     EXPECT_TRUE(bench->runUntil([] { return ask("beacon", "subscriptions FFE1") == "2 on"; }));
 }
 
+// To what the tool offers, the service adds a Device Information of its own unless it is told not to.
+TEST_P(LibraryOverStack, TheBeaconThatTheToolEmulatesIsLikeAnother) {
+    ask("stack", "peer stop");
+    for (const int informations : {1, 2}) {
+        SCOPED_TRACE("Device Information services: " + std::to_string(informations));
+        if (informations == 2) ask("stack", "service restart deviceid");
+        ask("stack", "peer start zobiconnect emulate --adapter hci1 --minor " + std::to_string(informations));
+        const auto beacon = range();
+        EXPECT_EQ(beacon->minor().integerValue(), informations);
+
+        // The last of the tool's services.
+        const auto hasButtonMode = [&] {
+            return ZOKManager::characteristicFromServiceAndPeripheral(
+                       ZOKGATTProfile::buttonModeCharacteristic, ZOKGATTProfile::configurationService,
+                       beacon->peripheral()) != nullptr;
+        };
+        bool isReportedWithAll = false;
+        application->onEvent = [&](const std::string& event) {
+            if (event == "connected") isReportedWithAll = hasButtonMode();
+        };
+        manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
+        ASSERT_TRUE(heard("connection complete"));
+        EXPECT_EQ(std::ranges::count(*beacon->peripheral()->services(),
+                                     ZOKGATTProfile::deviceInformationService, &CBService::UUID),
+                  informations);
+        // Seven answers make a connection, of which there are eight then.
+        EXPECT_EQ(isReportedWithAll, informations == 1);
+        EXPECT_TRUE(bench->runUntil(hasButtonMode));
+
+        manager->firmwareVersionForBeaconWithCompletion(beacon, nullptr);
+        EXPECT_TRUE(heard("ZOKBeaconFirmwareVersionNotification 1.0.0"));
+        manager->setButtonActionsNotificationsForBeacon(true, beacon);
+        EXPECT_TRUE(
+            bench->runUntil([] { return ask("stack", "peer told subscribed: button action") == "yes"; }));
+        ask("stack", "peer tell press 1");
+        EXPECT_TRUE(heard("button 1"));
+
+        EXPECT_EQ(ask("stack", "peer stop"), "0");
+        EXPECT_TRUE(heard("disconnected error 7"));
+        EXPECT_TRUE(bench->runUntil([&] { return manager->liveBeacons().empty(); }));
+        EXPECT_THAT(ask("air", "state"), ::testing::Not(::testing::HasSubstr("1: advertising")));
+        takeEvents();
+    }
+}
+
 }  // namespace
