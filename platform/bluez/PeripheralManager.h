@@ -51,6 +51,7 @@ struct LocalAdvertisement {
         friend bool operator==(const ServiceData&, const ServiceData&) = default;
     };
 
+    /// UTF-8 without null characters and noncharacters, which the bus does not carry.
     std::optional<std::string> localName = std::nullopt;
     std::vector<CBUUID> services = {};
     std::vector<ServiceData> serviceData = {};
@@ -75,15 +76,17 @@ public:
     /// The state of the radio changed, or is known for the first time.
     virtual void peripheralManagerDidUpdateState(PeripheralManager& manager) = 0;
 
-    /// Advertising has begun, because it was asked for or because the radio is back; what is changed while it
-    /// goes on is told only if it fails.
+    /// Advertising has begun, because it was asked for, because the radio is back, or again, 5 s after the
+    /// service has dropped the advertisement; what is changed while it goes on is told only if it fails.
     /// @param error why it has not; null for success. It is tried again when the radio comes back, or when
     ///     something else is to be advertised.
     virtual void peripheralManagerDidStartAdvertising(PeripheralManager& /*manager*/,
                                                       const NSError* /*error*/) {}
 
-    /// A link has come up while this machine advertised. The service does not tell who asked for it, so one
-    /// that this machine itself has made meanwhile is told too.
+    /// A device has become a central of this machine: its link came up while this machine advertised, and it
+    /// was the device that asked for it, over Bluetooth LE; or it has read or written. The controller tells
+    /// who asked for a link. Where it cannot be asked, as in most containers, a central is told of by its
+    /// first reading or writing alone.
     virtual void peripheralManagerDidConnectCentral(PeripheralManager& /*manager*/,
                                                     const std::string& /*central*/) {}
     virtual void peripheralManagerDidDisconnectCentral(PeripheralManager& /*manager*/,
@@ -101,7 +104,7 @@ public:
                                                                     const std::string& central) = 0;
 
     /// The first central has asked for notifications, or the last one wants them no more. The service does
-    /// not tell which.
+    /// not tell which. What ends with a life of the service is told when the next one has begun.
     virtual void peripheralManagerDidChangeSubscription(PeripheralManager& /*manager*/, GATTPlace /*place*/,
                                                         bool /*isSubscribed*/) {}
 };
@@ -130,6 +133,8 @@ public:
     virtual std::string advice() const = 0;
 
     /// Advertises, in place of what is advertised now; once the radio is powered on.
+    /// @throws std::invalid_argument for a name that is not what it should be, and for an interval outside of
+    ///     its limits.
     virtual void startAdvertising(LocalAdvertisement advertisement) = 0;
 
     /// Links stay up.
@@ -137,13 +142,16 @@ public:
 
     virtual bool isAdvertising() const = 0;
 
-    /// Notifies the centrals that have asked for it of a value, even of one that they had already.
+    /// Notifies the centrals that have asked for it of a value, even of one that they had already. Nothing
+    /// happens when none has, or the bus is lost.
     virtual void notify(GATTPlace place, std::span<const std::uint8_t> value) = 0;
 
-    /// Ends the links of all centrals. It takes 2 s.
+    /// Ends the links of the centrals. It takes 2 s. No link is ended that was there before this machine
+    /// advertised, nor one that this machine itself has asked for, as far as the controller tells.
     virtual void disconnectCentrals() = 0;
 
-    /// Stops advertising, disconnects the centrals, and calls `ended` when that is done, or after 5 s.
+    /// Stops advertising, disconnects the centrals, and calls `ended` when that is done, or after 5 s. A
+    /// second call takes the place of the first.
     virtual void end(std::function<void()> ended) = 0;
 };
 

@@ -22,6 +22,9 @@ public:
     /// tells.
     virtual std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) = 0;
 
+    /// Whether it was `device` that asked for the link to it, one of LE. Nothing if that is not known.
+    virtual std::optional<bool> isIncomingLink(const DeviceAddress& /*device*/) const { return std::nullopt; }
+
     /// Asks for the signal strength of the link to `device`, in dBm. The answer, nothing for a failure, comes
     /// through the run loop, once; or never, if the controller does not answer. A new request for
     /// the same device drops the answer to the one before.

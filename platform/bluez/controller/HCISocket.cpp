@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <span>
 
 #include "platform/bluez/controller/HCIEvent.h"
 
@@ -40,10 +42,18 @@ struct LinkList {
     std::array<Link, mostLinks> links;
 };
 constexpr unsigned long listLinks = _IOR('H', 212, int);
+constexpr std::uint8_t lowEnergy = 0x80;
 
-std::array<std::uint8_t, 6> reversed(std::array<std::uint8_t, 6> bytes) {
-    std::ranges::reverse(bytes);
-    return bytes;
+/// The link of LE to a device. Nothing if the kernel lists none.
+std::optional<Link> findLink(int socket, std::uint16_t controller, const DeviceAddress& device) {
+    LinkList list{controller, mostLinks, {}};
+    if (::ioctl(socket, listLinks, &list) != 0) return std::nullopt;
+    const auto links = std::span(list.links).first(std::min<std::size_t>(list.count, mostLinks));
+    auto address = device.bytes;
+    std::ranges::reverse(address);
+    const auto found = std::ranges::find_if(
+        links, [&](const Link& link) { return link.type == lowEnergy && link.address == address; });
+    return found == links.end() ? std::nullopt : std::optional(*found);
 }
 
 }  // namespace
@@ -63,12 +73,13 @@ void HCISocket::watchLink(const DeviceAddress& device) {
     drain();
     linkIsNew(device);
     std::erase_if(devices_, [&](const auto& entry) { return entry.second == device; });
-    LinkList list{controller_, mostLinks, {}};
-    if (::ioctl(fileDescriptor(), listLinks, &list) != 0) return;
-    for (std::size_t i = 0; i < std::min<std::size_t>(list.count, mostLinks); ++i) {
-        const Link& link = list.links[i];
-        if (reversed(link.address) == device.bytes) devices_.insert_or_assign(link.handle, device);
-    }
+    const auto link = findLink(fileDescriptor(), controller_, device);
+    if (link) devices_.insert_or_assign(link->handle, device);
+}
+
+std::optional<bool> HCISocket::isIncomingLink(const DeviceAddress& device) const {
+    const auto link = findLink(fileDescriptor(), controller_, device);
+    return link ? std::optional(link->isOutgoing == 0) : std::nullopt;
 }
 
 void HCISocket::packetWasRead(std::span<const std::uint8_t> packet) {

@@ -20,6 +20,7 @@ public:
         : KernelSocket(descriptor, queue), controller_(controller) {}
 
     void watchLink(const DeviceAddress& device) override;
+    std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
 
 protected:
     void packetWasRead(std::span<const std::uint8_t> packet) override;

@@ -134,7 +134,10 @@ void Bus::send(const Message& message) {
 }
 
 void Bus::replyError(const IncomingCall& call, const BusError& error) {
-    sd_bus_reply_method_errorf(call.message.get(), error.name.c_str(), "%s", error.message.c_str());
+    // Whoever waits needs an answer more than its text, which the bus may not carry.
+    for (const char* const text : {error.message.c_str(), ""}) {
+        if (sd_bus_reply_method_errorf(call.message.get(), error.name.c_str(), "%s", text) >= 0) return;
+    }
 }
 
 RunLoopDescriptor Bus::descriptor() const {

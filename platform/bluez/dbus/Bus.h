@@ -123,6 +123,9 @@ public:
     /// Who receives calls in place of the delegate.
     void setCallee(std::weak_ptr<BusCallee> callee) { callee_ = std::move(callee); }
 
+    /// False when the connection is lost: then no call and no signal can be made.
+    bool isOpen() const { return bus_ != nullptr; }
+
     Message makeCall(const Method& method) const;
     Message makeSignal(const std::string& path, const std::string& interface,
                        const std::string& member) const;
@@ -135,6 +138,7 @@ public:
     [[nodiscard]] Slot call(const Message& message, Answer answer);
     /// Sends a call of which no answer is wanted, a signal, or a reply.
     void send(const Message& message);
+    /// A text that cannot be sent is left out.
     static void replyError(const IncomingCall& call, const BusError& error);
 
     /// Whether signals that come fast may gather for some milliseconds before they are read, which saves most

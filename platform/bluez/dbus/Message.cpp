@@ -3,6 +3,8 @@
 #include <array>
 #include <stdexcept>
 
+#include "platform/UTF8.h"
+
 namespace platform::bluez {
 
 namespace {
@@ -19,6 +21,17 @@ const char* signatureOf(const Value& value) {
 }
 
 }  // namespace
+
+bool canBeSent(std::string_view text) {
+    if (!isValidUTF8(text) || text.find('\0') != std::string_view::npos) return false;
+    for (std::size_t i = 2; i < text.size(); ++i) {
+        const auto byte = [&](std::size_t back) { return static_cast<std::uint8_t>(text[i - back]); };
+        // U+FDD0 to U+FDEF, and the last two characters of each plane.
+        if (byte(2) == 0xEF && byte(1) == 0xB7 && byte(0) >= 0x90 && byte(0) <= 0xAF) return false;
+        if ((byte(2) & 0x0F) == 0x0F && byte(1) == 0xBF && (byte(0) & 0xFE) == 0xBE) return false;
+    }
+    return true;
+}
 
 void Message::basic(char type, const void* value) {
     check(sd_bus_message_append_basic(message_.get(), type, value));
@@ -92,6 +105,11 @@ Message& Message::objects(const std::vector<ManagedObject>& objects) {
     }
     close();
     return *this;
+}
+
+std::string Message::destination() const {
+    const char* const name = sd_bus_message_get_destination(message_.get());
+    return name ? name : "";
 }
 
 void Message::content(const Value& value) {

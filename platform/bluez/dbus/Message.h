@@ -25,9 +25,12 @@ struct ManagedObject {
     std::vector<std::pair<std::string, Properties>> interfaces;
 };
 
+/// Whether a text can be sent: it is UTF-8, without a null character and without noncharacters.
+bool canBeSent(std::string_view text);
+
 /// A message that is being written, to be sent by `Bus`. Its arguments are appended in their order.
 ///
-/// Appending throws `std::invalid_argument` for a text that is not UTF-8 or a path that is none.
+/// Appending throws `std::invalid_argument` for a text that cannot be sent or a path that is none.
 class Message {
 public:
     explicit Message(MessagePointer message) : message_(std::move(message)) {}
@@ -43,6 +46,9 @@ public:
     Message& interfaces(const std::vector<std::pair<std::string, Properties>>& interfaces);
     /// A dictionary of objects with their interfaces (signature a{oa{sa{sv}}}).
     Message& objects(const std::vector<ManagedObject>& objects);
+
+    /// Who a call is for.
+    std::string destination() const;
 
     sd_bus_message* get() const { return message_.get(); }
 

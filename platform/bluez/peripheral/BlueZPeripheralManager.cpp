@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <stdexcept>
 #include <utility>
 #include <variant>
 
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/peripheral/PeripheralErrors.h"
+#include "platform/standard/ExceptionKeeper.h"
 
 namespace platform::bluez {
 
@@ -17,6 +19,12 @@ namespace {
 constexpr double answerDeadline = 10;
 // The service takes 2 s to end a link.
 constexpr double endDeadline = 5;
+// Whatever makes the service drop an advertisement may do so each time.
+constexpr double rest = 5;
+
+// In seconds.
+constexpr double shortestInterval = 0.02;
+constexpr double longestInterval = 10;
 
 /// "00:00:5E:00:53:01" for ".../dev_00_00_5E_00_53_01".
 std::string addressIn(std::string_view devicePath) {
@@ -43,8 +51,28 @@ bool tellsEndOfService(const BusError& error) {
     return std::ranges::find(names, error.name) != names.end();
 }
 
+/// Whether there was no answer: what was asked for may be done, or may yet be.
+bool tellsNothing(const BusError& error) {
+    return error.name.empty();
+}
+
 bool tellsThatItExists(const BusError& error) {
     return error.name == "org.bluez.Error.AlreadyExists";
+}
+
+void stop(std::shared_ptr<NSTimer>& timer) {
+    if (const auto stopped = std::exchange(timer, nullptr)) stopped->invalidate();
+}
+
+void check(const LocalAdvertisement& advertisement) {
+    if (advertisement.localName && !canBeSent(*advertisement.localName)) {
+        throw std::invalid_argument("the name to advertise is no text");
+    }
+    const auto& interval = advertisement.interval;
+    // One that is not a number is neither.
+    if (interval && !(*interval >= shortestInterval && *interval <= longestInterval)) {
+        throw std::invalid_argument("nothing is advertised each " + std::to_string(*interval) + " s");
+    }
 }
 
 }  // namespace
@@ -54,9 +82,7 @@ BlueZPeripheralManager::BlueZPeripheralManager(RadioContext context, std::vector
     : context_(std::move(context)), objects_(std::move(services)), delegate_(std::move(delegate)) {}
 
 BlueZPeripheralManager::~BlueZPeripheralManager() {
-    for (const auto& timer : {callTimer_, endTimer_}) {
-        if (timer) timer->invalidate();
-    }
+    for (auto* const timer : {&callTimer_, &restTimer_, &endTimer_}) stop(*timer);
 }
 
 void BlueZPeripheralManager::start() {
@@ -82,36 +108,35 @@ std::string BlueZPeripheralManager::advice() const {
 void BlueZPeripheralManager::serviceDidChangeAvailability() {
     const Availability availability = service_->availability();
     isAnnounced_ = false;
+    stop(restTimer_);
+    std::map<std::string, Link> ended;
     if (availability == Availability::poweredOn) {
         // The application outlives the power, and so may the advertisement.
         told_.reset();
         isRefused_ = false;
     } else {
-        calling_.reset();
-        isCalling_ = false;
-        if (callTimer_) callTimer_->invalidate();
-        centralsAreGone();
+        abandonCall();
+        ended.swap(links_);
         const bool isOff = availability == Availability::poweredOff || availability == Availability::blocked;
-        if (!isOff) forgetRegistrations();
+        hasApplication_ = hasApplication_ && isOff;
     }
-    if (const auto delegate = delegate_.lock()) delegate->peripheralManagerDidUpdateState(*this);
-    proceed();
-}
-
-void BlueZPeripheralManager::forgetRegistrations() {
-    hasApplication_ = false;
-    hasAdvertisement_ = false;
-    const auto subscribed = std::exchange(subscribed_, {});
+    proceedSoon();
     const auto delegate = delegate_.lock();
     if (!delegate) return;
-    for (const std::string& path : subscribed) {
-        delegate->peripheralManagerDidChangeSubscription(*this, *objects_.place(path), false);
+    ExceptionKeeper exceptions;
+    for (const auto& [path, link] : ended) {
+        if (!link.isCentral) continue;
+        const std::string central = addressIn(path);
+        exceptions.run([&] { delegate->peripheralManagerDidDisconnectCentral(*this, central); });
     }
+    exceptions.run([&] { delegate->peripheralManagerDidUpdateState(*this); });
+    exceptions.rethrow();
 }
 
 // Advertising
 
 void BlueZPeripheralManager::startAdvertising(LocalAdvertisement advertisement) {
+    check(advertisement);
     wanted_ = std::move(advertisement);
     isRefused_ = false;
     proceedSoon();
@@ -134,14 +159,17 @@ void BlueZPeripheralManager::proceedSoon() {
 }
 
 void BlueZPeripheralManager::proceed() {
-    if (isCalling_) return;
+    if (done_) return;
     if (!isPoweredOn()) return endIfDone();
     if (!wanted_ || isRefused_) {
         if (hasAdvertisement_) return unregisterAdvertisement();
         return endIfDone();
     }
     if (!hasApplication_ && !objects_.isEmpty()) return registerApplication();
-    if (!hasAdvertisement_) return registerAdvertisement();
+    if (!hasAdvertisement_) {
+        if (!restTimer_) registerAdvertisement();
+        return;
+    }
     if (told_ != wanted_ && !changeAdvertisement()) return unregisterAdvertisement();
     const auto delegate = delegate_.lock();
     if (!std::exchange(isAnnounced_, true) && delegate) {
@@ -172,6 +200,7 @@ void BlueZPeripheralManager::registerApplication() {
 
 void BlueZPeripheralManager::registerAdvertisement() {
     told_ = wanted_;
+    hasAdvertisement_ = true;
     callManager(advertisingManagerInterface, "RegisterAdvertisement", advertisementPath, true,
                 &BlueZPeripheralManager::advertisementRegistered);
 }
@@ -183,51 +212,71 @@ void BlueZPeripheralManager::unregisterAdvertisement() {
 
 void BlueZPeripheralManager::callManager(const char* interface, const char* member, const char* path,
                                          bool hasOptions, Done done) {
-    const auto finish = [weakSelf = weak_from_this(), done](const BusError* error) {
-        const auto self = weakSelf.lock();
-        if (!self) return;
-        self->callTimer_->invalidate();
-        self->calling_.reset();
-        self->isCalling_ = false;
-        (self.get()->*done)(error);
-        self->proceed();
-    };
-    isCalling_ = true;
-    callTimer_ = context_.runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        answerDeadline,
-        [finish](const auto& /*timer*/) {
-            const BusError error{"", "It gives no answer"};
-            finish(&error);
-        },
-        nullptr, false);
+    done_ = done;
+    callTimer_ = context_.after(answerDeadline, shared_from_this(), &BlueZPeripheralManager::callIsLate);
     calling_ = service_->call(
         "/org/bluez/" + service_->adapterName(), interface, member,
         [&](Message& message) {
+            registrar_ = message.destination();
             message.objectPath(path);
             if (hasOptions) message.properties({});
         },
-        [finish](MessageReader& /*reply*/, const BusError* error) { finish(error); });
+        [weakSelf = weak_from_this()](MessageReader& /*reply*/, const BusError* error) {
+            if (const auto self = weakSelf.lock()) self->callIsAnswered(error);
+        });
+}
+
+void BlueZPeripheralManager::callIsLate() {
+    const BusError error{"", "It gives no answer"};
+    callIsAnswered(&error);
+}
+
+void BlueZPeripheralManager::callIsAnswered(const BusError* error) {
+    const Done done = done_;
+    abandonCall();
+    proceedSoon();
+    (this->*done)(error);
+}
+
+void BlueZPeripheralManager::abandonCall() {
+    done_ = nullptr;
+    calling_.reset();
+    stop(callTimer_);
 }
 
 void BlueZPeripheralManager::applicationRegistered(const BusError* error) {
     hasApplication_ = !error || tellsThatItExists(*error);
-    if (hasApplication_) return;
-    isRefused_ = true;
-    if (!tellsEndOfService(*error)) advertisingFailed(errorOfServing(*error));
+    if (!hasApplication_) {
+        isRefused_ = true;
+        if (!tellsEndOfService(*error)) advertisingFailed(errorOfServing(*error));
+        return;
+    }
+    // A service that has it already has kept the subscriptions too.
+    if (error) return;
+    const auto subscribed = std::exchange(subscribed_, {});
+    const auto delegate = delegate_.lock();
+    if (!delegate) return;
+    ExceptionKeeper exceptions;
+    for (const std::string& path : subscribed) {
+        exceptions.run(
+            [&] { delegate->peripheralManagerDidChangeSubscription(*this, *objects_.place(path), false); });
+    }
+    exceptions.rethrow();
 }
 
 void BlueZPeripheralManager::advertisementRegistered(const BusError* error) {
-    hasAdvertisement_ = !error || tellsThatItExists(*error);
     if (!error) return;
+    const bool isThere = tellsThatItExists(*error);
+    hasAdvertisement_ = isThere || tellsNothing(*error);
     const bool isStillWanted = told_ == wanted_;
     const LocalAdvertisement refused = *std::exchange(told_, std::nullopt);
-    if (hasAdvertisement_ || !isStillWanted) return;
+    if (isThere || !isStillWanted) return;
     isRefused_ = true;
     if (!tellsEndOfService(*error)) advertisingFailed(errorOfAdvertising(*error, refused));
 }
 
 void BlueZPeripheralManager::advertisementUnregistered(const BusError* error) {
-    hasAdvertisement_ = false;
+    hasAdvertisement_ = error && tellsNothing(*error);
     told_.reset();
     // If the service has none, all the better. Otherwise it would refuse another one too.
     if (!error || error->name == "org.bluez.Error.DoesNotExist" || !wanted_ || isRefused_) return;
@@ -240,40 +289,68 @@ void BlueZPeripheralManager::advertisingFailed(const NSError& error) {
     if (const auto delegate = delegate_.lock()) delegate->peripheralManagerDidStartAdvertising(*this, &error);
 }
 
+void BlueZPeripheralManager::advertisementReleased() {
+    // While a call is not answered yet, it is about an advertisement that is of no concern any more.
+    if (done_ || !hasAdvertisement_) return;
+    hasAdvertisement_ = false;
+    told_.reset();
+    isAnnounced_ = false;
+    stop(restTimer_);
+    restTimer_ = context_.after(rest, shared_from_this(), &BlueZPeripheralManager::restIsOver);
+    proceedSoon();
+}
+
+void BlueZPeripheralManager::restIsOver() {
+    restTimer_.reset();
+    proceed();
+}
+
 // Centrals
+
+void BlueZPeripheralManager::deviceDidAppear(Device& device) {
+    // The service lists what there is before it tells that it is powered on: such a link did not come to us.
+    if (device.isConnected && !isPoweredOn()) links_.try_emplace(device.path);
+}
 
 void BlueZPeripheralManager::deviceDidChange(Device& device, const DeviceChange& change) {
     if (!change.hasConnected) return;
-    if (!device.isConnected) return centralIsGone(device.path);
-    if (hasAdvertisement_) centralIsThere(device.path);
+    device.isConnected ? linkIsThere(device) : linkIsGone(device.path);
 }
 
 void BlueZPeripheralManager::deviceDidVanish(Device& device) {
-    centralIsGone(device.path);
+    linkIsGone(device.path);
 }
 
-const std::string& BlueZPeripheralManager::centralIsThere(const std::string& path) {
-    const auto [central, isNew] = centrals_.emplace(path, addressIn(path));
-    const auto delegate = delegate_.lock();
-    if (isNew && delegate) delegate->peripheralManagerDidConnectCentral(*this, central->second);
-    return central->second;
+void BlueZPeripheralManager::linkIsThere(const Device& device) {
+    const auto [link, isNew] = links_.try_emplace(device.path);
+    if (!isNew || !hasAdvertisement_) return;
+    const auto channel = context_.openChannel(service_->adapterName());
+    const auto isIncoming = channel ? channel->isIncomingLink(device.address) : std::nullopt;
+    link->second.hasComeToUs = isIncoming.value_or(true);
+    if (isIncoming == true) centralIsThere(device.path);
 }
 
-void BlueZPeripheralManager::centralIsGone(const std::string& path) {
-    const auto node = centrals_.extract(path);
-    if (node.empty()) return;
+void BlueZPeripheralManager::linkIsGone(const std::string& path) {
+    const auto node = links_.extract(path);
+    if (node.empty() || !node.mapped().isCentral) return;
+    proceedSoon();
     if (const auto delegate = delegate_.lock()) {
-        delegate->peripheralManagerDidDisconnectCentral(*this, node.mapped());
+        delegate->peripheralManagerDidDisconnectCentral(*this, addressIn(path));
     }
-    endIfDone();
 }
 
-void BlueZPeripheralManager::centralsAreGone() {
-    while (!centrals_.empty()) centralIsGone(std::string(centrals_.begin()->first));
+std::string BlueZPeripheralManager::centralIsThere(const std::string& path) {
+    std::string address = addressIn(path);
+    const bool isNew = !std::exchange(links_[path].isCentral, true);
+    const auto delegate = delegate_.lock();
+    if (isNew && delegate) delegate->peripheralManagerDidConnectCentral(*this, address);
+    return address;
 }
 
 void BlueZPeripheralManager::disconnectCentrals() {
-    for (const auto& [path, address] : centrals_) service_->send(path, deviceInterface, "Disconnect");
+    for (const auto& [path, link] : links_) {
+        if (link.isOurs()) service_->send(path, deviceInterface, "Disconnect");
+    }
 }
 
 void BlueZPeripheralManager::notify(GATTPlace place, std::span<const std::uint8_t> value) {
@@ -288,36 +365,38 @@ void BlueZPeripheralManager::end(std::function<void()> ended) {
     ended_ = std::move(ended);
     disconnectCentrals();
     stopAdvertising();
-    endTimer_ = context_.runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        endDeadline,
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            const auto self = weakSelf.lock();
-            if (self && self->ended_) std::exchange(self->ended_, nullptr)();
-        },
-        nullptr, false);
+    stop(endTimer_);
+    endTimer_ = context_.after(endDeadline, shared_from_this(), &BlueZPeripheralManager::endNow);
 }
 
 void BlueZPeripheralManager::endIfDone() {
-    const bool isDone = !isPoweredOn() || (!isCalling_ && !hasAdvertisement_ && centrals_.empty());
-    if (!ended_ || wanted_ || !isDone) return;
-    endTimer_->invalidate();
-    std::exchange(ended_, nullptr)();
+    const bool hasCentrals =
+        std::ranges::any_of(links_, [](const auto& entry) { return entry.second.isOurs(); });
+    const bool isDone = !isPoweredOn() || (!done_ && !hasAdvertisement_ && !hasCentrals);
+    if (!wanted_ && isDone) endNow();
+}
+
+void BlueZPeripheralManager::endNow() {
+    stop(endTimer_);
+    if (const auto ended = std::exchange(ended_, nullptr)) ended();
 }
 
 // Calls
 
 void BlueZPeripheralManager::busDidReceiveCall(IncomingCall call) {
+    if (call.sender != registrar_) {
+        return Bus::replyError(call, {accessDeniedError, "This is for the Bluetooth service alone."});
+    }
     if (call.interface == objectManagerInterface && call.path == applicationPath) return answerObjects(call);
     if (call.interface == propertiesInterface && call.member == "GetAll") return answerProperties(call);
-    if (call.interface == advertisementInterface && call.path == advertisementPath) {
-        // The service is about to end, or its adapter is. What follows tells by itself when it is back.
-        hasAdvertisement_ = false;
-        return reply(Bus::makeReply(call));
+    if (call.interface == advertisementInterface && call.path == advertisementPath &&
+        call.member == "Release") {
+        reply(Bus::makeReply(call));
+        return advertisementReleased();
     }
     const auto place = objects_.place(call.path);
     if (place && call.interface == gattCharacteristicInterface) {
-        if (call.member == "ReadValue") return answerRead(call, *place);
-        if (call.member == "WriteValue") return answerWrite(call, *place);
+        if (call.member == "ReadValue" || call.member == "WriteValue") return answerRequest(call, *place);
         if (call.member == "StartNotify") return changeSubscription(call, *place, true);
         if (call.member == "StopNotify") return changeSubscription(call, *place, false);
     }
@@ -338,8 +417,19 @@ void BlueZPeripheralManager::answerProperties(const IncomingCall& call) const {
     reply(message.properties(properties));
 }
 
+void BlueZPeripheralManager::answerRequest(const IncomingCall& call, GATTPlace place) {
+    try {
+        call.member == "ReadValue" ? answerRead(call, place) : answerWrite(call, place);
+    } catch (...) {
+        Bus::replyError(call, busErrorOf({CBATTError::unlikelyError, "It failed."}));
+        throw;
+    }
+}
+
 void BlueZPeripheralManager::answerRead(const IncomingCall& call, GATTPlace place) {
-    const Properties options = MessageReader(call.message.get()).properties();
+    MessageReader body(call.message.get());
+    const Properties options = body.properties();
+    if (!body.isGood()) return Bus::replyError(call, invalidArgumentsError());
     const std::string central = centralIn(options);
     const std::size_t offset = option<std::uint16_t>(options, "offset", 0);
     const auto delegate = delegate_.lock();
@@ -357,6 +447,7 @@ void BlueZPeripheralManager::answerWrite(const IncomingCall& call, GATTPlace pla
     MessageReader body(call.message.get());
     const auto value = body.bytes();
     const Properties options = body.properties();
+    if (!body.isGood()) return Bus::replyError(call, invalidArgumentsError());
     const std::string central = centralIn(options);
     if (option<std::uint16_t>(options, "offset", 0) > 0) {
         return Bus::replyError(call, busErrorOf(invalidOffsetError()));
@@ -388,7 +479,7 @@ std::string BlueZPeripheralManager::centralIn(const Properties& options) {
 void BlueZPeripheralManager::emitChange(const std::string& path, const char* interface,
                                         const Properties& changed) {
     const auto bus = bus_.lock();
-    if (!bus) return;
+    if (!bus || !bus->isOpen()) return;
     Message message = bus->makeSignal(path, propertiesInterface, "PropertiesChanged");
     bus->send(message.string(interface).properties(changed).strings({}));
 }

@@ -49,7 +49,7 @@ public:
     void end(std::function<void()> ended) override;
 
     void serviceDidChangeAvailability() override;
-    void deviceDidAppear(Device& /*device*/) override {}
+    void deviceDidAppear(Device& device) override;
     void deviceDidChange(Device& device, const DeviceChange& change) override;
     void deviceDidVanish(Device& device) override;
     void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& /*end*/) override {}
@@ -59,6 +59,16 @@ public:
     void busDidReceiveCall(IncomingCall call) override;
 
 private:
+    /// A link of the adapter.
+    struct Link {
+        /// Its other end is one of our centrals.
+        bool isCentral = false;
+        /// It came up while we advertised, and not because this machine asked for it.
+        bool hasComeToUs = false;
+
+        bool isOurs() const { return isCentral && hasComeToUs; }
+    };
+
     bool isPoweredOn() const { return service_ && service_->availability() == Availability::poweredOn; }
 
     /// Makes the next call that is needed, if any is, once the last one has been answered.
@@ -71,21 +81,26 @@ private:
     bool changeAdvertisement();
     using Done = void (BlueZPeripheralManager::*)(const BusError* error);
     void callManager(const char* interface, const char* member, const char* path, bool hasOptions, Done done);
+    void callIsAnswered(const BusError* error);
+    void callIsLate();
+    void abandonCall();
     void applicationRegistered(const BusError* error);
     void advertisementRegistered(const BusError* error);
     void advertisementUnregistered(const BusError* error);
     void advertisingFailed(const NSError& error);
-    /// The service knows nothing of us any more.
-    void forgetRegistrations();
+    void advertisementReleased();
+    void restIsOver();
 
+    void linkIsThere(const Device& device);
+    void linkIsGone(const std::string& path);
     /// @returns its address.
-    const std::string& centralIsThere(const std::string& path);
-    void centralIsGone(const std::string& path);
-    void centralsAreGone();
+    std::string centralIsThere(const std::string& path);
     void endIfDone();
+    void endNow();
 
     void answerObjects(const IncomingCall& call) const;
     void answerProperties(const IncomingCall& call) const;
+    void answerRequest(const IncomingCall& call, GATTPlace place);
     void answerRead(const IncomingCall& call, GATTPlace place);
     void answerWrite(const IncomingCall& call, GATTPlace place);
     void changeSubscription(const IncomingCall& call, GATTPlace place, bool isSubscribed);
@@ -99,22 +114,28 @@ private:
     std::weak_ptr<PeripheralManagerDelegate> delegate_;
     std::shared_ptr<BlueZService> service_;
     std::weak_ptr<Bus> bus_;
+    /// The service's own name on the bus, when it was last told of our objects: nobody else may call them.
+    std::string registrar_;
 
     std::optional<LocalAdvertisement> wanted_;
     /// What the object of the advertisement tells; absent when the service may have something else.
     std::optional<LocalAdvertisement> told_;
     bool hasApplication_ = false;
+    /// The service has one of ours; or may have, as it has not answered, or was restarted.
     bool hasAdvertisement_ = false;
     /// What is wanted was refused.
     bool isRefused_ = false;
     /// The delegate has been told that it is on the air.
     bool isAnnounced_ = false;
     Slot calling_;
-    bool isCalling_ = false;
+    /// What the answer to the call is for; null while there is none.
+    Done done_ = nullptr;
     std::shared_ptr<NSTimer> callTimer_;
+    /// Runs while a new advertisement would be too soon after the service has dropped one.
+    std::shared_ptr<NSTimer> restTimer_;
 
-    /// By their paths, their addresses.
-    std::map<std::string, std::string, std::less<>> centrals_;
+    /// By the paths of their devices.
+    std::map<std::string, Link> links_;
     std::set<std::string, std::less<>> subscribed_;
 
     std::function<void()> ended_;

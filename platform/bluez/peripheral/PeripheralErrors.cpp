@@ -70,6 +70,10 @@ BusError busErrorOf(const NSError& error) {
     return {"org.bluez.Error.Failed", text.data()};
 }
 
+BusError invalidArgumentsError() {
+    return {"org.bluez.Error.InvalidArguments", "This is no request."};
+}
+
 NSError invalidOffsetError() {
     return {std::string(CBATTErrorDomain), invalidOffset, "The value has no such part."};
 }

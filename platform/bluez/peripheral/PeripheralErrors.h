@@ -9,6 +9,9 @@ namespace platform::bluez {
 /// How an error of the Attribute Protocol is told to the service, so that it answers the central the same.
 BusError busErrorOf(const NSError& error);
 
+/// A request is not what it should be.
+BusError invalidArgumentsError();
+
 /// A part of a value was asked for that it does not have, or that cannot be written by itself.
 NSError invalidOffsetError();
 
