@@ -46,7 +46,8 @@ inline std::string anyWord(Input& input, std::string_view words) {
 inline std::string anyPath(Input& input) {
     return "/org/bluez/hci" + anyWord(input,
                                       "0/dev_00_00_5E_00_53_01 0/dev_00_00_5E_00_53_02 0 1 0/dev_00_00 "
-                                      "0/dev_00_00_5E_00_53_01/service0001/char0002");
+                                      "0/dev_00_00_5E_00_53_01/service0001/char0002 "
+                                      "0/dev_00_00_5E_00_53_01/service0001");
 }
 
 inline std::string anyText(Input& input) {
@@ -54,7 +55,7 @@ inline std::string anyText(Input& input) {
         anyWord(input,
                 "org.bluez.Device1 org.bluez.Adapter1 org.bluez.GattCharacteristic1 org.bluez morvane "
                 "0000180a-0000-1000-8000-00805f9b34fb 00001320-0000-1000-8000-00805f9b34fb random :1.1 "
-                "off-blocked org.bluez.Reason.Timeout 00:00:5E:00:53:01 ?");
+                "off-blocked org.bluez.Reason.Timeout 00:00:5E:00:53:01 org.bluez.GattService1 ?");
     if (text != "?") return text;
     const auto bytes = input.bytes(input.byte());
     text.assign(bytes.begin(), std::ranges::find(bytes, 0));
@@ -82,10 +83,10 @@ inline void appendAny(sd_bus_message* message, Input& input, const std::string& 
         });
     } else if (type == "{sv}") {
         appendContainer('e', "sv", [&] {
-            const std::string property =
-                anyWord(input,
-                        "RSSI:n ServiceData:a{sv} Name:s UUIDs:as Connected:b ServicesResolved:b Value:ay "
-                        "AddressType:s Address:s Powered:b Discovering:b PowerState:s ?");
+            const std::string property = anyWord(
+                input,
+                "RSSI:n ServiceData:a{sv} Name:s UUIDs:as Connected:b ServicesResolved:b Value:ay "
+                "AddressType:s Address:s Powered:b Discovering:b PowerState:s UUID:s device:o offset:q ?");
             const auto colon = property.find(':');
             const std::string name = property == "?" ? anyText(input) : property.substr(0, colon);
             sd_bus_message_append_basic(message, 's', name.c_str());
@@ -102,6 +103,15 @@ inline void appendAny(sd_bus_message* message, Input& input, const std::string& 
         std::array<std::uint8_t, 8> number{};
         std::ranges::copy(input.bytes(type == "y" ? 1 : 2), number.begin());
         sd_bus_message_append_basic(message, type[0], number.data());
+    }
+}
+
+/// Appends values of the types that are due; one may be missing, or another one than it should be.
+inline void appendArguments(Message& message, Input& input, const std::vector<std::string>& types) {
+    for (const std::string& type : types) {
+        const std::uint8_t choice = input.byte();
+        if (choice == 255) break;
+        appendAny(message.get(), input, choice > 240 ? "v" : type);
     }
 }
 

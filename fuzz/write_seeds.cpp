@@ -34,15 +34,32 @@ Bytes lifeOfDevice() {
                    {0, 1, 0, 0, 0, 1, 0, 3},
                    {2, 4},
                    {3, 1, 6},
-                   {1, 1, 12, 5, 0, 4, 1, 2, 3, 4},
+                   {1, 1, 15, 5, 0, 4, 1, 2, 3, 4},
                    // It is heard again, with signal strength and service data.
-                   {0, 0, 0, 0, 0, 2, 0, 0xC4, 0xFF, 1, 1, 12, 5, 0, 1, 9},
+                   {0, 0, 0, 0, 0, 2, 0, 0xC4, 0xFF, 1, 1, 15, 5, 0, 1, 9},
                    // A characteristic has a value.
                    {5, 0, 0, 2, 0, 1, 6, 2, 1, 2},
                    // Why the link ends.
                    {0, 3, 0, 10, 0, 4},
                    // It vanishes.
                    {0, 2, 0, 0, 0, 1, 0}});
+}
+
+/// The service lists an adapter and a device of it that is connected, and then the device's table.
+Bytes lists() {
+    return joined({{0},
+                   {0, 5, 0, 2},
+                   {2, 1, 1, 1, 9, 1, 0},
+                   {0, 1, 0, 2, 2, 4, 4, 1, 0},
+                   {0, 6, 0, 2},
+                   {6, 1, 12, 1, 12, 5},
+                   {5, 1, 2, 1, 12, 6}});
+}
+
+/// A central reads a value from its second byte on, writes two others, and subscribes. The write comes with a
+/// dictionary that nobody expects.
+Bytes calls() {
+    return joined({{6}, {0, 0, 2, 13, 0, 14, 1, 0}, {1, 0, 2, 8, 9, 0, 1, 15, 4, 13, 1, 12, 5}, {2}});
 }
 
 /// The end of a link, as the controller tells it and as the kernel does.
@@ -68,6 +85,8 @@ int main(int argumentCount, char** arguments) {
                   joined({{100}, sighting, {0}, sighting}));
     }
     writeSeed(directory / "fuzz_bus_message" / "device", lifeOfDevice());
+    writeSeed(directory / "fuzz_bus_message" / "lists", lists());
+    writeSeed(directory / "fuzz_bus_message" / "calls", calls());
     writeSeed(directory / "fuzz_bus_message" / "packets", linkEnds());
     ZOKBeacon record;
     record.setFirmwareVersion("1.2");

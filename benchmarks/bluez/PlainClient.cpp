@@ -40,14 +40,21 @@ PlainClient::~PlainClient() {
 void PlainClient::takeAll() {
     isOver_ = false;
     while (!isOver_) {
-        if (check(sd_bus_process(bus_, nullptr)) > 0) continue;
+        const bool wasBusy = check(sd_bus_process(bus_, nullptr)) > 0;
+        if (failure_) std::rethrow_exception(failure_);
+        if (wasBusy) continue;
         pollfd polled{sd_bus_get_fd(bus_), static_cast<short>(check(sd_bus_get_events(bus_))), 0};
         if (::poll(&polled, 1, -1) < 0) check(-errno);
     }
 }
 
-int PlainClient::signalCame(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-    static_cast<PlainClient*>(self)->take(message);
+int PlainClient::signalCame(sd_bus_message* message, void* self, sd_bus_error* /*error*/) noexcept {
+    auto* const client = static_cast<PlainClient*>(self);
+    try {
+        client->take(message);
+    } catch (...) {
+        client->failure_ = std::current_exception();
+    }
     return 1;
 }
 

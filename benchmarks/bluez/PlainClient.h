@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <span>
 
 #include "benchmarks/Floor.h"
@@ -22,6 +23,7 @@ public:
     PlainClient& operator=(const PlainClient&) = delete;
 
     /// Takes in what comes until a payload has `lastCode`.
+    /// @throws std::system_error when the connection ends before, or a message is not what it should be.
     void takeAll();
 
     std::size_t taken() const { return taken_; }
@@ -31,7 +33,7 @@ public:
     std::int64_t strengths() const { return strengths_; }
 
 private:
-    static int signalCame(sd_bus_message* message, void* self, sd_bus_error* error);
+    static int signalCame(sd_bus_message* message, void* self, sd_bus_error* error) noexcept;
     void take(sd_bus_message* message);
     void takePayload(std::span<const std::uint8_t> payload);
 
@@ -41,6 +43,8 @@ private:
     std::size_t stamped_ = 0;
     std::int64_t strengths_ = 0;
     bool isOver_ = false;
+    /// What went wrong while a message was read: nothing can be thrown through the bus's library.
+    std::exception_ptr failure_;
 };
 
 }  // namespace bluez_bench

@@ -208,7 +208,6 @@ class Service {
 public:
     Service(int socket, int control, std::size_t beacons)
         : socket_(socket), control_(control), bus_(serve(socket)) {
-        check(sd_bus_add_filter(bus_.get(), nullptr, &Service::answer, nullptr));
         const Recorder recorder;
         for (std::size_t i = 0; i < beacons; ++i) {
             order_.push_back(i);
@@ -226,7 +225,10 @@ public:
         while (true) {
             int result = 0;
             do {
-                result = sd_bus_process(bus_.get(), nullptr);
+                sd_bus_message* raw = nullptr;
+                result = sd_bus_process(bus_.get(), &raw);
+                const MessagePointer message(raw);
+                if (message) answer(raw);
             } while (result > 0);
             if (result < 0) return;
             const auto events = static_cast<short>(sd_bus_get_events(bus_.get()));
@@ -242,9 +244,9 @@ public:
     }
 
 private:
-    static int answer(sd_bus_message* call, void* /*self*/, sd_bus_error* /*error*/) {
+    static void answer(sd_bus_message* call) {
         // The end of the connection is a signal.
-        if (sd_bus_message_is_method_call(call, nullptr, nullptr) == 0) return 0;
+        if (sd_bus_message_is_method_call(call, nullptr, nullptr) == 0) return;
         const std::string_view member = sd_bus_message_get_member(call);
         sd_bus_message* raw = nullptr;
         check(sd_bus_message_new_method_return(call, &raw));
@@ -256,7 +258,6 @@ private:
                                         "Address", "s", "00:00:5E:00:53:01", "Powered", "b", 1));
         }
         check(sd_bus_send(sd_bus_message_get_bus(call), raw, nullptr));
-        return 1;
     }
 
     void announce() const {
@@ -333,7 +334,7 @@ Sender::~Sender() {
 }
 
 void Sender::send(const Traffic& traffic) const {
-    checkCall(::write(control_[0], &traffic, sizeof traffic));
+    checkCall(::send(control_[0], &traffic, sizeof traffic, MSG_NOSIGNAL));
 }
 
 std::vector<nanoseconds> Sender::pressTimes(std::size_t presses) const {

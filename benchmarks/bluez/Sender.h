@@ -46,6 +46,7 @@ public:
     /// Begins to tell of the beacons, each as a device that was just found.
     void announce() const { send({0}); }
     /// Begins to send. One more signal follows at the end, with a pressed button of `lastCode`.
+    /// @throws std::system_error when the process is gone.
     void send(const Traffic& traffic) const;
     /// When the signals of so many pressed buttons were sent, on the monotonic clock. Waits for the end.
     std::vector<std::chrono::nanoseconds> pressTimes(std::size_t presses) const;

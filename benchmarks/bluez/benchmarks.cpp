@@ -4,7 +4,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <exception>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -65,7 +68,10 @@ struct Listener final : ZOKManagerDelegate {
 
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
-        if (state == static_cast<int>(platform::CBManagerState::poweredOn)) manager->startMonitoring();
+        if (state != static_cast<int>(platform::CBManagerState::poweredOn)) {
+            throw std::runtime_error("the library: the connection to the sender is lost");
+        }
+        manager->startMonitoring();
     }
     void zobiConnectManagerDidRangeBeacon(
         const std::shared_ptr<ZOKManager>& /*manager*/,
@@ -207,6 +213,11 @@ int main(int argc, char** argv) {
     std::thread([] {}).join();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
+    try {
+        benchmark::RunSpecifiedBenchmarks();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
     return 0;
 }

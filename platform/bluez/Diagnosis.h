@@ -30,7 +30,8 @@ struct Finding {
 
 /// Examines what stands between a program and the radio of this machine, in the order in which one thing
 /// needs the other: what can only be examined when another thing works is left out when that does not.
-/// Changes nothing. Takes some milliseconds, and 5 s for a part that hangs.
+/// Changes nothing. Takes some milliseconds; where the bus or the service hangs, up to 5 s for each question,
+/// of which there are four at most.
 /// @throws std::system_error when the process has no descriptor left.
 ZOK_EXPORT std::vector<Finding> diagnose(const BlueZOptions& options);
 

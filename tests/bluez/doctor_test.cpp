@@ -16,7 +16,10 @@ namespace {
 struct BusOfMachine final : BusDelegate {
     std::vector<ManagedObject> objects{
         {"/org/bluez/hci0",
-         {{"org.bluez.Adapter1", {{"Address", "00:00:5E:00:53:01"}, {"Powered", true}}},
+         {{"org.bluez.Adapter1",
+           {{"Address", "00:00:5E:00:53:01"},
+            {"Powered", true},
+            {"Roles", std::vector<std::string>{"central"}}}},
           {"org.bluez.GattManager1", {}},
           {"org.bluez.LEAdvertisingManager1", {{"SupportedInstances", std::uint8_t{5}}}}}}};
     std::map<std::string, std::function<void(Message&)>, std::less<>> replies{
@@ -27,13 +30,14 @@ struct BusOfMachine final : BusDelegate {
              body.strings({"DuplicateData", "Pattern"});
          }}};
     std::map<std::string, std::string, std::less<>> errors;
+    std::string errorText = "Sender is not authorized to send message";
     std::string dropsAt;
     std::shared_ptr<Bus> bus;
 
     void busDidReceiveCall(IncomingCall call) override {
         if (call.member == dropsAt) return bus.reset();
         if (const auto error = errors.find(call.member); error != errors.end()) {
-            return Bus::replyError(call, {"org.freedesktop.DBus.Error." + error->second, "No."});
+            return Bus::replyError(call, {"org.freedesktop.DBus.Error." + error->second, errorText});
         }
         const auto reply = replies.find(call.member);
         if (reply == replies.end()) return;
@@ -98,7 +102,10 @@ TEST_F(DoctorTest, FindsAllGoodOrWhatIsInTheWay) {
     EXPECT_EQ(without("GetNameOwner", "NameHasNoOwner"), Texts{"service: failed"});
     EXPECT_EQ(without("GetManagedObjects"), Texts{"access: failed"});
     EXPECT_EQ(without("GetManagedObjects", "AccessDenied"), Texts{"access: failed"});
-    EXPECT_TRUE(told["access"].starts_with("A policy"));
+    EXPECT_TRUE(told["access"].ends_with("or run as root."));
+    machine->errorText = "An AppArmor policy prevents this sender from sending this message";
+    EXPECT_EQ(troubles(), Texts{"access: failed"});
+    EXPECT_TRUE(told["access"].ends_with("Have that policy allow it."));
     EXPECT_EQ(without("GetDiscoveryFilters"), Texts{"scan: limited"});
     EXPECT_EQ(without("GetDiscoveryFilters", "UnknownMethod"), Texts{"scan: failed"});
     machine->dropsAt = "GetManagedObjects";
@@ -121,10 +128,9 @@ TEST_F(DoctorTest, TellsWhatTheMachineCannotDo) {
     hasChannel = false;
     machine->replies["Introspect"] = [](Message& body) { body.string("<signal name=\"Disconnected\">"); };
     EXPECT_EQ(troubles(), Texts{"links: limited"});
-    machine->objects = {
-        {"/org/bluez/hci0",
-         {{"org.bluez.Adapter1", {{"Roles", Texts{"peripheral"}}, {"PowerState", "off-blocked"}}},
-          {"org.bluez.Device1", {}}}}};
+    machine->objects = {{"/org/bluez/hci0",
+                         {{"org.bluez.Adapter1", {{"Roles", Texts()}, {"PowerState", "off-blocked"}}},
+                          {"org.bluez.Device1", {}}}}};
     EXPECT_EQ(troubles(), (Texts{"beacon role: limited", "adapter: failed", "power: failed",
                                  "block switch: failed", "links: limited"}));
     EXPECT_TRUE(told["links"].starts_with("The service tells"));

@@ -27,7 +27,8 @@ std::vector<Finding> examine([[maybe_unused]] const std::string& adapter) {
 #ifdef ZOBICONNECT_BLUEZ
     return platform::bluez::diagnose({adapter});
 #else
-    throw Failure("this tool was built without the radio of this machine");
+    return {{"radio", Finding::Severity::obstacle, "This tool was built without the radio of this machine.",
+             "Build it anew where the development files of libsystemd are: apt install libsystemd-dev"}};
 #endif
 }
 

@@ -1,6 +1,7 @@
 #include "platform/bluez/diagnosis/Examination.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -89,7 +90,8 @@ void Examination::start() {
     try {
         bus_ = context_.openBus({context_.runLoop, context_.clock});
     } catch (const std::system_error& error) {
-        return failAtBus("There is none at " + systemBusAddress() + ": " + error.code().message() + '.');
+        return failAtBus("It cannot be reached at " + systemBusAddress() + ": " + error.code().message() +
+                         '.');
     }
     bus_->setDelegate(weak_from_this());
     context_.waiting.add(bus_);
@@ -148,8 +150,11 @@ void Examination::askForObjects() {
     ask({blueZName, "/", objectManagerInterface, "GetManagedObjects"}, nullptr,
         [this](MessageReader* objects, const BusError& error) {
             if (!objects && error.name == accessDeniedError) {
-                // Of the kinds of policies, the bus's own is the one that groups are for.
-                const bool isOfBus = error.message.starts_with("Rejected");
+                // Groups are for the bus's own policy, which each kind of bus words as it likes.
+                static constexpr std::array otherPolicies{"AppArmor", "SELinux"};
+                const bool isOfBus = std::ranges::none_of(otherPolicies, [&](const char* policy) {
+                    return error.message.find(policy) != std::string::npos;
+                });
                 add("access", Severity::obstacle,
                     "A policy keeps the service from " + userText() + '.' +
                         (isOfBus ? "" : ' ' + error.message),
@@ -192,9 +197,7 @@ void Examination::readAdapter(const std::string& path, const Properties& propert
     adapter.address = property<std::string>(properties, "Address").value_or("");
     adapter.isPowered = property<bool>(properties, "Powered").value_or(false);
     adapter.isBlocked = property<std::string>(properties, "PowerState") == "off-blocked";
-    if (auto roles = property<std::vector<std::string>>(properties, "Roles")) {
-        abilities_[path].roles = *std::move(roles);
-    }
+    abilities_[path].roles = property<std::vector<std::string>>(properties, "Roles");
 }
 
 // The adapter
@@ -263,9 +266,11 @@ void Examination::examineRole(const Abilities& abilities) {
     std::string found = name_ + " (" + adapters_[path_].address + ')';
     if (adapters_.size() > 1) found += ", of " + std::to_string(adapters_.size());
     const auto canConnect = [](const std::string& role) { return role.starts_with("central"); };
-    if (!abilities.roles.empty() && std::ranges::none_of(abilities.roles, canConnect)) {
-        return add("adapter", Severity::obstacle, found + ". It cannot listen to Low Energy devices.",
-                   "Use another adapter.");
+    if (abilities.roles && std::ranges::none_of(*abilities.roles, canConnect)) {
+        return add(
+            "adapter", Severity::obstacle, found + ". It cannot listen to Low Energy devices.",
+            "Either it is one for Classic Bluetooth alone: use another one. Or /etc/bluetooth/main.conf "
+            "has ControllerMode = bredr: take that out, and systemctl restart bluetooth");
     }
     add("adapter", Severity::good, found + '.');
 }

@@ -39,8 +39,8 @@ private:
 
     /// What the service shows of an adapter besides.
     struct Abilities {
-        /// Empty in versions of the service that do not tell.
-        std::vector<std::string> roles;
+        /// Nothing in versions of the service that do not tell; empty if there is no Low Energy.
+        std::optional<std::vector<std::string>> roles;
         bool hasServiceRegistry = false;
         /// How many advertisements more there can be; nothing if there can be none at all.
         std::optional<std::uint8_t> freeAdvertisements;

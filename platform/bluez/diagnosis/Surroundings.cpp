@@ -25,7 +25,8 @@ std::string groupName(gid_t group) {
 }  // namespace
 
 std::string systemBusAddress() {
-    const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    // As the bus's library reads it.
+    const char* const address = ::secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
     return address ? address : "unix:path=/run/dbus/system_bus_socket";
 }
 
@@ -58,9 +59,10 @@ bool hasKernelBluetooth() {
 
 std::vector<std::string> kernelAdapters() {
     std::vector<std::string> adapters;
-    std::error_code absent;
-    for (const auto& entry : std::filesystem::directory_iterator(kernelFolder, absent)) {
-        std::string name = entry.path().filename().string();
+    std::error_code unreadable;
+    for (std::filesystem::directory_iterator entry(kernelFolder, unreadable), end; entry != end;
+         entry.increment(unreadable)) {
+        std::string name = entry->path().filename().string();
         // Links have entries too: hci0:64.
         if (name.find(':') == std::string::npos) adapters.push_back(std::move(name));
     }

@@ -26,7 +26,7 @@ CBManagerState stateOf(Availability availability) {
 std::string troubleOf(Availability availability, const std::string& adapter) {
     switch (availability) {
         case Availability::noBus:
-            return "There is no system bus.";
+            return "The system bus cannot be reached.";
         case Availability::noService:
             return "The Bluetooth service does not run.";
         case Availability::refused:
@@ -49,7 +49,8 @@ std::string troubleOf(Availability availability, const std::string& adapter) {
 std::string remedyFor(Availability availability, const std::string& adapter) {
     switch (availability) {
         case Availability::noBus:
-            return "Start D-Bus; in a container, share /run/dbus/system_bus_socket.";
+            return "See that D-Bus runs and lets this user in; in a container, share "
+                   "/run/dbus/system_bus_socket.";
         case Availability::noService:
             return "Install the package bluez and start it: systemctl start bluetooth";
         case Availability::refused:

@@ -17,13 +17,15 @@ std::string firstWordOf(const std::filesystem::path& file) {
 
 /// The one that is furthest from open among those in a folder, if they are for Bluetooth.
 BlockSwitch readBlockSwitches(const std::string& folder) {
-    std::error_code absent;
+    std::error_code unreadable;
     BlockSwitch found = BlockSwitch::open;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, absent)) {
-        const bool isSwitch = entry.path().filename().string().starts_with("rfkill");
-        if (!isSwitch || firstWordOf(entry.path() / "type") != "bluetooth") continue;
-        if (firstWordOf(entry.path() / "soft") == "1") found = std::max(found, BlockSwitch::soft);
-        if (firstWordOf(entry.path() / "hard") == "1") found = BlockSwitch::hard;
+    for (std::filesystem::directory_iterator entry(folder, unreadable), end; entry != end;
+         entry.increment(unreadable)) {
+        const std::filesystem::path& path = entry->path();
+        const bool isSwitch = path.filename().string().starts_with("rfkill");
+        if (!isSwitch || firstWordOf(path / "type") != "bluetooth") continue;
+        if (firstWordOf(path / "soft") == "1") found = std::max(found, BlockSwitch::soft);
+        if (firstWordOf(path / "hard") == "1") found = BlockSwitch::hard;
     }
     return found;
 }
