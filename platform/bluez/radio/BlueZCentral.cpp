@@ -54,9 +54,8 @@ void BlueZCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID>
     options_ = options;
     isScanning_ = true;
     ++scansStarted_;
-    std::erase_if(peripherals_, [](const auto& entry) {
-        return entry.second->isIdle() && entry.second.use_count() == 1;
-    });
+    std::erase_if(peripherals_,
+                  [](const auto& entry) { return entry.second->isIdle() && entry.second.use_count() == 1; });
     if (!attempts_->isAttempting()) discovery_->begin(discoveryFilter());
 }
 
