@@ -3,7 +3,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -13,7 +12,9 @@
 #include <vector>
 
 #include "platform/bluez/BlueZPlatform.h"
+#include "platform/bluez/PeripheralManager.h"
 #include "platform/simulation/World.h"
+#include "platform/standard/ExceptionKeeper.h"
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/EmulateControls.h"
@@ -28,6 +29,7 @@
 namespace zobiconnect {
 
 using platform::bluez::BlueZPlatform;
+using platform::bluez::PeripheralManager;
 using platform::simulation::BeaconDescription;
 using platform::simulation::SimulatedBeacon;
 using platform::simulation::World;
@@ -85,15 +87,6 @@ std::size_t chosenBeacon(const Scenario& scenario, const Options& options) {
     return static_cast<std::size_t>(found - scenario.beacons.begin());
 }
 
-/// Runs the loop until the condition holds. False if a signal comes before.
-bool runUntil(platform::RunLoop& runLoop, const std::function<bool()>& condition) {
-    while (!condition()) {
-        if (StopOnSignal::take()) return false;
-        runLoop.run();
-    }
-    return true;
-}
-
 int runEmulate(const Options& options) {
     const auto scenario = std::make_shared<const Scenario>(
         options.scenario ? scenarioFromFile(*options.scenario) : scenarioOfOneBeacon(options));
@@ -116,8 +109,10 @@ int runEmulate(const Options& options) {
         printOut(secondsText(elapsed.count()) + "  " + printable(line) + '\n');
         flushOut();
     };
-    const auto emulated = std::make_shared<EmulatedBeacon>(platform, beacon, tell);
-    emulated->start();
+    const auto emulated = std::make_shared<EmulatedBeacon>(runLoop, beacon, tell);
+    emulated->start([&](auto services, auto delegate) {
+        return PeripheralManager::makeOnPlatform(platform, std::move(services), std::move(delegate));
+    });
     bool isOver = false;
     EmulateControls controls(beacon, {[&] { emulated->disconnectCentrals(); },
                                       [&] {
@@ -125,13 +120,15 @@ int runEmulate(const Options& options) {
                                           runLoop.stop();
                                       },
                                       tell});
-    if (const auto help = controls.help()) tell(*help);
     // Often enough for a person to take it for at once.
     constexpr double interval = 0.05;
     const auto inputTimer = runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         interval, [&](const auto& /*timer*/) { controls.readInput(); }, nullptr, true);
 
-    runUntil(runLoop, [&] { return isOver || !emulated->failure().empty(); });
+    platform::ExceptionKeeper exceptions;
+    exceptions.run([&] {
+        while (!isOver && emulated->failure().empty() && !StopOnSignal::take()) runLoop.run();
+    });
     inputTimer->invalidate();
     if (!emulated->failure().empty()) throw Failure(emulated->failure());
     bool hasEnded = false;
@@ -139,7 +136,9 @@ int runEmulate(const Options& options) {
         hasEnded = true;
         runLoop.stop();
     });
-    runUntil(runLoop, [&] { return hasEnded; });
+    // What cannot be told must not keep the links up.
+    while (!hasEnded && !StopOnSignal::take()) exceptions.run([&] { runLoop.run(); });
+    exceptions.rethrow();
     return success;
 }
 

@@ -17,6 +17,11 @@ namespace zobiconnect {
 
 namespace {
 
+constexpr const char* keys =
+    "Keys: 0 1 2 press the button, b B battery, t T temperature, a turn it over, s silence, d disconnect, "
+    "q quit";
+// Far longer than any command.
+constexpr std::size_t longestLine = 4096;
 // The service advertises each 1.28 s: a shorter press may not be heard.
 constexpr double usualPress = 3;
 constexpr int buttonActions = 3;
@@ -52,57 +57,63 @@ std::vector<std::uint8_t> bigEndian(int number) {
     return {static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number & 0xFF)};
 }
 
-/// Keys are for who sees the terminal: one that a job in the background reads from stops it.
+/// Whether the keys of the terminal, if there is one, are for this process: reading from it or changing it
+/// stops a job in the background.
 bool hasKeys() {
-    return ::isatty(STDIN_FILENO) == 1 && ::tcgetpgrp(STDIN_FILENO) == ::getpgrp();
+    return ::tcgetpgrp(STDIN_FILENO) == ::getpgrp();
 }
 
 }  // namespace
 
 EmulateControls::EmulateControls(platform::simulation::SimulatedBeacon& beacon, Actions actions)
-    : beacon_(beacon), actions_(std::move(actions)) {
-    termios before{};
-    if (hasKeys() && ::tcgetattr(STDIN_FILENO, &before) == 0) {
-        terminal_ = before;
-        termios keys = before;
-        keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-        ::tcsetattr(STDIN_FILENO, TCSANOW, &keys);
-    } else {
-        isAtEnd_ = ::isatty(STDIN_FILENO) == 1;
-    }
+    : beacon_(beacon), actions_(std::move(actions)), isTerminal_(::isatty(STDIN_FILENO) == 1) {
+    if (hasKeys()) actions_.tell(keys);
 }
 
 EmulateControls::~EmulateControls() {
-    if (terminal_) ::tcsetattr(STDIN_FILENO, TCSANOW, &*terminal_);
+    if (terminal_ && hasKeys()) ::tcsetattr(STDIN_FILENO, TCSANOW, &*terminal_);
 }
 
-std::optional<std::string> EmulateControls::help() const {
-    if (!terminal_) return std::nullopt;
-    return "Keys: 0 1 2 press the button, b B battery, t T temperature, a turn it over, s silence, "
-           "d disconnect, q quit";
+void EmulateControls::takeTerminal() {
+    constexpr tcflag_t linesAndEcho = ICANON | ECHO;
+    termios modes{};
+    if (::tcgetattr(STDIN_FILENO, &modes) != 0 || (modes.c_lflag & linesAndEcho) == 0) return;
+    terminal_ = modes;
+    modes.c_lflag &= ~linesAndEcho;
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &modes);
 }
 
 void EmulateControls::readInput() {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
+    if (isAtEnd_) return;
+    if (isTerminal_) {
+        if (!hasKeys()) return;
+        // Each time, for a shell that stops this job and continues it may change the modes back.
+        takeTerminal();
+    }
+    pollfd ready{STDIN_FILENO, POLLIN, 0};
+    if (::poll(&ready, 1, 0) <= 0) return;
     std::array<char, 4096> buffer{};
-    while (!isAtEnd_ && ::poll(&input, 1, 0) > 0) {
-        const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
-        if (count <= 0) {
-            // The beacon stays: a script that has ended may have set all that it wanted.
-            isAtEnd_ = true;
-            return;
-        }
-        unread_.append(buffer.data(), static_cast<std::size_t>(count));
+    const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+    const std::string_view input(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    // The beacon stays: a script that has ended may have set all that it wanted.
+    isAtEnd_ = input.empty();
+    if (isTerminal_) {
+        for (const char key : input) obeyKey(key);
+    } else {
+        // The end of the script is also that of its last line.
+        obeyLines(isAtEnd_ ? "\n" : input);
     }
-    if (terminal_) {
-        for (const char key : std::exchange(unread_, {})) obeyKey(key);
-        return;
-    }
+}
+
+void EmulateControls::obeyLines(std::string_view input) {
+    unread_ += input;
     for (auto end = unread_.find('\n'); end != std::string::npos; end = unread_.find('\n')) {
         const std::string line = unread_.substr(0, end);
         unread_.erase(0, end + 1);
         obeyLine(line);
     }
+    // More is not needed to refuse it.
+    unread_.resize(std::min(unread_.size(), longestLine + 1));
 }
 
 void EmulateControls::obeyKey(char key) {
@@ -131,11 +142,14 @@ void EmulateControls::obeyKey(char key) {
         case 'q':
             return actions_.quit();
         default:
-            return actions_.tell(*help());
+            return actions_.tell(keys);
     }
 }
 
 void EmulateControls::obeyLine(std::string_view line) {
+    if (line.size() > longestLine) {
+        return complain("not understood: a line of more than " + std::to_string(longestLine) + " characters");
+    }
     const auto words = wordsOf(line);
     if (words.empty() || obeyWords(words)) return;
     complain("not understood: \"" + std::string(line) + "\". See zobiconnect emulate --help");

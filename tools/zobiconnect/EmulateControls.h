@@ -24,6 +24,7 @@ public:
         std::function<void(const std::string& line)> tell;
     };
 
+    /// Tells what the keys do, if there are some.
     /// @param beacon must outlive it.
     EmulateControls(platform::simulation::SimulatedBeacon& beacon, Actions actions);
     /// Gives the terminal back as it was.
@@ -31,13 +32,13 @@ public:
     EmulateControls(const EmulateControls&) = delete;
     EmulateControls& operator=(const EmulateControls&) = delete;
 
-    /// What the keys do, in a line; nothing when there are none.
-    std::optional<std::string> help() const;
-
-    /// Does what was entered since the last call. Never waits.
+    /// Does what was entered since the last call, or a bounded part of it. Never waits.
     void readInput();
 
 private:
+    /// Has the terminal give each key at once, and not show it.
+    void takeTerminal();
+    void obeyLines(std::string_view input);
     void obeyKey(char key);
     void obeyLine(std::string_view line);
     /// @returns whether there is such a command, with such arguments.
@@ -51,7 +52,8 @@ private:
 
     platform::simulation::SimulatedBeacon& beacon_;
     Actions actions_;
-    /// How the terminal was; absent when stdin is none.
+    const bool isTerminal_;
+    /// How the terminal was; absent until it is taken.
     std::optional<termios> terminal_;
     bool isAtEnd_ = false;
     std::string unread_;

@@ -57,21 +57,20 @@ std::string nameOf(const platform::CBUUID& uuid) {
 
 }  // namespace
 
-EmulatedBeacon::EmulatedBeacon(platform::bluez::BlueZPlatform& platform,
-                               platform::simulation::SimulatedBeacon& beacon, Teller tell)
-    : platform_(platform), beacon_(beacon), tell_(std::move(tell)) {}
+EmulatedBeacon::EmulatedBeacon(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon,
+                               Teller tell)
+    : runLoop_(runLoop), beacon_(beacon), tell_(std::move(tell)) {}
 
 EmulatedBeacon::~EmulatedBeacon() {
     beacon_.gatt().endLink();
 }
 
-void EmulatedBeacon::start() {
-    manager_ =
-        PeripheralManager::makeOnPlatform(platform_, servicesOf(beacon_.description()), weak_from_this());
+void EmulatedBeacon::start(const ManagerMaker& makeManager) {
+    manager_ = makeManager(servicesOf(beacon_.description()), weak_from_this());
     // A simulated beacon tells nobody that it has changed. This is often enough for a person to take it for
     // at once, and far more often than a beacon advertises.
     constexpr double interval = 0.05;
-    timer_ = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+    timer_ = runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         interval,
         [weakSelf = weak_from_this()](const auto& /*timer*/) {
             if (const auto self = weakSelf.lock()) self->follow();
@@ -84,6 +83,7 @@ void EmulatedBeacon::follow() {
         if (onAir_) fallSilent();
         return;
     }
+    if (silenceTimer_) silenceTimer_->invalidate();
     auto advertisement = advertisementOf(beacon_.description());
     if (advertisement == onAir_) return;
     onAir_ = std::move(advertisement);
@@ -95,11 +95,10 @@ void EmulatedBeacon::fallSilent() {
     manager_->stopAdvertising();
     tell_("silent");
     // A link outlives a silence that is not long. The service can only end it in good order.
-    platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
+    silenceTimer_ = runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         beacon_.description().link.supervisionTimeout,
         [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            const auto self = weakSelf.lock();
-            if (self && !self->beacon_.isInRange()) self->disconnectCentrals();
+            if (const auto self = weakSelf.lock()) self->disconnectCentrals();
         },
         nullptr, false);
 }
@@ -112,9 +111,10 @@ void EmulatedBeacon::end(std::function<void()> ended) {
 
 void EmulatedBeacon::fail(const std::string& reason) {
     if (isEnding_) return;
-    if (hasBeenOnAir_) return tell_(reason);
+    const bool isRestarting = manager_->state() == CBManagerState::resetting;
+    if (hasBeenOnAir_ || isRestarting) return tell_(reason);
     failure_ = reason;
-    platform_.runLoop().stop();
+    runLoop_.stop();
 }
 
 // The radio

@@ -8,8 +8,9 @@
 #include <set>
 #include <span>
 #include <string>
+#include <vector>
 
-#include "platform/bluez/BlueZPlatform.h"
+#include "platform/RunLoop.h"
 #include "platform/bluez/PeripheralManager.h"
 #include "platform/simulation/SimulatedBeacon.h"
 
@@ -24,18 +25,22 @@ class EmulatedBeacon final : public platform::bluez::PeripheralManagerDelegate,
 public:
     /// Told in a line what happens.
     using Teller = std::function<void(const std::string& line)>;
+    /// Makes the way to the radio.
+    using ManagerMaker = std::function<std::shared_ptr<platform::bluez::PeripheralManager>(
+        std::vector<platform::bluez::LocalService> services,
+        std::weak_ptr<platform::bluez::PeripheralManagerDelegate> delegate)>;
 
-    /// @param platform,beacon must outlive it.
-    EmulatedBeacon(platform::bluez::BlueZPlatform& platform, platform::simulation::SimulatedBeacon& beacon,
-                   Teller tell);
+    /// @param runLoop,beacon must outlive it.
+    EmulatedBeacon(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon, Teller tell);
     ~EmulatedBeacon() override;
     EmulatedBeacon(const EmulatedBeacon&) = delete;
     EmulatedBeacon& operator=(const EmulatedBeacon&) = delete;
 
-    void start();
+    void start(const ManagerMaker& makeManager);
 
     /// Why it cannot be put on the air at all: whole sentences; the run loop is stopped when they are known.
-    /// What is in the way later, once it has been there, is told in a line instead.
+    /// What is in the way later, once it has been there, is told in a line instead; so is a service that is
+    /// just restarting.
     const std::string& failure() const { return failure_; }
 
     void disconnectCentrals() { manager_->disconnectCentrals(); }
@@ -66,7 +71,7 @@ private:
     void fail(const std::string& reason);
     void tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value);
 
-    platform::bluez::BlueZPlatform& platform_;
+    platform::RunLoop& runLoop_;
     platform::simulation::SimulatedBeacon& beacon_;
     Teller tell_;
     std::shared_ptr<platform::bluez::PeripheralManager> manager_;
@@ -77,6 +82,8 @@ private:
     bool isEnding_ = false;
     std::string failure_;
     std::shared_ptr<platform::NSTimer> timer_;
+    /// Ends the links when a silence is over that they do not outlive.
+    std::shared_ptr<platform::NSTimer> silenceTimer_;
 };
 
 }  // namespace zobiconnect
