@@ -4,6 +4,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "platform/simulation/SimulatedPlatform.h"
 #include "tools/zobiconnect/EmulateControls.h"
 #include "tools/zobiconnect/EmulatedBeacon.h"
@@ -36,7 +42,7 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
     enter("ery 5");
     EXPECT_THAT(told, ElementsAre("button pressed: action 1"));
     EXPECT_EQ(beacon.description().buttonAction, 2);
-    enter("\npress 1" + std::string(9000, ' ') + "\nquit");
+    enter("\npress 1" + std::string(9000, ' ') + "\nquit\npress 2");
     int left = 0;
     EXPECT_EQ(::ioctl(STDIN_FILENO, FIONREAD, &left), 0);
     EXPECT_GT(left, 0) << "a flood is read in parts";

@@ -118,8 +118,7 @@ class ZOK_EXPORT PeripheralManager {
 public:
     /// @param platform whose adapter it uses; must outlive the manager.
     /// @param services what is offered, in this order, from the first advertisement on. The service adds some
-    /// of
-    ///     its own.
+    ///     of its own.
     static std::shared_ptr<PeripheralManager> makeOnPlatform(
         BlueZPlatform& platform, std::vector<LocalService> services,
         std::weak_ptr<PeripheralManagerDelegate> delegate);

@@ -28,6 +28,7 @@ Script fails(const std::string& name, const std::string& message, int times = 1)
 class Watcher final : public CBCentralManagerDelegate {
 public:
     Events events;
+    bool refusesNext = false;
 
     void centralManagerDidUpdateState(CBCentralManager& central) override {
         events.push_back("state " + std::to_string(static_cast<int>(central.state())));
@@ -41,6 +42,7 @@ public:
             event += ' ' + service.UUIDString() + ':' + std::to_string(bytes.size());
         }
         events.push_back(event + ' ' + rssi.description());
+        if (std::exchange(refusesNext, false)) throw DataRangeError(0, 11, 5);
     }
 };
 
@@ -249,6 +251,9 @@ TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
     EXPECT_THAT(told(), IsEmpty()) << "the scan knows it though the service has forgotten it";
     watched->scanForPeripheralsWithServicesOptions({}, {});
     EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -60"));
+    watched->scanForPeripheralsWithServicesOptions({}, {});
+    watcher->refusesNext = true;
+    EXPECT_THAT(told(), SizeIs(2)) << "a report that is dropped is none";
 }
 
 TEST_P(BlueZRadio, AScanThatDoesNotStartOrStopIsTriedAgain) {

@@ -267,7 +267,11 @@ TEST_F(Peripheral, EndsInTimeThoughTheServiceDoesNotAnswer) {
     eventsIn();
     errors["UnregisterAdvertisement"] = {};
     manager->end([&] { events.emplace_back("first"); });
-    eventsIn(3);
+    eventsIn();
+    setConnected(1, true);
+    EXPECT_EQ(eventsIn(), Texts({"connected by 00:00:5E:00:53:01", "Disconnect1"})) << "just in time";
+    setConnected(1, false);
+    eventsIn();
     manager->end([&] { events.emplace_back("second"); });
     EXPECT_EQ(eventsIn(4.9), Texts());
     EXPECT_EQ(eventsIn(), Texts({"second"}));

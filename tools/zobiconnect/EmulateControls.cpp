@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <limits>
@@ -94,6 +95,7 @@ void EmulateControls::readInput() {
     if (::poll(&ready, 1, 0) <= 0) return;
     std::array<char, 4096> buffer{};
     const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+    if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
     const std::string_view input(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     // The beacon stays: a script that has ended may have set all that it wanted.
     isAtEnd_ = input.empty();
@@ -190,6 +192,7 @@ bool EmulateControls::obeyWords(const std::vector<std::string_view>& words) {
     } else if (command == "disconnect") {
         actions_.disconnectCentrals();
     } else if (command == "quit") {
+        unread_.clear();
         actions_.quit();
     } else {
         return false;

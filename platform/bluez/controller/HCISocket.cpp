@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "platform/bluez/controller/HCIEvent.h"
 
@@ -44,16 +46,18 @@ struct LinkList {
 constexpr unsigned long listLinks = _IOR('H', 212, int);
 constexpr std::uint8_t lowEnergy = 0x80;
 
-/// The link of LE to a device. Nothing if the kernel lists none.
-std::optional<Link> findLink(int socket, std::uint16_t controller, const DeviceAddress& device) {
+/// The links of LE to a device, of which there is one at most. Nothing where the kernel does not list
+/// them.
+std::optional<std::vector<Link>> linksTo(int socket, std::uint16_t controller, const DeviceAddress& device) {
     LinkList list{controller, mostLinks, {}};
     if (::ioctl(socket, listLinks, &list) != 0) return std::nullopt;
     const auto links = std::span(list.links).first(std::min<std::size_t>(list.count, mostLinks));
     auto address = device.bytes;
     std::ranges::reverse(address);
-    const auto found = std::ranges::find_if(
-        links, [&](const Link& link) { return link.type == lowEnergy && link.address == address; });
-    return found == links.end() ? std::nullopt : std::optional(*found);
+    std::vector<Link> found;
+    std::ranges::copy_if(links, std::back_inserter(found),
+                         [&](const Link& link) { return link.type == lowEnergy && link.address == address; });
+    return found;
 }
 
 }  // namespace
@@ -73,13 +77,14 @@ void HCISocket::watchLink(const DeviceAddress& device) {
     drain();
     linkIsNew(device);
     std::erase_if(devices_, [&](const auto& entry) { return entry.second == device; });
-    const auto link = findLink(fileDescriptor(), controller_, device);
-    if (link) devices_.insert_or_assign(link->handle, device);
+    const auto links = linksTo(fileDescriptor(), controller_, device);
+    if (links && !links->empty()) devices_.insert_or_assign(links->front().handle, device);
 }
 
 std::optional<bool> HCISocket::isIncomingLink(const DeviceAddress& device) const {
-    const auto link = findLink(fileDescriptor(), controller_, device);
-    return link ? std::optional(link->isOutgoing == 0) : std::nullopt;
+    const auto links = linksTo(fileDescriptor(), controller_, device);
+    if (!links) return std::nullopt;
+    return !links->empty() && links->front().isOutgoing == 0;
 }
 
 void HCISocket::packetWasRead(std::span<const std::uint8_t> packet) {

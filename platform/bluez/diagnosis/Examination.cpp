@@ -267,10 +267,8 @@ void Examination::examineRole(const Abilities& abilities) {
     if (adapters_.size() > 1) found += ", of " + std::to_string(adapters_.size());
     const auto canConnect = [](const std::string& role) { return role.starts_with("central"); };
     if (abilities.roles && std::ranges::none_of(*abilities.roles, canConnect)) {
-        return add(
-            "adapter", Severity::obstacle, found + ". It cannot listen to Low Energy devices.",
-            "Either it is one for Classic Bluetooth alone: use another one. Or /etc/bluetooth/main.conf "
-            "has ControllerMode = bredr: take that out, and systemctl restart bluetooth");
+        return add("adapter", Severity::obstacle, found + ". It cannot listen to Low Energy devices.",
+                   "Use another adapter.");
     }
     add("adapter", Severity::good, found + '.');
 }

@@ -342,6 +342,8 @@ void BlueZPeripheralManager::linkIsGone(const std::string& path) {
 std::string BlueZPeripheralManager::centralIsThere(const std::string& path) {
     std::string address = addressIn(path);
     const bool isNew = !std::exchange(links_[path].isCentral, true);
+    // It came before the advertisement was off the air.
+    if (isNew && ended_ && links_[path].isOurs()) service_->send(path, deviceInterface, "Disconnect");
     const auto delegate = delegate_.lock();
     if (isNew && delegate) delegate->peripheralManagerDidConnectCentral(*this, address);
     return address;
@@ -372,8 +374,7 @@ void BlueZPeripheralManager::end(std::function<void()> ended) {
 void BlueZPeripheralManager::endIfDone() {
     const bool hasCentrals =
         std::ranges::any_of(links_, [](const auto& entry) { return entry.second.isOurs(); });
-    const bool isDone = !isPoweredOn() || (!done_ && !hasAdvertisement_ && !hasCentrals);
-    if (!wanted_ && isDone) endNow();
+    if (!wanted_ && (!isPoweredOn() || !hasCentrals)) endNow();
 }
 
 void BlueZPeripheralManager::endNow() {

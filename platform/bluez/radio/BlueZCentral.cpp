@@ -108,7 +108,8 @@ void BlueZCentral::deviceDidAppear(Device& device) {
 void BlueZCentral::deviceDidChange(Device& device, const DeviceChange& change) {
     if (device.peripheral) device.peripheral->deviceDidChange(device, change);
     if (isScanning_ || attempts_->isWaited()) {
-        const bool completes = change.name && device.peripheral && device.peripheral->isNameAwaited();
+        const bool completes =
+            change.name && !device.isConnected && device.peripheral && device.peripheral->isNameAwaited();
         if (change.isSighting() || completes) hear(device, change);
     }
 }
@@ -153,16 +154,18 @@ void BlueZCentral::report(const std::shared_ptr<BlueZPeripheral>& peripheral,
     if (!options_.allowDuplicates) {
         // The one report of a scan must be worth it: what is missing follows.
         if (!name || serviceData.empty()) return;
-        if (!peripheral->isFirstReportOfScan(scansStarted_)) return;
+        if (peripheral->wasReportedIn(scansStarted_)) return;
     }
     const auto delegate = delegate_.lock();
     if (!delegate) return;
+    peripheral->noteReport(scansStarted_);
     CBAdvertisementData data{.localName = std::nullopt, .serviceData = serviceData};
     // A copy is not needed, as the name is set by signals alone.
     if (name) data.localName = *name;
     try {
         delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*this, peripheral, data, rssi);
     } catch (const DataRangeError& error) {
+        peripheral->forgetReport();
         context_->log.log("Advertisement from %@ dropped: %@", textOf(peripheral->address()), error.what());
     }
 }
@@ -284,8 +287,9 @@ void BlueZCentral::deviceDidVanish(Device& device) {
     peripheral->deviceDidVanish();
     // Nobody could tell a handle that is made anew from this one; but the scan may have to know it again.
     constexpr long thisAndTheMap = 2;
-    const bool isForgotten = peripheral->isIdle() && peripheral.use_count() == thisAndTheMap;
-    if (isForgotten && options_.allowDuplicates) peripherals_.erase(peripheral->address());
+    const bool isUsed = !peripheral->isIdle() || peripheral.use_count() > thisAndTheMap;
+    const bool isKnown = isScanning_ && !options_.allowDuplicates && peripheral->wasReportedIn(scansStarted_);
+    if (!isUsed && !isKnown) peripherals_.erase(peripheral->address());
 }
 
 void BlueZCentral::deviceDidTellLinkEnd(Device& device, const LinkEnd& end) {

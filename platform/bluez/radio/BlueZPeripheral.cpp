@@ -78,7 +78,7 @@ void BlueZPeripheral::rememberName(std::string_view name) {
 
 void BlueZPeripheral::hearName(std::string_view name) {
     // What was reported under another one, which the service remembered, has to be reported anew.
-    if (!std::exchange(isNameHeard_, true) && advertisedName_ != name) lastReportedInScan_ = 0;
+    if (!std::exchange(isNameHeard_, true) && advertisedName_ != name) forgetReport();
     advertisedName_ = name;
 }
 

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/NSTimer.h"
@@ -49,8 +50,10 @@ public:
     void noteHeard(std::chrono::nanoseconds moment) { lastHeard_ = moment; }
     /// With which service filter it was found first: with it, it is found again.
     const std::vector<CBUUID>& foundWith() const { return foundWith_; }
-    /// True unless it has been reported in this scan before.
-    bool isFirstReportOfScan(std::uint64_t scan) { return std::exchange(lastReportedInScan_, scan) != scan; }
+    bool wasReportedIn(std::uint64_t scan) const { return lastReportedInScan_ == scan; }
+    void noteReport(std::uint64_t scan) { lastReportedInScan_ = scan; }
+    /// It was no report that counts: the next one is the first of its scan.
+    void forgetReport() { lastReportedInScan_ = 0; }
     /// What was heard of the device before its name was.
     struct Unnamed {
         NSNumber rssi;

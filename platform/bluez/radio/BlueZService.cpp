@@ -165,7 +165,8 @@ void BlueZService::reload() {
                         timer_->invalidate();
                         loading_.reset();
                         if (!error) return load(reply);
-                        if (error->name != accessDeniedError) return loadingFailed(error->message);
+                        if (error->name != accessDeniedError)
+                            return loadingFailed(error->name + ' ' + error->message);
                         afterDelay(refusedDelay, &BlueZService::reload);
                         enter(Availability::refused);
                     });
@@ -174,7 +175,10 @@ void BlueZService::reload() {
 }
 
 void BlueZService::loadingFailed(const std::string& why) {
-    context_->log.log("Bluetooth: the service does not list its objects: %@", why);
+    // Told once, however often it is tried.
+    if (std::exchange(loadingTrouble_, why) != why) {
+        context_->log.log("Bluetooth: the service does not list its objects: %@", why);
+    }
     afterDelay(answerDeadline, &BlueZService::reload);
     enter(Availability::restarting);
 }
@@ -201,6 +205,7 @@ void BlueZService::load(MessageReader& objects) {
         return loadingFailed("its list makes no sense.");
     }
     isLoading_ = false;
+    loadingTrouble_.clear();
     chooseAdapter();
     std::erase_if(devices_, [this](const auto& entry) { return !entry.first.starts_with(devicePrefix_); });
     const auto delegate = delegate_.lock();

@@ -178,6 +178,7 @@ private:
     bool isOpening_ = false;
     Slot loading_;
     bool isLoading_ = false;
+    std::string loadingTrouble_;
     std::shared_ptr<NSTimer> timer_;
 };
 
