@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-using platform::NSNumber;
+using zobi::platform::NSNumber;
 
 namespace {
 
@@ -27,13 +27,13 @@ void ZOKBeacon::copyInto(ZOKBeacon& copy) const {
     copy.minor_ = minor_;
 }
 
-void ZOKBeacon::encodeWithCoder(platform::NSCoder& coder) const {
+void ZOKBeacon::encodeWithCoder(zobi::platform::NSCoder& coder) const {
     coder.encodeTextForKey(firmwareVersion_, firmwareVersionKey);
     coder.encodeNumberForKey(major_, majorKey);
     coder.encodeNumberForKey(minor_, minorKey);
 }
 
-void ZOKBeacon::initWithCoder(const platform::NSCoder& coder) {
+void ZOKBeacon::initWithCoder(const zobi::platform::NSCoder& coder) {
     auto firmwareVersion = coder.decodeTextForKey(firmwareVersionKey);
     const NSNumber major = coder.decodeNumberForKey(majorKey);
     const NSNumber minor = coder.decodeNumberForKey(minorKey);

@@ -10,53 +10,68 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKBeacon.h"
-#include "platform/CBCentralManager.h"
-#include "platform/CBPeripheral.h"
-#include "platform/CBUUID.h"
-#include "platform/Export.h"
-#include "platform/NSTimer.h"
-#include "platform/Platform.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/CBPeripheral.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/Platform.h"
 
 class ZOKManagerDelegate;
 
 /// Scans for beacons and tells its delegate what it finds: the one object through which an application uses
 /// the library.
 ///
-/// An application obtains the manager, becomes its delegate, waits until Bluetooth is powered on, starts
-/// monitoring, and runs the platform's loop:
+/// An application makes a manager, becomes its delegate, starts monitoring each time that Bluetooth becomes
+/// powered on, and runs the platform's loop:
 ///
-///     auto manager = ZOKManager::shared();
+///     #include "ZobiConnectKit/ZobiConnectKit.h"
+///
+///     struct MyDelegate : ZOKManagerDelegate {
+///         void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
+///                                                         int state) override {
+///             zobi::monitorIfPoweredOn(*manager, state);
+///         }
+///     };
+///
+///     auto manager = ZOKManager::managerOnPlatform(platform);
 ///     auto delegate = std::make_shared<MyDelegate>();   // the manager does not keep it alive
 ///     manager->setDelegate(delegate);
-///     platform::Platform::current().runLoop().run();    // MyDelegate starts monitoring at state 5
+///     platform.runLoop().run();
 ///
 /// Everything runs on the main thread, which is the thread that runs the loop: every callback is made there,
 /// and every operation is called there. Only `shared` is safe from any thread.
 ///
 /// Nothing here returns an error, and nothing throws on purpose. A payload that is too short for its layout
-/// leaves through the discovery event, as `platform::DataRangeError`, to the radio that delivered it. An
-/// exception thrown by the delegate leaves through whatever runs the loop.
-class ZOK_EXPORT ZOKManager final : public platform::CBCentralManagerDelegate,
-                                    public platform::CBPeripheralDelegate,
-                                    public std::enable_shared_from_this<ZOKManager> {
+/// leaves through the discovery event, as `zobi::platform::DataRangeError`, to the radio that delivered it.
+/// An exception thrown by the delegate leaves through whatever runs the loop.
+class ZOBI_EXPORT ZOKManager final : public zobi::platform::CBCentralManagerDelegate,
+                                     public zobi::platform::CBPeripheralDelegate,
+                                     public std::enable_shared_from_this<ZOKManager> {
 public:
-    /// The process's one manager, on `platform::Platform::current()`; made by the first call, never
+    /// The manager of the process, on `zobi::platform::Platform::current()`. Made by the first call, never
     /// destroyed. Safe from any thread.
     static const std::shared_ptr<ZOKManager>& shared();
 
-    /// A manager of its own, which uses `platform` alone. The platform must outlive it, and holds it until
-    /// the platform dies.
-    static std::shared_ptr<ZOKManager> managerOnPlatform(platform::Platform& platform);
+    /// Makes another manager, which uses only `platform`. The platform must outlive it, and its notification
+    /// center keeps the manager alive until the platform is destroyed.
+    static std::shared_ptr<ZOKManager> managerOnPlatform(zobi::platform::Platform& platform);
 
     ZOKManager(const ZOKManager&) = delete;
     ZOKManager& operator=(const ZOKManager&) = delete;
 
-    // Monitoring
+    /// @name Monitoring
+    /// @{
 
     /// Starts monitoring: restarts the two ranging timers (the report each 1 s, the expiry check each 10 s),
     /// then calls `startMonitoringWithAllowDuplicate`, with true if the application is active.
     ///
     /// The ranging timers start anew, and with them their phase, even if the scan then does not start.
+    ///
+    /// Call `zobi::monitorIfPoweredOn` when Bluetooth becomes powered on. `startMonitoring` alone starts no
+    /// scan then if `isMonitoring` is still true from before Bluetooth was turned off. Nothing is heard, and
+    /// beacons that are in range are dropped: until the restart of the scan, 30 s after the last one began,
+    /// or, in the background, until the application becomes active.
     void startMonitoring();
 
     /// Starts a scan for beacons, and the timer that restarts it after 30 s, unless it is monitoring already
@@ -68,61 +83,74 @@ public:
     void startMonitoringWithAllowDuplicate(bool allowDuplicate);
 
     /// Ends the scan and the three timers. The live beacons stay. Harmless when not monitoring.
+    ///
+    /// Do not call it because Bluetooth was turned off: without the timers nothing is reported and no silent
+    /// beacon is dropped until monitoring starts again, so the delegate never hears that the beacons left.
     void stopMonitoring();
 
-    /// True from the start of a scan to its end. When Bluetooth is turned off it stays true until
-    /// monitoring is stopped, or its restart after 30 s is refused.
+    /// True from the start of monitoring to its end. When Bluetooth is turned off it stays true until
+    /// `stopMonitoring`, or until the restart of the scan, 30 s after its start, is refused.
     bool isMonitoring() const { return monitoring_; }
 
-    // Connection
+    /// @}
+    /// @name Connection
+    /// @{
 
-    /// Asks for a connection to a beacon. The record's `timestamp` becomes 0, and the record joins the live
-    /// beacons, where the 0 keeps it until the link is up or the beacon is heard again. A beacon that is
-    /// heard while its attempt is pending, and then falls silent, expires like any other: the attempt goes
-    /// on, but what comes of it is reported without a record or not at all. The 0 outlasts a failed attempt.
+    /// Starts to connect to a beacon. The attempt waits, without a limit, until the beacon is heard; it ends
+    /// when the link is up or has failed, or with `disconnectBeacon`.
     ///
-    /// When the link is up, and the beacon's seven services and their characteristics were asked for and the
-    /// seven answers have come, the beacon is connected: `zobiConnectManagerDidBeaconConnected`, then
-    /// `ZOKBeaconDidConnectNotification`, then the record's connection completion. When the link cannot be
-    /// made, only the completion hears of it, with the error, and nothing tries again. A beacon that lacks a
-    /// service is never reported connected, though its link is up: wait with a deadline.
+    /// First the record's `timestamp` becomes 0 and the record is added to the live beacons, unless it is
+    /// there; the 0 keeps it there until the link is up or the beacon is heard again, and also after a failed
+    /// attempt. A beacon that is heard during the attempt, and then falls silent, expires like any other: the
+    /// attempt goes on, but its outcome is reported without a record or not at all.
     ///
-    /// A link that is lost (error code 6) is asked for again at once, by this operation, without a limit and
-    /// before the disconnection is reported. Answers are counted for the manager, not for each beacon:
-    /// connect one beacon after the other, or of two that come up together one may go unreported.
+    /// When the link is up, the manager discovers the seven services of the profile, and in each its
+    /// characteristics. After seven answers the beacon is connected. This is reported by
+    /// `zobiConnectManagerDidBeaconConnected`, then `ZOKBeaconDidConnectNotification`, then the record's
+    /// connection completion. A beacon that lacks a service is never reported connected, though its link is
+    /// up: wait with a deadline. When the link could not be made, only the completion is called, with the
+    /// error, and the manager does not try again.
     ///
-    /// The record keeps the completion that it has, which is then called again. A peripheral that has a
-    /// delegate already keeps it; the manager then hears nothing of its GATT events. A null record is
-    /// ignored. A connected beacon may be connected again: it is reported once more.
+    /// When a link is lost (error code 6), the manager calls this operation again before it reports the
+    /// disconnection, as often as that happens. It counts answers over all peripherals: connect one beacon
+    /// after the other, as of two whose discoveries overlap one may not be reported.
+    ///
+    /// The record keeps its completion, which is then called again. If the peripheral has a delegate already,
+    /// that stays its delegate and the manager receives no GATT events. A null record is ignored. A beacon
+    /// that is connected is reported connected once more.
     void connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// The same, with a completion for the record to keep; an empty one takes away what the record has.
+    /// The same, after storing `completion` as the record's connection completion; an empty one removes it.
     void connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                      ZOKBeaconCompletion completion);
 
-    /// Asks for the end of a connection, or of an attempt at one. When it has come:
+    /// Ends a connection, or an attempt at one. The end is reported later, without an error, by
     /// `zobiConnectManagerDidBeaconDisconnectedWithError`, then `ZOKBeaconDidDisconnectNotification`, then
-    /// the record's disconnection completion. All of them are told of every other end, too, with the error
-    /// that the radio gives for it. Harmless for a null record and one that is not connected.
+    /// the record's disconnection completion. Every other end of a link is reported by the same three, with
+    /// the error of the radio. Does nothing for a null record, or one that is neither connected nor
+    /// connecting.
     void disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// The same, with a completion for the record to keep; an empty one takes away what the record has.
+    /// The same, after storing `completion` as the record's disconnection completion; an empty one removes
+    /// it.
     void disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                         ZOKBeaconCompletion completion);
 
-    /// The first discovered characteristic with the first UUID in a service with the second, of all services
-    /// with that UUID, in the peripheral's order. Null if there is none, or no peripheral. The UUIDs of a
-    /// beacon stand in `ZobiConnectKit/ZOKGATTProfile.h`.
-    static std::shared_ptr<platform::CBCharacteristic> characteristicFromServiceAndPeripheral(
-        const platform::CBUUID& characteristicUUID, const platform::CBUUID& serviceUUID,
-        const std::shared_ptr<platform::CBPeripheral>& peripheral);
+    /// Finds a discovered characteristic by its UUID and that of its service: the first one, in the order of
+    /// the peripheral, in any service of that UUID. Null if none was discovered, or `peripheral` is null. The
+    /// UUIDs of a beacon are in `ZOKGATTProfile`.
+    static std::shared_ptr<zobi::platform::CBCharacteristic> characteristicFromServiceAndPeripheral(
+        const zobi::platform::CBUUID& characteristicUUID, const zobi::platform::CBUUID& serviceUUID,
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);
 
-    // Commands to a connected beacon
-    //
-    // Each sends one request and waits for nothing. A beacon that is null, or on which the characteristic was
-    // not found, is sent nothing; requests that fail are not reported: wait for an answer with a deadline.
-    // The completions are never called. A read's answer, like a notified value, goes to the delegate, to the
-    // notification centre, or both.
+    /// @}
+    /// @name Commands to a connected beacon
+    ///
+    /// Each command sends one request and returns at once. It sends nothing if the beacon is null or if the
+    /// characteristic was not discovered. A failed request is not reported: wait for the answer with a
+    /// deadline. A value that was read arrives like a notified one, at the delegate, as a notification of the
+    /// notification center, or both. The completions are never called.
+    /// @{
 
     /// Makes the beacon sound an alert: writes 01 to Alert Level (service 1802, characteristic 2A06), without
     /// response.
@@ -132,201 +160,236 @@ public:
     /// F000FF97-...), with response.
     void setButtonModeForBeacon(std::int32_t mode, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Reads the button mode, two bytes, big-endian, 0 to 65535: `ZOKBeaconButtonModeNotification`.
+    /// Reads the button mode (two bytes, big-endian, 0 to 65535). It arrives as
+    /// `ZOKBeaconButtonModeNotification`.
     void buttonModeForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                            const ZOKBeaconCompletion& completion);
 
-    /// Reads the temperature (service FFF0, characteristic FFF2, two bytes, big-endian, 0 to 65535):
-    /// `zobiConnectManagerDidTemperatureValueChangedForBeacon`, then
+    /// Reads the temperature (service FFF0, characteristic FFF2, two bytes, big-endian, 0 to 65535). It
+    /// arrives by `zobiConnectManagerDidTemperatureValueChangedForBeacon`, then as
     /// `ZOKBeaconDidTemperatureChangeNotification`.
     void temperatureForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                             const ZOKBeaconCompletion& completion);
 
-    /// Reads the firmware revision (service 180A, characteristic 2A26): the record's `firmwareVersion`, then
-    /// `ZOKBeaconFirmwareVersionNotification`.
+    /// Reads the firmware revision (Device Information 180A, Firmware Revision 2A26, UTF-8). It is stored in
+    /// the record's `firmwareVersion`, then arrives as `ZOKBeaconFirmwareVersionNotification`; a value that
+    /// is not UTF-8 is not notified.
     void firmwareVersionForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                 const ZOKBeaconCompletion& completion);
 
-    /// Switches the notifications of the accelerometer's three axes on or off, of each that was found
-    /// (service FFA0, characteristics FFA2, FFA3, FFA4, two bytes each, big-endian, 0 to 65535). Each value
-    /// arrives as `ZOKBeaconDidAccelerometerAxisXChangeNotification`, or that of Y or Z, and then in the
-    /// record's `accelerometer`.
+    /// Subscribes to the three axes of the accelerometer, or unsubscribes: one request for each axis that was
+    /// discovered (service FFA0, characteristics FFA2, FFA3, FFA4, two bytes each, big-endian, 0 to 65535).
+    /// Each value arrives as `ZOKBeaconDidAccelerometerAxisXChangeNotification`, or that of Y or Z, and is
+    /// then stored in the record's `accelerometer`.
     void setAccelerometerNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Switches the notifications of the battery level on or off (service 180F, characteristic 2A19):
-    /// `zobiConnectManagerDidBatteryValueChangedForBeacon`.
+    /// Subscribes to the battery level, or unsubscribes (Battery Service 180F, Battery Level 2A19). A value
+    /// arrives by `zobiConnectManagerDidBatteryValueChangedForBeacon`.
     void setBatteryNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Switches the notifications of the temperature on or off: those of FFF2 in the configuration service
-    /// F0002013-..., not in the temperature service. As connecting does not ask for FFF2 there, this has no
-    /// effect, unless the application discovers it itself: read the temperature instead.
+    /// Subscribes to characteristic FFF2 of the configuration service F0002013-..., or unsubscribes; not of
+    /// the temperature service. As `connectBeacon` does not discover FFF2 there, this has no effect unless
+    /// the application discovers it: use `temperatureForBeaconWithCompletion`.
     void setTemperatureNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Switches the notifications of button actions on or off (service FFE0, characteristic FFE1):
-    /// `zobiConnectManagerDidButtonActionChangedForBeacon`.
+    /// Subscribes to button actions, or unsubscribes (service FFE0, characteristic FFE1). An action arrives
+    /// by `zobiConnectManagerDidButtonActionChangedForBeacon`.
     void setButtonActionsNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    // Signal strength of a connection
+    /// @}
+    /// @name Signal strength of a connection
+    /// @{
 
-    /// Reads it once: `ZOKBeaconDidRSSIChangeNotification`. Nothing happens unless the beacon is connected,
-    /// and the completion is never called.
+    /// Reads the signal strength once. It arrives as `ZOKBeaconDidRSSIChangeNotification`. Does nothing
+    /// unless the beacon is connected. The completion is never called.
     void RSSIForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                      const ZOKBeaconCompletion& completion);
 
-    /// Reads it each `interval` seconds, until `stopRSSIMonitoringForBeacon`: neither the end of the
-    /// connection nor that of monitoring ends it, and while the beacon is not connected nothing is read. A
-    /// beacon of the same major and minor that has it already keeps its timer, its interval and its record.
-    /// The timer holds record and manager. The completion is never called.
-    /// @param interval passed to the run loop as it is: 0.1 ms if it is not above 0.
+    /// Reads the signal strength every `interval` seconds, from `interval` seconds after the call until
+    /// `stopRSSIMonitoringForBeacon`. While the beacon is not connected nothing is read, and the timer goes
+    /// on; it also goes on when monitoring stops. Does nothing if a timer runs for a beacon of the same major
+    /// and minor. The timer holds a reference to the record and to the manager. An interval below 0.0001 s is
+    /// taken as 0.0001 s. The completion is never called.
     void startRSSIMonitoringForBeaconIntervalWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                             double interval,
                                                             const ZOKBeaconCompletion& completion);
 
-    /// Ends the readings of the beacon with this major and minor. Harmless when there are none.
+    /// Stops the timer of the beacon with the same major and minor, if it runs.
     void stopRSSIMonitoringForBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// Major and minor in decimal, as in "12_345": what a beacon's RSSI timer is found by. Absent for a null
-    /// record.
+    /// The key of a beacon in `rssiMonitoringTimersDic`: its major and minor in decimal, as in "12_345".
+    /// Absent for a null record.
     static std::optional<std::string> keyFromBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
-    // Live beacons
+    /// @}
+    /// @name Live beacons
+    /// @{
 
-    /// Appends a record, not null, to the live beacons, unless that very object is among them. A record of
-    /// equal major and minor does not count as the same.
+    /// Appends a record, which must not be null, to the live beacons, unless this object is among them.
+    /// Another record with the same major and minor does not count.
     void addLiveBeacon(const std::shared_ptr<ZOKBeacon>& beacon);
 
-    /// The first live record of `peripheral`, or null. A null peripheral has none.
+    /// The first live record of `peripheral`; null if there is none or `peripheral` is null.
     std::shared_ptr<ZOKBeacon> beaconFromPeripheral(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral) const;
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral) const;
 
-    // Fields
+    /// @}
+    /// @name Fields
+    /// @{
 
-    /// The field behind `isMonitoring`. Setting it starts and stops nothing.
+    /// The same as `isMonitoring`.
     bool monitoring() const { return monitoring_; }
+    /// Sets the value of `isMonitoring` and nothing else: no scan starts or stops.
     void setMonitoring(bool monitoring) { monitoring_ = monitoring; }
 
-    /// Who is called back, or null. The manager does not own it: a delegate that only a temporary held is
-    /// gone at once. It is held for the length of each call. `setDelegate({})` leaves none.
+    /// The object that receives the callbacks; null if none is set or it was destroyed.
     std::shared_ptr<ZOKManagerDelegate> delegate() const { return delegate_.lock(); }
+    /// Sets the delegate. The manager does not own it: keep a `std::shared_ptr` to it. It owns it only during
+    /// a callback. `setDelegate({})` removes it. The new delegate is told of the next change of Bluetooth's
+    /// state, not of the present one: see `zobi::monitorIfPoweredOn`.
     void setDelegate(std::weak_ptr<ZOKManagerDelegate> delegate) { delegate_ = std::move(delegate); }
 
-    /// The platform's central manager, whose delegate the manager is. Never null but by `setCentralManager`.
-    const std::shared_ptr<platform::CBCentralManager>& centralManager() const { return centralManager_; }
-    void setCentralManager(std::shared_ptr<platform::CBCentralManager> central) {
+    /// The central manager of the platform, whose delegate this manager is. Never null unless
+    /// `setCentralManager` set it so.
+    const std::shared_ptr<zobi::platform::CBCentralManager>& centralManager() const {
+        return centralManager_;
+    }
+    /// Sets the central manager that scans and connects. Its delegate does not change.
+    void setCentralManager(std::shared_ptr<zobi::platform::CBCentralManager> central) {
         centralManager_ = std::move(central);
     }
 
-    /// Restarts the scan, once, 30 s after its start. Null before the first start; a stopped or spent timer
-    /// stays here until the next start replaces it.
-    const std::shared_ptr<platform::NSTimer>& updateRestartMonitoringTimer() const {
+    /// The timer that restarts the scan, once, 30 s after its start. Null before the first start; a timer
+    /// that has fired or was invalidated stays here until the next start.
+    const std::shared_ptr<zobi::platform::NSTimer>& updateRestartMonitoringTimer() const {
         return updateRestartMonitoringTimer_;
     }
-    void setUpdateRestartMonitoringTimer(std::shared_ptr<platform::NSTimer> timer) {
+    /// Sets the restart timer. The previous one is not invalidated.
+    void setUpdateRestartMonitoringTimer(std::shared_ptr<zobi::platform::NSTimer> timer) {
         updateRestartMonitoringTimer_ = std::move(timer);
     }
 
-    /// Reports the live beacons each 1 s. Null before the first start, kept after a stop.
-    const std::shared_ptr<platform::NSTimer>& updateRangedBeaconsTimer() const {
+    /// The timer that reports the live beacons every second. Null before the first start, kept after a stop.
+    const std::shared_ptr<zobi::platform::NSTimer>& updateRangedBeaconsTimer() const {
         return updateRangedBeaconsTimer_;
     }
-    void setUpdateRangedBeaconsTimer(std::shared_ptr<platform::NSTimer> timer) {
+    /// Sets the report timer. The previous one is not invalidated.
+    void setUpdateRangedBeaconsTimer(std::shared_ptr<zobi::platform::NSTimer> timer) {
         updateRangedBeaconsTimer_ = std::move(timer);
     }
 
-    /// Drops silent beacons each 10 s. Null before the first start, kept after a stop.
-    const std::shared_ptr<platform::NSTimer>& checkRangedBeaconsTimer() const {
+    /// The timer that removes silent beacons every 10 s. Null before the first start, kept after a stop.
+    const std::shared_ptr<zobi::platform::NSTimer>& checkRangedBeaconsTimer() const {
         return checkRangedBeaconsTimer_;
     }
-    void setCheckRangedBeaconsTimer(std::shared_ptr<platform::NSTimer> timer) {
+    /// Sets the expiry timer. The previous one is not invalidated.
+    void setCheckRangedBeaconsTimer(std::shared_ptr<zobi::platform::NSTimer> timer) {
         checkRangedBeaconsTimer_ = std::move(timer);
     }
 
     /// The records of the beacons in range, in the order in which they were first seen; none is null.
     const std::vector<std::shared_ptr<ZOKBeacon>>& liveBeacons() const { return liveBeacons_; }
+    /// Replaces the live beacons. None may be null.
     void setLiveBeacons(std::vector<std::shared_ptr<ZOKBeacon>> beacons) {
         liveBeacons_ = std::move(beacons);
     }
 
-    /// How many answers to characteristic discoveries have come since the last link-up, of whatever
-    /// peripheral.
+    /// How many answers to discoveries of characteristics have come, of all peripherals, since a link last
+    /// came up.
     std::int64_t nbChars() const { return nbChars_; }
+    /// Sets the count of answers.
     void setNbChars(std::int64_t count) { nbChars_ = count; }
 
-    /// The timers that read signal strengths, by beacon key.
-    const std::map<std::string, std::shared_ptr<platform::NSTimer>>& rssiMonitoringTimersDic() const {
+    /// The timers that read signal strengths, by `keyFromBeacon`.
+    const std::map<std::string, std::shared_ptr<zobi::platform::NSTimer>>& rssiMonitoringTimersDic() const {
         return rssiMonitoringTimersDic_;
     }
-    void setRssiMonitoringTimersDic(std::map<std::string, std::shared_ptr<platform::NSTimer>> timers) {
+    /// Replaces the timers. The previous ones are not invalidated.
+    void setRssiMonitoringTimersDic(std::map<std::string, std::shared_ptr<zobi::platform::NSTimer>> timers) {
         rssiMonitoringTimersDic_ = std::move(timers);
     }
 
-    // Events, called by the platform
+    /// @}
+    /// @name Events, called by the platform
+    /// @{
 
-    /// Logs the state of Bluetooth and passes it to the delegate. Neither starts nor stops anything.
-    void centralManagerDidUpdateState(platform::CBCentralManager& central) override;
+    /// Logs the state of Bluetooth and passes it to the delegate. Starts and stops nothing.
+    void centralManagerDidUpdateState(zobi::platform::CBCentralManager& central) override;
 
-    /// Takes in an advertisement. One whose local name is exactly "morvane", and which has service data under
-    /// Device Information (180A), is decoded; any other is ignored. An action of the button goes to the
-    /// delegate, each time it is heard. A beacon that is live already only has its time stamp refreshed; one
-    /// that is not joins the live beacons. The signal strength is not kept.
-    /// @throws platform::DataRangeError for a payload that is too short for its layout.
+    /// Decodes an advertisement if its local name is exactly "morvane" and it has service data under Device
+    /// Information (180A); ignores any other. First a button action in it is reported to the delegate. Then,
+    /// if a live record has the same major and minor, its `timestamp` is set and nothing else; if none has,
+    /// the new record is added to the live beacons. The signal strength is ignored.
+    /// @throws zobi::platform::DataRangeError for a payload that is too short for its layout.
     void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-        platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const platform::CBAdvertisementData& advertisementData, platform::NSNumber rssi) override;
+        zobi::platform::CBCentralManager& central,
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+        const zobi::platform::CBAdvertisementData& advertisementData, zobi::platform::NSNumber rssi) override;
 
-    /// A link is up: stamps the record, sets `nbChars` to 0 and asks for the seven services.
+    /// A link is up: sets the record's `timestamp` to the current time and `nbChars` to 0, and discovers the
+    /// seven services.
     void centralManagerDidConnectPeripheral(
-        platform::CBCentralManager& central,
-        const std::shared_ptr<platform::CBPeripheral>& peripheral) override;
+        zobi::platform::CBCentralManager& central,
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral) override;
 
-    /// Calls the record's connection completion, and nothing else.
+    /// An attempt has failed: calls the record's connection completion with the error.
     void centralManagerDidFailToConnectPeripheralError(
-        platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const platform::NSError* error) override;
+        zobi::platform::CBCentralManager& central,
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+        const zobi::platform::NSError* error) override;
 
-    /// Connects again after error code 6 of any domain, then reports the end.
-    void centralManagerDidDisconnectPeripheralError(platform::CBCentralManager& central,
-                                                    const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                                                    const platform::NSError* error) override;
+    /// A link has ended: connects again if the error has code 6, in any domain; then reports the end as
+    /// `disconnectBeacon` describes.
+    void centralManagerDidDisconnectPeripheralError(
+        zobi::platform::CBCentralManager& central,
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+        const zobi::platform::NSError* error) override;
 
-    /// Asks each service of the profile for its characteristics of the profile.
-    void peripheralDidDiscoverServices(const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                                       const platform::NSError* error) override;
+    /// Services were discovered: discovers the characteristics of the profile in each of them.
+    void peripheralDidDiscoverServices(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+                                       const zobi::platform::NSError* error) override;
 
-    /// Counts the answer, error or not. The seventh since the last link-up reports the peripheral's beacon
-    /// connected.
+    /// Characteristics were discovered, or that has failed: increments `nbChars`, and when it is 7 reports
+    /// the beacon of this peripheral connected.
     void peripheralDidDiscoverCharacteristicsForServiceError(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const std::shared_ptr<platform::CBService>& service, const platform::NSError* error) override;
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+        const std::shared_ptr<zobi::platform::CBService>& service,
+        const zobi::platform::NSError* error) override;
 
-    /// Decodes a value and reports it: to the delegate, then as a notification, then with a line in the log
-    /// (axes and button mode), and an axis then goes into the record; a firmware version goes there first. A
-    /// value with an error is dropped. A value shorter than it should be has zero bytes in the missing
-    /// places, after those it has were reversed; of a longer number the last two bytes count.
+    /// A value was read or notified: decodes it and reports it to the delegate, then as a notification, each
+    /// where the value has one. An axis or a button mode is then logged, and an axis stored in the record; a
+    /// firmware version is stored before it is notified. A value with an error is ignored.
+    ///
+    /// Of a number of two bytes the last two count, the more significant one first. One byte alone is the
+    /// less significant one; an empty value is 0.
     void peripheralDidUpdateValueForCharacteristicError(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral,
-        const std::shared_ptr<platform::CBCharacteristic>& characteristic,
-        const platform::NSError* error) override;
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+        const std::shared_ptr<zobi::platform::CBCharacteristic>& characteristic,
+        const zobi::platform::NSError* error) override;
 
-    /// Broadcasts the signal strength. The record's `rssi` stays as it is.
-    void peripheralDidReadRSSIError(const std::shared_ptr<platform::CBPeripheral>& peripheral,
-                                    platform::NSNumber rssi, const platform::NSError* error) override;
+    /// A signal strength was read: posts `ZOKBeaconDidRSSIChangeNotification`, unless there is an error. The
+    /// record's `rssi` does not change.
+    void peripheralDidReadRSSIError(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+                                    zobi::platform::NSNumber rssi,
+                                    const zobi::platform::NSError* error) override;
 
-    /// Asks for one reading for the record that the timer has as its user info.
-    void RSSITimerFired(const std::shared_ptr<platform::NSTimer>& timer);
+    /// Reads the signal strength of the record that is the timer's user info.
+    void RSSITimerFired(const std::shared_ptr<zobi::platform::NSTimer>& timer);
 
-    /// Hands the delegate a snapshot of the live beacons, empty or not.
-    void updateRangedBeaconsTimerFired(const std::shared_ptr<platform::NSTimer>& timer);
+    /// Reports a copy of the list of live beacons, empty or not, to the delegate.
+    void updateRangedBeaconsTimerFired(const std::shared_ptr<zobi::platform::NSTimer>& timer);
 
-    /// Drops the live beacons that are not connected and were last seen more than 20 s ago by the wall clock.
-    /// A connected one is stamped instead; one with a time stamp of 0 or less stays.
-    void checkRangedBeaconsTimerFired(const std::shared_ptr<platform::NSTimer>& timer);
+    /// Removes the live beacons that are not connected and were last heard more than 20 s ago by the wall
+    /// clock. A connected one gets the current time as its `timestamp`; one with a `timestamp` of 0 or less
+    /// stays.
+    void checkRangedBeaconsTimerFired(const std::shared_ptr<zobi::platform::NSTimer>& timer);
 
     /// Stops the scan and starts it again with duplicates, if the application is active.
-    void updateRestartMonitoringTimer(const std::shared_ptr<platform::NSTimer>& timer);
+    void updateRestartMonitoringTimer(const std::shared_ptr<zobi::platform::NSTimer>& timer);
+    /// @}
 
 private:
-    explicit ZOKManager(platform::Platform& platform);
+    explicit ZOKManager(zobi::platform::Platform& platform);
 
     void init();
     void observeApplication();
@@ -336,9 +399,9 @@ private:
     bool refreshLiveBeacons(const ZOKBeacon& sighted);
     void connect(std::shared_ptr<ZOKBeacon> beacon, std::optional<ZOKBeaconCompletion> completion);
     void callCompletion(const ZOKBeaconCompletion& completion, const std::shared_ptr<ZOKBeacon>& beacon,
-                        const platform::NSError* error);
+                        const zobi::platform::NSError* error);
     void post(std::string_view notification, const std::shared_ptr<ZOKBeacon>& beacon,
-              platform::NSUserInfo userInfo = {});
+              zobi::platform::NSUserInfo userInfo = {});
     void reportConnected(const std::shared_ptr<ZOKBeacon>& beacon);
     void reportBattery(int level, const std::shared_ptr<ZOKBeacon>& beacon);
     void reportButton(std::uint8_t code, const std::shared_ptr<ZOKBeacon>& beacon);
@@ -347,15 +410,15 @@ private:
     void reportButtonMode(std::uint16_t mode, const std::shared_ptr<ZOKBeacon>& beacon);
     void reportFirmware(std::span<const std::uint8_t> value, const std::shared_ptr<ZOKBeacon>& beacon);
 
-    platform::Platform& platform_;
-    // Released in reverse order. No timer is invalidated and no scan stopped on the way.
+    zobi::platform::Platform& platform_;
+    // Destroyed in reverse order. That invalidates no timer and stops no scan.
     bool monitoring_ = false;
     std::weak_ptr<ZOKManagerDelegate> delegate_;
-    std::shared_ptr<platform::CBCentralManager> centralManager_;
-    std::shared_ptr<platform::NSTimer> updateRestartMonitoringTimer_;
-    std::shared_ptr<platform::NSTimer> updateRangedBeaconsTimer_;
-    std::shared_ptr<platform::NSTimer> checkRangedBeaconsTimer_;
+    std::shared_ptr<zobi::platform::CBCentralManager> centralManager_;
+    std::shared_ptr<zobi::platform::NSTimer> updateRestartMonitoringTimer_;
+    std::shared_ptr<zobi::platform::NSTimer> updateRangedBeaconsTimer_;
+    std::shared_ptr<zobi::platform::NSTimer> checkRangedBeaconsTimer_;
     std::vector<std::shared_ptr<ZOKBeacon>> liveBeacons_;
     std::int64_t nbChars_ = 0;
-    std::map<std::string, std::shared_ptr<platform::NSTimer>> rssiMonitoringTimersDic_;
+    std::map<std::string, std::shared_ptr<zobi::platform::NSTimer>> rssiMonitoringTimersDic_;
 };

@@ -6,9 +6,9 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
 using namespace ZOKGATTProfile;
-using platform::CBCharacteristicWriteType;
-using platform::CBPeripheral;
-using platform::CBUUID;
+using zobi::platform::CBCharacteristicWriteType;
+using zobi::platform::CBPeripheral;
+using zobi::platform::CBUUID;
 
 namespace {
 
@@ -75,7 +75,7 @@ void ZOKManager::firmwareVersionForBeaconWithCompletion(const std::shared_ptr<ZO
 void ZOKManager::setAccelerometerNotificationsForBeacon(bool enabled,
                                                         const std::shared_ptr<ZOKBeacon>& beacon) {
     const auto peripheral = peripheralOf(beacon);
-    std::array<std::shared_ptr<platform::CBCharacteristic>, accelerometerAxes.size()> found;
+    std::array<std::shared_ptr<zobi::platform::CBCharacteristic>, accelerometerAxes.size()> found;
     for (std::size_t i = 0; i < found.size(); ++i) {
         found[i] =
             characteristicFromServiceAndPeripheral(accelerometerAxes[i], accelerometerService, peripheral);

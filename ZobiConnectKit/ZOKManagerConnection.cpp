@@ -5,9 +5,9 @@
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::CBError;
-using platform::CBPeripheral;
-using platform::NSError;
+using zobi::platform::CBError;
+using zobi::platform::CBPeripheral;
+using zobi::platform::NSError;
 
 void ZOKManager::connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
     if (beacon) connect(beacon, std::nullopt);
@@ -48,7 +48,7 @@ void ZOKManager::disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>
     disconnectBeacon(held);
 }
 
-void ZOKManager::centralManagerDidConnectPeripheral(platform::CBCentralManager& /*central*/,
+void ZOKManager::centralManagerDidConnectPeripheral(zobi::platform::CBCentralManager& /*central*/,
                                                     const std::shared_ptr<CBPeripheral>& peripheral) {
     if (const auto beacon = beaconFromPeripheral(peripheral)) {
         beacon->setTimestamp(platform_.clock().secondsSince1970());
@@ -58,13 +58,13 @@ void ZOKManager::centralManagerDidConnectPeripheral(platform::CBCentralManager& 
 }
 
 void ZOKManager::centralManagerDidFailToConnectPeripheralError(
-    platform::CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
+    zobi::platform::CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
     const NSError* error) {
     const auto beacon = beaconFromPeripheral(peripheral);
     if (beacon) callCompletion(beacon->connectionCompletionBlock(), beacon, error);
 }
 
-void ZOKManager::centralManagerDidDisconnectPeripheralError(platform::CBCentralManager& /*central*/,
+void ZOKManager::centralManagerDidDisconnectPeripheralError(zobi::platform::CBCentralManager& /*central*/,
                                                             const std::shared_ptr<CBPeripheral>& peripheral,
                                                             const NSError* error) {
     const auto beacon = beaconFromPeripheral(peripheral);

@@ -5,12 +5,12 @@
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::CBPeripheral;
-using platform::NSError;
+using zobi::platform::CBPeripheral;
+using zobi::platform::NSError;
 
 void ZOKManager::peripheralDidDiscoverServices(const std::shared_ptr<CBPeripheral>& peripheral,
                                                const NSError* error) {
-    platform::Log& log = platform_.log();
+    zobi::platform::Log& log = platform_.log();
     log.log("didDiscoverServices");
     if (error) {
         log.log("Error in didDiscoverServices: %@", error->localizedDescription());
@@ -30,9 +30,9 @@ void ZOKManager::peripheralDidDiscoverServices(const std::shared_ptr<CBPeriphera
 }
 
 void ZOKManager::peripheralDidDiscoverCharacteristicsForServiceError(
-    const std::shared_ptr<CBPeripheral>& peripheral, const std::shared_ptr<platform::CBService>& /*service*/,
-    const NSError* /*error*/) {
-    if (++nbChars_ != ZOKGATTProfile::answersOfAConnection) return;
+    const std::shared_ptr<CBPeripheral>& peripheral,
+    const std::shared_ptr<zobi::platform::CBService>& /*service*/, const NSError* /*error*/) {
+    if (++nbChars_ != ZOKGATTProfile::answersUntilConnected) return;
     if (const auto beacon = beaconFromPeripheral(peripheral)) reportConnected(beacon);
 }
 

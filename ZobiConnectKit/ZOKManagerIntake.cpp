@@ -5,7 +5,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::CBPeripheral;
+using zobi::platform::CBPeripheral;
 
 namespace {
 
@@ -22,9 +22,9 @@ bool isButtonAction(const ZOKBeacon& beacon) {
 }  // namespace
 
 void ZOKManager::centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-    platform::CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
-    const platform::CBAdvertisementData& advertisementData, platform::NSNumber /*rssi*/) {
-    for (const platform::CBServiceData& element : advertisementData.serviceData) {
+    zobi::platform::CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
+    const zobi::platform::CBAdvertisementData& advertisementData, zobi::platform::NSNumber /*rssi*/) {
+    for (const zobi::platform::CBServiceData& element : advertisementData.serviceData) {
         if (element.service.description() != payloadServiceDescription) continue;
         if (advertisementData.localName != acceptedLocalName) continue;
         const auto beacon = ZOKProtocolUtils::beaconFromDataOnPlatform(element.data, platform_);

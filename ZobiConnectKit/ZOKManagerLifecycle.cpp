@@ -3,14 +3,14 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
 void ZOKManager::observeApplication() {
-    const auto restart = [self = shared_from_this()](const platform::NSNotification& /*notification*/) {
+    const auto restart = [self = shared_from_this()](const zobi::platform::NSNotification& /*notification*/) {
         self->restartMonitoringIfRunning();
     };
-    platform::NSNotificationCenter& center = platform_.notificationCenter();
-    center.addObserverForNameObjectUsingBlock(platform::UIApplicationDidBecomeActiveNotification, nullptr,
-                                              restart);
-    center.addObserverForNameObjectUsingBlock(platform::UIApplicationDidEnterBackgroundNotification, nullptr,
-                                              restart);
+    zobi::platform::NSNotificationCenter& center = platform_.notificationCenter();
+    center.addObserverForNameObjectUsingBlock(zobi::platform::UIApplicationDidBecomeActiveNotification,
+                                              nullptr, restart);
+    center.addObserverForNameObjectUsingBlock(zobi::platform::UIApplicationDidEnterBackgroundNotification,
+                                              nullptr, restart);
 }
 
 void ZOKManager::restartMonitoringIfRunning() {

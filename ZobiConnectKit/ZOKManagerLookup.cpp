@@ -2,12 +2,12 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::CBCharacteristic;
-using platform::CBUUID;
+using zobi::platform::CBCharacteristic;
+using zobi::platform::CBUUID;
 
 std::shared_ptr<CBCharacteristic> ZOKManager::characteristicFromServiceAndPeripheral(
     const CBUUID& characteristicUUID, const CBUUID& serviceUUID,
-    const std::shared_ptr<platform::CBPeripheral>& peripheral) {
+    const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral) {
     if (!peripheral || !peripheral->services()) return nullptr;
     for (const auto& service : *peripheral->services()) {
         // A beacon may have the service twice, and the characteristic in the second.

@@ -5,7 +5,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::NSTimer;
+using zobi::platform::NSTimer;
 
 namespace {
 
@@ -21,7 +21,7 @@ void invalidateIfSet(const std::shared_ptr<NSTimer>& timer) {
 }  // namespace
 
 bool ZOKManager::isApplicationActive() const {
-    return platform_.application().applicationState() == platform::UIApplicationState::active;
+    return platform_.application().applicationState() == zobi::platform::UIApplicationState::active;
 }
 
 void ZOKManager::startMonitoring() {
@@ -44,7 +44,7 @@ void ZOKManager::startMonitoringWithAllowDuplicate(bool allowDuplicate) {
         platform_.log().log("Already monitoring, returning");
         return;
     }
-    if (!centralManager_ || centralManager_->state() != platform::CBManagerState::poweredOn) {
+    if (!centralManager_ || centralManager_->state() != zobi::platform::CBManagerState::poweredOn) {
         platform_.log().log("CentralManagerState is not ON, exiting");
         return;
     }
@@ -63,7 +63,7 @@ void ZOKManager::startMonitoringWithAllowDuplicate(bool allowDuplicate) {
                     "Starting background monitoring for community scanning with allowDuplicate: %@",
                     allowDuplicate);
             }
-            const std::array services{platform::CBUUID::UUIDWithString(beaconService)};
+            const std::array services{zobi::platform::CBUUID::UUIDWithString(beaconService)};
             if (self->centralManager_) {
                 self->centralManager_->scanForPeripheralsWithServicesOptions(
                     services, {.allowDuplicates = allowDuplicate});

@@ -2,7 +2,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::NSTimer;
+using zobi::platform::NSTimer;
 
 // The manager's, though it needs nothing of it.
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
@@ -10,7 +10,7 @@ void ZOKManager::RSSIForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& b
                                              const ZOKBeaconCompletion& /*completion*/) {
     if (!beacon) return;
     const auto peripheral = beacon->peripheral();
-    if (!peripheral || peripheral->state() != platform::CBPeripheralState::connected) return;
+    if (!peripheral || peripheral->state() != zobi::platform::CBPeripheralState::connected) return;
     peripheral->readRSSI();
 }
 

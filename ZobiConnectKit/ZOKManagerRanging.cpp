@@ -4,14 +4,15 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-using platform::NSTimer;
+using zobi::platform::NSTimer;
 
 namespace {
 
 constexpr double expiryThreshold = 20.0;
 
 bool isConnected(const ZOKBeacon& beacon) {
-    return beacon.peripheral() && beacon.peripheral()->state() == platform::CBPeripheralState::connected;
+    return beacon.peripheral() &&
+           beacon.peripheral()->state() == zobi::platform::CBPeripheralState::connected;
 }
 
 }  // namespace
@@ -24,7 +25,7 @@ void ZOKManager::updateRangedBeaconsTimerFired(const std::shared_ptr<NSTimer>& /
 }
 
 void ZOKManager::checkRangedBeaconsTimerFired(const std::shared_ptr<NSTimer>& /*timer*/) {
-    platform::Log& log = platform_.log();
+    zobi::platform::Log& log = platform_.log();
     const double now = platform_.clock().timeIntervalSince1970();
     std::vector<std::shared_ptr<ZOKBeacon>> expired;
     // A copy, for a log may be an application's, and that may change the list.

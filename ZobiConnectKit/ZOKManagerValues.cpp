@@ -9,10 +9,10 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/UTF8.h"
 
-using platform::CBPeripheral;
-using platform::NSError;
-using platform::NSNumber;
-using platform::NSUserInfo;
+using zobi::platform::CBPeripheral;
+using zobi::platform::NSError;
+using zobi::platform::NSNumber;
+using zobi::platform::NSUserInfo;
 using ZOKGATTProfile::Value;
 
 namespace {
@@ -55,7 +55,7 @@ NSUserInfo userInfoWithNumber(std::uint16_t number) {
 
 void ZOKManager::peripheralDidUpdateValueForCharacteristicError(
     const std::shared_ptr<CBPeripheral>& peripheral,
-    const std::shared_ptr<platform::CBCharacteristic>& characteristic, const NSError* error) {
+    const std::shared_ptr<zobi::platform::CBCharacteristic>& characteristic, const NSError* error) {
     if (error) return;
     const auto beacon = beaconFromPeripheral(peripheral);
     if (!characteristic) return;
@@ -124,7 +124,7 @@ void ZOKManager::reportButtonMode(std::uint16_t mode, const std::shared_ptr<ZOKB
 void ZOKManager::reportFirmware(Bytes value, const std::shared_ptr<ZOKBeacon>& beacon) {
     if (!beacon) return;
     const std::string text(value.begin(), std::ranges::find(value, 0));
-    beacon->setFirmwareVersion(platform::isValidUTF8(text) ? std::optional(text) : std::nullopt);
+    beacon->setFirmwareVersion(zobi::platform::isValidUTF8(text) ? std::optional(text) : std::nullopt);
     // A dictionary cannot hold an absent text.
     if (const auto& version = beacon->firmwareVersion()) {
         post(ZOKBeaconFirmwareVersionNotification, beacon, {valueKey, *version});

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <string>
 
-using platform::NSNumber;
-using platform::subdata;
+using zobi::platform::NSNumber;
+using zobi::platform::subdata;
 
 namespace {
 
@@ -42,11 +42,11 @@ std::vector<std::uint8_t> ZOKProtocolUtils::reverseBytes(Bytes data) {
 }
 
 std::shared_ptr<ZOKBeacon> ZOKProtocolUtils::beaconFromData(Bytes data) {
-    return beaconFromDataOnPlatform(data, platform::Platform::current());
+    return beaconFromDataOnPlatform(data, zobi::platform::Platform::current());
 }
 
 std::shared_ptr<ZOKBeacon> ZOKProtocolUtils::beaconFromDataOnPlatform(Bytes data,
-                                                                      platform::Platform& platform) {
+                                                                      zobi::platform::Platform& platform) {
     auto beacon = std::make_shared<ZOKBeacon>();
     beacon->setTimestamp(platform.clock().secondsSince1970());
     const Bytes address = subdata(data, 0, 6);

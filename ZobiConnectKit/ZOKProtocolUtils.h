@@ -6,14 +6,14 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKBeacon.h"
-#include "platform/Export.h"
-#include "platform/NSData.h"
-#include "platform/Platform.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSData.h"
+#include "zobi/platform/Platform.h"
 
-/// Decodes the payload of a beacon's advertisement. Stateless; safe from any thread.
+/// The decoder of what beacons advertise. It has no state and is safe from any thread.
 ///
-/// The payload is the service data that a beacon advertises under Device Information (180A). Numbers of two
-/// bytes are big-endian; the MAC address comes least significant byte first.
+/// The payload is the service data that a beacon advertises under the UUID of Device Information (180A).
+/// Numbers of two bytes are big-endian; the MAC address has its least significant byte first.
 ///
 ///     bytes    all layouts
 ///     0-5      MAC address
@@ -26,22 +26,23 @@
 ///     13       temperature + 4 (13-14)     button action code, signed
 ///     15       button action code, signed
 ///
-/// A payload shorter than 12 bytes has the short layout, which is version 1 and ends with the minor number.
-/// Other versions end with the battery level. Bytes beyond a layout's end are ignored.
-class ZOK_EXPORT ZOKProtocolUtils {
+/// A payload of less than 12 bytes has the short layout: it counts as version 1 and ends after the minor
+/// number. Versions other than 2 and 3 end after the battery level. Bytes after the end of a layout are
+/// ignored.
+class ZOBI_EXPORT ZOKProtocolUtils {
 public:
     ZOKProtocolUtils() = delete;
 
-    /// The bytes in reverse order.
+    /// A copy of `data` with its bytes in reverse order.
     static std::vector<std::uint8_t> reverseBytes(std::span<const std::uint8_t> data);
 
-    /// A new record with what the payload tells, stamped with the current second of the current platform's
-    /// clock. The record's description is logged there.
-    /// @throws platform::DataRangeError for a payload that ends before its layout does: one shorter than 11
-    ///     bytes, than 13 when it has 12 or more, than 14 in version 2, or than 16 in version 3.
+    /// Decodes `data` into a new record. Its `timestamp` is the current second of the current platform's
+    /// clock, and its description is written to that platform's log.
+    /// @throws zobi::platform::DataRangeError for a payload that ends before its layout does: of less than 11
+    ///     bytes; of exactly 12; of less than 14 in version 2, or less than 16 in version 3.
     static std::shared_ptr<ZOKBeacon> beaconFromData(std::span<const std::uint8_t> data);
 
-    /// The same with the clock and the log of a platform that need not be the current one.
+    /// The same with the clock and the log of `platform`.
     static std::shared_ptr<ZOKBeacon> beaconFromDataOnPlatform(std::span<const std::uint8_t> data,
-                                                               platform::Platform& platform);
+                                                               zobi::platform::Platform& platform);
 };

@@ -6,9 +6,9 @@
 
 #include "platform/UTF8.h"
 
-using platform::NSNumber;
+using zobi::platform::NSNumber;
 
-namespace floor_work {
+namespace zobi::floor_work {
 
 namespace {
 
@@ -40,7 +40,7 @@ std::unique_ptr<Record> decode(std::span<const std::uint8_t> payload) {
     return record;
 }
 
-void takeIn(std::span<const std::uint8_t> payload, platform::CBPeripheral* peripheral, Records& live) {
+void takeIn(std::span<const std::uint8_t> payload, zobi::platform::CBPeripheral* peripheral, Records& live) {
     auto sighted = decode(payload);
     if (!sighted) return;
     sighted->peripheral = peripheral;
@@ -56,8 +56,8 @@ void takeIn(std::span<const std::uint8_t> payload, platform::CBPeripheral* perip
     if (!isLive) live.push_back(std::move(sighted));
 }
 
-void takeValue(const platform::CBPeripheral& peripheral, const platform::CBCharacteristic& characteristic,
-               const Audience& audience) {
+void takeValue(const zobi::platform::CBPeripheral& peripheral,
+               const zobi::platform::CBCharacteristic& characteristic, const Audience& audience) {
     using namespace ZOKGATTProfile;
     const auto& live = audience.live;
     const auto found =
@@ -65,7 +65,7 @@ void takeValue(const platform::CBPeripheral& peripheral, const platform::CBChara
     const auto value = characteristic.value();
     if (found == live.end() || !value || value->empty()) return;
     const std::shared_ptr<ZOKBeacon>& beacon = *found;
-    const platform::CBUUID uuid = characteristic.UUID();
+    const zobi::platform::CBUUID uuid = characteristic.UUID();
     if (uuid == batteryLevelCharacteristic) {
         const auto level = static_cast<std::int8_t>(value->front());
         if (const auto delegate = audience.delegate.lock()) {
@@ -89,7 +89,7 @@ void takeValue(const platform::CBPeripheral& peripheral, const platform::CBChara
     };
     if (uuid == firmwareRevisionCharacteristic) {
         std::string version(value->begin(), std::ranges::find(*value, 0));
-        if (!platform::isValidUTF8(version)) return beacon->setFirmwareVersion(std::nullopt);
+        if (!zobi::platform::isValidUTF8(version)) return beacon->setFirmwareVersion(std::nullopt);
         beacon->setFirmwareVersion(version);
         return post(ZOKBeaconFirmwareVersionNotification, beacon, std::move(version));
     }
@@ -119,4 +119,4 @@ void takeValue(const platform::CBPeripheral& peripheral, const platform::CBChara
     }
 }
 
-}  // namespace floor_work
+}  // namespace zobi::floor_work

@@ -9,28 +9,28 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/CBPeripheral.h"
-#include "platform/NSNotificationCenter.h"
-#include "platform/NSNumber.h"
+#include "zobi/platform/CBPeripheral.h"
+#include "zobi/platform/NSNotificationCenter.h"
+#include "zobi/platform/NSNumber.h"
 
 /// The least work that gives what the library gives for the same payload or value: what the library is
 /// measured against. It knows no manager, no platform and no log. References it counts only where it calls a
 /// delegate, which may let go of itself and of the record meanwhile.
-namespace floor_work {
+namespace zobi::floor_work {
 
 /// What a `ZOKBeacon` knows, in plain values.
 struct Values {
-    platform::CBPeripheral* peripheral = nullptr;
+    zobi::platform::CBPeripheral* peripheral = nullptr;
     const std::string* firmwareVersion = nullptr;
-    platform::NSNumber major;
-    platform::NSNumber minor;
+    zobi::platform::NSNumber major;
+    zobi::platform::NSNumber minor;
     std::int64_t rssi = 0;
-    platform::NSNumber batteryLevel;
+    zobi::platform::NSNumber batteryLevel;
     std::string macAddress;
-    platform::NSNumber advertBatteryLevel;
-    platform::NSNumber advertAction;
-    platform::NSNumber scanRspVersion;
-    platform::NSNumber temperature;
+    zobi::platform::NSNumber advertBatteryLevel;
+    zobi::platform::NSNumber advertAction;
+    zobi::platform::NSNumber scanRspVersion;
+    zobi::platform::NSNumber temperature;
     std::int64_t timestamp = 0;
     ZOKAccelerometerAxes accelerometer;
     const ZOKBeaconCompletion* connectionCompletionBlock = nullptr;
@@ -55,19 +55,19 @@ std::unique_ptr<Record> decode(std::span<const std::uint8_t> payload);
 
 /// Decodes a payload and stamps each live record of equal major and minor; the new one joins them if there
 /// is none.
-void takeIn(std::span<const std::uint8_t> payload, platform::CBPeripheral* peripheral, Records& live);
+void takeIn(std::span<const std::uint8_t> payload, zobi::platform::CBPeripheral* peripheral, Records& live);
 
 /// Who hears of values, and of which beacons.
 struct Audience {
     const std::weak_ptr<ZOKManagerDelegate>& delegate;
-    platform::NSNotificationCenter& center;
+    zobi::platform::NSNotificationCenter& center;
     /// The one that the delegate is called with.
     const std::shared_ptr<ZOKManager>& manager;
     const std::vector<std::shared_ptr<ZOKBeacon>>& live;
 };
 
 /// Decodes a characteristic's value, keeps in the record what is kept there, and tells of it.
-void takeValue(const platform::CBPeripheral& peripheral, const platform::CBCharacteristic& characteristic,
-               const Audience& audience);
+void takeValue(const zobi::platform::CBPeripheral& peripheral,
+               const zobi::platform::CBCharacteristic& characteristic, const Audience& audience);
 
-}  // namespace floor_work
+}  // namespace zobi::floor_work

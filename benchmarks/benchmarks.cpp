@@ -13,13 +13,13 @@
 #include "HeapUse.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/simulation/PayloadEncoder.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
-using platform::simulation::BeaconDescription;
-using platform::simulation::SimulatedPlatform;
+using zobi::platform::simulation::BeaconDescription;
+using zobi::platform::simulation::SimulatedPlatform;
 using Payload = std::vector<std::uint8_t>;
-using Peripheral = std::shared_ptr<platform::CBPeripheral>;
-using Time = platform::StandardPlatform::Time;
+using Peripheral = std::shared_ptr<zobi::platform::CBPeripheral>;
+using Time = zobi::platform::StandardPlatform::Time;
 
 namespace {
 
@@ -33,7 +33,7 @@ BeaconDescription numberedBeacon(std::size_t number) {
 }
 
 Payload payloadOf(std::size_t number) {
-    return platform::simulation::encodePayload(numberedBeacon(number));
+    return zobi::platform::simulation::encodePayload(numberedBeacon(number));
 }
 
 /// A delegate that only counts.
@@ -126,7 +126,7 @@ void everyCount(benchmark::internal::Benchmark* benchmark) {
 
 void decodeFloor(benchmark::State& state) {
     const Payload payload = payloadOf(1);
-    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(floor_work::decode(payload));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(zobi::floor_work::decode(payload));
 }
 BENCHMARK(decodeFloor)->Name("Decode/floor");
 
@@ -164,9 +164,9 @@ void timeIntake(benchmark::State& state, const FullStack& stack, const Take& tak
 
 void intakeFloor(benchmark::State& state) {
     const FullStack stack(Time::real, state);
-    floor_work::Records live;
+    zobi::floor_work::Records live;
     timeIntake(state, stack, [&](const Payload& payload, const Peripheral& peripheral) {
-        floor_work::takeIn(payload, peripheral.get(), live);
+        zobi::floor_work::takeIn(payload, peripheral.get(), live);
     });
     if (live.size() != stack.count) state.SkipWithError("a live beacon was taken for a new one");
 }
@@ -176,13 +176,13 @@ void intakeLibrary(benchmark::State& state) {
     FullStack stack(Time::real, state);
     const auto manager = ZOKManager::managerOnPlatform(stack.platform);
     // As a radio has it.
-    platform::CBCentralManagerDelegate& events = *manager;
-    const auto deviceInformation = platform::CBUUID::UUIDWithString("180A");
+    zobi::platform::CBCentralManagerDelegate& events = *manager;
+    const auto deviceInformation = zobi::platform::CBUUID::UUIDWithString("180A");
     timeIntake(state, stack, [&](const Payload& payload, const Peripheral& peripheral) {
-        const std::array serviceData{platform::CBServiceData{deviceInformation, payload}};
+        const std::array serviceData{zobi::platform::CBServiceData{deviceInformation, payload}};
         events.centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
             *manager->centralManager(), peripheral, {"morvane", serviceData},
-            platform::NSNumber::numberWithInt(-60));
+            zobi::platform::NSNumber::numberWithInt(-60));
     });
     if (manager->liveBeacons().size() != stack.count) {
         state.SkipWithError("a live beacon was taken for a new one");
@@ -243,8 +243,8 @@ BENCHMARK(connectCycle)->Name("ConnectCycle")->Unit(benchmark::kMicrosecond);
 
 /// A value that a connected beacon sends, and how the library tells of it.
 struct ValueCase {
-    platform::CBUUID service;
-    platform::CBUUID characteristic;
+    zobi::platform::CBUUID service;
+    zobi::platform::CBUUID characteristic;
     bool reachesDelegate;
     std::string_view notification;
 };
@@ -298,16 +298,17 @@ void valueFloor(benchmark::State& state, const ValueCase& value) {
     LinkStack stack;
     const std::vector live = stack.manager->liveBeacons();
     const std::weak_ptr<ZOKManagerDelegate> delegate = stack.listener;
-    const floor_work::Audience audience{delegate, stack.platform.notificationCenter(), stack.manager, live};
+    const zobi::floor_work::Audience audience{delegate, stack.platform.notificationCenter(), stack.manager,
+                                              live};
     timeValue(state, stack, value, [&](const Peripheral& peripheral, const auto& characteristic) {
-        floor_work::takeValue(*peripheral, *characteristic, audience);
+        zobi::floor_work::takeValue(*peripheral, *characteristic, audience);
     });
 }
 
 void valueLibrary(benchmark::State& state, const ValueCase& value) {
     LinkStack stack;
     // As a radio has it.
-    platform::CBPeripheralDelegate& events = *stack.manager;
+    zobi::platform::CBPeripheralDelegate& events = *stack.manager;
     timeValue(state, stack, value, [&](const Peripheral& peripheral, const auto& characteristic) {
         events.peripheralDidUpdateValueForCharacteristicError(peripheral, characteristic, nullptr);
     });

@@ -5,11 +5,11 @@
 
 #include "platform/UTF8.h"
 #include "platform/bluez/radio/RadioContext.h"
-#include "platform/standard/StandardPlatform.h"
 #include "support.h"
 #include "tests/bluez/ScriptedService.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// A machine in virtual time whose bus and Bluetooth service are played.
 class Machine : public StandardPlatform {
@@ -115,4 +115,4 @@ inline void appendArguments(Message& message, Input& input, const std::vector<st
     }
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -5,13 +5,13 @@
 
 #include "AnyService.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/NSData.h"
 #include "platform/bluez/radio/BlueZCentral.h"
+#include "zobi/platform/NSData.h"
 
 namespace {
 
-using namespace platform;
-using namespace platform::bluez;
+using namespace zobi::platform;
+using namespace zobi::platform::bluez;
 
 const CBUUID payloadService = CBUUID::UUIDWithString("180A");
 const CBUUID beaconService = CBUUID::UUIDWithString("1320");

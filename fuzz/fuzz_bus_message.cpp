@@ -14,8 +14,8 @@
 
 namespace {
 
-using namespace platform;
-using namespace platform::bluez;
+using namespace zobi::platform;
+using namespace zobi::platform::bluez;
 
 /// The service's own name on the bus, and that of whoever uses it.
 constexpr const char* serviceName = ":1.1";

@@ -13,14 +13,14 @@
 #include <vector>
 
 #include "platform/UTF8.h"
-#include "platform/standard/KeyedArchive.h"
 #include "support.h"
+#include "zobi/platform/standard/KeyedArchive.h"
 
 namespace {
 
-using platform::NSKeyedArchiver;
-using platform::NSKeyedUnarchiver;
-using platform::NSNumber;
+using zobi::platform::NSKeyedArchiver;
+using zobi::platform::NSKeyedUnarchiver;
+using zobi::platform::NSNumber;
 
 constexpr std::array<std::string_view, 4> keys{"", "a", "b", "key"};
 
@@ -53,7 +53,7 @@ Value valueForKey(const NSKeyedUnarchiver& unarchiver, std::string_view key) {
     const bool isAbsent = !isNoText && !value.text;
     require(isAbsent == (!isNoNumber && !value.number.hasValue()));
     require(isAbsent || isNoText || isNoNumber);
-    require(!value.text || platform::isValidUTF8(*value.text));
+    require(!value.text || zobi::platform::isValidUTF8(*value.text));
     return value;
 }
 

@@ -6,12 +6,12 @@
 #include <span>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/SimulatedPlatform.h"
 #include "support.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
-using platform::simulation::SimulatedPlatform;
+using zobi::platform::simulation::SimulatedPlatform;
 
 bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform) {
     try {
@@ -19,7 +19,7 @@ bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform)
         require(record->macAddress()->size() == 12);
         require(!record->description().empty());
         return true;
-    } catch (const platform::DataRangeError&) {
+    } catch (const zobi::platform::DataRangeError&) {
         return false;
     }
 }
@@ -29,7 +29,7 @@ bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform)
 // NOLINTNEXTLINE(readability-identifier-naming): the name is libFuzzer's
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::span payload(bytes, size);
-    SimulatedPlatform platform(platform::StandardPlatform::Time::virtualTime);
+    SimulatedPlatform platform(zobi::platform::StandardPlatform::Time::virtualTime);
     platform.log().setSink(nullptr);
     require(decodes(payload, platform) == isComplete(payload));
 
@@ -37,8 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     platform.runLoop().processPending();
     manager->startMonitoring();
     platform.world()
-        .addBeacon(
-            {.serviceData = {{{platform::CBUUID::UUIDWithString("180A"), {payload.begin(), payload.end()}}}}})
+        .addBeacon({.serviceData = {{{zobi::platform::CBUUID::UUIDWithString("180A"),
+                                      {payload.begin(), payload.end()}}}}})
         .comeIntoRange();
     platform.runLoop().runFor(1.5);
     require(manager->liveBeacons().size() == (isComplete(payload) ? 1 : 0));

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKBeacon.h"
-#include "platform/standard/KeyedArchive.h"
 #include "tests/payload_table.h"
+#include "zobi/platform/standard/KeyedArchive.h"
 
 namespace {
 
@@ -90,8 +90,8 @@ int main(int argumentCount, char** arguments) {
     writeSeed(directory / "fuzz_bus_message" / "packets", linkEnds());
     ZOKBeacon record;
     record.setFirmwareVersion("1.2");
-    record.setMajor(platform::NSNumber::numberWithInt(300));
-    platform::NSKeyedArchiver archiver;
+    record.setMajor(zobi::platform::NSNumber::numberWithInt(300));
+    zobi::platform::NSKeyedArchiver archiver;
     record.encodeWithCoder(archiver);
     writeSeed(directory / "fuzz_keyed_archive" / "record", archiver.encodedData());
 }

@@ -6,112 +6,120 @@
 #include <span>
 #include <string_view>
 
-#include "platform/CBPeripheral.h"
-#include "platform/CBUUID.h"
-#include "platform/Export.h"
-#include "platform/NSError.h"
-#include "platform/NSNumber.h"
+#include "zobi/platform/CBPeripheral.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSError.h"
+#include "zobi/platform/NSNumber.h"
 
-namespace platform {
+namespace zobi::platform {
 
 class CBCentralManager;
 
-/// States of the radio. A radio may report a value outside the table; it is passed on as it is.
+/// States of the radio. A radio may report another value; it is passed on unchanged.
 enum class CBManagerState : int {
-    unknown = 0,
-    resetting = 1,
-    unsupported = 2,
-    unauthorized = 3,
-    poweredOff = 4,
-    poweredOn = 5,
+    unknown = 0,       ///< Not reported yet.
+    resetting = 1,     ///< The radio is gone or does not answer; it may come back.
+    unsupported = 2,   ///< There is no radio, or no Bluetooth service.
+    unauthorized = 3,  ///< The program may not use the radio.
+    poweredOff = 4,    ///< The radio is off.
+    poweredOn = 5,     ///< The radio can be used.
 };
 
 /// One service data element of an advertisement.
 struct CBServiceData {
+    /// The UUID in front of the data.
     CBUUID service;
+    /// The bytes after the UUID. Valid for the length of the event.
     std::span<const std::uint8_t> data;
 };
 
-/// What an advertisement carried, scan response included. Views, valid for the length of the event.
+/// The contents of an advertisement, together with its scan response. Everything in it is a view, valid for
+/// the length of the event.
 struct CBAdvertisementData {
-    /// The advertised (complete or shortened) local name. Off the air as it came: it need not be UTF-8.
+    /// The complete or shortened local name, as it came over the air: it need not be UTF-8. Absent when none
+    /// was advertised.
     std::optional<std::string_view> localName;
-    /// In the order in which the advertisement carried them.
+    /// The service data elements, in the order in which they were advertised.
     std::span<const CBServiceData> serviceData;
 };
 
+/// Options of a scan.
 struct CBScanOptions {
-    /// Report every sighting; otherwise each peripheral is reported once per scan.
+    /// True: every advertisement is reported. False: each peripheral is reported once per scan.
     bool allowDuplicates = false;
 };
 
-/// Receives the events of a central manager, on the main thread and through the run loop.
-class ZOK_EXPORT CBCentralManagerDelegate {
+/// Receives the events of a central manager, on the main thread, from inside the run loop.
+class ZOBI_EXPORT CBCentralManagerDelegate {
 public:
-    virtual ~CBCentralManagerDelegate() = default;
+    virtual ~CBCentralManagerDelegate();
 
-    /// The state of the radio changed, or is reported for the first time.
+    /// The state of the radio has changed, or is reported for the first time: see `CBCentralManager::state`.
     virtual void centralManagerDidUpdateState(CBCentralManager& central) = 0;
 
-    /// An advertisement was received.
-    /// @param rssi the signal strength in dBm; nothing when the radio could not tell.
-    /// @throws DataRangeError for a payload that is too short: the radio drops that advertisement.
+    /// An advertisement was received. `rssi` is its signal strength in dBm, without a value when the radio
+    /// does not know it.
+    /// @throws DataRangeError for a payload that is too short: the radio drops this advertisement and goes
+    ///     on.
     virtual void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const CBAdvertisementData& /*advertisementData*/, NSNumber /*rssi*/) {}
 
-    /// A link is up: the outcome of an attempt that succeeded.
+    /// A link is up: the attempt to connect has succeeded.
     virtual void centralManagerDidConnectPeripheral(CBCentralManager& /*central*/,
                                                     const std::shared_ptr<CBPeripheral>& /*peripheral*/) {}
 
-    /// An attempt to connect failed.
-    /// @param error why, with a code of `CBError`; never null.
+    /// An attempt to connect has failed. `error` says why, with a code of `CBError`; it is never null.
     virtual void centralManagerDidFailToConnectPeripheralError(
         CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const NSError* /*error*/) {}
 
-    /// A link, or a pending attempt that was cancelled, has ended.
-    /// @param error null when the end was asked for; otherwise why, with a code of `CBError`.
+    /// A link, or a pending attempt that was cancelled, has ended. `error` is null when this central manager
+    /// ended it; otherwise it says why, with a code of `CBError`.
     virtual void centralManagerDidDisconnectPeripheralError(
         CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const NSError* /*error*/) {}
 };
 
-/// The Bluetooth central service, as one client has it. Main thread only.
+/// The central role of Bluetooth LE: scans and connects for one client. Main thread only.
 ///
-/// A platform makes it for a delegate that it does not own. The first state report follows through the run
-/// loop, soon after; before it the state is unknown. Answers and events never come from inside a call.
+/// `Platform::makeCentralManager` makes one for a delegate, which it does not own. The state is unknown until
+/// it is first reported, soon after, through the run loop. No event comes from inside a call.
 ///
-/// Any state but powered on ends the scan, the attempts and the links. The delegate hears of the state first;
-/// then, in the order in which the connections were asked for, each attempt fails and each link ends, with
-/// `CBError::operationCancelled`. The scan is forgotten: when power comes back, scanning begins only when it
-/// is asked for again. A null peripheral, or another central's, is harmless in every call.
-class ZOK_EXPORT CBCentralManager {
+/// When the radio leaves the state powered on, the scan, the attempts and the links end. The delegate
+/// receives the state first; then, in the order of the requests to connect, each attempt fails and each link
+/// ends, with `CBError::operationCancelled`. When the radio is powered on again, the client must start the
+/// scan again. Every call ignores a peripheral that is null or of another central manager.
+class ZOBI_EXPORT CBCentralManager {
 public:
-    virtual ~CBCentralManager() = default;
+    virtual ~CBCentralManager();
 
+    /// The state that was last reported.
     virtual CBManagerState state() const = 0;
 
+    /// True from `scanForPeripheralsWithServicesOptions` until the scan ends.
     virtual bool isScanning() const = 0;
 
-    /// Starts a scan, in place of the one that is running. Ignored while the radio is not powered on.
-    /// @param services report only peripherals that advertise one of these; empty for all peripherals.
+    /// Starts a scan, which replaces one that is running. Ignored unless the radio is powered on.
+    /// @param services only peripherals that advertise one of these are reported; empty for all peripherals.
+    /// @param options whether each peripheral is reported more than once.
     virtual void scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
                                                        CBScanOptions options) = 0;
 
-    /// Ends the scan. Harmless when none is running.
+    /// Ends the scan, if one is running.
     virtual void stopScan() = 0;
 
-    /// Starts an attempt to connect, which stays pending until it succeeds, fails or is cancelled: a
-    /// peripheral out of range is connected when it comes back, however long that takes. Each attempt has
-    /// exactly one outcome. A request while one is pending joins it. A link that is up already is reported
-    /// once more, and is otherwise left as it is. While the radio is not powered on, an attempt fails with
-    /// `CBError::operationCancelled`.
+    /// Starts an attempt to connect. It stays pending, without a limit, until it succeeds, fails or is
+    /// cancelled, so that a peripheral out of range is connected when it comes back. Each attempt is reported
+    /// exactly once: as a link, a failure or a disconnection. A request while an attempt is pending has no
+    /// report of its own. If the link is up already, that is reported once more and nothing else happens.
+    /// Unless the radio is powered on, the attempt fails with `CBError::operationCancelled`.
     virtual void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) = 0;
 
-    /// Ends a link or a pending attempt; the end is reported as a disconnection without an error. Harmless
-    /// when there is neither.
+    /// Ends a link or a pending attempt, if there is one. The end is reported as a disconnection without an
+    /// error.
     virtual void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

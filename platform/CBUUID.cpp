@@ -1,9 +1,9 @@
-#include "platform/CBUUID.h"
+#include "zobi/platform/CBUUID.h"
 
 #include <stdexcept>
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -57,4 +57,4 @@ std::string_view CBUUID::description() const noexcept {
     return {};
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -6,29 +6,32 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A Bluetooth UUID: a plain 128-bit value.
+/// A Bluetooth UUID: a 128-bit value.
 ///
-/// The 16-bit and 32-bit short forms stand for 128-bit values on the Bluetooth base UUID
-/// (0000xxxx-0000-1000-8000-00805F9B34FB), so a UUID equals itself in whatever form it was written.
-class ZOK_EXPORT CBUUID {
+/// A 16-bit or 32-bit UUID is a short form of a 128-bit one on the Bluetooth Base UUID
+/// (xxxxxxxx-0000-1000-8000-00805F9B34FB), and equals it.
+class ZOBI_EXPORT CBUUID {
 public:
-    /// Parses 4, 8 or 36 characters ("180A", "0000180A", "0000180A-0000-1000-8000-00805F9B34FB"),
-    /// hexadecimal digits in any case. A constant is parsed, and checked, by the compiler.
-    /// @throws std::invalid_argument for any other text, with the text in its message.
+    /// Parses a UUID of 4, 8 or 36 characters, such as "180A", "0000180A" or
+    /// "0000180A-0000-1000-8000-00805F9B34FB", with upper or lower case digits. The compiler parses and
+    /// checks a constant.
+    /// @throws std::invalid_argument for any other text; the message contains the text.
     static constexpr CBUUID UUIDWithString(std::string_view text);
 
-    /// The shortest form of 4, 8 or 36 characters, in upper case.
+    /// The UUID in its shortest form, of 4, 8 or 36 characters, in upper case.
     std::string UUIDString() const;
 
-    /// The standard name of the services and characteristics that beacons use ("Device Information" for
-    /// 180A); empty for a UUID that has none. Refers to static storage and allocates nothing.
+    /// The assigned name of a service or characteristic that beacons use, "Device Information" for 180A;
+    /// empty for any other UUID. The text has static storage; nothing is allocated.
     std::string_view description() const noexcept;
 
+    /// Equal when all 128 bits are.
     friend bool operator==(const CBUUID&, const CBUUID&) = default;
+    /// Orders as unsigned 128-bit numbers.
     friend auto operator<=>(const CBUUID&, const CBUUID&) = default;
 
 private:
@@ -75,4 +78,4 @@ constexpr CBUUID CBUUID::UUIDWithString(std::string_view text) {
     return {(low << shortShift) | baseHigh, baseLow};
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -3,27 +3,27 @@
 #include <chrono>
 #include <cstdint>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// What time it is. Safe to read from any thread.
-class ZOK_EXPORT Clock {
+/// The wall clock and the monotonic clock. Safe to read from any thread.
+class ZOBI_EXPORT Clock {
 public:
-    virtual ~Clock() = default;
+    virtual ~Clock();
 
-    /// Wall-clock time: seconds since 1970-01-01 UTC with their fraction. Time stamps are made from it; it
-    /// may be set forward and back.
+    /// The wall-clock time: seconds since 1970-01-01 UTC, with a fraction. It may be set forward and back.
+    /// Time stamps are taken from it.
     virtual double timeIntervalSince1970() const = 0;
 
-    /// The same in whole seconds, truncated toward zero: a time stamp. A clock that has them for less
+    /// The same in whole seconds, truncated toward zero, for a time stamp. A clock that can get it faster
     /// overrides it.
     virtual std::int64_t secondsSince1970() const {
         return static_cast<std::int64_t>(timeIntervalSince1970());
     }
 
-    /// Time since a fixed moment of the past. Never goes back; timers run on it.
+    /// The time since some fixed moment in the past. It never goes back. Timers run on it.
     virtual std::chrono::nanoseconds monotonicTime() const = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,10 +1,10 @@
-#include "platform/Log.h"
+#include "zobi/platform/Log.h"
 
 #include <array>
 #include <charconv>
 #include <limits>
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -52,4 +52,4 @@ void Log::writeFormatted(std::string_view format, std::initializer_list<LogArgum
     writeLine(line);
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -6,26 +6,34 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.h"
-#include "platform/NSNumber.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSNumber.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// An argument of a log line. Holds a view of a text, so it lives no longer than the call it is made for.
-class ZOK_EXPORT LogArgument {
+/// An argument of `Log::log`. It may hold a view of a text, so it is valid only for the call that it is made
+/// for.
+class ZOBI_EXPORT LogArgument {
 public:
+    /// A text.
     LogArgument(std::string_view text) : kind_(Kind::text), text_(text) {}
+    /// A text.
     LogArgument(const std::string& text) : LogArgument(std::string_view(text)) {}
+    /// A text that ends with a zero character.
     LogArgument(const char* text) : LogArgument(std::string_view(text)) {}
+    /// A number, printed in decimal; "(null)" without a value.
     LogArgument(NSNumber number) : kind_(Kind::number), number_(number) {}
+    /// A real number, printed with six decimals.
     LogArgument(double value) : kind_(Kind::real), real_(value) {}
-    /// Prints as "YES" or "NO".
+    /// A truth value, printed as "YES" or "NO".
     template <std::same_as<bool> T>
     LogArgument(T value) : LogArgument(std::string_view(value ? "YES" : "NO")) {}
+    /// An integer of up to 64 bits, printed in decimal as a signed one.
     template <std::integral T>
     requires(!std::same_as<T, bool>) LogArgument(T value)
         : kind_(Kind::integer), integer_(static_cast<std::int64_t>(value)) {}
 
+    /// Appends the printed argument to `line`.
     void appendTo(std::string& line) const;
 
 private:
@@ -38,28 +46,28 @@ private:
     double real_ = 0;
 };
 
-/// The system log: free-text diagnostic lines. Safe from any thread, as decoding is.
-class ZOK_EXPORT Log {
+/// The log: lines of text for diagnosis. Safe from any thread.
+class ZOBI_EXPORT Log {
 public:
-    virtual ~Log() = default;
+    virtual ~Log();
 
-    /// False when lines go nowhere. Ask before preparing a costly argument.
+    /// False when lines are discarded. Check it before computing an expensive argument.
     virtual bool isEnabled() const = 0;
 
     /// Writes one line. Each conversion in `format` ("%@", "%d", "%lu", "%f") is replaced by the next
-    /// argument, printed as its own type has it: a real number with six decimals, an absent number as
-    /// "(null)". No locale is followed. Costs nothing but the test when the log is off.
+    /// argument, which is printed according to its own type (see `LogArgument`), whatever the conversion and
+    /// the locale. Does nothing unless `isEnabled`.
     template <typename... Arguments>
     void log(std::string_view format, const Arguments&... arguments) {
         if (isEnabled()) writeFormatted(format, {LogArgument(arguments)...});
     }
 
 protected:
-    /// Takes one finished line, which has no line feed at its end.
+    /// Writes one finished line. It does not end with a line feed. May be called from any thread.
     virtual void writeLine(std::string_view line) = 0;
 
 private:
     void writeFormatted(std::string_view format, std::initializer_list<LogArgument> arguments);
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

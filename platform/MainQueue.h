@@ -2,18 +2,18 @@
 
 #include <functional>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
 /// The queue of tasks that run on the main thread.
-class ZOK_EXPORT MainQueue {
+class ZOBI_EXPORT MainQueue {
 public:
-    virtual ~MainQueue() = default;
+    virtual ~MainQueue();
 
-    /// Queues `task` to run on the main thread, after the work that is going on there and the tasks queued
-    /// before it. Never runs it from inside the call. Safe from any thread.
+    /// Queues `task` to run on the main thread, after what runs there now and the tasks queued before it,
+    /// never from inside this call. Safe from any thread.
     virtual void dispatchAsync(std::function<void()> task) = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

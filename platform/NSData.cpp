@@ -1,6 +1,6 @@
-#include "platform/NSData.h"
+#include "zobi/platform/NSData.h"
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -16,4 +16,4 @@ DataRangeError::DataRangeError(std::size_t offset, std::size_t count, std::size_
 
 DataRangeError::~DataRangeError() = default;
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -6,25 +6,28 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// Bytes off the air were read beyond their end.
+/// Thrown when received bytes are read beyond their end.
 ///
-/// What comes off the air is hostile. A radio catches this type, and no other, around its delivery of an
-/// advertisement, and drops that advertisement. It has a type of its own so that an application's own
-/// out-of-range mistake is never taken for a malformed payload.
-class ZOK_EXPORT DataRangeError : public std::out_of_range {
+/// Received bytes cannot be trusted. A radio catches this type, and no other, when it delivers an
+/// advertisement, and drops that advertisement. The type differs from `std::out_of_range` so that an error of
+/// the application is not taken for a malformed payload.
+class ZOBI_EXPORT DataRangeError : public std::out_of_range {
 public:
+    /// The error of reading `count` bytes at `offset` of `size` bytes.
     DataRangeError(std::size_t offset, std::size_t count, std::size_t size);
+    /// Copies the error.
     DataRangeError(const DataRangeError&) = default;
+    /// Copies the error.
     DataRangeError& operator=(const DataRangeError&) = default;
     ~DataRangeError() override;
 };
 
-/// The `count` bytes from `offset` on.
-/// @throws DataRangeError when `data` ends before them.
+/// The `count` bytes of `data` that start at `offset`.
+/// @throws DataRangeError if `data` ends before them.
 inline std::span<const std::uint8_t> subdata(std::span<const std::uint8_t> data, std::size_t offset,
                                              std::size_t count) {
     if (offset > data.size() || count > data.size() - offset) {
@@ -33,4 +36,4 @@ inline std::span<const std::uint8_t> subdata(std::span<const std::uint8_t> data,
     return data.subspan(offset, count);
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

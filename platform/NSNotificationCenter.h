@@ -9,24 +9,26 @@
 #include <utility>
 #include <variant>
 
-#include "platform/Export.h"
-#include "platform/NSNumber.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSNumber.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A notification's payload: a dictionary of one entry, or an empty one.
+/// The user info of a notification: a dictionary with one entry or none.
 class NSUserInfo {
 public:
+    /// A value in the dictionary.
     using Value = std::variant<NSNumber, std::string>;
 
     /// An empty dictionary.
     NSUserInfo() = default;
-    /// @param key must outlive the payload: a constant.
+    /// A dictionary with `value` under `key`, whose text must outlive the dictionary: use a constant.
     NSUserInfo(std::string_view key, Value value) : key_(key), value_(std::move(value)) {}
 
+    /// The number of entries: 0 or 1.
     std::size_t count() const { return value_ ? 1 : 0; }
 
-    /// The value under `key`, or null. Valid as long as the payload.
+    /// The value under `key`; null if there is none. Valid as long as the dictionary.
     const Value* objectForKey(std::string_view key) const {
         return value_ && key == key_ ? &*value_ : nullptr;
     }
@@ -36,49 +38,52 @@ private:
     std::optional<Value> value_;
 };
 
-/// A broadcast.
+/// A notification that was posted.
 struct NSNotification {
-    /// Valid for the length of the observer's call.
+    /// Its name. Valid until the observer returns.
     std::string_view name;
-    /// The object concerned, its type erased: `std::static_pointer_cast` to the type it was posted as gives
-    /// it back. May be null. Objects are the same when their addresses are, so post and observe an object of
-    /// a class with several bases as one and the same type.
+    /// The object that the notification is about; may be null. `std::static_pointer_cast` to the type as
+    /// which it was posted restores its type. Objects are compared by address: post and observe an object of
+    /// a class with several bases as the same type.
     std::shared_ptr<void> object;
+    /// Its value, if it has one.
     NSUserInfo userInfo;
 };
 
-/// Broadcasts to whoever asked for them.
+/// Delivers notifications to their observers.
 ///
-/// Observers are called at once, on the posting thread, in the order in which they were added. An observer
-/// may add and remove observers, itself included, and may post: one that is removed is not called again,
-/// one that is added hears of later notifications. An exception that leaves an observer leaves the posting
-/// call, and the observers after it are not called. Posting belongs to the main thread; observers may be
-/// added and removed from any.
-class ZOK_EXPORT NSNotificationCenter {
+/// A notification is posted on the main thread. The call that posts it calls the observers in the order in
+/// which they were added. An observer may post, and may add and remove observers, itself included: a removed
+/// one is not called again, and an added one receives only later notifications. An exception of an observer
+/// leaves the call that posted, and the observers after it are not called. Observers may be added and removed
+/// from any thread.
+class ZOBI_EXPORT NSNotificationCenter {
 public:
+    /// The function that an observer is called by.
     using Block = std::function<void(const NSNotification&)>;
 
-    /// Names one registration, to remove it by.
+    /// A registration; the center makes it.
     class Observer {
     public:
-        virtual ~Observer() = default;
+        virtual ~Observer();
     };
+    /// Identifies a registration in `removeObserver`.
     using Token = std::shared_ptr<Observer>;
 
-    virtual ~NSNotificationCenter() = default;
+    virtual ~NSNotificationCenter();
 
-    /// Calls `block` for each notification named `name` about `object`, until it is removed or the centre
-    /// dies. The centre keeps the block; the token may be dropped.
-    /// @param object compared by identity; null means about any object.
+    /// Calls `block` for each notification with this name and object, until the observer is removed or the
+    /// center is destroyed. The center owns the block, and the returned token may be discarded. `object` is
+    /// compared by address; null stands for every object.
     virtual Token addObserverForNameObjectUsingBlock(std::string_view name, std::shared_ptr<void> object,
                                                      Block block) = 0;
 
-    /// Ends a registration. Harmless when repeated.
+    /// Removes an observer. Does nothing if it was removed before.
     virtual void removeObserver(const Token& observer) = 0;
 
-    /// Calls the observers of `name` and `object`.
+    /// Posts a notification: calls its observers before it returns.
     virtual void postNotificationNameObjectUserInfo(std::string_view name, std::shared_ptr<void> object,
                                                     NSUserInfo userInfo) = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,9 +1,9 @@
-#include "platform/NSNumber.h"
+#include "zobi/platform/NSNumber.h"
 
-namespace platform {
+namespace zobi::platform {
 
 std::string NSNumber::description() const {
     return hasValue() ? std::to_string(value_) : "(null)";
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

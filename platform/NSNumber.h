@@ -3,19 +3,22 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A boxed number: nothing, or an integer that remembers the kind it was made from.
-///
-/// A plain value, 8 bytes, safe to copy and to read from any thread that owns it. Nothing reads as 0
-/// and prints as "(null)".
+/// An optional integer that knows the type from which it was made. A value type of 8 bytes.
 class NSNumber {
 public:
-    enum class Kind : std::uint8_t { none, int32, uint8, uint16 };
+    /// The type from which a number was made.
+    enum class Kind : std::uint8_t {
+        none,   ///< Without a value.
+        int32,  ///< Signed 32-bit integer.
+        uint8,  ///< Unsigned 8-bit integer.
+        uint16  ///< Unsigned 16-bit integer.
+    };
 
-    /// Holds nothing.
+    /// A number without a value.
     constexpr NSNumber() = default;
 
     /// From a signed 32-bit integer.
@@ -25,18 +28,20 @@ public:
     /// From an unsigned 16-bit integer.
     static constexpr NSNumber numberWithUnsignedShort(std::uint16_t value) { return {Kind::uint16, value}; }
 
+    /// The type from which the number was made.
     constexpr Kind kind() const { return kind_; }
+    /// False for a number without a value.
     constexpr bool hasValue() const { return kind_ != Kind::none; }
 
-    /// The value, which fits 32 signed bits whatever the kind; 0 for nothing.
+    /// The value; 0 without one.
     constexpr std::int32_t integerValue() const { return value_; }
-    /// The low 8 bits of the value, read as a signed number (200 gives -56); 0 for nothing.
+    /// The low 8 bits of the value as a signed number (200 gives -56); 0 without a value.
     constexpr std::int8_t charValue() const { return static_cast<std::int8_t>(value_); }
 
-    /// The value in decimal, or "(null)".
-    ZOK_EXPORT std::string description() const;
+    /// The value in decimal; "(null)" without one.
+    ZOBI_EXPORT std::string description() const;
 
-    /// Equal when both the kind and the value are.
+    /// Equal when both kind and value are.
     friend constexpr bool operator==(const NSNumber&, const NSNumber&) = default;
 
 private:
@@ -46,4 +51,4 @@ private:
     Kind kind_ = Kind::none;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -3,33 +3,34 @@
 #include <functional>
 #include <memory>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A timer of the run loop, made by `RunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats`. Main
-/// thread only.
+/// A timer of a run loop, made by `RunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats`. Main thread
+/// only.
 ///
-/// The run loop owns a scheduled timer, and the timer owns its action and user info; all three are let go
-/// when the timer is invalidated, when it has fired and does not repeat, or when its run loop dies.
-class ZOK_EXPORT NSTimer {
+/// The run loop owns a scheduled timer, and the timer owns its action and its user info. All three are
+/// released when the timer is invalidated, when it has fired and does not repeat, or when the run loop is
+/// destroyed.
+class ZOBI_EXPORT NSTimer {
 public:
     /// Called with the timer that fired. It may invalidate the timer.
     using Action = std::function<void(const std::shared_ptr<NSTimer>&)>;
 
-    virtual ~NSTimer() = default;
+    virtual ~NSTimer();
 
-    /// Keeps the timer from ever firing again. Harmless when repeated.
+    /// Stops the timer for good. Does nothing if it is invalid already.
     virtual void invalidate() = 0;
 
-    /// True until the timer is invalidated, by `invalidate` or by a single firing.
+    /// True until `invalidate` or, if it does not repeat, until its action has returned.
     virtual bool isValid() const = 0;
 
-    /// The interval in seconds, as the run loop took it.
+    /// The interval in seconds, at least 0.0001.
     virtual double timeInterval() const = 0;
 
-    /// What the timer was scheduled with; null once it is invalid.
+    /// The object with which the timer was scheduled; null once the timer is invalid.
     virtual std::shared_ptr<void> userInfo() const = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -2,44 +2,51 @@
 
 #include <memory>
 
-#include "platform/CBCentralManager.h"
-#include "platform/Clock.h"
-#include "platform/Export.h"
-#include "platform/Log.h"
-#include "platform/NSNotificationCenter.h"
-#include "platform/RunLoop.h"
-#include "platform/UIApplication.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/Clock.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/Log.h"
+#include "zobi/platform/NSNotificationCenter.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/UIApplication.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// Everything the library needs of the world outside it.
+/// Everything the library needs from outside: radio, run loop, notifications, application state, clock and
+/// log.
 ///
-/// Managers, central managers and peripherals refer to their platform without owning it: a platform outlives
-/// every use of what was made on it. Its destructor first clears its timers, its queue and its observers,
-/// and with them lets go of the managers that those hold.
-class ZOK_EXPORT Platform {
+/// Managers, central managers and peripherals use their platform without owning it: the platform must outlive
+/// them. Its destructor first clears its timers, its queue and its observers, and so releases the managers
+/// that these own.
+class ZOBI_EXPORT Platform {
 public:
-    virtual ~Platform() = default;
+    virtual ~Platform();
 
-    /// A central manager of its own for `delegate`, which is not owned. Only queues the start of the radio on
-    /// the main queue, so it is safe from any thread.
+    /// Makes a central manager for `delegate`, which it does not own. The radio is started by a task on the
+    /// main queue. Safe from any thread.
     virtual std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) = 0;
 
+    /// The state of the application.
     virtual UIApplication& application() = 0;
+    /// Delivers notifications.
     virtual NSNotificationCenter& notificationCenter() = 0;
+    /// The loop of the main thread.
     virtual RunLoop& runLoop() = 0;
+    /// The clocks.
     virtual Clock& clock() = 0;
+    /// The log.
     virtual Log& log() = 0;
 
-    /// The process's platform: the one that was installed or, with none installed by the first call, one that
-    /// has everything but a radio (the state of Bluetooth is then unsupported). Never destroyed. Safe from
-    /// any thread.
+    /// The platform of the process: the installed one. If none is installed by the first call, this makes and
+    /// installs a `StandardPlatform` in real time, which has no radio. Never destroyed. Safe from any thread.
     static Platform& current();
 
-    /// Makes `platform` the process's own, for good. Call it once, before anything uses `current`.
-    /// @throws std::logic_error when a platform is current already, std::invalid_argument for null.
+    /// Makes `platform` the platform of the process, for its whole life. Call it once, before the first use
+    /// of `current`.
+    /// @throws std::logic_error if there is a current platform already.
+    /// @throws std::invalid_argument for null.
     static void install(std::unique_ptr<Platform> platform);
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

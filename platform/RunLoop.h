@@ -5,65 +5,72 @@
 #include <optional>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/MainQueue.h"
-#include "platform/NSTimer.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/MainQueue.h"
+#include "zobi/platform/NSTimer.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A file descriptor that a run loop waits on, and the `poll` events it waits for.
+/// A file descriptor that a run loop polls, and the events that it polls for.
 struct RunLoopDescriptor {
+    /// The descriptor.
     int fd;
+    /// The events, as in `pollfd`: POLLIN, POLLOUT or both.
     short events;
 };
 
-/// The main thread's loop: its queue, its timers, and the radio that is driven from them.
+/// The loop of the main thread: its queue, its timers, and the descriptors of the radio.
 ///
-/// The thread that runs the loop is the main thread, and the only one: every callback of the library is
-/// made there. Two calls are safe from elsewhere: `dispatchAsync` from any thread, and `stop` from any
-/// thread or signal handler.
+/// The thread that runs the loop is the main thread: every callback of the library is made there, and the
+/// library has no other thread. Two functions are safe elsewhere: `dispatchAsync` in any thread, and `stop`
+/// in any thread or signal handler.
 ///
-/// A program either gives the thread to the loop (`run`), or drives it from a loop of its own: it waits
-/// until `nextDeadline` or until one of `descriptors` is ready, and then calls `processPending`.
+/// A program either calls `run`, or drives the loop from a loop of its own: it waits until `nextDeadline` or
+/// until one of `descriptors` is ready, and then calls `processPending`.
 ///
-/// An exception that leaves a task or an action leaves the call that ran it (`run`, `runFor`,
-/// `processPending`). Nothing else is lost, and the loop can be run again.
-class ZOK_EXPORT RunLoop : public MainQueue {
+/// An exception that leaves a task or the action of a timer leaves `run`, `runFor` or `processPending`. The
+/// other tasks and timers remain, and the loop can be run again.
+class ZOBI_EXPORT RunLoop : public MainQueue {
 public:
-    /// Schedules a timer that first fires after `seconds` and, if it repeats, every `seconds` from then on.
-    /// Timers due at the same moment fire in the order in which they were scheduled.
+    ~RunLoop() override;
+
+    /// Schedules a timer that fires after `seconds` and, if it repeats, every `seconds` from then on. Timers
+    /// that are due at the same moment fire in the order in which they were scheduled.
     ///
-    /// A repeating timer keeps its phase: ticks that were missed are skipped, not made up for. An interval
-    /// of zero or less, or one that is not a number, is taken as 0.0001.
-    /// @param userInfo kept by the timer until it is invalid; may be null.
+    /// A repeating timer keeps its phase: firings that were missed are skipped. An interval below 0.0001, or
+    /// one that is not a number, is taken as 0.0001.
+    ///
+    /// The timer owns `userInfo`, which may be null, until it is invalid.
     virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) = 0;
 
     /// Runs until `stop`.
-    /// @throws std::logic_error when called from one of the loop's own callbacks; so do `runFor` and
-    ///     `processPending`.
+    /// @throws std::logic_error if called from inside a callback of this loop.
     virtual void run() = 0;
 
-    /// Runs for `seconds` of the loop's time, or until `stop`. Timers that are due at the very end still
-    /// fire; tasks that are queued by then run in the next run, if not in this one. What is not above 0 only
-    /// runs what is pending.
+    /// Runs for `seconds` of the loop's clock, or until `stop`. Timers that are due exactly at the end still
+    /// fire; a task that is queued then may have to wait for the next run. 0 or less runs only what is
+    /// pending.
+    /// @throws std::logic_error if called from inside a callback of this loop.
     virtual void runFor(double seconds) = 0;
 
-    /// Makes `run` or `runFor` return once the current callback has; made beforehand, the next run returns
-    /// at once. It counts for one run, even if an exception ends that run first.
+    /// Makes `run` or `runFor` return as soon as the current callback has returned. If neither is running,
+    /// the next one returns at once. One call ends one run, even one that an exception ends first.
     virtual void stop() noexcept = 0;
 
-    /// Runs the queued tasks and the timers that are due, and never waits.
+    /// Runs the queued tasks and the timers that are due, without waiting.
+    /// @throws std::logic_error if called from inside a callback of this loop.
     virtual void processPending() = 0;
 
-    /// The monotonic time at which `processPending` has work to do: a past moment when it has some now, none
-    /// when only a descriptor or another thread can bring some.
+    /// The monotonic time at which `processPending` has work to do. A moment in the past if it has work now;
+    /// absent if only a descriptor or another thread can bring work.
     virtual std::optional<std::chrono::nanoseconds> nextDeadline() const = 0;
 
-    /// What a foreign loop must watch besides the deadline. It changes as radios come and go and have
-    /// something to send, so it is asked for after each `processPending`. Empty if the loop waits without
-    /// descriptors: it cannot then wake a foreign loop when another thread dispatches.
+    /// The descriptors that a foreign loop must poll besides waiting for the deadline. They change, for
+    /// example when a radio has something to send: get them again after each `processPending`. Empty if the
+    /// loop waits without descriptors; then a task that another thread dispatches does not wake a foreign
+    /// loop.
     virtual std::vector<RunLoopDescriptor> descriptors() const = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

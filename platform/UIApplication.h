@@ -2,36 +2,35 @@
 
 #include <string_view>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// Where an application stands before its user.
+/// The state of an application.
 enum class UIApplicationState : int {
-    /// In the foreground and receiving events.
-    active = 0,
-    /// In the foreground, but passing to or from the background.
-    inactive = 1,
-    background = 2,
+    active = 0,      ///< In the foreground, and the user can use it.
+    inactive = 1,    ///< In the foreground, but on its way to or from the background.
+    background = 2,  ///< In the background.
 };
 
-/// Broadcasts of the application's transitions, with no object and no payload.
+/// Posted when the application has become active. Without object and user info.
 inline constexpr std::string_view UIApplicationDidBecomeActiveNotification =
     "UIApplicationDidBecomeActiveNotification";
+/// Posted when the application has entered the background. Without object and user info.
 inline constexpr std::string_view UIApplicationDidEnterBackgroundNotification =
     "UIApplicationDidEnterBackgroundNotification";
 
 /// The application's state. It starts active. Main thread only.
-class ZOK_EXPORT UIApplication {
+class ZOBI_EXPORT UIApplication {
 public:
-    virtual ~UIApplication() = default;
+    virtual ~UIApplication();
 
+    /// The state that was last set.
     virtual UIApplicationState applicationState() const = 0;
 
-    /// Declares the state, which on a system without such states only the program itself knows. The state
-    /// changes first; then becoming active and entering the background are broadcast. Declaring the state
-    /// that already holds does nothing.
+    /// Sets the state, and then posts the notification of it, if it has one. The program calls this, as the
+    /// system does not know such states. Setting the same state again does nothing.
     virtual void setApplicationState(UIApplicationState state) = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

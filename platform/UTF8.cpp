@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace platform {
+namespace zobi::platform {
 
 bool isValidUTF8(std::string_view text) noexcept {
     std::size_t index = 0;
@@ -43,4 +43,4 @@ bool isValidUTF8(std::string_view text) noexcept {
     return true;
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -2,12 +2,12 @@
 
 #include <string_view>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
 /// Whether `text` is UTF-8 throughout: no stray, missing or overlong byte, no surrogate, and nothing above
 /// U+10FFFF. An empty text is; a zero character is one like any other.
-ZOK_EXPORT bool isValidUTF8(std::string_view text) noexcept;
+ZOBI_EXPORT bool isValidUTF8(std::string_view text) noexcept;
 
-}  // namespace platform
+}  // namespace zobi::platform

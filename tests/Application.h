@@ -17,7 +17,7 @@ using Events = std::vector<std::string>;
 class Application final : public ZOKManagerDelegate, public std::enable_shared_from_this<Application> {
     using Manager = std::shared_ptr<ZOKManager>;
     using Beacon = std::shared_ptr<ZOKBeacon>;
-    using NSError = platform::NSError;
+    using NSError = zobi::platform::NSError;
 
 public:
     Events events;
@@ -25,7 +25,7 @@ public:
     std::function<void(const std::string& event)> onEvent = [](const auto& /*event*/) {};
 
     /// Becomes the manager's delegate, and hears its platform's broadcasts.
-    void start(ZOKManager& manager, platform::Platform& platform) {
+    void start(ZOKManager& manager, zobi::platform::Platform& platform) {
         manager.setDelegate(weak_from_this());
         for (const std::string_view name :
              {ZOKBeaconDidConnectNotification, ZOKBeaconDidDisconnectNotification,
@@ -34,7 +34,7 @@ public:
               ZOKBeaconDidAccelerometerAxisZChangeNotification, ZOKBeaconButtonModeNotification,
               ZOKBeaconFirmwareVersionNotification, ZOKBeaconDidRSSIChangeNotification}) {
             platform.notificationCenter().addObserverForNameObjectUsingBlock(
-                name, nullptr, [weakSelf = weak_from_this()](const platform::NSNotification& it) {
+                name, nullptr, [weakSelf = weak_from_this()](const zobi::platform::NSNotification& it) {
                     // A strength is another each time.
                     const bool isSignal = it.name == ZOKBeaconDidRSSIChangeNotification;
                     if (const auto self = weakSelf.lock()) {
@@ -82,11 +82,11 @@ private:
     static std::string errorText(const NSError* error) {
         return error ? " error " + std::to_string(error->code()) : "";
     }
-    static std::string valueText(const platform::NSUserInfo& userInfo) {
+    static std::string valueText(const zobi::platform::NSUserInfo& userInfo) {
         const auto* const value = userInfo.objectForKey("value");
         if (!value) return "";
         if (const auto* const text = std::get_if<std::string>(value)) return ' ' + *text;
-        return ' ' + std::get<platform::NSNumber>(*value).description();
+        return ' ' + std::get<zobi::platform::NSNumber>(*value).description();
     }
     void note(const std::string& event, const Beacon& beacon) {
         onEvent(event);

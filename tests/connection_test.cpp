@@ -6,7 +6,7 @@
 
 namespace {
 
-using namespace platform;
+using namespace zobi::platform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -411,7 +411,7 @@ TEST_F(ConnectionTest, NotificationsCarryTheRecordAndANumberOfTheRightKind) {
 }
 
 TEST_F(ConnectionTest, AnRSSITimerLastsUntilItIsStopped) {
-    using platform::CBPeripheralState;
+    using zobi::platform::CBPeripheralState;
     EXPECT_EQ(ZOKManager::keyFromBeacon(record), "12_345");
     EXPECT_EQ(ZOKManager::keyFromBeacon(nullptr), std::nullopt);
     EXPECT_EQ(ZOKManager::keyFromBeacon(std::make_shared<ZOKBeacon>()), "(null)_(null)");

@@ -10,14 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "platform/simulation/SimulatedPlatform.h"
 #include "tools/zobiconnect/EmulateControls.h"
 #include "tools/zobiconnect/EmulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 namespace {
 
-using namespace platform;
+using namespace zobi::platform;
 using ::testing::ElementsAre;
 
 class Emulate : public ::testing::Test {
@@ -60,7 +60,7 @@ struct DeafManager final : bluez::PeripheralManager {
     bool isAdvertising() const override { return false; }
     void notify(GATTPlace /*place*/, std::span<const std::uint8_t> /*value*/) override {}
     void disconnectCentrals() override { ++disconnections; }
-    void end(std::function<void()> /*ended*/) override {}
+    void shutDown(std::function<void()> /*completion*/) override {}
 
     CBManagerState current = CBManagerState::poweredOn;
     int disconnections = 0;
@@ -93,4 +93,4 @@ TEST_F(Emulate, EndsLinksInALongSilenceAndWaitsForAServiceThatRestarts) {
 }
 
 }  // namespace
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -30,20 +30,22 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 namespace {
 
 TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
-    platform::simulation::SimulatedPlatform platform(platform::StandardPlatform::Time::virtualTime);
+    zobi::platform::simulation::SimulatedPlatform platform(
+        zobi::platform::StandardPlatform::Time::virtualTime);
     platform.log().setSink(nullptr);
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto delegate = std::make_shared<RecordingDelegate>();
     delegate->expectedManager = manager;
     manager->setDelegate(delegate);
     platform.runLoop().processPending();
-    const auto payload = platform::simulation::encodePayload({.major = 1, .minor = 7});
-    const std::vector<platform::CBServiceData> serviceData{
-        {platform::CBUUID::UUIDWithString("180F"), {}}, {platform::CBUUID::UUIDWithString("180A"), payload}};
-    const platform::CBAdvertisementData data{"morvane", serviceData};
+    const auto payload = zobi::platform::simulation::encodePayload({.major = 1, .minor = 7});
+    const std::vector<zobi::platform::CBServiceData> serviceData{
+        {zobi::platform::CBUUID::UUIDWithString("180F"), {}},
+        {zobi::platform::CBUUID::UUIDWithString("180A"), payload}};
+    const zobi::platform::CBAdvertisementData data{"morvane", serviceData};
     const auto advertise = [&] {
         manager->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-            *manager->centralManager(), nullptr, data, platform::NSNumber::numberWithInt(-60));
+            *manager->centralManager(), nullptr, data, zobi::platform::NSNumber::numberWithInt(-60));
     };
     advertise();
     ASSERT_EQ(manager->liveBeacons().size(), 1U);

@@ -1,4 +1,4 @@
-#include "platform/standard/KeyedArchive.h"
+#include "zobi/platform/standard/KeyedArchive.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace platform {
+namespace zobi::platform {
 namespace {
 
 using nlohmann::json;
@@ -247,4 +247,4 @@ TEST(KeyedArchive, HoldsTheLimitOfDepth) {
 }
 
 }  // namespace
-}  // namespace platform
+}  // namespace zobi::platform

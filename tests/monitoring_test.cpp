@@ -6,10 +6,10 @@
 
 namespace {
 
-using platform::CBManagerState;
-using platform::UIApplicationState;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::platform::CBManagerState;
+using zobi::platform::UIApplicationState;
 
 class MonitoringTest : public ManagerTest {
 protected:
@@ -73,8 +73,9 @@ TEST_F(MonitoringTest, ScansForTheBeaconServiceWithDuplicatesInTheForegroundOnly
     int heard = 0;
     delegate->onButton = [&] { ++heard; };
     addBeacon({.minor = 1, .buttonAction = 1, .advertisingInterval = 0.5}).comeIntoRange();
-    addBeacon(
-        {.minor = 2, .buttonAction = 1, .advertisedServices = {platform::CBUUID::UUIDWithString("180A")}})
+    addBeacon({.minor = 2,
+               .buttonAction = 1,
+               .advertisedServices = {zobi::platform::CBUUID::UUIDWithString("180A")}})
         .comeIntoRange();
     manager->startMonitoring();
     pass(2.4);
@@ -117,6 +118,12 @@ TEST_F(MonitoringTest, WithoutBluetoothOnlyTheRangingTimersRunAndNothingTriesAga
     pass(60);
     EXPECT_EQ(delegate->reports.size(), 60U);
     EXPECT_FALSE(isScanning());
+}
+
+TEST_F(MonitoringTest, AnApplicationThatComesLateMonitorsByTheStateOfTheCentral) {
+    zobi::monitorIfPoweredOn(*manager, static_cast<int>(manager->centralManager()->state()));
+    loop.processPending();
+    EXPECT_TRUE(isScanning());
 }
 
 TEST_F(MonitoringTest, AStopInTheTurnOfTheStartStillLetsTheQueuedScanBegin) {
@@ -298,7 +305,8 @@ TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {
     std::weak_ptr<ZOKManager> weak;
     std::shared_ptr<ZOKManager> outlives;
     {
-        platform::simulation::SimulatedPlatform own(platform::StandardPlatform::Time::virtualTime);
+        zobi::platform::simulation::SimulatedPlatform own(
+            zobi::platform::StandardPlatform::Time::virtualTime);
         own.log().setSink(nullptr);
         own.world().addBeacon({}).comeIntoRange();
         outlives = ZOKManager::managerOnPlatform(own);

@@ -9,12 +9,12 @@ namespace {
 
 TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     ::testing::internal::CaptureStderr();
-    EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), platform::DataRangeError);
+    EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), zobi::platform::DataRangeError);
     const auto delegate = std::make_shared<RecordingDelegate>();
     const auto manager = ZOKManager::shared();
     delegate->expectedManager = manager;
     manager->setDelegate(delegate);
-    auto& loop = platform::Platform::current().runLoop();
+    auto& loop = zobi::platform::Platform::current().runLoop();
     manager->startMonitoring();
     delegate->onReport = [&] { loop.stop(); };
     manager->updateRangedBeaconsTimerFired(nullptr);
@@ -22,9 +22,10 @@ TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     loop.processPending();
     EXPECT_THAT(delegate->states, ::testing::ElementsAre(2));
     EXPECT_FALSE(manager->isMonitoring());
-    EXPECT_THROW(platform::Platform::install(std::make_unique<platform::simulation::SimulatedPlatform>(
-                     platform::StandardPlatform::Time::virtualTime)),
-                 std::logic_error);
+    EXPECT_THROW(
+        zobi::platform::Platform::install(std::make_unique<zobi::platform::simulation::SimulatedPlatform>(
+            zobi::platform::StandardPlatform::Time::virtualTime)),
+        std::logic_error);
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 ::testing::HasSubstr("Z ----->State BLE unsupported (CBCentralManagerStateResetting)\n"));
 }

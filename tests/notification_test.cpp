@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/standard/StandardApplication.h"
-#include "platform/standard/StandardNotificationCenter.h"
+#include "zobi/platform/standard/StandardApplication.h"
+#include "zobi/platform/standard/StandardNotificationCenter.h"
 
-namespace platform {
+namespace zobi::platform {
 namespace {
 
 using ::testing::ElementsAre;
@@ -116,4 +116,4 @@ TEST_F(NotificationTest, TheApplicationsStateChangesBeforeItIsBroadcast) {
 }
 
 }  // namespace
-}  // namespace platform
+}  // namespace zobi::platform

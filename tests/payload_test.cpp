@@ -7,8 +7,8 @@
 
 namespace {
 
-using platform::NSNumber;
-using platform::simulation::BeaconDescription;
+using zobi::platform::NSNumber;
+using zobi::platform::simulation::BeaconDescription;
 
 class PayloadTest : public ManagerTest {
 protected:
@@ -53,7 +53,7 @@ TEST_F(PayloadTest, EveryLengthUpToTwentyDecodesOrIsRefusedByItsLayout) {
                 EXPECT_NE(decode(payload), nullptr);
                 EXPECT_EQ(log.size(), 1U);
             } else {
-                EXPECT_THROW(decode(payload), platform::DataRangeError);
+                EXPECT_THROW(decode(payload), zobi::platform::DataRangeError);
                 EXPECT_TRUE(log.empty());
             }
         }

@@ -6,12 +6,12 @@
 
 namespace {
 
-using platform::CBPeripheralState;
-using platform::CBUUID;
-using platform::simulation::encodePayload;
-using platform::simulation::SimulatedBeacon;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::platform::CBPeripheralState;
+using zobi::platform::CBUUID;
+using zobi::platform::simulation::encodePayload;
+using zobi::platform::simulation::SimulatedBeacon;
 
 const CBUUID deviceInformation = CBUUID::UUIDWithString("180A");
 const CBUUID battery = CBUUID::UUIDWithString("180F");
@@ -92,7 +92,7 @@ TEST_F(RangingTest, OnlyTheExactNameWithDeviceInformationIsAccepted) {
     addBeacon({.minor = 2, .buttonAction = 1, .localName = std::nullopt}).comeIntoRange();
     const auto payload = encodePayload({.minor = 3, .buttonAction = 1});
     addBeacon({.serviceData = {{{battery, payload}}}}).comeIntoRange();
-    addBeacon({.serviceData = {std::vector<platform::simulation::ServiceData>{}}}).comeIntoRange();
+    addBeacon({.serviceData = {std::vector<zobi::platform::simulation::ServiceData>{}}}).comeIntoRange();
     // Foreign names keep malformed payloads from being read at all.
     addBeacon({.localName = "other", .serviceData = {{{deviceInformation, {1, 2, 3}}}}}).comeIntoRange();
     pass(3);
@@ -268,7 +268,7 @@ TEST_F(RangingTest, ASilentBeaconLeavesWithin30SecondsAndComesBackAsANewRecord) 
 
 TEST_F(RangingTest, InTheBackgroundTheListRunsEmptyAsEachBeaconIsHeardOnce) {
     addBeacon({.minor = 1}).comeIntoRange();
-    platform.application().setApplicationState(platform::UIApplicationState::background);
+    platform.application().setApplicationState(zobi::platform::UIApplicationState::background);
     pass(20);
     EXPECT_EQ(manager->liveBeacons().size(), 1U);
     pass(10);

@@ -2,14 +2,14 @@
 
 #include <stdexcept>
 
-#include "platform/standard/KeyedArchive.h"
 #include "support.h"
+#include "zobi/platform/standard/KeyedArchive.h"
 
 namespace {
 
-using platform::NSKeyedArchiver;
-using platform::NSKeyedUnarchiver;
-using platform::NSNumber;
+using zobi::platform::NSKeyedArchiver;
+using zobi::platform::NSKeyedUnarchiver;
+using zobi::platform::NSNumber;
 
 /// A record with a field of its own, as an application may have it.
 class LabelledBeacon final : public ZOKBeacon {
@@ -21,11 +21,11 @@ public:
         copyInto(*copy);
         return copy;
     }
-    void encodeWithCoder(platform::NSCoder& coder) const override {
+    void encodeWithCoder(zobi::platform::NSCoder& coder) const override {
         ZOKBeacon::encodeWithCoder(coder);
         coder.encodeTextForKey(label, "label");
     }
-    void initWithCoder(const platform::NSCoder& coder) override {
+    void initWithCoder(const zobi::platform::NSCoder& coder) override {
         ZOKBeacon::initWithCoder(coder);
         label = coder.decodeTextForKey("label");
     }

@@ -12,10 +12,10 @@
 #include <string>
 #include <thread>
 
-#include "platform/standard/PollWaiting.h"
-#include "platform/standard/StandardRunLoop.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
 
-namespace platform {
+namespace zobi::platform {
 namespace {
 
 using std::chrono::duration;
@@ -335,8 +335,8 @@ TEST(PollWaitingTest, ATaskFromAnotherThreadMakesADescriptorReadableUntilItIsPro
 TEST(PollWaitingTest, TellsItsSourcesAndGivesThemTheRestTheyAskFor) {
     struct Source : PollSource {
         RunLoopDescriptor descriptor() const override { return {pipe.descriptors()[0].fd, POLLIN}; }
-        std::chrono::nanoseconds rest() const override { return resting; }
-        void becomeReady() override { ++timesReady; }
+        std::chrono::nanoseconds batchingDelay() const override { return resting; }
+        void handleReady() override { ++timesReady; }
 
         // Its descriptor is readable from `wake` on.
         PollWaiting pipe;
@@ -368,4 +368,4 @@ TEST(PollWaitingTest, TellsItsSourcesAndGivesThemTheRestTheyAskFor) {
 }
 
 }  // namespace
-}  // namespace platform
+}  // namespace zobi::platform

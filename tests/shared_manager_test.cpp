@@ -9,20 +9,20 @@
 
 namespace {
 
-using platform::Platform;
-using platform::simulation::SimulatedPlatform;
+using zobi::platform::Platform;
+using zobi::platform::simulation::SimulatedPlatform;
 
 SimulatedPlatform* installed = nullptr;
 
 TEST(SharedManagerTest, APlatformIsInstalledOnceAndBeforeItsFirstUse) {
     EXPECT_THROW(Platform::install(nullptr), std::invalid_argument);
-    auto platform = std::make_unique<SimulatedPlatform>(platform::StandardPlatform::Time::real);
+    auto platform = std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real);
     platform->log().setSink(nullptr);
     installed = platform.get();
     Platform::install(std::move(platform));
     EXPECT_EQ(&Platform::current(), installed);
     EXPECT_THROW(
-        Platform::install(std::make_unique<SimulatedPlatform>(platform::StandardPlatform::Time::real)),
+        Platform::install(std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real)),
         std::logic_error);
 }
 
@@ -35,8 +35,8 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
     const auto posting = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         0.0001,
         [](const auto&) {
-            installed->application().setApplicationState(platform::UIApplicationState::background);
-            installed->application().setApplicationState(platform::UIApplicationState::active);
+            installed->application().setApplicationState(zobi::platform::UIApplicationState::background);
+            installed->application().setApplicationState(zobi::platform::UIApplicationState::active);
         },
         nullptr, true);
     const auto startThread = [&](std::shared_ptr<ZOKManager>& manager) {

@@ -8,8 +8,8 @@
 
 namespace {
 
-using namespace platform;
-using namespace platform::simulation;
+using namespace zobi::platform;
+using namespace zobi::platform::simulation;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

@@ -9,11 +9,11 @@
 
 namespace {
 
-using namespace platform;
-using platform::simulation::SimulatedBeacon;
-using platform::simulation::SimulatedPlatform;
+using namespace zobi::platform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::platform::simulation::SimulatedBeacon;
+using zobi::platform::simulation::SimulatedPlatform;
 
 /// Notes every event of a central manager, with its time.
 class RecordingCentralDelegate : public CBCentralManagerDelegate {

@@ -12,11 +12,11 @@
 #include <unordered_map>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
-using namespace platform;
+using namespace zobi::platform;
 using Characteristic = std::shared_ptr<CBCharacteristic>;
 using Peripheral = std::shared_ptr<CBPeripheral>;
 using Record = std::shared_ptr<ZOKBeacon>;
@@ -235,9 +235,7 @@ public:
 
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
-        if (state != static_cast<int>(CBManagerState::poweredOn)) return;
-        manager->stopMonitoring();
-        manager->startMonitoring();
+        zobi::monitorIfPoweredOn(*manager, state);
     }
     void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>&,
                                           const std::vector<Record>& beacons) override {
@@ -360,7 +358,7 @@ TEST_F(SoakTest, LinksComeAndGoForALongTime) {
     for (int tenth = 1; tenth <= 10; ++tenth) {
         manager->startMonitoring();
         for (const auto& beacon : platform.world().beacons()) beacon->comeIntoRange();
-        const std::chrono::duration<double> end(tenth * SOAK_SECONDS / 10);
+        const std::chrono::duration<double> end(tenth * ZOBI_SOAK_SECONDS / 10);
         while (platform.clock().monotonicTime() < end && !HasFailure()) happen();
         comeToRest();
         ASSERT_FALSE(HasFailure());
@@ -369,10 +367,10 @@ TEST_F(SoakTest, LinksComeAndGoForALongTime) {
     const Counts& counts = central->counts;
     for (const int count :
          {counts.links, counts.lost, counts.failures, counts.requests, counts.cutOff, counts.notifications}) {
-        EXPECT_GT(count, SOAK_SECONDS / 100);
+        EXPECT_GT(count, ZOBI_SOAK_SECONDS / 100);
     }
     // In less time not every beacon has been through everything once.
-    if (SOAK_SECONDS < secondsOfADay) return;
+    if (ZOBI_SOAK_SECONDS < secondsOfADay) return;
     EXPECT_NEAR(heapInUse.back(), heapInUse.front(), 64 * 1024);
 }
 

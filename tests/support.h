@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 /// Keeps what it was told, and does on the way what a test asks for.
 class RecordingDelegate : public ZOKManagerDelegate {
@@ -61,18 +61,20 @@ protected:
     std::vector<std::string> takeLog() { return std::exchange(log, {}); }
 
     /// A beacon without jitter, so that its advertisements can be counted.
-    platform::simulation::SimulatedBeacon& addBeacon(platform::simulation::BeaconDescription description) {
+    zobi::platform::simulation::SimulatedBeacon& addBeacon(
+        zobi::platform::simulation::BeaconDescription description) {
         description.advertisingJitter = 0;
         return platform.world().addBeacon(std::move(description));
     }
 
-    void setRadio(platform::CBManagerState state) {
+    void setRadio(zobi::platform::CBManagerState state) {
         platform.world().setRadioState(state);
         loop.processPending();
     }
 
-    platform::simulation::SimulatedPlatform platform{platform::StandardPlatform::Time::virtualTime};
-    platform::StandardRunLoop& loop = platform.runLoop();
+    zobi::platform::simulation::SimulatedPlatform platform{
+        zobi::platform::StandardPlatform::Time::virtualTime};
+    zobi::platform::StandardRunLoop& loop = platform.runLoop();
     std::vector<std::string> log;
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
     std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
@@ -80,8 +82,8 @@ protected:
 
 inline std::shared_ptr<ZOKBeacon> makeRecord(int major, int minor, std::int64_t timestamp = 0) {
     auto record = std::make_shared<ZOKBeacon>();
-    record->setMajor(platform::NSNumber::numberWithInt(major));
-    record->setMinor(platform::NSNumber::numberWithInt(minor));
+    record->setMajor(zobi::platform::NSNumber::numberWithInt(major));
+    record->setMinor(zobi::platform::NSNumber::numberWithInt(minor));
     record->setTimestamp(timestamp);
     return record;
 }

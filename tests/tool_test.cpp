@@ -22,7 +22,7 @@
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/ScenarioFile.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 namespace {
 
 using nlohmann::json;
@@ -40,7 +40,7 @@ public:
                                     : ::pipe(ends.data());
         if (opened != 0) throw std::system_error(errno, std::generic_category(), "no terminal or pipe");
         ::setenv("TERM", "xterm", 1);
-        arguments.insert(arguments.begin(), ZOBICONNECT);
+        arguments.insert(arguments.begin(), ZOBI_TOOL_PATH);
         std::vector<char*> pointers;
         for (std::string& argument : arguments) pointers.push_back(argument.data());
         pointers.push_back(nullptr);
@@ -50,7 +50,7 @@ public:
             ::dup2(ends[1], STDOUT_FILENO);
             ::dup2(ends[1], STDERR_FILENO);
             ::close(ends[1]);
-            ::execv(ZOBICONNECT, pointers.data());
+            ::execv(ZOBI_TOOL_PATH, pointers.data());
             ::_exit(127);
         }
         ::close(ends[1]);
@@ -198,7 +198,7 @@ TEST(ToolMonitor, TellsEachEventOfAScenario) {
 }
 
 TEST(ToolMonitor, PlaysTheExampleAgainAndAgain) {
-    const json summary = eventsOfScenario(SCENARIOS "/office.json", "240").back();
+    const json summary = eventsOfScenario(ZOBI_SCENARIOS "/office.json", "240").back();
     EXPECT_EQ(summary["beacons"], 3);
     EXPECT_EQ(summary["buttonActions"], 2 * 4);
     EXPECT_EQ(summary["malformedAdvertisements"], 2);
@@ -261,7 +261,7 @@ TEST(ToolScreen, CutsOffWhatHasNoRoom) {
     EXPECT_NE(lastScreen.find("... and 6 more rows\x1b[0m\x1b[?25h"), std::string::npos) << lastScreen;
 }
 
-const std::string connectionsExample = SCENARIOS "/connections.json";
+const std::string connectionsExample = ZOBI_SCENARIOS "/connections.json";
 
 /// What a command for one beacon writes in virtual time, once it has ended with `status`.
 std::string outputOnScenario(Arguments arguments, const std::string& file, int status) {
@@ -489,7 +489,7 @@ TEST(ToolUsage, RefusesWhatMakesNoSense) {
     EXPECT_NE(outputOf({"monitor", "--help"}).find("as first seen"), std::string::npos);
 }
 
-#ifdef ZOBICONNECT_BLUEZ
+#ifdef ZOBI_BLUEZ
 TEST(ToolUsage, InventsNoBeaconsWhereThereIsNoRadio) {
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
     for (const Arguments& arguments : {Arguments{"monitor"}, Arguments{"ping", "1", "1"}}) {
@@ -588,4 +588,4 @@ TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
 }
 
 }  // namespace
-}  // namespace zobiconnect
+}  // namespace zobi::tool

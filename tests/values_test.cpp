@@ -6,12 +6,12 @@
 #include <limits>
 #include <stdexcept>
 
-#include "platform/CBUUID.h"
-#include "platform/NSNumber.h"
-#include "platform/standard/StandardClock.h"
-#include "platform/standard/StandardLog.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/NSNumber.h"
+#include "zobi/platform/standard/StandardClock.h"
+#include "zobi/platform/standard/StandardLog.h"
 
-namespace platform {
+namespace zobi::platform {
 namespace {
 
 CBUUID uuid(std::string_view text) {
@@ -118,4 +118,4 @@ TEST(LogTest, PrintsOneLinePerEntryWhateverTheTextHolds) {
 }
 
 }  // namespace
-}  // namespace platform
+}  // namespace zobi::platform

@@ -8,7 +8,7 @@
 #include "benchmarks/bluez/Sender.h"
 #include "platform/simulation/PayloadEncoder.h"
 
-namespace bluez_bench {
+namespace zobi::bench {
 
 namespace {
 
@@ -21,7 +21,8 @@ int check(int result) {
 
 PlainClient::PlainClient(int socket, std::size_t beacons) {
     for (std::size_t i = 0; i < beacons; ++i) {
-        floor_work::takeIn(platform::simulation::encodePayload(numberedBeacon(i)), nullptr, records_);
+        zobi::floor_work::takeIn(zobi::platform::simulation::encodePayload(numberedBeacon(i)), nullptr,
+                                 records_);
     }
     check(sd_bus_new(&bus_));
     check(sd_bus_set_fd(bus_, socket, socket));
@@ -103,4 +104,4 @@ void PlainClient::takePayload(std::span<const std::uint8_t> payload) {
     if (payload.back() == lastCode) isOver_ = true;
 }
 
-}  // namespace bluez_bench
+}  // namespace zobi::bench

@@ -9,7 +9,7 @@
 
 #include "benchmarks/Floor.h"
 
-namespace bluez_bench {
+namespace zobi::bench {
 
 /// The least that takes advertisements from the bus to a list: what the radio and the library are measured
 /// against. A program of sd-bus alone, with one match rule. It reads the signal strength and the service
@@ -38,7 +38,7 @@ private:
     void takePayload(std::span<const std::uint8_t> payload);
 
     sd_bus* bus_ = nullptr;
-    floor_work::Records records_;
+    zobi::floor_work::Records records_;
     std::size_t taken_ = 0;
     std::size_t stamped_ = 0;
     std::int64_t strengths_ = 0;
@@ -47,4 +47,4 @@ private:
     std::exception_ptr failure_;
 };
 
-}  // namespace bluez_bench
+}  // namespace zobi::bench

@@ -23,10 +23,10 @@
 
 #include "platform/simulation/PayloadEncoder.h"
 
-namespace bluez_bench {
+namespace zobi::bench {
 
-using platform::simulation::BeaconDescription;
 using std::chrono::nanoseconds;
+using zobi::platform::simulation::BeaconDescription;
 
 namespace {
 
@@ -175,7 +175,7 @@ private:
     static void appendServiceData(sd_bus_message* message, std::size_t beacon, int code) {
         BeaconDescription description = numberedBeacon(beacon);
         description.buttonAction = static_cast<std::int8_t>(code);
-        const auto payload = platform::simulation::encodePayload(description);
+        const auto payload = zobi::platform::simulation::encodePayload(description);
         open(message, 'e', "sv");
         check(sd_bus_message_append(message, "s", "ServiceData"));
         open(message, 'v', "a{sv}");
@@ -349,4 +349,4 @@ std::vector<nanoseconds> Sender::pressTimes(std::size_t presses) const {
     return times;
 }
 
-}  // namespace bluez_bench
+}  // namespace zobi::bench

@@ -8,12 +8,12 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/simulation/BeaconDescription.h"
+#include "zobi/platform/simulation/BeaconDescription.h"
 
-namespace bluez_bench {
+namespace zobi::bench {
 
 /// Beacons of different numbers differ in address and minor.
-platform::simulation::BeaconDescription numberedBeacon(std::size_t number);
+zobi::platform::simulation::BeaconDescription numberedBeacon(std::size_t number);
 
 /// The codes of the button in what is sent.
 inline constexpr int pressCode = 1;
@@ -58,4 +58,4 @@ private:
     pid_t process_;
 };
 
-}  // namespace bluez_bench
+}  // namespace zobi::bench

@@ -20,13 +20,13 @@
 #include "platform/bluez/dbus/Bus.h"
 #include "platform/bluez/radio/BlueZCentral.h"
 #include "platform/bluez/radio/RadioContext.h"
-#include "platform/standard/PollWaiting.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-using platform::bluez::Bus;
 using std::chrono::nanoseconds;
+using zobi::platform::bluez::Bus;
 
-namespace bluez_bench {
+namespace zobi::bench {
 
 namespace {
 
@@ -35,21 +35,21 @@ nanoseconds now() {
 }
 
 /// The radio of Linux, over a connection that is there already, with the log off.
-class RadioPlatform final : public platform::StandardPlatform {
+class RadioPlatform final : public zobi::platform::StandardPlatform {
 public:
-    explicit RadioPlatform(int socket) : RadioPlatform(socket, new platform::PollWaiting) {}
+    explicit RadioPlatform(int socket) : RadioPlatform(socket, new zobi::platform::PollWaiting) {}
     ~RadioPlatform() override { shutDown(); }
 
-    std::shared_ptr<platform::CBCentralManager> makeCentralManager(
-        std::weak_ptr<platform::CBCentralManagerDelegate> delegate) override {
-        auto central = std::make_shared<platform::bluez::BlueZCentral>(context_, std::move(delegate));
+    std::shared_ptr<zobi::platform::CBCentralManager> makeCentralManager(
+        std::weak_ptr<zobi::platform::CBCentralManagerDelegate> delegate) override {
+        auto central = std::make_shared<zobi::platform::bluez::BlueZCentral>(context_, std::move(delegate));
         runLoop().dispatchAsync([central] { central->start(); });
         return central;
     }
 
 private:
-    RadioPlatform(int socket, platform::PollWaiting* waiting)
-        : StandardPlatform(Time::real, std::unique_ptr<platform::PollWaiting>(waiting)),
+    RadioPlatform(int socket, zobi::platform::PollWaiting* waiting)
+        : StandardPlatform(Time::real, std::unique_ptr<zobi::platform::PollWaiting>(waiting)),
           context_{runLoop(),
                    clock(),
                    log(),
@@ -60,16 +60,16 @@ private:
         log().setSink(nullptr);
     }
 
-    platform::bluez::RadioContext context_;
+    zobi::platform::bluez::RadioContext context_;
 };
 
 /// Monitors as soon as it can, and stops the loop when the last signal has come.
 struct Listener final : ZOKManagerDelegate {
-    explicit Listener(platform::RunLoop& loop) : runLoop(loop) {}
+    explicit Listener(zobi::platform::RunLoop& loop) : runLoop(loop) {}
 
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
-        if (state != static_cast<int>(platform::CBManagerState::poweredOn)) {
+        if (state != static_cast<int>(zobi::platform::CBManagerState::poweredOn)) {
             throw std::runtime_error("the library: the connection to the sender is lost");
         }
         manager->startMonitoring();
@@ -87,7 +87,7 @@ struct Listener final : ZOKManagerDelegate {
         pressesTold.push_back(now());
     }
 
-    platform::RunLoop& runLoop;
+    zobi::platform::RunLoop& runLoop;
     std::size_t reports = 0;
     std::vector<nanoseconds> pressesTold;
 };
@@ -203,7 +203,7 @@ BENCHMARK(idle)->Name("Idle")->Iterations(1)->Repetitions(2)->MeasureProcessCPUT
 
 }  // namespace
 
-}  // namespace bluez_bench
+}  // namespace zobi::bench
 
 int main(int argc, char** argv) {
     // From a program's second thread on, references are counted with atomic operations.

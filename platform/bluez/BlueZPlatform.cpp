@@ -1,4 +1,4 @@
-#include "platform/bluez/BlueZPlatform.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 
 #include <utility>
 
@@ -6,7 +6,7 @@
 #include "platform/bluez/radio/BlueZCentral.h"
 #include "platform/bluez/radio/RadioContext.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 BlueZPlatform::BlueZPlatform(BlueZOptions options) : BlueZPlatform(std::move(options), new PollWaiting) {}
 
@@ -29,4 +29,4 @@ std::shared_ptr<CBCentralManager> BlueZPlatform::makeCentralManager(
     return central;
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

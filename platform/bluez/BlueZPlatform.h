@@ -3,37 +3,40 @@
 #include <memory>
 #include <string>
 
-#include "platform/Export.h"
-#include "platform/standard/PollWaiting.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 class PeripheralManager;
 struct RadioContext;
 
-/// How the radio of this machine is used.
+/// Options of `BlueZPlatform`.
 struct BlueZOptions {
-    /// Which adapter: its name ("hci0"), or its address ("00:00:5E:00:53:01"). Empty for one that is powered
-    /// on when the service is first seen, or else for any; it is used until it goes.
+    /// The adapter to use, by its name ("hci0") or its address ("00:00:5E:00:53:01"). If empty, one that is
+    /// powered on when BlueZ is first found, else any one; it is used until it is removed.
     std::string adapter;
 };
 
-/// A platform over the real radio of a Linux machine: the Bluetooth service BlueZ, reached over the system
-/// bus, in real time. It needs no privileges where the bus lets its user reach the service.
+/// A platform with the Bluetooth radio of a Linux machine, in real time. It uses BlueZ over the system D-Bus,
+/// and needs no privileges if the bus policy lets its user reach BlueZ.
 ///
 ///     Platform::install(std::make_unique<BlueZPlatform>());
 ///     auto manager = ZOKManager::shared();
 ///     ...
 ///     Platform::current().runLoop().run();
 ///
-/// What is in the way of the radio is told by the state of its central managers and, with what a user can do
-/// about it, by a line of the log. Service and adapter may come and go at any time. An attempt to connect to
-/// a beacon pauses the scan for up to 4 s. The end of a link that the application asks for takes 2 s. A link
-/// belongs to the machine: whoever ends it, another central manager of this process included, ends it for
-/// all.
-class ZOK_EXPORT BlueZPlatform final : public StandardPlatform {
+/// If the radio cannot be used, its central managers report a state other than powered on, and a line of the
+/// log says why and what a user can do about it. BlueZ and the adapter may come and go at any time.
+///
+/// While it connects to a beacon, the scan pauses for up to 4 s. A link that the application ends takes 2 s
+/// to end. A link belongs to the machine: who ends it, for example another program or another central manager
+/// of this process, ends it for all.
+class ZOBI_EXPORT BlueZPlatform final : public StandardPlatform {
 public:
+    /// Connects to nothing yet: the first central manager does.
+    /// @throws std::system_error if the process has no descriptor left.
     explicit BlueZPlatform(BlueZOptions options = {});
     ~BlueZPlatform() override;
 
@@ -48,4 +51,4 @@ private:
     std::unique_ptr<RadioContext> context_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -1,16 +1,16 @@
-#include "platform/bluez/Diagnosis.h"
+#include "zobi/platform/bluez/Diagnosis.h"
 
 #include <memory>
 #include <utility>
 
 #include "platform/bluez/controller/OpenControllerChannel.h"
 #include "platform/bluez/diagnosis/Examination.h"
-#include "platform/standard/PollWaiting.h"
-#include "platform/standard/StandardClock.h"
-#include "platform/standard/StandardLog.h"
-#include "platform/standard/StandardRunLoop.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardClock.h"
+#include "zobi/platform/standard/StandardLog.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 std::vector<Finding> diagnose(const BlueZOptions& options) {
     const SystemTime clock;
@@ -29,4 +29,4 @@ std::vector<Finding> diagnose(const BlueZOptions& options) {
     return examination->findings();
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

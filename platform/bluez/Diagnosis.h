@@ -4,35 +4,36 @@
 #include <string>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/bluez/BlueZPlatform.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
-/// Something that the radio of this machine depends on, and how it was found.
+/// The result of one check of what the radio of this machine depends on.
 struct Finding {
+    /// How much a finding matters.
     enum class Severity : std::uint8_t {
-        good,
-        /// Beacons can be monitored, but something else cannot be done.
-        limitation,
-        /// Beacons cannot be monitored.
-        obstacle,
+        good,        ///< As it should be.
+        limitation,  ///< Beacons can be monitored, but something else cannot be done.
+        obstacle     ///< Beacons cannot be monitored.
     };
 
-    /// What was examined: "system bus", for example.
+    /// What was checked, for example "system bus".
     std::string subject;
+    /// How much it matters.
     Severity severity;
-    /// For people: whole sentences.
+    /// What was found, in whole sentences for people.
     std::string found;
-    /// What can be done about it: whole sentences. Empty if there is nothing to do.
+    /// What a user can do about it, in whole sentences. Empty if there is nothing to do.
     std::string advice;
 };
 
-/// Examines what stands between a program and the radio of this machine, in the order in which one thing
-/// needs the other: what can only be examined when another thing works is left out when that does not.
-/// Changes nothing. Takes some milliseconds; where the bus or the service hangs, up to 5 s for each question,
-/// of which there are four at most.
-/// @throws std::system_error when the process has no descriptor left.
-ZOK_EXPORT std::vector<Finding> diagnose(const BlueZOptions& options);
+/// Checks what a program needs to use the radio of this machine, each thing before the things that depend on
+/// it. When one does not work, the checks that depend on it are left out. Changes nothing.
+///
+/// Takes some milliseconds. If the bus or BlueZ does not answer, it waits up to 5 s for each of at most four
+/// calls.
+/// @throws std::system_error if the process has no descriptor left.
+ZOBI_EXPORT std::vector<Finding> diagnose(const BlueZOptions& options);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

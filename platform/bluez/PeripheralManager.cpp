@@ -1,11 +1,14 @@
-#include "platform/bluez/PeripheralManager.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
 
 #include <utility>
 
-#include "platform/bluez/BlueZPlatform.h"
 #include "platform/bluez/peripheral/BlueZPeripheralManager.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
+
+PeripheralManagerDelegate::~PeripheralManagerDelegate() = default;
+PeripheralManager::~PeripheralManager() = default;
 
 std::shared_ptr<PeripheralManager> PeripheralManager::makeOnPlatform(
     BlueZPlatform& platform, std::vector<LocalService> services,
@@ -16,4 +19,4 @@ std::shared_ptr<PeripheralManager> PeripheralManager::makeOnPlatform(
     return manager;
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -1,8 +1,8 @@
-#include "platform/simulation/Advertisement.h"
+#include "zobi/platform/simulation/Advertisement.h"
 
 #include <utility>
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 Advertisement::Advertisement(std::optional<std::string> localName, std::vector<ServiceData> serviceData)
     : localName_(std::move(localName)), serviceData_(std::move(serviceData)) {
@@ -10,4 +10,4 @@ Advertisement::Advertisement(std::optional<std::string> localName, std::vector<S
     for (const ServiceData& element : serviceData_) views_.push_back({element.service, element.data});
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -4,20 +4,21 @@
 #include <string>
 #include <vector>
 
-#include "platform/CBCentralManager.h"
-#include "platform/Export.h"
-#include "platform/simulation/BeaconDescription.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/simulation/BeaconDescription.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// One advertisement as it stands on the air; it never changes.
-class ZOK_EXPORT Advertisement {
+/// The contents of one advertisement that a simulated beacon sends.
+class ZOBI_EXPORT Advertisement {
 public:
+    /// An advertisement with this local name, if any, and these service data elements, in this order.
     Advertisement(std::optional<std::string> localName, std::vector<ServiceData> serviceData);
     Advertisement(const Advertisement&) = delete;
     Advertisement& operator=(const Advertisement&) = delete;
 
-    /// As a central manager reports it: views, valid as long as the advertisement.
+    /// The contents as a central manager reports them. The views are valid as long as this object.
     CBAdvertisementData data() const { return {localName_, views_}; }
 
 private:
@@ -26,4 +27,4 @@ private:
     std::vector<CBServiceData> views_;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -6,51 +6,59 @@
 #include <string>
 #include <vector>
 
-#include "platform/CBUUID.h"
-#include "platform/simulation/LinkDescription.h"
-#include "platform/simulation/ServiceDescription.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/simulation/LinkDescription.h"
+#include "zobi/platform/simulation/ServiceDescription.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// One service data element, as a beacon sends it.
+/// One service data element of an advertisement.
 struct ServiceData {
+    /// The UUID in front of the data.
     CBUUID service;
+    /// The bytes after the UUID.
     std::vector<std::uint8_t> data;
 };
 
-/// What a simulated beacon is. As it stands by default, the library accepts its advertisements, and connects
-/// to it.
+/// Describes a simulated beacon. With the defaults, the library accepts its advertisements and can connect to
+/// it.
 struct BeaconDescription {
-    /// As it is written: most significant byte first.
+    /// The MAC address in the payload, most significant byte first, as it is written.
     std::array<std::uint8_t, 6> macAddress{};
+    /// The first half of the identity in the payload.
     std::uint16_t major = 0;
+    /// The second half of the identity in the payload.
     std::uint16_t minor = 0;
-    /// 3 and 2 have layouts of their own; 1 is the short layout, which does not carry the version; any other
-    /// ends after the battery level.
+    /// The layout version of the payload. Version 1 is the short layout, which does not contain the version;
+    /// one other than 1, 2 and 3 ends after the battery level.
     std::int8_t layoutVersion = 3;
-    /// In percent; any byte can be sent. Not carried by layout version 1.
+    /// In percent, but any byte can be sent. Not in layout version 1.
     std::uint8_t batteryLevel = 100;
-    /// In degrees Celsius, from -4 to 65531. Carried by layout version 3 alone.
+    /// In degrees Celsius, from -4 to 65531. Only in layout version 3.
     std::int32_t temperature = 20;
-    /// The code of the button: 0 for none, 1 to 3 for the actions. Carried by layout versions 2 and 3.
+    /// The code of the button action: 0 for none, 1 to 3 for the actions. Only in layout versions 2 and 3.
     std::int8_t buttonAction = 0;
-    /// Absent for a beacon that advertises no name.
+    /// The local name; absent for a beacon that does not advertise one.
     std::optional<std::string> localName = "morvane";
-    /// What a scan's service filter looks at.
+    /// The advertised services, with which the filter of a scan is compared.
     std::vector<CBUUID> advertisedServices = {CBUUID::UUIDWithString("1320")};
-    /// Absent for the beacon's own payload under Device Information; else whatever is sent in its place.
+    /// Service data to advertise in place of the payload under Device Information (180A); absent to advertise
+    /// the payload.
     std::optional<std::vector<ServiceData>> serviceData = std::nullopt;
-    /// Seconds from one advertisement to the next, above 0.
+    /// Seconds from one advertisement to the next; above 0.
     double advertisingInterval = 1.0;
-    /// A random delay of up to so many seconds is added to each interval, as real beacons add it so as not to
-    /// collide for ever.
+    /// The maximum of a random delay in seconds that is added to each interval, so that two beacons do not
+    /// collide each time; not below 0.
     double advertisingJitter = 0.01;
-    /// The mean received signal strength in dBm, and how far a reading may lie from it in dB.
+    /// The mean received signal strength in dBm.
     int signalStrength = -60;
+    /// How far a reading may be from the mean, in dB; not below 0.
     int signalStrengthSpread = 0;
-    /// What a connected central finds, in this order; missing, doubled and foreign ones included.
+    /// The GATT services that a central discovers, in this order. Any are possible: some of a beacon's may be
+    /// missing or repeated, and others added.
     std::vector<ServiceDescription> services = beaconServices();
+    /// How a link to the beacon behaves.
     LinkDescription link = {};
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

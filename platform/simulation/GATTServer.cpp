@@ -1,16 +1,16 @@
-#include "platform/simulation/GATTServer.h"
+#include "zobi/platform/simulation/GATTServer.h"
 
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
 void checkSize(std::size_t size) {
-    if (size > largestValueSize) {
-        throw std::invalid_argument("a characteristic's value has up to " + std::to_string(largestValueSize) +
+    if (size > maximumValueSize) {
+        throw std::invalid_argument("a characteristic's value has up to " + std::to_string(maximumValueSize) +
                                     " bytes");
     }
 }
@@ -49,7 +49,7 @@ void GATTServer::setValue(const CBUUID& characteristic, const std::vector<std::u
     changeEachOrThrow(characteristic, [&](GATTPlace place) { setValueAt(place, value); });
 }
 
-void GATTServer::setValueIfThere(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
+void GATTServer::setValueIfPresent(const CBUUID& characteristic, const std::vector<std::uint8_t>& value) {
     changeEach(characteristic, [&](GATTPlace place) { setValueAt(place, value); });
 }
 
@@ -134,4 +134,4 @@ CharacteristicDescription& GATTServer::changeable(GATTPlace place) {
     return services_[place.service].characteristics[place.characteristic];
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -9,61 +9,79 @@
 #include <span>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/NSTimer.h"
-#include "platform/RunLoop.h"
-#include "platform/simulation/ServiceDescription.h"
-#include "platform/standard/DiscoveredServices.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/simulation/ServiceDescription.h"
+#include "zobi/platform/standard/DiscoveredServices.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// The longest that a characteristic's value may be, in bytes.
-inline constexpr std::size_t largestValueSize = 512;
+/// The maximum length of the value of a characteristic, in bytes, as in the Attribute Protocol.
+inline constexpr std::size_t maximumValueSize = 512;
 
-/// The services of a simulated beacon, their values and errors. Main thread only.
+/// The GATT server of a simulated beacon: its services, their values and their errors. Main thread only.
 ///
-/// What is set for a characteristic or a service is set for each one with that UUID. What changes is read by
-/// the requests that are answered from then on.
-class ZOK_EXPORT GATTServer {
+/// A value or error that is set for a UUID is set for each characteristic or service with that UUID. It holds
+/// for every request that is answered afterwards.
+class ZOBI_EXPORT GATTServer {
 public:
-    /// Told of each value that a subscriber is to be notified of.
+    /// Called with each value that the link may have to notify.
     using Subscriber = std::function<void(GATTPlace, std::span<const std::uint8_t> value)>;
 
-    /// @param services what is served, and kept up to date; each characteristic has a value from now on. It
-    ///     must outlive the server, and nobody else changes it.
-    /// @throws std::invalid_argument for services that no beacon can have.
+    /// @param runLoop runs the timers of generated values; must outlive the server.
+    /// @param services the services, which the server changes: a characteristic without a value gets an empty
+    ///     one. They must outlive the server, and nothing else may change them.
+    /// @throws std::invalid_argument for a value or width of more than `maximumValueSize` bytes, and for a
+    ///     generated value without an interval above 0 or without a generator.
     GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& services);
     ~GATTServer();
     GATTServer(const GATTServer&) = delete;
     GATTServer& operator=(const GATTServer&) = delete;
 
+    /// The services, with their current values and errors.
     const std::vector<ServiceDescription>& services() const { return services_; }
 
+    /// The characteristic at this place, which must exist.
     const CharacteristicDescription& at(GATTPlace place) const {
         return services_[place.service].characteristics[place.characteristic];
     }
 
-    /// The value of the first characteristic with this UUID; nothing when there is none.
+    /// The value of the first characteristic with this UUID; absent if there is none. The view is valid until
+    /// the value changes.
     std::optional<std::span<const std::uint8_t>> value(const CBUUID& characteristic) const;
 
-    /// Sets a value and notifies a subscriber, even of a value that it had already.
-    /// @throws std::invalid_argument for a characteristic that is not there (so do all that follow), or a
-    ///     value of more than 512 bytes.
+    /// Sets a value, and notifies it to a subscribed central even if it is the same as before.
+    /// @throws std::invalid_argument if there is no such characteristic, or for more than `maximumValueSize`
+    ///     bytes.
     void setValue(const CBUUID& characteristic, const std::vector<std::uint8_t>& value);
 
-    /// The same, but without such a characteristic nothing happens.
-    void setValueIfThere(const CBUUID& characteristic, const std::vector<std::uint8_t>& value);
+    /// The same, but does nothing if there is no such characteristic.
+    /// @throws std::invalid_argument for more than `maximumValueSize` bytes.
+    void setValueIfPresent(const CBUUID& characteristic, const std::vector<std::uint8_t>& value);
 
+    /// Sets the error with which reads are answered; absent to answer them with the value.
+    /// @throws std::invalid_argument if there is no such characteristic.
     void setReadError(const CBUUID& characteristic, const std::optional<NSError>& error);
+    /// Sets the error with which writes with response are answered; absent to accept them.
+    /// @throws std::invalid_argument if there is no such characteristic.
     void setWriteError(const CBUUID& characteristic, const std::optional<NSError>& error);
+    /// Sets the error with which requests to subscribe and unsubscribe are answered; absent to accept them.
+    /// @throws std::invalid_argument if there is no such characteristic.
     void setNotifyError(const CBUUID& characteristic, const std::optional<NSError>& error);
+    /// Sets the error with which discoveries of the characteristics of a service are answered; absent to
+    /// answer them with the characteristics.
+    /// @throws std::invalid_argument if there is no such service.
     void setDiscoveryError(const CBUUID& service, const std::optional<NSError>& error);
 
-    /// A central writes a value, of whatever size.
+    /// A central writes a value: stores it, with zero bytes in front up to the width of the characteristic.
+    /// Not notified.
     void write(GATTPlace place, std::vector<std::uint8_t> value);
 
-    /// Serves a link: values are generated, and `subscriber` is told, until `endLink`.
+    /// A link is up: generates values, and calls `subscriber` for each value that is generated or set, until
+    /// `endLink`. `random` must outlive the link.
     void beginLink(Subscriber subscriber, std::minstd_rand& random);
+    /// The link has ended: stops generating values. Does nothing without a link.
     void endLink();
 
 private:
@@ -80,4 +98,4 @@ private:
     std::vector<std::shared_ptr<NSTimer>> generators_;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -1,4 +1,4 @@
-#include "platform/simulation/GeneratedValue.h"
+#include "zobi/platform/simulation/GeneratedValue.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
@@ -48,4 +48,4 @@ GeneratedValue pickedValue(double interval, std::vector<std::vector<std::uint8_t
             }};
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

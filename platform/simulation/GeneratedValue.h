@@ -5,31 +5,33 @@
 #include <random>
 #include <vector>
 
-#include "platform/Export.h"
+#include "zobi/platform/Export.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// A value that changes by itself for as long as a central is connected.
+/// A value that changes at an interval while a central is connected.
 struct GeneratedValue {
-    /// Seconds from one value to the next, above 0. The first comes with the link.
+    /// Seconds from one value to the next; above 0. The first is generated when the link comes up.
     double interval;
-    /// Gives the next value; all that is random in it comes from the beacon's own generator.
+    /// Makes the next value. It takes all its randomness from the generator that it is called with, the one
+    /// of the beacon, so that every run is the same.
     std::function<std::vector<std::uint8_t>(std::minstd_rand&)> next;
 };
 
-/// Two bytes, big-endian, that start halfway from `smallest` to `largest` and drift from one value to the
-/// next by up to `step`: a temperature.
-/// @throws std::invalid_argument when `largest` is below `smallest`; so does `swingingValue`.
-ZOK_EXPORT GeneratedValue driftingValue(double interval, std::uint16_t smallest, std::uint16_t largest,
-                                        std::uint16_t step);
+/// A number of two bytes, big-endian, that starts halfway between `smallest` and `largest` and changes by a
+/// random amount of up to `step` each time: like a temperature.
+/// @throws std::invalid_argument if `largest` is below `smallest`.
+ZOBI_EXPORT GeneratedValue driftingValue(double interval, std::uint16_t smallest, std::uint16_t largest,
+                                         std::uint16_t step);
 
-/// Two bytes, big-endian, that swing from `smallest` to `largest` and back once in `period` seconds: an axis
-/// of an accelerometer.
-ZOK_EXPORT GeneratedValue swingingValue(double interval, std::uint16_t smallest, std::uint16_t largest,
-                                        double period);
+/// A number of two bytes, big-endian, that follows a sine from `smallest` to `largest` and back in `period`
+/// seconds: like an axis of an accelerometer.
+/// @throws std::invalid_argument if `largest` is below `smallest`, or `period` is not above 0.
+ZOBI_EXPORT GeneratedValue swingingValue(double interval, std::uint16_t smallest, std::uint16_t largest,
+                                         double period);
 
-/// One of `values` at random: presses of a button.
-/// @throws std::invalid_argument when there is none.
-ZOK_EXPORT GeneratedValue pickedValue(double interval, std::vector<std::vector<std::uint8_t>> values);
+/// One of `values`, at random: like the presses of a button.
+/// @throws std::invalid_argument if `values` is empty.
+ZOBI_EXPORT GeneratedValue pickedValue(double interval, std::vector<std::vector<std::uint8_t>> values);
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -2,25 +2,25 @@
 
 #include <optional>
 
-#include "platform/NSError.h"
+#include "zobi/platform/NSError.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// How links to a simulated beacon are made, and how they fare.
+/// Describes how attempts to connect to a simulated beacon end, and how its links behave.
 struct LinkDescription {
-    /// Seconds from the moment when a connection is asked for and the beacon is in range and free, to the
-    /// link; not below 0.
+    /// Seconds that an attempt takes once the beacon is in range and has no other link; not below 0.
     double connectionDelay = 0.2;
-    /// What attempts fail with, after the same delay; absent for attempts that succeed.
+    /// The error with which attempts fail, after the same delay; absent for attempts that succeed.
     std::optional<NSError> connectionError = std::nullopt;
     /// Seconds out of range after which a link is lost, with `CBError::connectionTimeout`; above 0. A beacon
-    /// that returns before answers what it was asked meanwhile.
+    /// that comes back earlier then answers the requests that it missed.
     double supervisionTimeout = 2.0;
-    /// Seconds that each request takes, one after the other; not below 0.
+    /// Seconds from a request to its answer; not below 0. There is one request at a time.
     double responseDelay = 0.03;
-    /// What discoveries of services, and readings of the signal strength, are answered with.
+    /// The error with which discoveries of services are answered; absent to answer them with the services.
     std::optional<NSError> serviceDiscoveryError = std::nullopt;
+    /// The error with which readings of the signal strength are answered; absent to answer them with a value.
     std::optional<NSError> signalReadError = std::nullopt;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

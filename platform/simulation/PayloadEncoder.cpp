@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
@@ -42,4 +42,4 @@ std::vector<std::uint8_t> encodePayload(const BeaconDescription& beacon) {
     return payload;
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

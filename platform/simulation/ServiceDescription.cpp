@@ -1,8 +1,8 @@
-#include "platform/simulation/ServiceDescription.h"
+#include "zobi/platform/simulation/ServiceDescription.h"
 
 #include <string_view>
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
@@ -36,4 +36,4 @@ std::vector<ServiceDescription> beaconServices() {
     };
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -5,47 +5,55 @@
 #include <optional>
 #include <vector>
 
-#include "platform/CBUUID.h"
-#include "platform/Export.h"
-#include "platform/NSError.h"
-#include "platform/simulation/GeneratedValue.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSError.h"
+#include "zobi/platform/simulation/GeneratedValue.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// What a characteristic allows. Anything else is refused, with the code that a real one answers.
+/// The properties of a characteristic. Any other request is refused, with the error code of a real beacon.
 struct CharacteristicProperties {
-    bool read = false;
-    bool write = false;
-    bool writeWithoutResponse = false;
-    bool notify = false;
+    bool read = false;                  ///< It can be read.
+    bool write = false;                 ///< It can be written with response.
+    bool writeWithoutResponse = false;  ///< It can be written without response.
+    bool notify = false;                ///< A central can subscribe to it.
 };
 
 /// A characteristic of a simulated beacon. It cannot be made without its UUID.
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 struct CharacteristicDescription {
+    /// Its type.
     CBUUID uuid;
+    /// What a central may do with it.
     CharacteristicProperties properties = {};
-    /// Up to 512 bytes. Absent for what the beacon itself knows: its battery level in 2A19, its temperature
-    /// in FFF2 (two bytes, big-endian), the code of its button in FFE1; nothing in any other.
+    /// Its value, up to `maximumValueSize` bytes. Absent to take that of the beacon: its battery level in
+    /// 2A19, its temperature in FFF2 (two bytes, big-endian), its button action in FFE1; empty in any other.
     std::optional<std::vector<std::uint8_t>> value = std::nullopt;
-    /// A shorter value that is written gets zero bytes in front, up to so many bytes in all.
+    /// The minimum number of bytes after a write: a shorter value gets zero bytes in front.
     std::size_t width = 0;
+    /// Makes the value change while a central is connected; absent for a value that does not.
     std::optional<GeneratedValue> generated = std::nullopt;
-    /// What reads, writes with response, and switches of the notifications are answered with.
+    /// The error with which reads are answered.
     std::optional<NSError> readError = std::nullopt;
+    /// The error with which writes with response are answered.
     std::optional<NSError> writeError = std::nullopt;
+    /// The error with which requests to subscribe and unsubscribe are answered.
     std::optional<NSError> notifyError = std::nullopt;
 };
 
 /// A service of a simulated beacon.
 struct ServiceDescription {
+    /// Its type.
     CBUUID uuid;
+    /// Its characteristics, in the order in which a central discovers them.
     std::vector<CharacteristicDescription> characteristics = {};
-    /// What discoveries of its characteristics are answered with.
+    /// The error with which discoveries of its characteristics are answered.
     std::optional<NSError> discoveryError = std::nullopt;
 };
 
-/// The seven services of a beacon, whole and in good order. Its button mode is 0, its firmware "1.0.0".
-ZOK_EXPORT std::vector<ServiceDescription> beaconServices();
+/// The seven services of a beacon with all their characteristics. The button mode is 0, the firmware revision
+/// "1.0.0".
+ZOBI_EXPORT std::vector<ServiceDescription> beaconServices();
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

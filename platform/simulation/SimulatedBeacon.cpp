@@ -1,4 +1,4 @@
-#include "platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedBeacon.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -8,7 +8,7 @@
 #include "platform/simulation/PayloadEncoder.h"
 #include "platform/simulation/SimulatedPeripheral.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
@@ -104,13 +104,13 @@ void SimulatedBeacon::pressButton(std::int8_t action, double seconds) {
         nullptr, false);
     description_.buttonAction = action;
     refreshAdvertisement();
-    gatt_.setValueIfThere(buttonCharacteristic, {static_cast<std::uint8_t>(action)});
+    gatt_.setValueIfPresent(buttonCharacteristic, {static_cast<std::uint8_t>(action)});
 }
 
 void SimulatedBeacon::setBatteryLevel(std::uint8_t level) {
     description_.batteryLevel = level;
     refreshAdvertisement();
-    gatt_.setValueIfThere(batteryLevelCharacteristic, {level});
+    gatt_.setValueIfPresent(batteryLevelCharacteristic, {level});
 }
 
 void SimulatedBeacon::setTemperature(std::int32_t degrees) {
@@ -121,7 +121,7 @@ void SimulatedBeacon::setTemperature(std::int32_t degrees) {
         description_.temperature = previous;
         throw;
     }
-    gatt_.setValueIfThere(temperatureCharacteristic, temperatureValue(degrees));
+    gatt_.setValueIfPresent(temperatureCharacteristic, temperatureValue(degrees));
 }
 
 void SimulatedBeacon::setLocalName(std::optional<std::string> name) {
@@ -227,4 +227,4 @@ void SimulatedBeacon::refreshAdvertisement() {
                                                      description_.serviceData.value_or(std::move(own)));
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

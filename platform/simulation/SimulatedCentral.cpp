@@ -5,10 +5,10 @@
 #include <string>
 #include <utility>
 
-#include "platform/NSData.h"
-#include "platform/standard/ExceptionKeeper.h"
+#include "zobi/platform/NSData.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
@@ -55,7 +55,7 @@ void SimulatedCentral::stopScan() {
 // were asked for, and what was asked of a link before stays outstanding until it ends.
 
 void SimulatedCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
-    const auto connected = own(peripheral);
+    const auto connected = ownPeripheral(peripheral);
     if (!connected) return;
     connected->announceConnect();
     runLoop_.dispatchAsync([self = shared_from_this(), connected] {
@@ -68,12 +68,12 @@ void SimulatedCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& pe
 }
 
 void SimulatedCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
-    if (const auto cancelled = own(peripheral)) {
+    if (const auto cancelled = ownPeripheral(peripheral)) {
         runLoop_.dispatchAsync([self = shared_from_this(), cancelled] { cancelled->cancel(); });
     }
 }
 
-std::shared_ptr<SimulatedPeripheral> SimulatedCentral::own(
+std::shared_ptr<SimulatedPeripheral> SimulatedCentral::ownPeripheral(
     const std::shared_ptr<CBPeripheral>& peripheral) const {
     const auto found = std::ranges::find(sighted_, peripheral, &Sighted::peripheral);
     return peripheral && found != sighted_.end() ? found->peripheral : nullptr;
@@ -145,4 +145,4 @@ bool SimulatedCentral::passesServiceFilter(const SimulatedBeacon& beacon) const 
            std::ranges::find_first_of(advertised, serviceFilter_) != advertised.end();
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

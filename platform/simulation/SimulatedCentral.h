@@ -4,20 +4,20 @@
 #include <memory>
 #include <vector>
 
-#include "platform/CBCentralManager.h"
-#include "platform/Export.h"
-#include "platform/Log.h"
-#include "platform/RunLoop.h"
-#include "platform/simulation/Advertisement.h"
-#include "platform/simulation/SimulatedBeacon.h"
 #include "platform/simulation/SimulatedPeripheral.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/Log.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/simulation/Advertisement.h"
+#include "zobi/platform/simulation/SimulatedBeacon.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 /// The central service of the simulated radio: what an application knows as its central manager. What it
 /// hears comes from the `World` that started it.
-class ZOK_EXPORT SimulatedCentral final : public CBCentralManager,
-                                          public std::enable_shared_from_this<SimulatedCentral> {
+class SimulatedCentral final : public CBCentralManager,
+                               public std::enable_shared_from_this<SimulatedCentral> {
 public:
     /// @param runLoop,log must outlive every call, though not the object.
     SimulatedCentral(RunLoop& runLoop, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate);
@@ -55,7 +55,7 @@ private:
     };
 
     /// Null for a peripheral that is not this central's.
-    std::shared_ptr<SimulatedPeripheral> own(const std::shared_ptr<CBPeripheral>& peripheral) const;
+    std::shared_ptr<SimulatedPeripheral> ownPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) const;
     bool passesServiceFilter(const SimulatedBeacon& beacon) const;
 
     RunLoop& runLoop_;
@@ -71,4 +71,4 @@ private:
     std::vector<Sighted> sighted_;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "platform/simulation/SimulatedCentral.h"
-#include "platform/standard/ExceptionKeeper.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 namespace {
 
@@ -50,51 +50,51 @@ StandardPeripheral::Outcome SimulatedPeripheral::listCharacteristics(std::size_t
     return described.discoveryError;
 }
 
-void SimulatedPeripheral::read(GATTPlace place, ReadDone done) {
+void SimulatedPeripheral::read(GATTPlace place, ReadCompletion completion) {
     const CharacteristicDescription& described = beacon().gatt().at(place);
     if (!described.properties.read) {
-        return done(NSError(CBATTError::readNotPermitted, "Reading is not permitted."), {});
+        return completion(NSError(CBATTError::readNotPermitted, "Reading is not permitted."), {});
     }
-    done(described.readError, *described.value);
+    completion(described.readError, *described.value);
 }
 
 void SimulatedPeripheral::write(GATTPlace place, std::vector<std::uint8_t> value,
-                                CBCharacteristicWriteType type, Done done) {
+                                CBCharacteristicWriteType type, Completion completion) {
     const bool isAnswered = type == CBCharacteristicWriteType::withResponse;
     const CharacteristicDescription& described = beacon().gatt().at(place);
     const auto& [canRead, canWrite, canWriteWithoutResponse, canNotify] = described.properties;
     if (isAnswered ? !canWrite : !canWriteWithoutResponse) {
-        return done(NSError(CBATTError::writeNotPermitted, "Writing is not permitted."));
+        return completion(NSError(CBATTError::writeNotPermitted, "Writing is not permitted."));
     }
-    if (value.size() > largestValueSize) {
-        return done(NSError(CBATTError::invalidAttributeValueLength, "The value is too long."));
+    if (value.size() > maximumValueSize) {
+        return completion(NSError(CBATTError::invalidAttributeValueLength, "The value is too long."));
     }
-    if (described.writeError && isAnswered) return done(described.writeError);
+    if (described.writeError && isAnswered) return completion(described.writeError);
     beacon().gatt().write(place, std::move(value));
-    done(success);
+    completion(success);
 }
 
-void SimulatedPeripheral::setNotify(GATTPlace place, bool /*enabled*/, Done done) {
+void SimulatedPeripheral::setNotify(GATTPlace place, bool /*enabled*/, Completion completion) {
     const CharacteristicDescription& described = beacon().gatt().at(place);
     if (!described.properties.notify) {
-        return done(NSError(CBATTError::requestNotSupported, "Notifications are not supported."));
+        return completion(NSError(CBATTError::requestNotSupported, "Notifications are not supported."));
     }
-    done(described.notifyError);
+    completion(described.notifyError);
 }
 
-void SimulatedPeripheral::readSignalStrength(RSSIDone done) {
-    if (const auto& error = beacon().description().link.signalReadError) return done(error, {});
-    done(success, NSNumber::numberWithInt(beacon().nextSignalReading()));
+void SimulatedPeripheral::readSignalStrength(RSSICompletion completion) {
+    if (const auto& error = beacon().description().link.signalReadError) return completion(error, {});
+    completion(success, NSNumber::numberWithInt(beacon().nextSignalReading()));
 }
 
-void SimulatedPeripheral::prepareNext() {
+void SimulatedPeripheral::scheduleNextRequest() {
     const auto beacon = beacon_.lock();
     if (!beacon || !beacon->isInRange()) return;
     answerTimer_ = after(beacon->description().link.responseDelay, &SimulatedPeripheral::serveNext);
 }
 
 void SimulatedPeripheral::serveNext() {
-    if (!beacon_.expired()) carryOutNext();
+    if (!beacon_.expired()) sendNextRequest();
 }
 
 void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uint8_t> value) {
@@ -105,7 +105,7 @@ void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uin
         [weakSelf = weak_from_this(), place, bytes = std::vector(value.begin(), value.end())] {
             // The subscription may have ended meanwhile, by itself or with the link.
             if (const auto self = weakSelf.lock()) {
-                std::static_pointer_cast<SimulatedPeripheral>(self)->tellNotifiedValue(place, bytes);
+                std::static_pointer_cast<SimulatedPeripheral>(self)->deliverNotification(place, bytes);
             }
         });
 }
@@ -174,7 +174,7 @@ void SimulatedPeripheral::beaconFellSilent() {
 
 void SimulatedPeripheral::beaconIsHeardAgain() {
     supervisionTimer_->invalidate();
-    if (hasRequests()) prepareNext();
+    if (hasRequests()) scheduleNextRequest();
 }
 
 void SimulatedPeripheral::loseLink() {
@@ -216,7 +216,7 @@ void SimulatedPeripheral::abandon() {
     if (phase_ == Phase::pending) leaveAttempt();
     if (phase_ == Phase::linked) leaveLink();
     phase_ = Phase::idle;
-    linkVanished();
+    dropLink();
 }
 
 std::shared_ptr<NSTimer> SimulatedPeripheral::after(double seconds, void (SimulatedPeripheral::*action)()) {
@@ -228,4 +228,4 @@ std::shared_ptr<NSTimer> SimulatedPeripheral::after(double seconds, void (Simula
         nullptr, false);
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

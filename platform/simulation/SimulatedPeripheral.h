@@ -6,21 +6,21 @@
 #include <span>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/NSTimer.h"
-#include "platform/RunLoop.h"
-#include "platform/simulation/GATTServer.h"
-#include "platform/simulation/SimulatedBeacon.h"
-#include "platform/standard/StandardPeripheral.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/simulation/GATTServer.h"
+#include "zobi/platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/standard/StandardPeripheral.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 class SimulatedCentral;
 
 /// A simulated beacon as one central has it: the handle, the attempt to connect, and this side of the link.
 ///
 /// Requests are served one after the other, each after the beacon's response delay.
-class ZOK_EXPORT SimulatedPeripheral final : public StandardPeripheral {
+class SimulatedPeripheral final : public StandardPeripheral {
 public:
     SimulatedPeripheral(RunLoop& runLoop, std::weak_ptr<SimulatedCentral> central,
                         std::weak_ptr<SimulatedBeacon> beacon);
@@ -35,7 +35,7 @@ public:
     /// A request to connect is on its way to `connect`.
     void announceConnect() { ++announcedConnects_; }
     /// Starts an attempt, joins the one that is pending, or reports the link that is up once more.
-    /// @param order what the radio, when it is turned off, goes by.
+    /// @param order sequence number of the request: at power-off, attempts and links end in this order.
     void connect(std::uint64_t order);
     /// The radio is off: the attempt fails.
     void refuseConnect(const NSError& error);
@@ -61,12 +61,12 @@ public:
 protected:
     Outcome listServices(UUIDs& table) override;
     Outcome listCharacteristics(std::size_t service, UUIDs& table) override;
-    void read(GATTPlace place, ReadDone done) override;
+    void read(GATTPlace place, ReadCompletion completion) override;
     void write(GATTPlace place, std::vector<std::uint8_t> value, CBCharacteristicWriteType type,
-               Done done) override;
-    void setNotify(GATTPlace place, bool enabled, Done done) override;
-    void readSignalStrength(RSSIDone done) override;
-    void prepareNext() override;
+               Completion completion) override;
+    void setNotify(GATTPlace place, bool enabled, Completion completion) override;
+    void readSignalStrength(RSSICompletion completion) override;
+    void scheduleNextRequest() override;
 
 private:
     /// Ending: the link is down, and what was outstanding is being answered.
@@ -95,4 +95,4 @@ private:
     std::shared_ptr<NSTimer> answerTimer_;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

@@ -1,10 +1,10 @@
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 #include <utility>
 
 #include "platform/simulation/SimulatedCentral.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 SimulatedPlatform::SimulatedPlatform(Time time, std::uint64_t seed, std::unique_ptr<Waiting> waiting)
     : StandardPlatform(time, std::move(waiting)), world_(runLoop(), seed) {}
@@ -20,4 +20,4 @@ std::shared_ptr<CBCentralManager> SimulatedPlatform::makeCentralManager(
     return central;
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

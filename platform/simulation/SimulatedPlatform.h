@@ -3,22 +3,23 @@
 #include <cstdint>
 #include <memory>
 
-#include "platform/Export.h"
-#include "platform/simulation/World.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/simulation/World.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
-/// A platform whose radio is simulated: it needs no hardware, and in virtual time no time either.
+/// A platform with a simulated radio. It needs no hardware, and in virtual time hours pass in a moment.
 ///
 ///     SimulatedPlatform platform(StandardPlatform::Time::virtualTime);
 ///     auto manager = ZOKManager::managerOnPlatform(platform);
 ///     platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
 ///     platform.runLoop().runFor(60);
-class ZOK_EXPORT SimulatedPlatform final : public StandardPlatform {
+class ZOBI_EXPORT SimulatedPlatform final : public StandardPlatform {
 public:
-    /// @param seed decides all that is random in the world.
-    /// @param waiting how the run loop waits; a condition variable unless another is given.
+    /// @param time the clock.
+    /// @param seed seeds all randomness of the world.
+    /// @param waiting how the run loop waits; not null.
     explicit SimulatedPlatform(
         Time time, std::uint64_t seed = 0,
         std::unique_ptr<Waiting> waiting = std::make_unique<ConditionVariableWaiting>());
@@ -27,10 +28,11 @@ public:
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override;
 
+    /// The simulated surroundings: beacons, and the state of the radio.
     World& world() { return world_; }
 
 private:
     World world_;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

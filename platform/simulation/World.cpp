@@ -1,11 +1,11 @@
-#include "platform/simulation/World.h"
+#include "zobi/platform/simulation/World.h"
 
 #include <utility>
 
 #include "platform/simulation/SimulatedCentral.h"
-#include "platform/standard/ExceptionKeeper.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 World::World(RunLoop& runLoop, std::uint64_t seed) : runLoop_(runLoop), seed_(seed) {}
 
@@ -45,4 +45,4 @@ void World::transmit(SimulatedBeacon& beacon, const Advertisement& advertisement
     exceptions.rethrow();
 }
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

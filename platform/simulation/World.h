@@ -4,44 +4,47 @@
 #include <memory>
 #include <vector>
 
-#include "platform/CBCentralManager.h"
-#include "platform/Export.h"
-#include "platform/RunLoop.h"
-#include "platform/simulation/BeaconDescription.h"
-#include "platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/simulation/BeaconDescription.h"
+#include "zobi/platform/simulation/SimulatedBeacon.h"
 
-namespace platform::simulation {
+namespace zobi::platform::simulation {
 
 class SimulatedCentral;
 
-/// The simulated air: the beacons around, the machine's own radio, and the central managers that listen
-/// through it. Main thread only.
+/// The simulated surroundings: the beacons, the radio of this machine, and the central managers that use it.
+/// Main thread only.
 ///
-/// Everything that happens is an event of the run loop, and all that is random comes from the seed: the same
-/// seed and the same calls give the same run, event for event.
-class ZOK_EXPORT World {
+/// Everything that happens is a task or timer of the run loop, and all randomness comes from the seed: in
+/// virtual time, the same seed and the same calls give the same events.
+class ZOBI_EXPORT World {
 public:
-    /// @param runLoop must outlive the world.
+    /// A world without beacons, with the radio powered on.
+    /// @param runLoop runs all its events; must outlive the world.
+    /// @param seed seeds all randomness.
     World(RunLoop& runLoop, std::uint64_t seed);
     ~World();
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
-    /// Adds a beacon, out of range. It lives as long as the world.
-    /// @throws std::invalid_argument for a description that no beacon can have.
+    /// Adds a beacon, out of range. It exists as long as the world.
+    /// @throws std::invalid_argument for a description that has a value out of range.
     SimulatedBeacon& addBeacon(BeaconDescription description);
 
+    /// All beacons, in the order in which they were added.
     const std::vector<std::shared_ptr<SimulatedBeacon>>& beacons() const { return beacons_; }
 
-    /// What the radio is now; powered on at first.
+    /// The state of the radio; powered on at first.
     CBManagerState radioState() const { return radioState_; }
 
-    /// Changes the state of the radio; central managers report it through the run loop, each change of
-    /// several by itself. The state that it has already is no change.
+    /// Changes the state of the radio. The central managers report each change, from tasks on the main queue.
+    /// Setting the same state again does nothing.
     void setRadioState(CBManagerState state);
 
-    /// Starts a central manager: it reports the radio's state, and hears what is on the air from then on.
-    /// Called by the platform.
+    /// Starts a central manager: it reports the state of the radio now, and receives the advertisements from
+    /// then on. `SimulatedPlatform` calls this.
     void start(const std::shared_ptr<SimulatedCentral>& central);
 
 private:
@@ -54,4 +57,4 @@ private:
     std::vector<std::shared_ptr<SimulatedBeacon>> beacons_;
 };
 
-}  // namespace platform::simulation
+}  // namespace zobi::platform::simulation

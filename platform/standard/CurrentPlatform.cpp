@@ -3,10 +3,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/Platform.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/Platform.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -38,4 +38,4 @@ void Platform::install(std::unique_ptr<Platform> platform) {
     currentPlatform = platform.release();
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,8 +1,11 @@
-#include "platform/standard/DiscoveredServices.h"
+#include "zobi/platform/standard/DiscoveredServices.h"
 
 #include <algorithm>
 
-namespace platform {
+namespace zobi::platform {
+
+DiscoveredCharacteristic::~DiscoveredCharacteristic() = default;
+DiscoveredService::~DiscoveredService() = default;
 
 namespace {
 
@@ -45,12 +48,12 @@ void DiscoveredServices::discover(std::span<const CBUUID> table, std::span<const
     services_ = std::move(found);
 }
 
-std::shared_ptr<DiscoveredService> DiscoveredServices::own(const std::shared_ptr<CBService>& service) const {
+std::shared_ptr<DiscoveredService> DiscoveredServices::find(const std::shared_ptr<CBService>& service) const {
     const bool isOwn = services_ && std::ranges::find(*services_, service) != services_->end();
     return isOwn ? std::static_pointer_cast<DiscoveredService>(service) : nullptr;
 }
 
-std::shared_ptr<DiscoveredCharacteristic> DiscoveredServices::own(
+std::shared_ptr<DiscoveredCharacteristic> DiscoveredServices::find(
     const std::shared_ptr<CBCharacteristic>& characteristic) const {
     if (!services_) return nullptr;
     for (const auto& service : *services_) {
@@ -76,7 +79,7 @@ std::shared_ptr<DiscoveredCharacteristic> DiscoveredServices::characteristic(GAT
     return holder ? holder->characteristic(place.characteristic) : nullptr;
 }
 
-std::vector<std::shared_ptr<DiscoveredCharacteristic>> DiscoveredServices::notifying() const {
+std::vector<std::shared_ptr<DiscoveredCharacteristic>> DiscoveredServices::notifyingCharacteristics() const {
     std::vector<std::shared_ptr<DiscoveredCharacteristic>> found;
     if (!services_) return found;
     for (const auto& service : *services_) {
@@ -90,4 +93,4 @@ std::vector<std::shared_ptr<DiscoveredCharacteristic>> DiscoveredServices::notif
     return found;
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -8,31 +8,41 @@
 #include <utility>
 #include <vector>
 
-#include "platform/CBPeripheral.h"
-#include "platform/CBUUID.h"
-#include "platform/Export.h"
+#include "zobi/platform/CBPeripheral.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// Where a characteristic stands in the table of a peripheral: its service's place, and its own within it.
+/// The place of a characteristic in the GATT table of a peripheral: two indexes, as UUIDs may repeat.
 struct GATTPlace {
+    /// The index of the service among all services of the peripheral, from 0.
     std::size_t service;
+    /// The index of the characteristic among all characteristics of the service, from 0.
     std::size_t characteristic;
 
+    /// Equal when both indexes are.
     friend bool operator==(const GATTPlace&, const GATTPlace&) = default;
 };
 
 /// A characteristic that was discovered. Main thread only.
-class ZOK_EXPORT DiscoveredCharacteristic final : public CBCharacteristic {
+class ZOBI_EXPORT DiscoveredCharacteristic final : public CBCharacteristic {
 public:
+    /// A characteristic without a value, not subscribed to.
     DiscoveredCharacteristic(const CBUUID& uuid, GATTPlace place) : uuid_(uuid), place_(place) {}
+    ~DiscoveredCharacteristic() override;
+    DiscoveredCharacteristic(const DiscoveredCharacteristic&) = delete;
+    DiscoveredCharacteristic& operator=(const DiscoveredCharacteristic&) = delete;
 
     CBUUID UUID() const override { return uuid_; }
     std::optional<std::span<const std::uint8_t>> value() const override { return value_; }
     bool isNotifying() const override { return isNotifying_; }
 
+    /// Its place in the table of the peripheral.
     GATTPlace place() const { return place_; }
+    /// Sets the value that was read or notified.
     void setValue(std::vector<std::uint8_t> value) { value_ = std::move(value); }
+    /// Sets whether the client is subscribed.
     void setNotifying(bool isNotifying) { isNotifying_ = isNotifying; }
 
 private:
@@ -42,22 +52,28 @@ private:
     bool isNotifying_ = false;
 };
 
-/// A service that was discovered, and what was discovered of it. Main thread only.
-class ZOK_EXPORT DiscoveredService final : public CBService {
+/// A service that was discovered, and the characteristics that were discovered in it. Main thread only.
+class ZOBI_EXPORT DiscoveredService final : public CBService {
 public:
+    /// The service at index `place`, without characteristics.
     DiscoveredService(const CBUUID& uuid, std::size_t place) : uuid_(uuid), place_(place) {}
+    ~DiscoveredService() override;
+    DiscoveredService(const DiscoveredService&) = delete;
+    DiscoveredService& operator=(const DiscoveredService&) = delete;
 
     CBUUID UUID() const override { return uuid_; }
     const std::optional<std::vector<std::shared_ptr<CBCharacteristic>>>& characteristics() const override {
         return characteristics_;
     }
 
+    /// Its index among all services of the peripheral.
     std::size_t place() const { return place_; }
 
-    /// Adds those of `table`, the service's whole list, that are wanted to those that were discovered before.
+    /// Adds characteristics to those that were discovered before: those of `table`, which lists all of the
+    /// service, whose UUID is in `wanted`.
     void discover(std::span<const CBUUID> table, std::span<const CBUUID> wanted);
 
-    /// The one at this place of the table; null if it was not discovered.
+    /// The characteristic at this index; null if it was not discovered.
     std::shared_ptr<DiscoveredCharacteristic> characteristic(std::size_t place) const;
 
 private:
@@ -66,34 +82,37 @@ private:
     std::optional<std::vector<std::shared_ptr<CBCharacteristic>>> characteristics_;
 };
 
-/// What a client has discovered of a peripheral over one link: a part of its table, in the table's order.
-/// Main thread only.
-class ZOK_EXPORT DiscoveredServices {
+/// The services and characteristics that a client has discovered over one link, in the order of the
+/// peripheral. Main thread only.
+class ZOBI_EXPORT DiscoveredServices {
 public:
-    /// Absent before the first discovery.
+    /// The discovered services; absent before the first discovery.
     const std::optional<std::vector<std::shared_ptr<CBService>>>& services() const { return services_; }
 
-    /// Forgets everything: a new link is up.
+    /// Removes everything: a new link is up.
     void clear() { services_.reset(); }
 
-    /// Adds those of `table`, the peripheral's whole list, that are wanted to those that were discovered
-    /// before.
+    /// Adds services to those that were discovered before: those of `table`, which lists all of the
+    /// peripheral, whose UUID is in `wanted`.
     void discover(std::span<const CBUUID> table, std::span<const CBUUID> wanted);
 
-    /// Null for what was not discovered here.
-    std::shared_ptr<DiscoveredService> own(const std::shared_ptr<CBService>& service) const;
-    std::shared_ptr<DiscoveredCharacteristic> own(
+    /// `service` itself if it is one of these services; null if it was not discovered over this link.
+    std::shared_ptr<DiscoveredService> find(const std::shared_ptr<CBService>& service) const;
+    /// `characteristic` itself if it is in one of these services; null if it was not discovered over this
+    /// link.
+    std::shared_ptr<DiscoveredCharacteristic> find(
         const std::shared_ptr<CBCharacteristic>& characteristic) const;
 
-    /// The one at this place of the table; null if it was not discovered.
+    /// The service at this index; null if it was not discovered.
     std::shared_ptr<DiscoveredService> service(std::size_t place) const;
+    /// The characteristic at this place; null if it was not discovered.
     std::shared_ptr<DiscoveredCharacteristic> characteristic(GATTPlace place) const;
 
-    /// Those that notify.
-    std::vector<std::shared_ptr<DiscoveredCharacteristic>> notifying() const;
+    /// The characteristics that the client is subscribed to.
+    std::vector<std::shared_ptr<DiscoveredCharacteristic>> notifyingCharacteristics() const;
 
 private:
     std::optional<std::vector<std::shared_ptr<CBService>>> services_;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

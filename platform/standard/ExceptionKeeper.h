@@ -2,11 +2,14 @@
 
 #include <exception>
 
-namespace platform {
+#include "zobi/platform/Export.h"
 
-/// Lets several callbacks be made although one of them throws.
+namespace zobi::platform {
+
+/// Makes several callbacks even if one of them throws, and then rethrows the first exception.
 class ExceptionKeeper {
 public:
+    /// Calls `call`. Keeps its exception if it is the first, discards it if it is not.
     template <typename Call>
     void run(const Call& call) {
         try {
@@ -16,7 +19,7 @@ public:
         }
     }
 
-    /// Sends the first exception on its way, if there was one.
+    /// Throws the first exception, if there was one.
     void rethrow() const {
         if (first_) std::rethrow_exception(first_);
     }
@@ -25,4 +28,4 @@ private:
     std::exception_ptr first_;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,4 +1,4 @@
-#include "platform/standard/KeyedArchive.h"
+#include "zobi/platform/standard/KeyedArchive.h"
 
 #include <bit>
 #include <limits>
@@ -7,7 +7,7 @@
 
 #include "platform/UTF8.h"
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -303,4 +303,4 @@ std::optional<std::size_t> NSKeyedUnarchiver::offsetForKey(std::string_view key)
     return found->second;
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -11,36 +11,37 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/NSCoder.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSCoder.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// The most bytes of a keyed archive.
+/// The maximum size of a keyed archive, in bytes.
 inline constexpr std::size_t keyedArchiveMaximumSize = 64 * 1024;
 
-/// The most maps, arrays and tags around one another in a keyed archive, its own map among them.
+/// The maximum nesting depth of maps, arrays and tags in a keyed archive, its own map included.
 inline constexpr std::size_t keyedArchiveMaximumDepth = 16;
 
 /// Writes a keyed archive: one CBOR (RFC 8949) map whose keys are texts.
 ///
-/// Entries stand in the order they were written. A text is a text string, a number an integer, what is absent
-/// is null; all of definite length and in their shortest form, so the same writes always give the same bytes.
-///
-/// A write that is refused leaves the archive as it was.
-class ZOK_EXPORT NSKeyedArchiver final : public NSCoder {
+/// The entries are in the order in which they were written. A text becomes a text string, a number an
+/// integer, and an absent one null. All have a definite length and their shortest form, so the same calls
+/// always give the same bytes. A call that throws does not change the archive.
+class ZOBI_EXPORT NSKeyedArchiver final : public NSCoder {
 public:
     void encodeTextForKey(const std::optional<std::string>& text, std::string_view key) override;
     void encodeNumberForKey(NSNumber number, std::string_view key) override;
 
+    /// Not supported: an archiver only writes.
     /// @throws std::logic_error always.
     std::optional<std::string> decodeTextForKey(std::string_view key) const override;
+    /// Not supported: an archiver only writes.
     /// @throws std::logic_error always.
     NSNumber decodeNumberForKey(std::string_view key) const override;
 
-    /// The archive of what was written so far.
-    /// @throws std::length_error when it has more than `keyedArchiveMaximumSize` bytes, which could not be
-    /// read again.
+    /// The archive with all entries so far.
+    /// @throws std::length_error if it has more than `keyedArchiveMaximumSize` bytes, as it could not be read
+    ///     again.
     std::vector<std::uint8_t> encodedData() const;
 
 private:
@@ -50,35 +51,38 @@ private:
     std::vector<std::uint8_t> entries_;
 };
 
-/// Reads a keyed archive from bytes that need not be trusted.
+/// Reads a keyed archive. The bytes need not be trusted.
 ///
-/// Any well-formed CBOR map with text keys is read, in any of its encodings: numbers need not be in their
-/// shortest form, and maps, arrays and strings may be of indefinite length. Values under keys that nobody
-/// asks for may be anything well-formed, and what maps among them have for keys is not looked at. A key that
-/// is missing reads as absent.
+/// It accepts any well-formed CBOR map with text keys: numbers need not be in their shortest form, and maps,
+/// arrays and strings may have an indefinite length. The value of a key that is never decoded may be any
+/// well-formed item. A missing key reads as absent.
 ///
-/// Everything that is refused is refused with `std::invalid_argument`. The message says where (the offset of
-/// the item at fault from the beginning of the data, and the key it stands under once that is known) and why.
-/// Time and memory are bounded by the size of the data, whatever lengths it claims.
-class ZOK_EXPORT NSKeyedUnarchiver final : public NSCoder {
+/// Anything else is refused with `std::invalid_argument`. The message says why and where: the offset of the
+/// item from the beginning of the data, and its key once it is known. Time and memory are bounded by the size
+/// of the data, whatever lengths it contains.
+class ZOBI_EXPORT NSKeyedUnarchiver final : public NSCoder {
 public:
-    /// Checks all of `data` and keeps a copy.
-    /// @throws std::invalid_argument for data that is not exactly one well-formed item; an item that is not a
-    /// map (a tagged map is not); a key that is not a text or occurs twice; a text that is not UTF-8, at any
-    /// depth, each chunk of an indefinite-length one by itself; and more than `keyedArchiveMaximumSize`
-    /// bytes or `keyedArchiveMaximumDepth` levels.
+    /// Checks all of `data` and copies it.
+    /// @throws std::invalid_argument if the data is not exactly one well-formed item; if the item is not a
+    ///     map, or is a tagged one; if a key is not a text, or occurs twice; if a text at any depth is not
+    ///     UTF-8, or a chunk of a text of indefinite length is not by itself; for more than
+    ///     `keyedArchiveMaximumSize` bytes or `keyedArchiveMaximumDepth` levels.
     explicit NSKeyedUnarchiver(std::span<const std::uint8_t> data);
 
+    /// Not supported: an unarchiver only reads.
     /// @throws std::logic_error always.
     void encodeTextForKey(const std::optional<std::string>& text, std::string_view key) override;
+    /// Not supported: an unarchiver only reads.
     /// @throws std::logic_error always.
     void encodeNumberForKey(NSNumber number, std::string_view key) override;
 
-    /// @throws std::invalid_argument when neither a text string nor null stands there. A tagged text is not
-    /// a text, and undefined is not null.
+    /// Reads the text under `key`; absent if the value is null or the key is missing.
+    /// @throws std::invalid_argument if the value is neither a text string nor null. A tagged text is not a
+    ///     text, and undefined is not null.
     std::optional<std::string> decodeTextForKey(std::string_view key) const override;
-    /// @throws std::invalid_argument when neither an integer nor null stands there, and for an integer beyond
-    /// 32 signed bits. A floating-point number is not an integer, whatever its value.
+    /// Reads the number under `key`; without a value if the value is null or the key is missing.
+    /// @throws std::invalid_argument if the value is neither an integer nor null, or does not fit in 32
+    ///     signed bits. A floating-point number is not an integer, whatever its value.
     NSNumber decodeNumberForKey(std::string_view key) const override;
 
 private:
@@ -89,4 +93,4 @@ private:
     std::vector<std::uint8_t> data_;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -2,26 +2,27 @@
 
 #include <chrono>
 
-#include "platform/Export.h"
-#include "platform/RunLoop.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/RunLoop.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// What `PollWaiting` waits for besides `wake`: a socket of a radio, for example. Main thread only.
-class ZOK_EXPORT PollSource {
+/// A descriptor that `PollWaiting` polls, for example the socket of a radio. Main thread only.
+class ZOBI_EXPORT PollSource {
 public:
-    virtual ~PollSource() = default;
+    virtual ~PollSource();
 
-    /// What to wait for; asked before each wait. A negative descriptor is passed over.
+    /// The descriptor and the events to poll for. Called before each wait. A negative descriptor is not
+    /// polled.
     virtual RunLoopDescriptor descriptor() const = 0;
 
-    /// For how long a wait shall pass the source over, so that work gathers and the loop wakes less often.
-    /// A wait that only looks passes nothing over.
-    virtual std::chrono::nanoseconds rest() const { return std::chrono::nanoseconds::zero(); }
+    /// How long to leave the descriptor unpolled so that work batches and the loop wakes less often; 0 to
+    /// poll it at once. Ignored by zero-timeout polls.
+    virtual std::chrono::nanoseconds batchingDelay() const { return std::chrono::nanoseconds::zero(); }
 
-    /// The descriptor is ready. Called from inside the wait, so it does no work but queues a task, from which
-    /// exceptions have their usual way out.
-    virtual void becomeReady() = 0;
+    /// The descriptor is ready. Called from inside the wait: it must only queue a task, whose exceptions can
+    /// leave the run loop.
+    virtual void handleReady() = 0;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

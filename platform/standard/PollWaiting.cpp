@@ -1,4 +1,4 @@
-#include "platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/PollWaiting.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,7 +11,7 @@
 #include <system_error>
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 using std::chrono::nanoseconds;
 
@@ -35,16 +35,16 @@ void PollWaiting::add(std::weak_ptr<PollSource> source) {
 }
 
 void PollWaiting::wait(std::optional<nanoseconds> timeout) {
-    const bool onlyLooks = timeout && *timeout <= nanoseconds::zero();
+    const bool isPollOnly = timeout && *timeout <= nanoseconds::zero();
     polled_.assign(1, {readEnd_, POLLIN, 0});
     for (const auto& weakSource : sources_) {
         const auto source = weakSource.lock();
         const RunLoopDescriptor descriptor = source ? source->descriptor() : RunLoopDescriptor{-1, 0};
         polled_.push_back({descriptor.fd, descriptor.events, 0});
-        if (!source || onlyLooks) continue;
-        if (const nanoseconds rest = source->rest(); rest > nanoseconds::zero()) {
+        if (!source || isPollOnly) continue;
+        if (const nanoseconds delay = source->batchingDelay(); delay > nanoseconds::zero()) {
             polled_.back().fd = -1;
-            timeout = std::min(timeout.value_or(rest), rest);
+            timeout = std::min(timeout.value_or(delay), delay);
         }
     }
     int milliseconds = -1;
@@ -57,7 +57,7 @@ void PollWaiting::wait(std::optional<nanoseconds> timeout) {
     if (polled_[0].revents != 0) emptyPipe();
     for (std::size_t i = 0; i < sources_.size(); ++i) {
         const auto source = sources_[i].lock();
-        if (source && polled_[i + 1].revents != 0) source->becomeReady();
+        if (source && polled_[i + 1].revents != 0) source->handleReady();
     }
 }
 
@@ -87,4 +87,4 @@ std::vector<RunLoopDescriptor> PollWaiting::descriptors() const {
     return all;
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

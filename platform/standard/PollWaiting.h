@@ -1,30 +1,31 @@
 #pragma once
 
-#include <poll.h>
-
 #include <chrono>
 #include <memory>
 #include <optional>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/standard/PollSource.h"
-#include "platform/standard/Waiting.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/standard/PollSource.h"
+#include "zobi/platform/standard/Waiting.h"
 
-namespace platform {
+struct pollfd;
 
-/// Waits in `poll`, on a descriptor of its own that `wake` makes readable and on those of its sources: for
-/// POSIX systems, for radios that are driven from the loop, and for driving the loop from a foreign one.
-class ZOK_EXPORT PollWaiting final : public Waiting {
+namespace zobi::platform {
+
+/// Waits in `poll`, on a pipe to which `wake` writes and on the descriptors of its sources. For POSIX
+/// systems. It lets the loop drive a radio through descriptors, and be driven from a foreign loop.
+class ZOBI_EXPORT PollWaiting final : public Waiting {
 public:
-    /// @throws std::system_error when the process has no descriptor left.
+    /// Waits only for `wake` until a source is added.
+    /// @throws std::system_error if the process has no descriptor left.
     PollWaiting();
     ~PollWaiting() override;
     PollWaiting(const PollWaiting&) = delete;
     PollWaiting& operator=(const PollWaiting&) = delete;
 
-    /// Waits for `source` too, as long as it lives. Sources that are ready at once are told in the order in
-    /// which they were added. Main thread only, not from inside a wait.
+    /// Polls `source` too, as long as it exists. Sources that are ready in the same poll are called in the
+    /// order in which they were added. Main thread only, not from inside a wait.
     void add(std::weak_ptr<PollSource> source);
 
     void wait(std::optional<std::chrono::nanoseconds> timeout) override;
@@ -42,4 +43,4 @@ private:
     int writeEnd_ = -1;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

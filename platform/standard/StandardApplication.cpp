@@ -1,8 +1,8 @@
-#include "platform/standard/StandardApplication.h"
+#include "zobi/platform/standard/StandardApplication.h"
 
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 StandardApplication::StandardApplication(NSNotificationCenter& notificationCenter)
     : notificationCenter_(notificationCenter) {}
@@ -22,4 +22,4 @@ void StandardApplication::setApplicationState(UIApplicationState state) {
     }
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "platform/Export.h"
-#include "platform/NSNotificationCenter.h"
-#include "platform/UIApplication.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSNotificationCenter.h"
+#include "zobi/platform/UIApplication.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// An application whose state is what its program declares.
-class ZOK_EXPORT StandardApplication final : public UIApplication {
+/// An application state that the program sets. It is active at first.
+class ZOBI_EXPORT StandardApplication final : public UIApplication {
 public:
-    /// @param notificationCenter where transitions are broadcast; must outlive the application.
+    /// @param notificationCenter where the changes are posted; must outlive this object.
     explicit StandardApplication(NSNotificationCenter& notificationCenter);
 
     UIApplicationState applicationState() const override;
@@ -20,4 +20,4 @@ private:
     UIApplicationState state_ = UIApplicationState::active;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,8 +1,8 @@
-#include "platform/standard/StandardClock.h"
+#include "zobi/platform/standard/StandardClock.h"
 
 #include <algorithm>
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -41,4 +41,4 @@ void VirtualTime::setTimeIntervalSince1970(double seconds) {
     wallTimeAtStart_ = seconds - inSeconds(monotonicTime_);
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -3,33 +3,35 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/Clock.h"
-#include "platform/Export.h"
+#include "zobi/platform/Clock.h"
+#include "zobi/platform/Export.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// The machine's clocks.
-class ZOK_EXPORT SystemTime final : public Clock {
+/// The clocks of the machine.
+class ZOBI_EXPORT SystemTime final : public Clock {
 public:
     double timeIntervalSince1970() const override;
     std::int64_t secondsSince1970() const override;
     std::chrono::nanoseconds monotonicTime() const override;
 };
 
-/// Time that stands still while there is work and then jumps to the next event: hours pass in a moment, and
-/// every run is the same. Its monotonic time starts at 0.
-class ZOK_EXPORT VirtualTime final : public Clock {
+/// A virtual clock: it stands still while there is work, and the run loop then moves it to the next timer. So
+/// hours pass in a moment, and every run is the same. Its monotonic time starts at 0.
+class ZOBI_EXPORT VirtualTime final : public Clock {
 public:
-    /// Where the wall clock stands at first: 2024-01-01 00:00:00 UTC.
+    /// The wall-clock time at the start: 2024-01-01 00:00:00 UTC, in seconds since 1970-01-01 UTC.
     static constexpr double defaultStart = 1'704'067'200;
 
     double timeIntervalSince1970() const override;
     std::chrono::nanoseconds monotonicTime() const override;
 
-    /// Moves the time forward to `moment`; what has passed stays passed. The run loop calls it.
+    /// Moves the monotonic time, and the wall clock with it, forward to `moment`; never back. The run loop
+    /// calls it.
     void jumpTo(std::chrono::nanoseconds moment);
 
-    /// Sets the wall clock, forward or back; the monotonic time does not change.
+    /// Sets the wall clock, forward or back, to `seconds` since 1970-01-01 UTC. The monotonic time does not
+    /// change.
     void setTimeIntervalSince1970(double seconds);
 
 private:
@@ -38,4 +40,4 @@ private:
     std::atomic<double> wallTimeAtStart_{defaultStart};
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

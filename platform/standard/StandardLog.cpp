@@ -1,4 +1,4 @@
-#include "platform/standard/StandardLog.h"
+#include "zobi/platform/standard/StandardLog.h"
 
 #include <chrono>
 #include <cstddef>
@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -79,4 +79,4 @@ void StandardLog::writeLine(std::string_view line) {
     sink(line);
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -3,26 +3,27 @@
 #include <functional>
 #include <string_view>
 
-#include "platform/Clock.h"
-#include "platform/Export.h"
-#include "platform/Log.h"
+#include "zobi/platform/Clock.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/Log.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A log that hands its lines to a callable, or is off. Lines may come from several threads at once if the
-/// sink bears it, as the one to stderr does; the sink itself is set while no other thread logs.
-class ZOK_EXPORT StandardLog final : public Log {
+/// A log that passes its lines to a function, or is off. If several threads log at once, the sink is called
+/// by several threads at once; the one to stderr allows that. Set the sink while no other thread logs.
+class ZOBI_EXPORT StandardLog final : public Log {
 public:
-    /// Takes one line, without a line feed; valid for the length of the call.
+    /// Receives one line, without a line feed at its end. The text is valid until it returns.
     using Sink = std::function<void(std::string_view line)>;
 
-    /// A sink that prints each entry on stderr as one line: the wall-clock time in UTC to the millisecond,
-    /// then the text, its control characters printed as "\x0A". The clock must outlive the sink.
+    /// A sink that prints each line to stderr: the time of `clock` in UTC with milliseconds, then the text,
+    /// with control characters as in "\x0A". The clock must outlive the sink.
     static Sink stderrSink(const Clock& clock);
 
-    /// @param sink where lines go; null turns the log off.
+    /// @param sink receives the lines; an empty one turns the log off.
     explicit StandardLog(Sink sink);
 
+    /// Sets the sink; an empty one turns the log off.
     void setSink(Sink sink);
 
     bool isEnabled() const override;
@@ -34,4 +35,4 @@ private:
     Sink sink_;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,15 +1,18 @@
-#include "platform/standard/StandardNotificationCenter.h"
+#include "zobi/platform/standard/StandardNotificationCenter.h"
 
 #include <algorithm>
 #include <atomic>
 #include <string>
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 struct StandardNotificationCenter::Registration final : public Observer {
     Registration(std::string_view observedName, std::shared_ptr<void> observedObject, Block observingBlock)
         : name(observedName), object(std::move(observedObject)), block(std::move(observingBlock)) {}
+    ~Registration() override;
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
 
     bool concerns(std::string_view postedName, const std::shared_ptr<void>& postedObject) const {
         return !isRemoved && name == postedName && (object == nullptr || object == postedObject);
@@ -20,6 +23,8 @@ struct StandardNotificationCenter::Registration final : public Observer {
     const Block block;
     std::atomic<bool> isRemoved = false;
 };
+
+StandardNotificationCenter::Registration::~Registration() = default;
 
 StandardNotificationCenter::~StandardNotificationCenter() {
     clear();
@@ -70,4 +75,4 @@ void StandardNotificationCenter::clear() {
     registrations_.swap(dropped);
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -4,14 +4,15 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/NSNotificationCenter.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/NSNotificationCenter.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// A notification centre within the process.
-class ZOK_EXPORT StandardNotificationCenter final : public NSNotificationCenter {
+/// A notification center within the process.
+class ZOBI_EXPORT StandardNotificationCenter final : public NSNotificationCenter {
 public:
+    /// A center without observers.
     StandardNotificationCenter() = default;
     ~StandardNotificationCenter() override;
     StandardNotificationCenter(const StandardNotificationCenter&) = delete;
@@ -23,17 +24,17 @@ public:
     void postNotificationNameObjectUserInfo(std::string_view name, std::shared_ptr<void> object,
                                             NSUserInfo userInfo) override;
 
-    /// Removes all observers and lets go of what their blocks hold.
+    /// Removes all observers and destroys their blocks.
     void clear();
 
 private:
     struct Registration;
     using Registrations = std::vector<std::shared_ptr<Registration>>;
 
-    // Guards the list against managers that register from other threads. A list is never changed once it
-    // stands here: whoever posts walks the one that stood at the start.
+    // Guards the pointer, as managers are made on any thread and then add observers. The list itself never
+    // changes, so a post iterates without a lock over the one that was current when it began.
     std::mutex mutex_;
     std::shared_ptr<const Registrations> registrations_ = std::make_shared<Registrations>();
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,8 +1,8 @@
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -76,4 +76,4 @@ void StandardPlatform::shutDown() {
     notificationCenter_.clear();
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

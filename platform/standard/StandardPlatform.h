@@ -2,28 +2,34 @@
 
 #include <memory>
 
-#include "platform/Export.h"
-#include "platform/Platform.h"
-#include "platform/standard/StandardApplication.h"
-#include "platform/standard/StandardClock.h"
-#include "platform/standard/StandardLog.h"
-#include "platform/standard/StandardNotificationCenter.h"
-#include "platform/standard/StandardRunLoop.h"
-#include "platform/standard/Waiting.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/Platform.h"
+#include "zobi/platform/standard/StandardApplication.h"
+#include "zobi/platform/standard/StandardClock.h"
+#include "zobi/platform/standard/StandardLog.h"
+#include "zobi/platform/standard/StandardNotificationCenter.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
+#include "zobi/platform/standard/Waiting.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// Everything of a platform but its radio: a port derives from it and overrides `makeCentralManager`.
-/// As it stands, its central managers report that Bluetooth is unsupported.
+/// A platform without a radio: its central managers report the state unsupported. A port derives from it and
+/// overrides `makeCentralManager`.
 ///
 /// It logs to stderr until another sink is set.
-class ZOK_EXPORT StandardPlatform : public Platform {
+class ZOBI_EXPORT StandardPlatform : public Platform {
 public:
-    enum class Time { real, virtualTime };
+    /// The clock that the platform runs on.
+    enum class Time {
+        real,        ///< The clocks of the machine.
+        virtualTime  ///< A virtual clock, which moves to the next timer when there is nothing to do.
+    };
 
+    /// @param time the clock.
     /// @param waiting how the run loop waits; not null.
     StandardPlatform(Time time, std::unique_ptr<Waiting> waiting);
-    /// A derived class calls `shutDown` in its own destructor, while what its radio needs still stands.
+    /// A derived class calls `shutDown` in its own destructor, before the members that its radio uses are
+    /// destroyed.
     ~StandardPlatform() override;
     StandardPlatform(const StandardPlatform&) = delete;
     StandardPlatform& operator=(const StandardPlatform&) = delete;
@@ -36,11 +42,11 @@ public:
     Clock& clock() override;
     StandardLog& log() override;
 
-    /// The clock that can be set and moved; null in real time.
+    /// The virtual clock; null in real time.
     VirtualTime* virtualTime();
 
 protected:
-    /// Clears timers, queue and observers, and lets go of the managers that they hold.
+    /// Removes all timers, queued tasks and observers, and so releases the managers that these own.
     void shutDown();
 
 private:
@@ -52,4 +58,4 @@ private:
     StandardApplication application_;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,10 +1,10 @@
-#include "platform/standard/StandardRunLoop.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
 
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
 
-namespace platform {
+namespace zobi::platform {
 
 namespace {
 
@@ -32,6 +32,9 @@ public:
           action_(std::move(action)),
           userInfo_(std::move(userInfo)),
           repeats_(repeats) {}
+    ~Timer() override;
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
 
     void invalidate() override {
         if (!isValid_) return;
@@ -39,7 +42,7 @@ public:
         // Held to the end, for the loop's reference may be the last.
         Timers::node_type scheduled;
         if (const auto timers = timers_.lock()) scheduled = timers->extract(key_);
-        if (!isFiring_) letGo();
+        if (!isFiring_) release();
     }
 
     bool isValid() const override { return isValid_; }
@@ -69,11 +72,11 @@ private:
     void endFiring() {
         isFiring_ = false;
         if (!repeats_) isValid_ = false;
-        if (!isValid_) letGo();
+        if (!isValid_) release();
     }
 
-    /// What the timer held may run anything when it dies, so it dies when the timer is done with it.
-    void letGo() {
+    /// The destructor of what the timer owned may call anything, so it runs when the timer is finished.
+    void release() {
         const std::shared_ptr<void> userInfo = std::move(userInfo_);
         const Action action = std::exchange(action_, nullptr);
     }
@@ -87,6 +90,8 @@ private:
     bool isValid_ = true;
     bool isFiring_ = false;
 };
+
+StandardRunLoop::Timer::~Timer() = default;
 
 StandardRunLoop::StandardRunLoop(const SystemTime& time, std::unique_ptr<Waiting> waiting)
     : clock_(time), waiting_(std::move(waiting)), timers_(std::make_shared<Timers>()) {}
@@ -243,4 +248,4 @@ bool StandardRunLoop::mustStop(Stopping stopping) const {
     return stopping == Stopping::obeyed && isStopping_;
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -9,24 +9,24 @@
 #include <mutex>
 #include <tuple>
 
-#include "platform/Export.h"
-#include "platform/RunLoop.h"
-#include "platform/standard/StandardClock.h"
-#include "platform/standard/Waiting.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/standard/StandardClock.h"
+#include "zobi/platform/standard/Waiting.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// The run loop of every platform here. Where its time comes from and how it waits are two independent
-/// choices; the queue, the timers and their order are the same with all.
+/// The run loop of every `StandardPlatform`. Its clock and its way to wait are independent choices; they do
+/// not change the order of tasks and timers.
 ///
-/// Each queued task and each timer is a turn of its own: what a turn dispatches runs before the next timer.
-/// Under virtual time the loop jumps to the next timer when the queue is empty and a look at the
-/// descriptors found nothing.
-class ZOK_EXPORT StandardRunLoop final : public RunLoop {
+/// After each timer the loop runs the queued tasks, so what a task or timer dispatches runs before the next
+/// timer. Under virtual time the loop moves the clock to the next timer when the queue is empty and no
+/// descriptor is ready.
+class ZOBI_EXPORT StandardRunLoop final : public RunLoop {
 public:
-    /// In real time. The clock must outlive the loop.
+    /// A loop in real time. The clock must outlive it.
     StandardRunLoop(const SystemTime& time, std::unique_ptr<Waiting> waiting);
-    /// In virtual time, which the loop moves. The clock must outlive the loop.
+    /// A loop in virtual time, which it moves. The clock must outlive it.
     StandardRunLoop(VirtualTime& time, std::unique_ptr<Waiting> waiting);
     ~StandardRunLoop() override;
     StandardRunLoop(const StandardRunLoop&) = delete;
@@ -42,10 +42,10 @@ public:
     std::optional<std::chrono::nanoseconds> nextDeadline() const override;
     std::vector<RunLoopDescriptor> descriptors() const override;
 
-    /// How many timers are valid.
+    /// The number of valid timers.
     std::size_t timerCount() const;
 
-    /// Drops all timers, valid or due, and all queued tasks, and lets go of what they hold.
+    /// Invalidates all timers and removes all queued tasks, and destroys what they own.
     void clear();
 
 private:
@@ -65,7 +65,7 @@ private:
     enum class Stopping { obeyed, ignored };
 
     void runUntil(std::optional<std::chrono::nanoseconds> end);
-    /// Runs what is queued and what is due, and returns the moment by which it was due.
+    /// Runs the queued tasks and the timers that are due now, and returns that moment.
     std::chrono::nanoseconds process(Stopping stopping);
     std::chrono::nanoseconds processUnlessStopped();
     void runQueuedTasks(Stopping stopping);
@@ -84,4 +84,4 @@ private:
     bool isProcessing_ = false;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -1,8 +1,13 @@
-#include "platform/standard/Waiting.h"
+#include "zobi/platform/standard/Waiting.h"
 
 #include <algorithm>
 
-namespace platform {
+#include "zobi/platform/standard/PollSource.h"
+
+namespace zobi::platform {
+
+Waiting::~Waiting() = default;
+PollSource::~PollSource() = default;
 
 namespace {
 
@@ -37,4 +42,4 @@ std::vector<RunLoopDescriptor> ConditionVariableWaiting::descriptors() const {
     return {};
 }
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -7,35 +7,36 @@
 #include <optional>
 #include <vector>
 
-#include "platform/Export.h"
-#include "platform/RunLoop.h"
+#include "zobi/platform/Export.h"
+#include "zobi/platform/RunLoop.h"
 
-namespace platform {
+namespace zobi::platform {
 
-/// How a run loop waits when it has nothing to do.
-class ZOK_EXPORT Waiting {
+/// The way in which a run loop waits when it has nothing to do.
+class ZOBI_EXPORT Waiting {
 public:
-    virtual ~Waiting() = default;
+    virtual ~Waiting();
 
-    /// Waits until `wake` was called since the last wait, a descriptor is ready, or `timeout` has passed
-    /// (none: no limit; zero: only looks). It may return earlier. Main thread only.
+    /// Waits until `wake` was called since the last wait, a descriptor is ready, or `timeout` has passed.
+    /// Without a timeout it waits without a limit; with zero it only polls. It may return earlier. Main
+    /// thread only.
     virtual void wait(std::optional<std::chrono::nanoseconds> timeout) = 0;
 
-    /// Ends the wait that is going on, or else the next one. Safe from any thread.
+    /// Ends the current wait or, if there is none, the next one. Safe from any thread.
     virtual void wake() = 0;
 
-    /// Like `wake`, and safe from a signal handler too.
+    /// The same as `wake`, also safe from a signal handler.
     virtual void wakeFromSignal() noexcept = 0;
 
-    /// What a foreign loop must watch in place of `wait`.
+    /// The descriptors that a foreign loop must poll in place of `wait`: see `RunLoop::descriptors`.
     virtual std::vector<RunLoopDescriptor> descriptors() const = 0;
 };
 
-/// Waits on a condition variable: needs nothing but the C++ standard library.
+/// Waits on a condition variable. It needs only the C++ standard library.
 ///
-/// A signal handler cannot notify a condition variable, so a waiting loop looks up 20 times a second, and a
-/// `stop` may take up to 50 ms to end a wait. `PollWaiting` has neither cost.
-class ZOK_EXPORT ConditionVariableWaiting final : public Waiting {
+/// A signal handler cannot notify a condition variable. So a waiting loop wakes 20 times a second, and `stop`
+/// may take up to 50 ms to end a wait. `PollWaiting` has neither cost.
+class ZOBI_EXPORT ConditionVariableWaiting final : public Waiting {
 public:
     void wait(std::optional<std::chrono::nanoseconds> timeout) override;
     void wake() override;
@@ -49,4 +50,4 @@ private:
     std::atomic<bool> isSignalled_ = false;
 };
 
-}  // namespace platform
+}  // namespace zobi::platform

@@ -10,10 +10,10 @@
 #include "ScriptedService.h"
 #include "platform/bluez/radio/BlueZCentral.h"
 #include "platform/simulation/PayloadEncoder.h"
-#include "platform/standard/StandardPlatform.h"
 #include "radio/RadioBench.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// Knows of each link's end what a test tells it.
 class ScriptedChannel final : public ControllerChannel {
@@ -21,7 +21,7 @@ public:
     explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
 
     RunLoopDescriptor descriptor() const override { return {-1, 0}; }
-    void becomeReady() override {}
+    void handleReady() override {}
     void watchLink(const DeviceAddress& device) override { ends_.erase(device); }
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override {
         const auto node = ends_.extract(device);
@@ -145,4 +145,4 @@ public:
     ScriptedDevice& beacon = service.add({.serviceData = payload(7)});
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

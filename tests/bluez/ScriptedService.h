@@ -12,11 +12,11 @@
 
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/dbus/Bus.h"
-#include "platform/simulation/ServiceDescription.h"
-#include "platform/standard/PollWaiting.h"
-#include "platform/standard/StandardRunLoop.h"
+#include "zobi/platform/simulation/ServiceDescription.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 inline const std::string firstAdapter = "/org/bluez/hci0";
 
@@ -680,4 +680,4 @@ private:
     std::vector<Call> pending_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

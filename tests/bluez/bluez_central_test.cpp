@@ -4,11 +4,11 @@
 #include <set>
 
 #include "ScriptedPlatform.h"
-#include "platform/NSData.h"
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "radio/RadioTest.h"
+#include "zobi/platform/NSData.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 namespace {
 
 using namespace ZOKGATTProfile;
@@ -734,4 +734,4 @@ TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
 }
 
 }  // namespace
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -18,7 +18,7 @@ extern "C" [[gnu::weak]] std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace {
 
-using namespace platform;
+using namespace zobi::platform;
 
 std::ptrdiff_t heapInUse() {
     const bool isSanitized = __sanitizer_get_current_allocated_bytes != nullptr;

@@ -7,9 +7,9 @@
 
 #include "platform/bluez/controller/HCISocket.h"
 #include "platform/bluez/diagnosis/Examination.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 namespace {
 
 /// A bus that answers each call by its name: with an error, with a reply, or not at all.
@@ -137,4 +137,4 @@ TEST_F(DoctorTest, TellsWhatTheMachineCannotDo) {
 }
 
 }  // namespace
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

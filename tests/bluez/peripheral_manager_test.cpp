@@ -8,9 +8,9 @@
 
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/peripheral/BlueZPeripheralManager.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 namespace {
 
 using namespace ::testing;
@@ -33,7 +33,7 @@ std::string central(int number) {
 /// Knows that devices 1 and 9 asked for their links, and that device 2 did not.
 struct Controller final : ControllerChannel {
     RunLoopDescriptor descriptor() const override { return {-1, 0}; }
-    void becomeReady() override {}
+    void handleReady() override {}
     void watchLink(const DeviceAddress&) override {}
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress&) override { return std::nullopt; }
     void readRSSI(const DeviceAddress&, std::function<void(std::optional<int>)>) override {}
@@ -254,7 +254,7 @@ TEST_F(Peripheral, EndsTheLinksOfCentralsAlone) {
     EXPECT_EQ(eventsIn(), Texts({"connected by 00:00:5E:00:53:01"}));
     for (const int device : {2, 3, 9}) read(device);
     EXPECT_THAT(eventsIn(), ElementsAre(EndsWith("02"), EndsWith("03"), EndsWith("09")));
-    manager->end([&] { events.emplace_back("ended"); });
+    manager->shutDown([&] { events.emplace_back("ended"); });
     EXPECT_EQ(eventsIn(2), Texts({"Disconnect1", "Disconnect3", "UnregisterAdvertisement"}));
     setConnected(1, false);
     setConnected(3, false);
@@ -266,13 +266,13 @@ TEST_F(Peripheral, EndsTheLinksOfCentralsAlone) {
 TEST_F(Peripheral, EndsInTimeThoughTheServiceDoesNotAnswer) {
     eventsIn();
     errors["UnregisterAdvertisement"] = {};
-    manager->end([&] { events.emplace_back("first"); });
+    manager->shutDown([&] { events.emplace_back("first"); });
     eventsIn();
     setConnected(1, true);
     EXPECT_EQ(eventsIn(), Texts({"connected by 00:00:5E:00:53:01", "Disconnect1"})) << "just in time";
     setConnected(1, false);
     eventsIn();
-    manager->end([&] { events.emplace_back("second"); });
+    manager->shutDown([&] { events.emplace_back("second"); });
     EXPECT_EQ(eventsIn(4.9), Texts());
     EXPECT_EQ(eventsIn(), Texts({"second"}));
     // It may be on the air still.
@@ -380,4 +380,4 @@ TEST_F(Peripheral, ServesOnThoughTheDelegateThrows) {
 }
 
 }  // namespace
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

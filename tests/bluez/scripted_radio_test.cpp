@@ -7,7 +7,7 @@
 namespace {
 
 const auto scriptedRadio = ::testing::Values(
-    RadioUnderTest{"Scripted", [] { return std::make_unique<platform::bluez::ScriptedBench>(); }});
+    RadioUnderTest{"Scripted", [] { return std::make_unique<zobi::platform::bluez::ScriptedBench>(); }});
 
 INSTANTIATE_TEST_SUITE_P(Scripted, RadioPromises, scriptedRadio);
 INSTANTIATE_TEST_SUITE_P(Scripted, LibraryOverRadio, scriptedRadio);

@@ -22,7 +22,7 @@ protected:
     std::shared_ptr<ZOKBeacon> connect();
 
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
-    platform::Platform& platform = bench->platform();
+    zobi::platform::Platform& platform = bench->platform();
     std::shared_ptr<Application> application = std::make_shared<Application>();
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
 };

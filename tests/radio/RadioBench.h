@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Platform.h"
+#include "zobi/platform/Platform.h"
 
 /// A radio under test, and one beacon on its air that can be steered from outside: an ordinary one, with the
 /// seven services, that is out of range at first. Each call returns when it has taken effect: what is sent to
@@ -18,7 +18,7 @@ public:
     virtual ~RadioBench() = default;
 
     /// Its radio is powered on.
-    virtual platform::Platform& platform() = 0;
+    virtual zobi::platform::Platform& platform() = 0;
 
     virtual void beaconComesIntoRange() = 0;
     /// Says nothing any more, so that a link runs into its supervision timeout.
@@ -27,9 +27,9 @@ public:
     /// Makes attempts to connect fail, or succeed again. False if that cannot be brought about.
     virtual bool makeAttemptsFail(bool fail) = 0;
     /// Gives a characteristic a value, which a subscriber is notified of.
-    virtual void setValue(const platform::CBUUID& characteristic, std::vector<std::uint8_t> value) = 0;
+    virtual void setValue(const zobi::platform::CBUUID& characteristic, std::vector<std::uint8_t> value) = 0;
     /// The value of a characteristic, as the beacon has it.
-    virtual std::vector<std::uint8_t> value(const platform::CBUUID& characteristic) = 0;
+    virtual std::vector<std::uint8_t> value(const zobi::platform::CBUUID& characteristic) = 0;
     virtual void setRadioPower(bool isOn) = 0;
 
     /// How long what should happen may take, and how long to look on where nothing should happen: seconds of

@@ -4,7 +4,7 @@
 #include <array>
 #include <stdexcept>
 
-using namespace platform;
+using namespace zobi::platform;
 
 RadioTest::RadioTest() {
     EXPECT_TRUE(heard("state 5"));

@@ -16,12 +16,13 @@
 
 /// Writes down what a radio tells, in its order. It makes sure that nothing is told from inside a call, and
 /// that a peripheral's state is what the event says.
-class Listener final : public platform::CBCentralManagerDelegate, public platform::CBPeripheralDelegate {
-    using CBCentralManager = platform::CBCentralManager;
-    using NSError = platform::NSError;
-    using Peripheral = std::shared_ptr<platform::CBPeripheral>;
-    using Service = std::shared_ptr<platform::CBService>;
-    using Characteristic = std::shared_ptr<platform::CBCharacteristic>;
+class Listener final : public zobi::platform::CBCentralManagerDelegate,
+                       public zobi::platform::CBPeripheralDelegate {
+    using CBCentralManager = zobi::platform::CBCentralManager;
+    using NSError = zobi::platform::NSError;
+    using Peripheral = std::shared_ptr<zobi::platform::CBPeripheral>;
+    using Service = std::shared_ptr<zobi::platform::CBService>;
+    using Characteristic = std::shared_ptr<zobi::platform::CBCharacteristic>;
 
 public:
     Events events;
@@ -43,30 +44,29 @@ public:
     void centralManagerDidUpdateState(CBCentralManager& central) override {
         note("state " + std::to_string(static_cast<int>(central.state())));
     }
-    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(CBCentralManager&,
-                                                                  const Peripheral& peripheral,
-                                                                  const platform::CBAdvertisementData& data,
-                                                                  platform::NSNumber) override {
+    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+        CBCentralManager&, const Peripheral& peripheral, const zobi::platform::CBAdvertisementData& data,
+        zobi::platform::NSNumber) override {
         EXPECT_FALSE(isInsideCall_);
         const bool hasPayload =
             std::ranges::find(data.serviceData, ZOKGATTProfile::deviceInformationService,
-                              &platform::CBServiceData::service) != data.serviceData.end();
+                              &zobi::platform::CBServiceData::service) != data.serviceData.end();
         if (data.localName != "morvane" || !hasPayload) return;
         sightings.push_back(peripheral);
         onSighting();
     }
     void centralManagerDidConnectPeripheral(CBCentralManager&, const Peripheral& peripheral) override {
-        EXPECT_EQ(peripheral->state(), platform::CBPeripheralState::connected);
+        EXPECT_EQ(peripheral->state(), zobi::platform::CBPeripheralState::connected);
         note("connected");
     }
     void centralManagerDidFailToConnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
                                                        const NSError* error) override {
-        EXPECT_NE(peripheral->state(), platform::CBPeripheralState::connected);
+        EXPECT_NE(peripheral->state(), zobi::platform::CBPeripheralState::connected);
         note("failed", error);
     }
     void centralManagerDidDisconnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
                                                     const NSError* error) override {
-        EXPECT_NE(peripheral->state(), platform::CBPeripheralState::connected);
+        EXPECT_NE(peripheral->state(), zobi::platform::CBPeripheralState::connected);
         note("disconnected", error);
     }
     void peripheralDidDiscoverServices(const Peripheral& peripheral, const NSError* error) override {
@@ -94,7 +94,7 @@ public:
         const std::string state = characteristic->isNotifying() ? "notifying " : "not notifying ";
         noteAnswer(state + characteristic->UUID().UUIDString(), peripheral, error);
     }
-    void peripheralDidReadRSSIError(const Peripheral& peripheral, platform::NSNumber rssi,
+    void peripheralDidReadRSSIError(const Peripheral& peripheral, zobi::platform::NSNumber rssi,
                                     const NSError* error) override {
         EXPECT_TRUE(error || (rssi.integerValue() >= -127 && rssi.integerValue() <= 20));
         noteAnswer("rssi", peripheral, error);
@@ -104,14 +104,15 @@ private:
     void note(std::string event, const NSError* error = nullptr) {
         EXPECT_FALSE(isInsideCall_) << event << " was told from inside a call";
         if (error) {
-            event += error->domain() == platform::CBErrorDomain ? " error " : " " + error->domain() + ' ';
+            event +=
+                error->domain() == zobi::platform::CBErrorDomain ? " error " : " " + error->domain() + ' ';
             event += std::to_string(error->code());
             EXPECT_FALSE(error->localizedDescription().empty());
         }
         events.push_back(std::move(event));
     }
     void noteAnswer(std::string event, const Peripheral& peripheral, const NSError* error) {
-        EXPECT_EQ(peripheral->state(), platform::CBPeripheralState::connected) << event;
+        EXPECT_EQ(peripheral->state(), zobi::platform::CBPeripheralState::connected) << event;
         note(std::move(event), error);
         if (error) onFailedAnswer();
     }
@@ -135,20 +136,21 @@ protected:
 
     void scan();
     /// Scans until the beacon is sighted once more.
-    std::shared_ptr<platform::CBPeripheral> sight();
-    void connect(const std::shared_ptr<platform::CBPeripheral>& peripheral);
+    std::shared_ptr<zobi::platform::CBPeripheral> sight();
+    void connect(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);
     /// Brings the beacon into range and a link to it up.
-    std::shared_ptr<platform::CBPeripheral> link();
+    std::shared_ptr<zobi::platform::CBPeripheral> link();
     /// Discovers services and characteristics of the whole profile.
-    void discover(const std::shared_ptr<platform::CBPeripheral>& peripheral);
+    void discover(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);
     /// A discovered characteristic.
-    static std::shared_ptr<platform::CBCharacteristic> find(
-        const std::shared_ptr<platform::CBPeripheral>& peripheral, const platform::CBUUID& characteristic);
+    static std::shared_ptr<zobi::platform::CBCharacteristic> find(
+        const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
+        const zobi::platform::CBUUID& characteristic);
 
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
-    platform::Platform& platform = bench->platform();
+    zobi::platform::Platform& platform = bench->platform();
     std::shared_ptr<Listener> listener = std::make_shared<Listener>();
-    std::shared_ptr<platform::CBCentralManager> central = platform.makeCentralManager(listener);
+    std::shared_ptr<zobi::platform::CBCentralManager> central = platform.makeCentralManager(listener);
 };
 
 /// What every radio promises to those who are written against it.

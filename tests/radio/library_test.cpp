@@ -14,7 +14,7 @@ using namespace ZOKGATTProfile;
 using ::testing::ElementsAre;
 
 /// The service in which the profile has a characteristic.
-platform::CBUUID serviceOf(const platform::CBUUID& characteristic) {
+zobi::platform::CBUUID serviceOf(const zobi::platform::CBUUID& characteristic) {
     for (const CharacteristicRequest& request : characteristicRequests) {
         if (std::ranges::find(request.characteristics, characteristic) != request.characteristics.end()) {
             return request.service;
@@ -66,7 +66,7 @@ TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
                             "ZOKBeaconFirmwareVersionNotification 1.2", "ZOKBeaconButtonModeNotification 2",
                             "ZOKBeaconDidRSSIChangeNotification"));
 
-    const auto notify = [&](const platform::CBUUID& characteristic, std::vector<std::uint8_t> value) {
+    const auto notify = [&](const zobi::platform::CBUUID& characteristic, std::vector<std::uint8_t> value) {
         ASSERT_TRUE(bench->runUntil([&] {
             const auto subscribed = ZOKManager::characteristicFromServiceAndPeripheral(
                 characteristic, serviceOf(characteristic), beacon->peripheral());

@@ -3,17 +3,17 @@
 #include <array>
 
 #include "RadioTest.h"
-#include "platform/NSData.h"
+#include "zobi/platform/NSData.h"
 
 namespace {
 
 using namespace ZOKGATTProfile;
-using platform::CBCharacteristicWriteType;
-using platform::CBPeripheralState;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::platform::CBCharacteristicWriteType;
+using zobi::platform::CBPeripheralState;
 
-const platform::CBUUID unknown = platform::CBUUID::UUIDWithString("FEED");
+const zobi::platform::CBUUID unknown = zobi::platform::CBUUID::UUIDWithString("FEED");
 
 TEST_P(RadioPromises, OneHandleForAPeripheralOverAllItsSightingsAndLinks) {
     const auto peripheral = link();
@@ -186,7 +186,7 @@ TEST_P(RadioPromises, ARequestToConnectOutlivesTheEndThatWasAskedForBeforeIt) {
 TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
     bench->beaconComesIntoRange();
     sight();
-    const auto sightings = [&](const platform::CBUUID& service, bool allowDuplicates) {
+    const auto sightings = [&](const zobi::platform::CBUUID& service, bool allowDuplicates) {
         central->scanForPeripheralsWithServicesOptions(std::array{service},
                                                        {.allowDuplicates = allowDuplicates});
         listener->sightings.clear();
@@ -194,8 +194,8 @@ TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
         return listener->sightings.size();
     };
     EXPECT_EQ(sightings(unknown, true), 0U);
-    EXPECT_EQ(sightings(platform::CBUUID::UUIDWithString("1320"), false), 1U);
-    EXPECT_EQ(sightings(platform::CBUUID::UUIDWithString("1320"), true), 2U);
+    EXPECT_EQ(sightings(zobi::platform::CBUUID::UUIDWithString("1320"), false), 1U);
+    EXPECT_EQ(sightings(zobi::platform::CBUUID::UUIDWithString("1320"), true), 2U);
     central->stopScan();
     listener->sightings.clear();
     EXPECT_FALSE(bench->runUntil([&] { return !listener->sightings.empty(); }, RadioBench::aWhile));
@@ -204,7 +204,7 @@ TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
 TEST_P(RadioPromises, AMalformedPayloadCostsOneSightingAndAnotherExceptionLeavesTheLoop) {
     bench->beaconComesIntoRange();
     sight();
-    listener->onSighting = [] { throw platform::DataRangeError(0, 1, 0); };
+    listener->onSighting = [] { throw zobi::platform::DataRangeError(0, 1, 0); };
     EXPECT_TRUE(bench->runUntil([&] { return listener->sightings.size() > 3; }));
     listener->onSighting = [] { throw std::out_of_range("mine"); };
     EXPECT_THROW(bench->runUntil([] { return false; }), std::out_of_range);
@@ -300,17 +300,17 @@ TEST_P(RadioPromises, ARequestToNothingIsHarmless) {
 }
 
 TEST_P(RadioPromises, TheApplicationsStateChangesBeforeItsBroadcast) {
-    std::vector<platform::UIApplicationState> seen;
-    for (const auto name : {platform::UIApplicationDidEnterBackgroundNotification,
-                            platform::UIApplicationDidBecomeActiveNotification}) {
+    std::vector<zobi::platform::UIApplicationState> seen;
+    for (const auto name : {zobi::platform::UIApplicationDidEnterBackgroundNotification,
+                            zobi::platform::UIApplicationDidBecomeActiveNotification}) {
         platform.notificationCenter().addObserverForNameObjectUsingBlock(
             name, nullptr,
             [&](const auto& /*notification*/) { seen.push_back(platform.application().applicationState()); });
     }
-    platform.application().setApplicationState(platform::UIApplicationState::background);
-    platform.application().setApplicationState(platform::UIApplicationState::active);
-    EXPECT_THAT(seen,
-                ElementsAre(platform::UIApplicationState::background, platform::UIApplicationState::active));
+    platform.application().setApplicationState(zobi::platform::UIApplicationState::background);
+    platform.application().setApplicationState(zobi::platform::UIApplicationState::active);
+    EXPECT_THAT(seen, ElementsAre(zobi::platform::UIApplicationState::background,
+                                  zobi::platform::UIApplicationState::active));
 }
 
 }  // namespace

@@ -4,11 +4,11 @@
 
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
-using namespace platform;
+using namespace zobi::platform;
 
 class SimulatedBench final : public RadioBench {
 public:

@@ -12,11 +12,11 @@
 
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
-#include "platform/bluez/BlueZPlatform.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 
 namespace {
 
-using namespace platform;
+using namespace zobi::platform;
 
 /// Asks a part of the test bed, which answers when it is done.
 std::string ask(const std::string& part, const std::string& line) {

@@ -4,11 +4,10 @@
 #include <utility>
 
 #include "tools/zobiconnect/GATTNames.h"
-#include "tools/zobiconnect/Monitoring.h"
 #include "tools/zobiconnect/RadioStateNames.h"
 #include "tools/zobiconnect/Text.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::CBUUID;
 using platform::NSError;
@@ -195,4 +194,4 @@ void BeaconClient::tell(const BeaconEvent& event) {
     platform_.runLoop().stop();
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -13,7 +13,7 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "tools/zobiconnect/Sightings.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// What a connected beacon tells.
 enum class Quantity : std::uint8_t {
@@ -157,4 +157,4 @@ private:
     std::array<std::optional<Value>, quantityNames.size()> latest_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 OrderedJson numberJson(platform::NSNumber number) {
     return number.hasValue() ? OrderedJson(number.integerValue()) : OrderedJson();
@@ -54,4 +54,4 @@ std::string eventLine(std::string_view event, double time, const OrderedJson& va
     return jsonLine(object);
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

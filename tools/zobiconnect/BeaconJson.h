@@ -8,7 +8,7 @@
 #include "tools/zobiconnect/BeaconClient.h"
 #include "tools/zobiconnect/Sightings.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using OrderedJson = nlohmann::ordered_json;
 
@@ -32,4 +32,4 @@ double rounded(double seconds);
 /// An event in one line: its name, its time in seconds since 1970, and what else there is to tell.
 std::string eventLine(std::string_view event, double time, const OrderedJson& values);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

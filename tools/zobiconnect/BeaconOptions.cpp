@@ -4,7 +4,7 @@
 
 #include "tools/zobiconnect/OptionChecks.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 void addBeaconOptions(CLI::App& command, BeaconOptions& options, const std::string& timeoutHelp) {
     const CLI::Validator isIdentity = isNumberUpTo(std::numeric_limits<std::uint16_t>::max());
@@ -22,4 +22,4 @@ void addBeaconOptions(CLI::App& command, BeaconOptions& options, const std::stri
     addRadioOptions(command, options.radio);
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

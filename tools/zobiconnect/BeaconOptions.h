@@ -5,7 +5,7 @@
 
 #include "tools/zobiconnect/RadioOptions.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The options of a command for one beacon.
 struct BeaconOptions {
@@ -20,4 +20,4 @@ struct BeaconOptions {
 /// @param timeoutHelp what the timeout bounds.
 void addBeaconOptions(CLI::App& command, BeaconOptions& options, const std::string& timeoutHelp);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

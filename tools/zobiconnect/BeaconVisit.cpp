@@ -6,7 +6,7 @@
 #include "tools/zobiconnect/GATTNames.h"
 #include "tools/zobiconnect/Text.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::CBUUID;
 using Link = BeaconClient::Link;
@@ -112,4 +112,4 @@ std::string BeaconVisit::whyNotConnected() const {
     return "no connection" + withinText(timeout_) + ": " + client_->obstacle();
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

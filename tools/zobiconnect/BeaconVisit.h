@@ -4,13 +4,13 @@
 #include <memory>
 #include <string>
 
-#include "platform/RunLoop.h"
 #include "tools/zobiconnect/BeaconClient.h"
 #include "tools/zobiconnect/BeaconOptions.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/StopOnSignal.h"
+#include "zobi/platform/RunLoop.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A moment of a run loop's time, at which the loop is stopped.
 class Deadline {
@@ -79,4 +79,4 @@ private:
     bool wasInterrupted_ = false;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

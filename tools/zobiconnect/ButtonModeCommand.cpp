@@ -9,7 +9,7 @@
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/OptionChecks.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -60,4 +60,4 @@ Command addButtonModeCommand(CLI::App& tool) {
     return {app, [options] { return runButtonMode(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 #include <set>
 #include <utility>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using nlohmann::json;
 
@@ -160,4 +160,4 @@ double CheckedObject::inRange(const std::string& key, const json& value, double 
     return number;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -12,7 +12,7 @@
 
 #include "tools/zobiconnect/Text.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A mistake in a file. Its message tells the place and the reason.
 class Mistake : public std::runtime_error {
@@ -95,4 +95,4 @@ private:
     std::vector<std::string> known_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A subcommand, and what it does once the command line is read.
 struct Command {
@@ -22,4 +22,4 @@ Command addEmulateCommand(CLI::App& tool);
 Command addDecodeCommand(CLI::App& tool);
 Command addDoctorCommand(CLI::App& tool);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

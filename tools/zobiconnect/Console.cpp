@@ -11,7 +11,7 @@
 #include "platform/UTF8.h"
 #include "tools/zobiconnect/Hex.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -62,4 +62,4 @@ void complain(std::string_view message) {
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// What the tool's process ends with.
 enum ExitStatus : int { success = 0, failure = 1, usage = 2 };
@@ -38,4 +38,4 @@ void tellProgress(std::string_view message);
 /// One line on stderr, under the tool's name, after what was printed.
 void complain(std::string_view message);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

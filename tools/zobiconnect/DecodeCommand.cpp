@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/NSData.h"
 #include "tools/zobiconnect/BeaconJson.h"
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/Hex.h"
 #include "tools/zobiconnect/QuietDecoder.h"
 #include "tools/zobiconnect/TextTable.h"
+#include "zobi/platform/NSData.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -152,4 +152,4 @@ Command addDecodeCommand(CLI::App& tool) {
     return {app, [options] { return runDecode(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

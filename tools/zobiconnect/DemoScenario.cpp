@@ -5,7 +5,7 @@
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::simulation::BeaconDescription;
 using platform::simulation::SimulatedBeacon;
@@ -108,4 +108,4 @@ Scenario demoScenario(std::size_t count, std::uint64_t seed) {
     return scenario;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -5,11 +5,11 @@
 
 #include "tools/zobiconnect/Scenario.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A lively scenario of `count` beacons that never ends, the same for the same seed: beacons of several
 /// layouts come into range, report buttons, change, fall silent for longer than the library keeps them, and
 /// come back. While one is connected, its accelerometer swings.
 Scenario demoScenario(std::size_t count, std::uint64_t seed);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 
 #include "tools/zobiconnect/Screen.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 void addDisplayOption(CLI::App& command, std::string& format) {
     command
@@ -24,4 +24,4 @@ Display chooseDisplay(const std::string& format, bool logs) {
     return isLive ? Display::liveTable : Display::printedTables;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// How a stream of events is shown.
 enum class Display : std::uint8_t { jsonLines, liveTable, printedTables };
@@ -16,4 +16,4 @@ void addDisplayOption(CLI::App& command, std::string& format);
 /// @param logs whether log lines go to stderr.
 Display chooseDisplay(const std::string& format, bool logs);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

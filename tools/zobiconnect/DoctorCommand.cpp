@@ -4,15 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/bluez/Diagnosis.h"
-#include "platform/standard/StandardClock.h"
 #include "tools/zobiconnect/BeaconJson.h"
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/Text.h"
 #include "tools/zobiconnect/TextTable.h"
+#include "zobi/platform/bluez/Diagnosis.h"
+#include "zobi/platform/standard/StandardClock.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::bluez::Finding;
 
@@ -24,7 +24,7 @@ struct Options {
 };
 
 std::vector<Finding> examine([[maybe_unused]] const std::string& adapter) {
-#ifdef ZOBICONNECT_BLUEZ
+#ifdef ZOBI_BLUEZ
     return platform::bluez::diagnose({adapter});
 #else
     return {{"radio", Finding::Severity::obstacle, "This tool was built without the radio of this machine.",
@@ -120,4 +120,4 @@ Command addDoctorCommand(CLI::App& tool) {
     return {app, [options] { return runDoctor(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

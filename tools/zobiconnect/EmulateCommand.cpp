@@ -11,10 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/bluez/BlueZPlatform.h"
-#include "platform/bluez/PeripheralManager.h"
-#include "platform/simulation/World.h"
-#include "platform/standard/ExceptionKeeper.h"
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/EmulateControls.h"
@@ -25,8 +21,12 @@
 #include "tools/zobiconnect/ScenarioFile.h"
 #include "tools/zobiconnect/StopOnSignal.h"
 #include "tools/zobiconnect/Text.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
+#include "zobi/platform/simulation/World.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::bluez::BlueZPlatform;
 using platform::bluez::PeripheralManager;
@@ -218,4 +218,4 @@ Command addEmulateCommand(CLI::App& tool) {
     return {app, [options] { return runEmulate(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -14,7 +14,7 @@
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "tools/zobiconnect/Console.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -219,7 +219,7 @@ void EmulateControls::setTemperature(int degrees) {
 void EmulateControls::setAccelerometer(int x, int y, int z) {
     const std::array axes{x, y, z};
     for (std::size_t i = 0; i < axes.size(); ++i) {
-        beacon_.gatt().setValueIfThere(ZOKGATTProfile::accelerometerAxes[i], bigEndian(axes[i]));
+        beacon_.gatt().setValueIfPresent(ZOKGATTProfile::accelerometerAxes[i], bigEndian(axes[i]));
     }
     actions_.tell("accelerometer: " + std::to_string(x) + ' ' + std::to_string(y) + ' ' + std::to_string(z));
 }
@@ -234,4 +234,4 @@ void EmulateControls::setSilent(bool isSilent) {
     isSilent ? beacon_.goOutOfRange() : beacon_.comeIntoRange();
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedBeacon.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// What the user does to a beacon while it is on the air: each key of a terminal does something, or else each
 /// line of a script that stdin comes from.
@@ -60,4 +60,4 @@ private:
     std::size_t turns_ = 0;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

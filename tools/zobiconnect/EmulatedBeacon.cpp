@@ -10,7 +10,7 @@
 #include "tools/zobiconnect/Hex.h"
 #include "tools/zobiconnect/Text.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::CBManagerState;
 using platform::GATTPlace;
@@ -106,7 +106,7 @@ void EmulatedBeacon::fallSilent() {
 void EmulatedBeacon::end(std::function<void()> ended) {
     isEnding_ = true;
     timer_->invalidate();
-    manager_->end(std::move(ended));
+    manager_->shutDown(std::move(ended));
 }
 
 void EmulatedBeacon::fail(const std::string& reason) {
@@ -187,4 +187,4 @@ void EmulatedBeacon::peripheralManagerDidChangeSubscription(PeripheralManager& /
           nameOf(beacon_.gatt().at(place).uuid));
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/RunLoop.h"
-#include "platform/bluez/PeripheralManager.h"
-#include "platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
+#include "zobi/platform/simulation/SimulatedBeacon.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// Puts a simulated beacon on the real air, through the radio of this machine: it advertises what the beacon
 /// advertises and offers what the beacon offers, so that whatever happens to the beacon happens on the air.
@@ -86,4 +86,4 @@ private:
     std::shared_ptr<platform::NSTimer> silenceTimer_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -6,7 +6,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::CBUUID;
 
@@ -34,4 +34,4 @@ std::string gattText(const CBUUID& uuid) {
     return std::string(gattName(uuid)) + " (" + uuid.UUIDString() + ')';
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/CBUUID.h"
+#include "zobi/platform/CBUUID.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The standard name of a service or characteristic, or what it is to beacons; empty for any other.
 std::string_view gattName(const platform::CBUUID& uuid);
@@ -13,4 +13,4 @@ std::string_view gattName(const platform::CBUUID& uuid);
 /// As in "temperature (FFF2)".
 std::string gattText(const platform::CBUUID& uuid);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

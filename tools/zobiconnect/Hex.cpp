@@ -4,7 +4,7 @@
 #include <optional>
 #include <stdexcept>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -55,4 +55,4 @@ std::string hexText(std::span<const std::uint8_t> bytes) {
     return text;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

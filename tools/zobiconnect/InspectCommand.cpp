@@ -13,7 +13,7 @@
 #include "tools/zobiconnect/GATTNames.h"
 #include "tools/zobiconnect/Text.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::CBUUID;
 using platform::NSNumber;
@@ -174,4 +174,4 @@ Command addInspectCommand(CLI::App& tool) {
     return {app, [options] { return runInspect(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

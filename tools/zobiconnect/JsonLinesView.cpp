@@ -3,7 +3,7 @@
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/RadioStateNames.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 void JsonLinesView::bluetoothStateChanged(const Moment& moment) {
     print("state", moment,
@@ -47,4 +47,4 @@ void JsonLinesView::print(const char* event, const Moment& moment, const Ordered
     if (flushes_) flushOut();
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -3,7 +3,7 @@
 #include "tools/zobiconnect/BeaconJson.h"
 #include "tools/zobiconnect/MonitorView.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// One JSON object in a line of stdout for each event.
 class JsonLinesView final : public MonitorView {
@@ -24,4 +24,4 @@ private:
     bool flushes_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -2,12 +2,12 @@
 
 #include "tools/zobiconnect/Console.h"
 
-#ifdef ZOBICONNECT_BLUEZ
+#ifdef ZOBI_BLUEZ
 
-#include "platform/CBCentralManager.h"
-#include "platform/bluez/BlueZPlatform.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -50,16 +50,16 @@ std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter,
     return platform;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool
 
 #else
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& /*adapter*/, bool /*log*/) {
     throw Failure("this tool was built without the radio of this machine");
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool
 
 #endif

@@ -3,12 +3,12 @@
 #include <memory>
 #include <string>
 
-#include "platform/Platform.h"
+#include "zobi/platform/Platform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// Whether the tool was built with the radio of this machine.
-#ifdef ZOBICONNECT_BLUEZ
+#ifdef ZOBI_BLUEZ
 inline constexpr bool hasMachineRadio = true;
 #else
 inline constexpr bool hasMachineRadio = false;
@@ -20,4 +20,4 @@ inline constexpr bool hasMachineRadio = false;
 /// @throws Failure when the radio cannot be used, or is not part of this tool.
 std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

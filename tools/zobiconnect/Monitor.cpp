@@ -1,8 +1,6 @@
 #include "tools/zobiconnect/Monitor.h"
 
-#include "tools/zobiconnect/Monitoring.h"
-
-namespace zobiconnect {
+namespace zobi::tool {
 
 Monitor::Monitor(ObservedPlatform& platform, MonitorView& view)
     : platform_(platform), view_(view), start_(platform.clock().monotonicTime()) {}
@@ -61,4 +59,4 @@ Moment Monitor::now() const {
             platform_.application().applicationState()};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -10,7 +10,7 @@
 #include "tools/zobiconnect/MonitorView.h"
 #include "tools/zobiconnect/ObservedPlatform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The application on the shared manager: it monitors whenever Bluetooth is on, and hands a view what it is
 /// told.
@@ -45,4 +45,4 @@ private:
     std::uint64_t buttonActions_ = 0;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

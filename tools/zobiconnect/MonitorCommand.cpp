@@ -15,7 +15,7 @@
 #include "tools/zobiconnect/StopOnSignal.h"
 #include "tools/zobiconnect/TableView.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::UIApplicationState;
 
@@ -112,4 +112,4 @@ Command addMonitorCommand(CLI::App& tool) {
     return {app, [options] { return runMonitor(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

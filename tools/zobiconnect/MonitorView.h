@@ -5,10 +5,10 @@
 #include <memory>
 #include <vector>
 
-#include "platform/UIApplication.h"
 #include "tools/zobiconnect/Sightings.h"
+#include "zobi/platform/UIApplication.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// How things stand when something is shown.
 struct Moment {
@@ -42,4 +42,4 @@ public:
     virtual void ended(const Moment& moment, const Totals& totals) = 0;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

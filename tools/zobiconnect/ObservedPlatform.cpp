@@ -2,14 +2,14 @@
 
 #include <utility>
 
-#include "platform/NSData.h"
 #include "tools/zobiconnect/QuietDecoder.h"
+#include "zobi/platform/NSData.h"
 
-using platform::CBCentralManagerDelegate;
-using platform::CBPeripheral;
-using platform::NSError;
+using zobi::platform::CBCentralManagerDelegate;
+using zobi::platform::CBPeripheral;
+using zobi::platform::NSError;
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -99,4 +99,4 @@ std::shared_ptr<platform::CBCentralManager> ObservedPlatform::makeCentralManager
     return central;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

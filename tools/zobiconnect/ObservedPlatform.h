@@ -2,10 +2,10 @@
 
 #include <memory>
 
-#include "platform/Platform.h"
 #include "tools/zobiconnect/Sightings.h"
+#include "zobi/platform/Platform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// Another platform, whose central managers also note what they hear in a list of sightings.
 ///
@@ -32,4 +32,4 @@ private:
     std::unique_ptr<platform::Platform> observed_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

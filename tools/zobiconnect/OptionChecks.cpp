@@ -7,7 +7,7 @@
 
 #include "tools/zobiconnect/Text.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -40,4 +40,4 @@ CLI::Validator isNumberUpTo(std::uint64_t largest) {
     return {check, "", "number"};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

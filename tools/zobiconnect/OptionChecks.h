@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 // Checks of what stands on the command line. CLI11 itself would wrap, clamp or round some of it in silence.
 
@@ -13,4 +13,4 @@ CLI::Validator isSeconds(double smallest = 0);
 /// A whole number from 0 to `largest`.
 CLI::Validator isNumberUpTo(std::uint64_t largest);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

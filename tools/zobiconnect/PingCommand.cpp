@@ -4,7 +4,7 @@
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -46,4 +46,4 @@ Command addPingCommand(CLI::App& tool) {
     return {app, [options] { return runPing(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -5,9 +5,9 @@
 #include <span>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/standard/StandardPlatform.h"
+#include "zobi/platform/standard/StandardPlatform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The library's decoder without its log lines: what the tool decodes, no radio has just delivered.
 class QuietDecoder {
@@ -27,4 +27,4 @@ private:
     platform::StandardPlatform platform_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,15 +4,15 @@
 #include <utility>
 #include <vector>
 
-#include "platform/simulation/SimulatedPlatform.h"
-#include "platform/standard/PollWaiting.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/DemoScenario.h"
 #include "tools/zobiconnect/MachineRadio.h"
 #include "tools/zobiconnect/OptionChecks.h"
 #include "tools/zobiconnect/ScenarioFile.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/standard/PollWaiting.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::ConditionVariableWaiting;
 using platform::PollWaiting;
@@ -104,4 +104,4 @@ Radio makeRadio(const RadioOptions& options) {
     return {makeMachineRadio(options.adapter.value_or(""), options.log), [] {}};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

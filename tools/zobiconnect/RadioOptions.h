@@ -8,9 +8,9 @@
 #include <optional>
 #include <string>
 
-#include "platform/Platform.h"
+#include "zobi/platform/Platform.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The options that choose the radio, and what it hears.
 struct RadioOptions {
@@ -42,4 +42,4 @@ struct Radio {
 ///     machine's radio cannot be used.
 Radio makeRadio(const RadioOptions& options);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

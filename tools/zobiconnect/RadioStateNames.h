@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// By the numbers of the states.
 inline constexpr auto radioStateNames = std::to_array<std::string_view>(
@@ -16,4 +16,4 @@ constexpr std::string_view radioStateName(int state) {
     return index < radioStateNames.size() ? radioStateNames[index] : "unnamed";
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 void Scenario::addBeaconEvent(double at, std::size_t index,
                               std::function<void(platform::simulation::SimulatedBeacon&)> happen) {
@@ -31,4 +31,4 @@ void playScenario(const std::shared_ptr<const Scenario>& scenario, const Stage& 
     }
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

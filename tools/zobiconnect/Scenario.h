@@ -6,11 +6,11 @@
 #include <optional>
 #include <vector>
 
-#include "platform/RunLoop.h"
-#include "platform/UIApplication.h"
-#include "platform/simulation/World.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/UIApplication.h"
+#include "zobi/platform/simulation/World.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// Where a scenario is played. What it refers to outlives the playing.
 struct Stage {
@@ -44,4 +44,4 @@ void happenAfter(platform::RunLoop& runLoop, double seconds, std::function<void(
 /// from inside the call.
 void playScenario(const std::shared_ptr<const Scenario>& scenario, const Stage& stage);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

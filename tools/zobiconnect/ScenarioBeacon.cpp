@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string_view>
 
-#include "platform/simulation/GATTServer.h"
 #include "tools/zobiconnect/ScenarioValues.h"
+#include "zobi/platform/simulation/GATTServer.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using nlohmann::json;
 using platform::simulation::BeaconDescription;
@@ -95,7 +95,7 @@ CharacteristicDescription readCharacteristic(CheckedObject& object) {
         characteristic.value = valueFrom(object.get("value"), object.path("value"));
     }
     if (object.find("width")) {
-        constexpr double largest = platform::simulation::largestValueSize;
+        constexpr double largest = platform::simulation::maximumValueSize;
         characteristic.width = object.integer<std::size_t>("width", 0, largest);
     }
     if (object.find("generate")) characteristic.generated = object.object("generate", readGenerated);
@@ -175,4 +175,4 @@ BeaconDescription readBeacon(CheckedObject& object) {
     return beacon;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/simulation/BeaconDescription.h"
 #include "tools/zobiconnect/CheckedJson.h"
+#include "zobi/platform/simulation/BeaconDescription.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A beacon of a scenario file, but for its name.
 /// @throws Mistake
 platform::simulation::BeaconDescription readBeacon(CheckedObject& object);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

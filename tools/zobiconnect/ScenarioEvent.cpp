@@ -10,7 +10,7 @@
 #include "tools/zobiconnect/RadioStateNames.h"
 #include "tools/zobiconnect/ScenarioValues.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using platform::CBManagerState;
 using platform::CBUUID;
@@ -173,4 +173,4 @@ void readEvent(CheckedObject& event, const BeaconIndices& beacons, Scenario& sce
     }
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

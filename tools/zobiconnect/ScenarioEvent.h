@@ -7,7 +7,7 @@
 #include "tools/zobiconnect/CheckedJson.h"
 #include "tools/zobiconnect/Scenario.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// By their names: the places of the beacons in their scenario.
 using BeaconIndices = std::map<std::string, std::size_t>;
@@ -16,4 +16,4 @@ using BeaconIndices = std::map<std::string, std::size_t>;
 /// @throws Mistake
 void readEvent(CheckedObject& event, const BeaconIndices& beacons, Scenario& scenario);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -12,7 +12,7 @@
 #include "tools/zobiconnect/ScenarioEvent.h"
 #include "tools/zobiconnect/ScenarioValues.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -60,4 +60,4 @@ Scenario scenarioFromFile(const std::string& fileName) {
     return scenarioFromText(text, fileName);
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

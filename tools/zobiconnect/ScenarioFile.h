@@ -5,7 +5,7 @@
 
 #include "tools/zobiconnect/Scenario.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The scenario that `text` describes in JSON, as docs/scenarios.md has it.
 /// @param fileName how messages name the text.
@@ -16,4 +16,4 @@ Scenario scenarioFromText(std::string_view text, const std::string& fileName);
 /// @throws UsageError for a mistake in it, and when it cannot be read.
 Scenario scenarioFromFile(const std::string& fileName);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,10 +4,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/simulation/GATTServer.h"
 #include "tools/zobiconnect/Hex.h"
+#include "zobi/platform/simulation/GATTServer.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 using nlohmann::json;
 using platform::CBError;
@@ -59,7 +59,7 @@ std::vector<std::uint8_t> readHex(CheckedObject& object, const std::string& key)
 }
 
 std::vector<std::uint8_t> valueFrom(const json& value, const std::string& path) {
-    constexpr std::size_t largest = platform::simulation::largestValueSize;
+    constexpr std::size_t largest = platform::simulation::maximumValueSize;
     auto bytes = bytesFrom(value, path);
     if (bytes.size() > largest) throw Mistake(path, "must be up to " + std::to_string(largest) + " bytes");
     return bytes;
@@ -101,4 +101,4 @@ int readSignalStrength(CheckedObject& object) {
     return object.integer<int>("signalStrength", -127, 20);
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

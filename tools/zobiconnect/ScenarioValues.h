@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/CBUUID.h"
-#include "platform/NSError.h"
-#include "platform/simulation/BeaconDescription.h"
 #include "tools/zobiconnect/CheckedJson.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/NSError.h"
+#include "zobi/platform/simulation/BeaconDescription.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 // What beacons and events of a scenario file have in common. Each throws `Mistake`.
 
@@ -34,4 +34,4 @@ std::uint8_t readBattery(CheckedObject& object);
 std::int32_t readTemperature(CheckedObject& object);
 int readSignalStrength(CheckedObject& object);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -11,7 +11,7 @@
 
 #include "tools/zobiconnect/Console.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -88,4 +88,4 @@ void Screen::print(const std::vector<Line>& lines) {
     flushOut();
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// The terminal's whole screen, from its making to its end, which gives back the screen as it was.
 class Screen {
@@ -38,4 +38,4 @@ public:
     static void print(const std::vector<Line>& lines);
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -2,7 +2,7 @@
 
 #include <set>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 BeaconIdentity identityOf(const ZOKBeacon& beacon) {
     return {beacon.major().integerValue(), beacon.minor().integerValue()};
@@ -30,4 +30,4 @@ const Sighting& Sightings::of(const ZOKBeacon& beacon) const {
     return found == sightings_.end() ? none : found->second;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -9,7 +9,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// Major and minor: what tells beacons apart.
 using BeaconIdentity = std::pair<std::int32_t, std::int32_t>;
@@ -54,4 +54,4 @@ private:
     std::uint64_t malformedAdvertisements_ = 0;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

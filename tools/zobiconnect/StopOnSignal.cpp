@@ -4,7 +4,7 @@
 #include <atomic>
 #include <csignal>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -38,4 +38,4 @@ bool StopOnSignal::take() {
     return hasCome.exchange(false);
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

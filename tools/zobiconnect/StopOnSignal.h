@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/RunLoop.h"
+#include "zobi/platform/RunLoop.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// While it lives, SIGINT, SIGTERM, SIGHUP and SIGQUIT stop a run loop.
 class StopOnSignal {
@@ -16,4 +16,4 @@ public:
     static bool take();
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -8,7 +8,7 @@
 #include "tools/zobiconnect/Text.h"
 #include "tools/zobiconnect/TextTable.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -131,4 +131,4 @@ std::string TableView::statusLine(const Moment& moment) const {
            " | " + counted(beaconCount_, "beacon") + " | " + note_;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

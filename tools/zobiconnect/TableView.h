@@ -10,7 +10,7 @@
 #include "tools/zobiconnect/MonitorView.h"
 #include "tools/zobiconnect/Screen.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A table of the beacons in range: drawn anew on the terminal's screen, or printed one after another.
 class TableView final : public MonitorView {
@@ -37,4 +37,4 @@ private:
     std::vector<Screen::Line> rows_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 std::string numberText(double number) {
     using nlohmann::json;
@@ -49,4 +49,4 @@ std::int64_t age(double now, double moment) {
     return std::max<std::int64_t>(0, static_cast<std::int64_t>(now) - static_cast<std::int64_t>(moment));
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

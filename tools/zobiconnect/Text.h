@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/NSError.h"
-#include "platform/NSNotificationCenter.h"
-#include "platform/NSNumber.h"
+#include "zobi/platform/NSError.h"
+#include "zobi/platform/NSNotificationCenter.h"
+#include "zobi/platform/NSNumber.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// In decimal; a whole number without a fraction.
 std::string numberText(double number);
@@ -35,4 +35,4 @@ std::string errorText(const platform::NSError& error);
 /// How many seconds ago `moment` was; not below 0, for the wall clock may be set back.
 std::int64_t age(double now, double moment);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

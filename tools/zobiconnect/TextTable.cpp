@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -65,4 +65,4 @@ std::vector<std::string> formatTable(const std::vector<Column>& columns,
     return lines;
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

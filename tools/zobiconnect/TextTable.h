@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 struct Column {
     enum class Alignment { left, right };
@@ -18,4 +18,4 @@ struct Column {
 std::vector<std::string> formatTable(const std::vector<Column>& columns,
                                      const std::vector<std::vector<std::string>>& rows);
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -11,7 +11,7 @@
 #include "tools/zobiconnect/WatchJsonLines.h"
 #include "tools/zobiconnect/WatchTable.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -132,4 +132,4 @@ Command addWatchCommand(CLI::App& tool) {
     return {app, [options] { return runWatch(*options); }};
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

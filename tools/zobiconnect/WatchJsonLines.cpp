@@ -3,7 +3,7 @@
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/RadioStateNames.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -53,4 +53,4 @@ void WatchJsonLines::print(std::string_view event, const OrderedJson& values) co
     if (flushes_) flushOut();
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -2,11 +2,11 @@
 
 #include <string_view>
 
-#include "platform/Clock.h"
 #include "tools/zobiconnect/BeaconJson.h"
 #include "tools/zobiconnect/WatchView.h"
+#include "zobi/platform/Clock.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// One JSON object in a line of stdout for each event.
 class WatchJsonLines final : public WatchView {
@@ -26,4 +26,4 @@ private:
     bool flushes_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -9,7 +9,7 @@
 #include "tools/zobiconnect/Text.h"
 #include "tools/zobiconnect/TextTable.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 namespace {
 
@@ -119,4 +119,4 @@ std::int64_t WatchTable::elapsedSeconds() const {
     return std::llround(elapsed.count());
 }
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -7,12 +7,12 @@
 #include <optional>
 #include <string>
 
-#include "platform/Clock.h"
 #include "tools/zobiconnect/Display.h"
 #include "tools/zobiconnect/Screen.h"
 #include "tools/zobiconnect/WatchView.h"
+#include "zobi/platform/Clock.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// A table of the latest values, and below it what happened to the link: drawn anew on the terminal's screen,
 /// or printed one after another.
@@ -46,4 +46,4 @@ private:
     std::deque<std::string> history_;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -4,7 +4,7 @@
 
 #include "tools/zobiconnect/BeaconClient.h"
 
-namespace zobiconnect {
+namespace zobi::tool {
 
 /// Shows what happens between a client and its beacon.
 class WatchView {
@@ -21,4 +21,4 @@ public:
     virtual void end(const Totals& totals) = 0;
 };
 
-}  // namespace zobiconnect
+}  // namespace zobi::tool

@@ -12,18 +12,18 @@ std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
     if (commands.empty() && error.get_name() == "RequiredError") {
         const auto unknown = app->remaining();
         if (unknown.empty()) return app->help();
-        return "zobiconnect: there is no command \"" + zobiconnect::printable(unknown.front()) +
+        return "zobiconnect: there is no command \"" + zobi::tool::printable(unknown.front()) +
                "\"\nTry: zobiconnect --help\n";
     }
     const std::string command = commands.empty() ? "" : ' ' + commands.front()->get_name();
-    return "zobiconnect: " + zobiconnect::printable(error.what()) + "\nTry: zobiconnect" + command +
+    return "zobiconnect: " + zobi::tool::printable(error.what()) + "\nTry: zobiconnect" + command +
            " --help\n";
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    using namespace zobiconnect;
+    using namespace zobi::tool;
     try {
         CLI::App tool("Finds beacons, connects to them, and explains what they advertise.", "zobiconnect");
         tool.set_version_flag("--version", "zobiconnect " ZOBICONNECT_VERSION, "Print the version and exit");
@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
         const std::array commands{addMonitorCommand(tool), addInspectCommand(tool),    addWatchCommand(tool),
                                   addPingCommand(tool),    addButtonModeCommand(tool), addDecodeCommand(tool),
                                   addDoctorCommand(tool),
-#ifdef ZOBICONNECT_BLUEZ
+#ifdef ZOBI_BLUEZ
                                   addEmulateCommand(tool)
 #endif
         };

@@ -6,9 +6,9 @@
 
 #include "platform/bluez/controller/DeviceAddress.h"
 #include "platform/bluez/controller/LinkEnd.h"
-#include "platform/standard/PollSource.h"
+#include "zobi/platform/standard/PollSource.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The way past the Bluetooth service to what it does not tell: why links end and how strong their signal is.
 /// Main thread only.
@@ -42,4 +42,4 @@ private:
     std::function<void()> onEvent_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

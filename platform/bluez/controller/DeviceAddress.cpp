@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 std::optional<DeviceAddress> deviceAddressFromText(std::string_view text, bool isRandom) {
     constexpr std::size_t digits = 2;
@@ -28,4 +28,4 @@ std::string textOf(const DeviceAddress& address) {
     return text;
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The address of a device as Bluetooth has it.
 struct DeviceAddress {
@@ -24,4 +24,4 @@ std::optional<DeviceAddress> deviceAddressFromText(std::string_view text, bool i
 
 std::string textOf(const DeviceAddress& address);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -1,6 +1,6 @@
 #include "platform/bluez/controller/HCIEvent.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -43,4 +43,4 @@ std::optional<HCIEvent> parseHCIEvent(std::span<const std::uint8_t> packet) {
     return std::nullopt;
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

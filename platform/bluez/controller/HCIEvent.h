@@ -5,7 +5,7 @@
 #include <span>
 #include <variant>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// A link has ended. As the controller sends it: event 0x05.
 struct DisconnectionComplete {
@@ -26,4 +26,4 @@ using HCIEvent = std::variant<DisconnectionComplete, SignalReading>;
 /// for one that is too short.
 std::optional<HCIEvent> parseHCIEvent(std::span<const std::uint8_t> packet);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

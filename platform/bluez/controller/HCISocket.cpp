@@ -12,7 +12,7 @@
 
 #include "platform/bluez/controller/HCIEvent.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -109,4 +109,4 @@ bool HCISocket::requestRSSI(const DeviceAddress& device) {
     return send(readRSSI);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -6,7 +6,7 @@
 
 #include "platform/bluez/controller/KernelSocket.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The raw socket of a controller's Host Controller Interface. Every user may open it, sees its events (the
 /// exact reason of each link's end among them), and may send the commands that change nothing, such as the
@@ -32,4 +32,4 @@ private:
     std::map<std::uint16_t, DeviceAddress> devices_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

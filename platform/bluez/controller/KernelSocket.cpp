@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <utility>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -45,7 +45,7 @@ RunLoopDescriptor KernelSocket::descriptor() const {
     return {descriptor_, POLLIN};
 }
 
-void KernelSocket::becomeReady() {
+void KernelSocket::handleReady() {
     queue_.dispatchAsync([weakSelf = weak_from_this()] {
         if (const auto self = weakSelf.lock()) self->drain();
     });
@@ -96,4 +96,4 @@ void KernelSocket::signalWasRead(const DeviceAddress& device, std::optional<int>
     if (!node.empty()) queue_.dispatchAsync([answer = std::move(node.mapped()), rssi] { answer(rssi); });
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

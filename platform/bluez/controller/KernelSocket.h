@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
-#include "platform/MainQueue.h"
 #include "platform/bluez/controller/ControllerChannel.h"
+#include "zobi/platform/MainQueue.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// A Bluetooth socket of the kernel, from which packets are read: what the two kinds of them share.
 class KernelSocket : public ControllerChannel, public std::enable_shared_from_this<KernelSocket> {
@@ -24,7 +24,7 @@ public:
     void readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) override;
 
     RunLoopDescriptor descriptor() const override;
-    void becomeReady() override;
+    void handleReady() override;
 
     /// Opens and binds such a socket. Nothing where the kernel or a policy does not let this process.
     /// @param channel which kind, as the kernel numbers them.
@@ -50,4 +50,4 @@ private:
     std::map<DeviceAddress, std::function<void(std::optional<int>)>> answers_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

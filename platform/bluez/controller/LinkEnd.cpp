@@ -1,6 +1,6 @@
 #include "platform/bluez/controller/LinkEnd.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -49,4 +49,4 @@ LinkEnd linkEndFromManagementReason(std::uint8_t reason) {
     }
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

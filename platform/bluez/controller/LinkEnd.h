@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// Why a link ended.
 struct LinkEnd {
@@ -29,4 +29,4 @@ LinkEnd linkEndFromHCIReason(std::uint8_t reason);
 /// From the reason in an event of the kernel's management socket.
 LinkEnd linkEndFromManagementReason(std::uint8_t reason);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -99,4 +99,4 @@ bool ManagementSocket::requestRSSI(const DeviceAddress& device) {
     return send(request);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -6,7 +6,7 @@
 
 #include "platform/bluez/controller/KernelSocket.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The kernel's management socket, for a process with the capability CAP_NET_ADMIN. It tells the end of links
 /// in a few kinds of reasons, and a signal strength that the kernel keeps for one to three seconds.
@@ -29,4 +29,4 @@ private:
     std::set<DeviceAddress> watched_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -7,7 +7,7 @@
 #include "platform/bluez/controller/HCISocket.h"
 #include "platform/bluez/controller/ManagementSocket.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, MainQueue& queue) {
     constexpr std::string_view prefix = "hci";
@@ -21,4 +21,4 @@ std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adap
     return ManagementSocket::open(controller, queue);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -3,10 +3,10 @@
 #include <memory>
 #include <string>
 
-#include "platform/MainQueue.h"
 #include "platform/bluez/controller/ControllerChannel.h"
+#include "zobi/platform/MainQueue.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// Opens the best channel to a controller that this user and this machine allow: the raw socket of the Host
 /// Controller Interface, which is open to every user and tells most, or the kernel's management socket, which
@@ -15,4 +15,4 @@ namespace platform::bluez {
 /// @param queue must outlive every event.
 std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, MainQueue& queue);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -2,7 +2,7 @@
 
 // The names of what the Bluetooth service and the bus offer, as they travel.
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 inline constexpr const char* blueZName = "org.bluez";
 inline constexpr const char* adapterInterface = "org.bluez.Adapter1";
@@ -23,4 +23,4 @@ inline constexpr const char* accessDeniedError = "org.freedesktop.DBus.Error.Acc
 inline constexpr const char* unknownObjectError = "org.freedesktop.DBus.Error.UnknownObject";
 inline constexpr const char* unknownMethodError = "org.freedesktop.DBus.Error.UnknownMethod";
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 using std::chrono::nanoseconds;
 
@@ -145,12 +145,12 @@ RunLoopDescriptor Bus::descriptor() const {
     return {sd_bus_get_fd(bus_), static_cast<short>(std::max(sd_bus_get_events(bus_), 0))};
 }
 
-nanoseconds Bus::rest() const {
+nanoseconds Bus::batchingDelay() const {
     if (!gathers_ || !outstanding_.empty() || restsUntil_ == nanoseconds::zero()) return nanoseconds::zero();
     return restsUntil_ - context_.clock.monotonicTime();
 }
 
-void Bus::becomeReady() {
+void Bus::handleReady() {
     serveSoon();
 }
 
@@ -236,4 +236,4 @@ void Bus::close(int error) {
     if (delegate) delegate->busDidClose(std::generic_category().message(error));
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

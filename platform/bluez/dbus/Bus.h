@@ -10,13 +10,13 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "platform/Clock.h"
-#include "platform/MainQueue.h"
 #include "platform/bluez/dbus/Message.h"
 #include "platform/bluez/dbus/MessageReader.h"
-#include "platform/standard/PollSource.h"
+#include "zobi/platform/Clock.h"
+#include "zobi/platform/MainQueue.h"
+#include "zobi/platform/standard/PollSource.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 class Bus;
 
@@ -146,8 +146,8 @@ public:
     void setGathers(bool gathers) { gathers_ = gathers; }
 
     RunLoopDescriptor descriptor() const override;
-    std::chrono::nanoseconds rest() const override;
-    void becomeReady() override;
+    std::chrono::nanoseconds batchingDelay() const override;
+    void handleReady() override;
 
 private:
     friend class Slot;
@@ -172,4 +172,4 @@ private:
     std::chrono::nanoseconds restsUntil_{};
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

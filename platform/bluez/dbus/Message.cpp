@@ -5,7 +5,7 @@
 
 #include "platform/UTF8.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -133,4 +133,4 @@ void Message::content(const Value& value) {
     std::visit(Append{*this}, value.content());
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -11,7 +11,7 @@
 
 #include "platform/bluez/dbus/Value.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 struct MessageUnref {
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
@@ -61,4 +61,4 @@ private:
     MessagePointer message_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <utility>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 bool MessageReader::check(int result) {
     if (result < 0) isGood_ = false;
@@ -144,4 +144,4 @@ bool MessageReader::isAtEnd() {
     return result != 0;
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -11,7 +11,7 @@
 
 #include "platform/bluez/dbus/Value.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// Reads the body of a message from its start to its end. What it gives out are views into the message.
 ///
@@ -119,4 +119,4 @@ private:
     bool isGood_ = true;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 struct ObjectPath {
     std::string text;
@@ -46,4 +46,4 @@ private:
     Variant content_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -11,7 +11,7 @@
 #include "platform/bluez/diagnosis/Surroundings.h"
 #include "platform/bluez/radio/BlockSwitch.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -335,4 +335,4 @@ void Examination::linksCannotBeWatched(bool tellsLinkEnds) {
     end();
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

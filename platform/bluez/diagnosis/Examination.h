@@ -9,14 +9,14 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/NSTimer.h"
-#include "platform/bluez/Diagnosis.h"
 #include "platform/bluez/dbus/Bus.h"
 #include "platform/bluez/radio/AdapterChoice.h"
 #include "platform/bluez/radio/Availability.h"
 #include "platform/bluez/radio/RadioContext.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/bluez/Diagnosis.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// Finds out what stands between a program and the radio, by one question to the bus or the service after the
 /// other. Main thread only.
@@ -83,4 +83,4 @@ private:
     std::string device_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -78,4 +78,4 @@ std::error_code bluetoothSocketError() {
     return {};
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -4,7 +4,7 @@
 #include <system_error>
 #include <vector>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 // What a process can see of its machine without asking the Bluetooth service.
 
@@ -26,4 +26,4 @@ std::vector<std::string> kernelAdapters();
 /// Why the kernel gives this process no Bluetooth socket; no error if it does.
 std::error_code bluetoothSocketError();
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

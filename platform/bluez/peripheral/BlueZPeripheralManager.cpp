@@ -9,9 +9,9 @@
 
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/peripheral/PeripheralErrors.h"
-#include "platform/standard/ExceptionKeeper.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -82,7 +82,7 @@ BlueZPeripheralManager::BlueZPeripheralManager(RadioContext context, std::vector
     : context_(std::move(context)), objects_(std::move(services)), delegate_(std::move(delegate)) {}
 
 BlueZPeripheralManager::~BlueZPeripheralManager() {
-    for (auto* const timer : {&callTimer_, &restTimer_, &endTimer_}) stop(*timer);
+    for (auto* const timer : {&callTimer_, &restTimer_, &shutDownTimer_}) stop(*timer);
 }
 
 void BlueZPeripheralManager::start() {
@@ -160,10 +160,10 @@ void BlueZPeripheralManager::proceedSoon() {
 
 void BlueZPeripheralManager::proceed() {
     if (done_) return;
-    if (!isPoweredOn()) return endIfDone();
+    if (!isPoweredOn()) return finishShutDownIfDone();
     if (!wanted_ || isRefused_) {
         if (hasAdvertisement_) return unregisterAdvertisement();
-        return endIfDone();
+        return finishShutDownIfDone();
     }
     if (!hasApplication_ && !objects_.isEmpty()) return registerApplication();
     if (!hasAdvertisement_) {
@@ -343,7 +343,8 @@ std::string BlueZPeripheralManager::centralIsThere(const std::string& path) {
     std::string address = addressIn(path);
     const bool isNew = !std::exchange(links_[path].isCentral, true);
     // It came before the advertisement was off the air.
-    if (isNew && ended_ && links_[path].isOurs()) service_->send(path, deviceInterface, "Disconnect");
+    if (isNew && shutDownCompletion_ && links_[path].isOurs())
+        service_->send(path, deviceInterface, "Disconnect");
     const auto delegate = delegate_.lock();
     if (isNew && delegate) delegate->peripheralManagerDidConnectCentral(*this, address);
     return address;
@@ -363,23 +364,23 @@ void BlueZPeripheralManager::notify(GATTPlace place, std::span<const std::uint8_
 
 // The end
 
-void BlueZPeripheralManager::end(std::function<void()> ended) {
-    ended_ = std::move(ended);
+void BlueZPeripheralManager::shutDown(std::function<void()> completion) {
+    shutDownCompletion_ = std::move(completion);
     disconnectCentrals();
     stopAdvertising();
-    stop(endTimer_);
-    endTimer_ = context_.after(endDeadline, shared_from_this(), &BlueZPeripheralManager::endNow);
+    stop(shutDownTimer_);
+    shutDownTimer_ = context_.after(endDeadline, shared_from_this(), &BlueZPeripheralManager::finishShutDown);
 }
 
-void BlueZPeripheralManager::endIfDone() {
+void BlueZPeripheralManager::finishShutDownIfDone() {
     const bool hasCentrals =
         std::ranges::any_of(links_, [](const auto& entry) { return entry.second.isOurs(); });
-    if (!wanted_ && (!isPoweredOn() || !hasCentrals)) endNow();
+    if (!wanted_ && (!isPoweredOn() || !hasCentrals)) finishShutDown();
 }
 
-void BlueZPeripheralManager::endNow() {
-    stop(endTimer_);
-    if (const auto ended = std::exchange(ended_, nullptr)) ended();
+void BlueZPeripheralManager::finishShutDown() {
+    stop(shutDownTimer_);
+    if (const auto completion = std::exchange(shutDownCompletion_, nullptr)) completion();
 }
 
 // Calls
@@ -489,4 +490,4 @@ void BlueZPeripheralManager::reply(const Message& message) const {
     if (const auto bus = bus_.lock()) bus->send(message);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -11,14 +11,14 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/NSTimer.h"
-#include "platform/bluez/PeripheralManager.h"
 #include "platform/bluez/dbus/Bus.h"
 #include "platform/bluez/peripheral/LocalObjects.h"
 #include "platform/bluez/radio/BlueZService.h"
 #include "platform/bluez/radio/RadioContext.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The peripheral manager over BlueZ, with a bus connection of its own: what the service has been told over
 /// it ends with it.
@@ -46,7 +46,7 @@ public:
     bool isAdvertising() const override;
     void notify(GATTPlace place, std::span<const std::uint8_t> value) override;
     void disconnectCentrals() override;
-    void end(std::function<void()> ended) override;
+    void shutDown(std::function<void()> completion) override;
 
     void serviceDidChangeAvailability() override;
     void deviceDidAppear(Device& device) override;
@@ -95,8 +95,8 @@ private:
     void linkIsGone(const std::string& path);
     /// @returns its address.
     std::string centralIsThere(const std::string& path);
-    void endIfDone();
-    void endNow();
+    void finishShutDownIfDone();
+    void finishShutDown();
 
     void answerObjects(const IncomingCall& call) const;
     void answerProperties(const IncomingCall& call) const;
@@ -138,8 +138,8 @@ private:
     std::map<std::string, Link> links_;
     std::set<std::string, std::less<>> subscribed_;
 
-    std::function<void()> ended_;
-    std::shared_ptr<NSTimer> endTimer_;
+    std::function<void()> shutDownCompletion_;
+    std::shared_ptr<NSTimer> shutDownTimer_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

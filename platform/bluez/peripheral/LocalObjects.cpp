@@ -7,7 +7,7 @@
 
 #include "platform/bluez/dbus/BlueZNames.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -108,4 +108,4 @@ std::size_t sizeOf(const LocalAdvertisement& advertisement) {
     return size;
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

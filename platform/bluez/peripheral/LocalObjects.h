@@ -6,10 +6,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bluez/PeripheralManager.h"
 #include "platform/bluez/dbus/Message.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 // Where this side's objects stand on its connection to the bus.
 inline constexpr const char* applicationPath = "/application";
@@ -50,4 +50,4 @@ inline constexpr std::size_t packetSize = 31;
 /// How many of them all but the name takes.
 std::size_t sizeOf(const LocalAdvertisement& advertisement);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -7,7 +7,7 @@
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/peripheral/LocalObjects.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -99,4 +99,4 @@ NSError errorOfAdvertising(const BusError& error, const LocalAdvertisement& adve
     return refused(error);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/NSError.h"
-#include "platform/bluez/PeripheralManager.h"
 #include "platform/bluez/dbus/Bus.h"
+#include "zobi/platform/NSError.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// How an error of the Attribute Protocol is told to the service, so that it answers the central the same.
 BusError busErrorOf(const NSError& error);
@@ -21,4 +21,4 @@ NSError errorOfServing(const BusError& error);
 /// Why it does not advertise.
 NSError errorOfAdvertising(const BusError& error, const LocalAdvertisement& advertisement);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -4,7 +4,7 @@
 
 #include "platform/bluez/controller/DeviceAddress.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 std::string_view chosenAdapter(const Adapters& adapters, std::string_view wanted) {
     const auto address = deviceAddressFromText(wanted, false);
@@ -22,4 +22,4 @@ std::string_view adapterName(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

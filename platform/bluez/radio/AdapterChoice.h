@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// An adapter, as far as it matters which one is used.
 struct Adapter {
@@ -29,4 +29,4 @@ std::string_view chosenAdapter(const Adapters& adapters, std::string_view wanted
 /// "hci0", for a path that ends in it.
 std::string_view adapterName(std::string_view path);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -1,6 +1,6 @@
 #include "platform/bluez/radio/Availability.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 CBManagerState stateOf(Availability availability) {
     switch (availability) {
@@ -77,4 +77,4 @@ std::string adviceFor(Availability availability, const std::string& adapter) {
     return trouble.empty() ? trouble : trouble + ' ' + remedyFor(availability, adapter);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

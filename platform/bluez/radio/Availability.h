@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/CBCentralManager.h"
+#include "zobi/platform/CBCentralManager.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// Whether Bluetooth can be used here, and if not, what is in the way.
 enum class Availability : std::uint8_t {
@@ -38,4 +38,4 @@ std::string remedyFor(Availability availability, const std::string& adapter);
 /// Both, one after the other.
 std::string adviceFor(Availability availability, const std::string& adapter);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <system_error>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -40,4 +40,4 @@ BlockSwitch readBlockSwitchOfMachine() {
     return readBlockSwitches("/sys/class/rfkill");
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The switch that turns an adapter off from outside the Bluetooth service.
 enum class BlockSwitch : std::uint8_t {
@@ -21,4 +21,4 @@ BlockSwitch readBlockSwitch(const std::string& adapter);
 /// The one of the machine itself, which may take the adapter off its bus.
 BlockSwitch readBlockSwitchOfMachine();
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -4,11 +4,11 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/NSData.h"
 #include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/standard/ExceptionKeeper.h"
+#include "zobi/platform/NSData.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -176,7 +176,7 @@ void BlueZCentral::report(const std::shared_ptr<BlueZPeripheral>& peripheral,
 // were asked for, and what was asked of a link before stays outstanding until it ends.
 
 void BlueZCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
-    const auto connected = own(peripheral);
+    const auto connected = ownPeripheral(peripheral);
     if (!connected) return;
     connected->announceConnect();
     context_->runLoop.dispatchAsync(
@@ -191,12 +191,13 @@ void BlueZCentral::carryOutConnect(const std::shared_ptr<BlueZPeripheral>& perip
 }
 
 void BlueZCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
-    if (const auto cancelled = own(peripheral)) {
+    if (const auto cancelled = ownPeripheral(peripheral)) {
         context_->runLoop.dispatchAsync([self = shared_from_this(), cancelled] { cancelled->cancel(); });
     }
 }
 
-std::shared_ptr<BlueZPeripheral> BlueZCentral::own(const std::shared_ptr<CBPeripheral>& peripheral) const {
+std::shared_ptr<BlueZPeripheral> BlueZCentral::ownPeripheral(
+    const std::shared_ptr<CBPeripheral>& peripheral) const {
     const auto found =
         std::ranges::find_if(peripherals_, [&](const auto& entry) { return entry.second == peripheral; });
     return found == peripherals_.end() ? nullptr : found->second;
@@ -301,4 +302,4 @@ void BlueZCentral::characteristicDidChange(Device& device, std::string_view path
     if (device.peripheral) device.peripheral->characteristicDidChange(path, value);
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "platform/CBCentralManager.h"
 #include "platform/bluez/radio/BlueZPeripheral.h"
 #include "platform/bluez/radio/BlueZService.h"
 #include "platform/bluez/radio/ConnectionAttempts.h"
 #include "platform/bluez/radio/Discovery.h"
 #include "platform/bluez/radio/RadioContext.h"
+#include "zobi/platform/CBCentralManager.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The central manager over BlueZ, with a bus connection of its own: the service tells its clients apart by
 /// their connections, so that one central's scan does not touch another's.
@@ -64,7 +64,7 @@ public:
 
 private:
     /// Null for a peripheral that is not this central's.
-    std::shared_ptr<BlueZPeripheral> own(const std::shared_ptr<CBPeripheral>& peripheral) const;
+    std::shared_ptr<BlueZPeripheral> ownPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) const;
     void enterState(CBManagerState state);
     void openChannel();
     void updateDiscovery();
@@ -91,4 +91,4 @@ private:
     std::map<DeviceAddress, std::shared_ptr<BlueZPeripheral>> peripherals_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -8,7 +8,7 @@
 
 #include "platform/bluez/dbus/BlueZNames.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -102,4 +102,4 @@ NSError errorOfLinkEnd(const LinkEnd& end) {
     return {CBError::unknown, end.text};
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/NSError.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/dbus/Bus.h"
+#include "zobi/platform/NSError.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 enum class GATTOperation { read, write, notify };
 
@@ -31,4 +31,4 @@ ConnectRefusal refusalOf(const BusError& error);
 /// The error that a link's end is reported with.
 NSError errorOfLinkEnd(const LinkEnd& end);
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -6,9 +6,9 @@
 
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/radio/BlueZCentral.h"
-#include "platform/standard/ExceptionKeeper.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -304,7 +304,7 @@ void BlueZPeripheral::abandon() {
     phaseCall_.reset();
     operationCall_.reset();
     deferred_.clear();
-    linkVanished();
+    dropLink();
 }
 
 void BlueZPeripheral::defer(std::function<void(BlueZPeripheral&)> action) {
@@ -396,7 +396,7 @@ void BlueZPeripheral::endLink(const NSError* error) {
     const auto central = central_.lock();
     if (!central) return;
     // The service would subscribe again at the next link.
-    for (const auto& characteristic : discovered().notifying()) {
+    for (const auto& characteristic : discovered().notifyingCharacteristics()) {
         central->service().send(pathOf(characteristic->place()), gattCharacteristicInterface, "StopNotify");
     }
     if (!subscribingPath_.empty()) {
@@ -443,7 +443,7 @@ std::optional<GATTPlace> BlueZPeripheral::placeOf(std::string_view path) const {
     return std::nullopt;
 }
 
-void BlueZPeripheral::prepareNext() {
+void BlueZPeripheral::scheduleNextRequest() {
     if (std::exchange(isNextPrepared_, true)) return;
     context_->runLoop.dispatchAsync([weakSelf = weak_from_this()] {
         const auto self = weakSelf.lock();
@@ -451,7 +451,7 @@ void BlueZPeripheral::prepareNext() {
         auto& peripheral = static_cast<BlueZPeripheral&>(*self);
         peripheral.isNextPrepared_ = false;
         // Of a link that is ending nothing is asked: the requests are answered with its end.
-        if (peripheral.phase_ == Phase::linked && peripheral.hasRequests()) peripheral.carryOutNext();
+        if (peripheral.phase_ == Phase::linked && peripheral.hasRequests()) peripheral.sendNextRequest();
     });
 }
 
@@ -480,18 +480,19 @@ void BlueZPeripheral::operate(const std::string& path, const char* member,
     operationCall_ = central->service().call(path, gattCharacteristicInterface, member, append, finish);
 }
 
-void BlueZPeripheral::failOperation(GATTOperation operation, const BusError& busError, const Done& done) {
+void BlueZPeripheral::failOperation(GATTOperation operation, const BusError& busError,
+                                    const Completion& completion) {
     const NSError error = errorOfOperation(operation, busError);
-    if (!mayTellLinkEnd(error)) return done(error);
+    if (!mayTellLinkEnd(error)) return completion(error);
     operationTimer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        linkEndDelay, [done, error](const auto& /*timer*/) { done(error); }, nullptr, false);
+        linkEndDelay, [completion, error](const auto& /*timer*/) { completion(error); }, nullptr, false);
 }
 
-void BlueZPeripheral::read(GATTPlace place, ReadDone done) {
+void BlueZPeripheral::read(GATTPlace place, ReadCompletion completion) {
     readPath_ = pathOf(place);
     operate(
         readPath_, "ReadValue", [](Message& message) { message.properties({}); },
-        [this, done = std::move(done)](MessageReader& reply, const BusError* error) {
+        [this, completion = std::move(completion)](MessageReader& reply, const BusError* error) {
             const auto value = error ? std::span<const std::uint8_t>() : reply.bytes();
             // The service signals what was read before it answers: that is not told twice.
             if (!error && !heldValues_.empty() && std::ranges::equal(heldValues_.back(), value)) {
@@ -500,9 +501,9 @@ void BlueZPeripheral::read(GATTPlace place, ReadDone done) {
             ExceptionKeeper exceptions;
             tellHeldValues(exceptions);
             exceptions.run([&] {
-                if (!error) return done(std::nullopt, value);
+                if (!error) return completion(std::nullopt, value);
                 failOperation(GATTOperation::read, *error,
-                              [done](const Outcome& outcome) { done(outcome, {}); });
+                              [completion](const Outcome& outcome) { completion(outcome, {}); });
             });
             exceptions.rethrow();
         });
@@ -512,7 +513,7 @@ void BlueZPeripheral::tellHeldValues(ExceptionKeeper& exceptions) {
     const auto place = placeOf(std::exchange(readPath_, {}));
     if (!place) return;
     for (const Bytes& value : std::exchange(heldValues_, {})) {
-        exceptions.run([&] { tellNotifiedValue(*place, value); });
+        exceptions.run([&] { deliverNotification(*place, value); });
     }
 }
 
@@ -521,50 +522,51 @@ void BlueZPeripheral::characteristicDidChange(std::string_view path, std::span<c
     if (path == readPath_) {
         heldValues_.emplace_back(value.begin(), value.end());
     } else if (const auto place = placeOf(path)) {
-        tellNotifiedValue(*place, value);
+        deliverNotification(*place, value);
     }
 }
 
 void BlueZPeripheral::write(GATTPlace place, std::vector<std::uint8_t> value, CBCharacteristicWriteType type,
-                            Done done) {
+                            Completion completion) {
     const char* const kind = type == CBCharacteristicWriteType::withResponse ? "request" : "command";
     operate(
         pathOf(place), "WriteValue",
         [&](Message& message) {
             message.bytes(value).properties({{"type", kind}});
         },
-        [this, done = std::move(done)](MessageReader& /*reply*/, const BusError* error) {
-            if (!error) return done(std::nullopt);
-            failOperation(GATTOperation::write, *error, done);
+        [this, completion = std::move(completion)](MessageReader& /*reply*/, const BusError* error) {
+            if (!error) return completion(std::nullopt);
+            failOperation(GATTOperation::write, *error, completion);
         });
 }
 
-void BlueZPeripheral::setNotify(GATTPlace place, bool enabled, Done done) {
+void BlueZPeripheral::setNotify(GATTPlace place, bool enabled, Completion completion) {
     if (enabled) subscribingPath_ = pathOf(place);
-    operate(pathOf(place), enabled ? "StartNotify" : "StopNotify", nullptr,
-            [this, enabled, done = std::move(done)](MessageReader& /*reply*/, const BusError* error) {
-                subscribingPath_.clear();
-                // Where there is no subscription, none is to be ended.
-                if (!error || (!enabled && error->message == "No notify session started")) {
-                    return done(std::nullopt);
-                }
-                failOperation(GATTOperation::notify, *error, done);
-            });
+    operate(
+        pathOf(place), enabled ? "StartNotify" : "StopNotify", nullptr,
+        [this, enabled, completion = std::move(completion)](MessageReader& /*reply*/, const BusError* error) {
+            subscribingPath_.clear();
+            // Where there is no subscription, none is to be ended.
+            if (!error || (!enabled && error->message == "No notify session started")) {
+                return completion(std::nullopt);
+            }
+            failOperation(GATTOperation::notify, *error, completion);
+        });
 }
 
-void BlueZPeripheral::readSignalStrength(RSSIDone done) {
+void BlueZPeripheral::readSignalStrength(RSSICompletion completion) {
     const auto central = central_.lock();
     ControllerChannel* const channel = central ? central->channel() : nullptr;
-    const auto fail = [done](const char* why) { done(NSError(CBError::unknown, why), {}); };
+    const auto fail = [completion](const char* why) { completion(NSError(CBError::unknown, why), {}); };
     if (!channel) return fail("This user cannot ask the controller for the signal strength of a link.");
     operationTimer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         signalDeadline, [fail](const auto& /*timer*/) { fail("The controller does not answer."); }, nullptr,
         false);
-    channel->readRSSI(address_, [timer = operationTimer_, done, fail](std::optional<int> rssi) {
+    channel->readRSSI(address_, [timer = operationTimer_, completion, fail](std::optional<int> rssi) {
         timer->invalidate();
         if (!rssi) return fail("The controller does not tell the signal strength of the link.");
-        done(std::nullopt, NSNumber::numberWithInt(*rssi));
+        completion(std::nullopt, NSNumber::numberWithInt(*rssi));
     });
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -12,14 +12,14 @@
 #include <utility>
 #include <vector>
 
-#include "platform/NSTimer.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/radio/BlueZErrors.h"
 #include "platform/bluez/radio/BlueZService.h"
 #include "platform/bluez/radio/RadioContext.h"
-#include "platform/standard/StandardPeripheral.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/standard/StandardPeripheral.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 class BlueZCentral;
 
@@ -69,7 +69,7 @@ public:
     /// A request to connect is on its way to `connect`.
     void announceConnect() { ++announcedConnects_; }
     /// Starts an attempt, joins the one that is pending, or reports the link that is up once more.
-    /// @param order what the radio, when it is turned off, goes by.
+    /// @param order sequence number of the request: at power-off, attempts and links end in this order.
     void connect(std::uint64_t order);
     /// The radio is off: the attempt fails.
     void refuseConnect(const NSError& error);
@@ -105,12 +105,12 @@ public:
 protected:
     Outcome listServices(UUIDs& table) override;
     Outcome listCharacteristics(std::size_t service, UUIDs& table) override;
-    void read(GATTPlace place, ReadDone done) override;
+    void read(GATTPlace place, ReadCompletion completion) override;
     void write(GATTPlace place, std::vector<std::uint8_t> value, CBCharacteristicWriteType type,
-               Done done) override;
-    void setNotify(GATTPlace place, bool enabled, Done done) override;
-    void readSignalStrength(RSSIDone done) override;
-    void prepareNext() override;
+               Completion completion) override;
+    void setNotify(GATTPlace place, bool enabled, Completion completion) override;
+    void readSignalStrength(RSSICompletion completion) override;
+    void scheduleNextRequest() override;
 
 private:
     enum class Phase : std::uint8_t {
@@ -162,7 +162,7 @@ private:
     void operate(const std::string& path, const char* member, const std::function<void(Message&)>& append,
                  std::function<void(MessageReader&, const BusError*)> answered);
     /// A failure is told, or the end of the link that is its cause.
-    void failOperation(GATTOperation operation, const BusError& error, const Done& done);
+    void failOperation(GATTOperation operation, const BusError& error, const Completion& completion);
     const std::string& pathOf(GATTPlace place) const;
     std::optional<GATTPlace> placeOf(std::string_view path) const;
     void tellHeldValues(ExceptionKeeper& exceptions);
@@ -204,4 +204,4 @@ private:
     std::vector<Bytes> heldValues_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

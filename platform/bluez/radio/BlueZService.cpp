@@ -9,7 +9,7 @@
 #include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/radio/BlockSwitch.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -553,4 +553,4 @@ Slot BlueZService::readServices(const Device& device,
         });
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

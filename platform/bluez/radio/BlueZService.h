@@ -11,16 +11,16 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/CBCentralManager.h"
-#include "platform/CBUUID.h"
-#include "platform/NSTimer.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/dbus/Bus.h"
 #include "platform/bluez/radio/AdapterChoice.h"
 #include "platform/bluez/radio/Availability.h"
 #include "platform/bluez/radio/RadioContext.h"
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/NSTimer.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 class BlueZPeripheral;
 
@@ -182,4 +182,4 @@ private:
     std::shared_ptr<NSTimer> timer_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -5,7 +5,7 @@
 
 #include "platform/bluez/radio/BlueZPeripheral.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 using std::chrono::nanoseconds;
 
@@ -93,4 +93,4 @@ void ConnectionAttempts::clear() {
     quietUntil_ = {};
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

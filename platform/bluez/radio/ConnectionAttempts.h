@@ -5,10 +5,10 @@
 #include <memory>
 #include <vector>
 
-#include "platform/NSTimer.h"
 #include "platform/bluez/radio/RadioContext.h"
+#include "zobi/platform/NSTimer.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 class BlueZPeripheral;
 
@@ -67,4 +67,4 @@ private:
     std::shared_ptr<NSTimer> quietTimer_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <utility>
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 namespace {
 
@@ -164,4 +164,4 @@ void Discovery::call(const char* member, const std::function<void(Message&)>& ap
         member, append, [finish](MessageReader& /*reply*/, const BusError* error) { finish(error); });
 }
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

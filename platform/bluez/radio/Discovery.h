@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/CBUUID.h"
-#include "platform/NSTimer.h"
 #include "platform/bluez/radio/BlueZService.h"
+#include "zobi/platform/CBUUID.h"
+#include "zobi/platform/NSTimer.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// The service's discovery, as this client wants it: on or off, and with which filter. It brings the service
 /// there, one call after the other, and tries again, each half second, what fails or is not answered within
@@ -59,4 +59,4 @@ private:
     std::string lastTrouble_;
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez

@@ -4,15 +4,15 @@
 #include <memory>
 #include <string>
 
-#include "platform/Clock.h"
-#include "platform/Log.h"
-#include "platform/NSTimer.h"
-#include "platform/RunLoop.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/dbus/Bus.h"
-#include "platform/standard/PollWaiting.h"
+#include "zobi/platform/Clock.h"
+#include "zobi/platform/Log.h"
+#include "zobi/platform/NSTimer.h"
+#include "zobi/platform/RunLoop.h"
+#include "zobi/platform/standard/PollWaiting.h"
 
-namespace platform::bluez {
+namespace zobi::platform::bluez {
 
 /// What a central of this radio stands on. It is referred to for as long as its platform lives.
 struct RadioContext {
@@ -42,4 +42,4 @@ struct RadioContext {
     }
 };
 
-}  // namespace platform::bluez
+}  // namespace zobi::platform::bluez
