@@ -1,26 +1,27 @@
-// How a program says that it is in the foreground or in the background, which on Linux only it can know: it
-// declares the state, and a running scan follows. A program with a window would do so when the window is
-// hidden and shown; this one does it by the clock, in virtual time, so that it ends at once.
+// How a program says that it is in the foreground or in the background. Linux does not know this, so the
+// program sets the state itself, and the manager restarts a running scan. A program with a window would do so
+// when the window is hidden and shown; this one does it by the clock, in virtual time, so that it ends at
+// once.
 //
 // In the foreground every advertisement is heard. In the background each beacon is heard once per scan, to
 // save power, so the list of live beacons runs empty after 20 to 30 seconds.
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
-using platform::UIApplicationState;
-using platform::simulation::SimulatedPlatform;
+using zobi::platform::UIApplicationState;
 
 class Watcher : public ZOKManagerDelegate {
 public:
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
-        if (state == static_cast<int>(platform::CBManagerState::poweredOn)) manager->startMonitoring();
+        zobi::monitorIfPoweredOn(*manager, state);
     }
 
     void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& /*manager*/,
@@ -31,21 +32,25 @@ public:
 
 }  // namespace
 
-int main() {
-    auto simulated = std::make_unique<SimulatedPlatform>(platform::StandardPlatform::Time::virtualTime);
-    simulated->log().setSink(nullptr);
-    simulated->world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
-    platform::Platform::install(std::move(simulated));
-    auto& current = platform::Platform::current();
-
+int changeApplicationState(zobi::platform::Platform& platform) {
+    const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto watcher = std::make_shared<Watcher>();
-    ZOKManager::shared()->setDelegate(watcher);
+    manager->setDelegate(watcher);
 
-    current.runLoop().runFor(5);
+    platform.runLoop().runFor(5);
     std::puts("to the background");
-    current.application().setApplicationState(UIApplicationState::background);
-    current.runLoop().runFor(35);
+    platform.application().setApplicationState(UIApplicationState::background);
+    platform.runLoop().runFor(35);
     std::puts("to the foreground");
-    current.application().setApplicationState(UIApplicationState::active);
-    current.runLoop().runFor(5);
+    platform.application().setApplicationState(UIApplicationState::active);
+    platform.runLoop().runFor(5);
+    return EXIT_SUCCESS;
+}
+
+int main() {
+    using zobi::platform::simulation::SimulatedPlatform;
+    SimulatedPlatform platform(SimulatedPlatform::Time::virtualTime);
+    platform.log().setSink(nullptr);
+    platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+    return changeApplicationState(platform);
 }

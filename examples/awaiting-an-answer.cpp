@@ -1,116 +1,98 @@
 // Connects to the first beacon in range and reads its firmware version and its temperature.
 //
-// A command waits for nothing, and one that fails is not reported. So a program has a deadline for each step:
-// the answer comes before it, as a callback or as a notification, or not at all.
+// A command waits for nothing, and one that fails is not reported: the answer comes as a callback or as a
+// notification, or not at all. An attempt to connect may fail, a link may be lost, and Bluetooth may be
+// turned off. So the program asks for the connection each second until it is made, begins anew when the link
+// has ended, and has a deadline for all of it.
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
-class Reader : public ZOKManagerDelegate, public std::enable_shared_from_this<Reader> {
+class Reader : public ZOKManagerDelegate {
 public:
-    void start() {
-        ZOKManager::shared()->setDelegate(weak_from_this());
-        // The notification centre keeps what it calls, so that must not keep the reader.
-        platform::Platform::current().notificationCenter().addObserverForNameObjectUsingBlock(
-            ZOKBeaconFirmwareVersionNotification, nullptr,
-            [weakSelf = weak_from_this()](const platform::NSNotification& notification) {
-                const auto self = weakSelf.lock();
-                if (self && notification.object == self->beacon_) self->firmwareVersionArrived();
-            });
-        await("a beacon");
-    }
+    explicit Reader(zobi::platform::RunLoop& runLoop) : runLoop_(runLoop) {}
+
+    /// Null when there is an answer to everything.
+    const char* awaited() const { return awaited_; }
 
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
-        if (state == static_cast<int>(platform::CBManagerState::poweredOn)) manager->startMonitoring();
+        zobi::monitorIfPoweredOn(*manager, state);
     }
 
     void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& manager,
                                           const std::vector<std::shared_ptr<ZOKBeacon>>& beacons) override {
-        if (beacon_ || beacons.empty()) return;
-        beacon_ = beacons[0];
-        await("the connection");
-        manager->connectBeaconWithCompletion(
-            beacon_, [weakSelf = weak_from_this()](const auto& /*manager*/, const auto& /*beacon*/,
-                                                   const platform::NSError* error) {
-                const auto self = weakSelf.lock();
-                if (self && error) self->fail(error->localizedDescription().c_str());
-            });
+        if (!beacon_ && !beacons.empty()) beacon_ = beacons[0];
+        if (!beacon_ || !awaited_) return;
+        if (beacon_->peripheral()->state() == zobi::platform::CBPeripheralState::connected) return;
+        awaited_ = "the connection";
+        // If an attempt is pending, it goes on. The library itself tries again only after a lost link.
+        manager->connectBeaconWithCompletion(beacon_, [](const auto& /*manager*/, const auto& /*beacon*/,
+                                                         const zobi::platform::NSError* error) {
+            if (error) std::printf("not connected: %s\n", error->localizedDescription().c_str());
+        });
     }
 
     void zobiConnectManagerDidBeaconConnected(const std::shared_ptr<ZOKManager>& manager,
                                               const std::shared_ptr<ZOKBeacon>& beacon) override {
-        await("its firmware version");
+        awaited_ = "its firmware version";
         manager->firmwareVersionForBeaconWithCompletion(beacon, nullptr);
     }
 
-    void firmwareVersionArrived() {
-        std::printf("firmware %s\n", beacon_->firmwareVersion()->c_str());
-        await("its temperature");
-        ZOKManager::shared()->temperatureForBeaconWithCompletion(beacon_, nullptr);
+    void firmwareVersionArrived(ZOKManager& manager, const std::shared_ptr<ZOKBeacon>& beacon) {
+        std::printf("firmware %s\n", beacon->firmwareVersion()->c_str());
+        awaited_ = "its temperature";
+        manager.temperatureForBeaconWithCompletion(beacon, nullptr);
     }
 
     void zobiConnectManagerDidTemperatureValueChangedForBeacon(
         const std::shared_ptr<ZOKManager>& manager, std::uint16_t temperature,
         const std::shared_ptr<ZOKBeacon>& beacon) override {
         std::printf("temperature %d\n", temperature);
-        await("the end of the connection");
+        awaited_ = nullptr;
         manager->disconnectBeacon(beacon);
     }
 
     void zobiConnectManagerDidBeaconDisconnectedWithError(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                           const std::shared_ptr<ZOKBeacon>& /*beacon*/,
-                                                          const platform::NSError* error) override {
-        if (error) return fail(error->localizedDescription().c_str());
-        end(EXIT_SUCCESS);
+                                                          const zobi::platform::NSError* error) override {
+        if (!awaited_) return runLoop_.stop();
+        std::printf("disconnected: %s\n", error ? error->localizedDescription().c_str() : "no error");
     }
-
-    int exitStatus() const { return exitStatus_; }
 
 private:
-    /// Gives up unless the next step is taken in time.
-    void await(const char* what) {
-        constexpr double seconds = 10;
-        if (deadline_) deadline_->invalidate();
-        auto& runLoop = platform::Platform::current().runLoop();
-        deadline_ = runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            seconds,
-            [weakSelf = weak_from_this(), what](const auto& /*timer*/) {
-                std::printf("waited in vain for %s\n", what);
-                if (const auto self = weakSelf.lock()) self->end(EXIT_FAILURE);
-            },
-            nullptr, false);
-    }
-
-    void fail(const char* why) {
-        std::printf("%s\n", why);
-        end(EXIT_FAILURE);
-    }
-
-    void end(int exitStatus) {
-        exitStatus_ = exitStatus;
-        platform::Platform::current().runLoop().stop();
-    }
-
+    zobi::platform::RunLoop& runLoop_;
     std::shared_ptr<ZOKBeacon> beacon_;
-    std::shared_ptr<platform::NSTimer> deadline_;
-    int exitStatus_ = EXIT_FAILURE;
+    const char* awaited_ = "a beacon";
 };
 
+int readBeacon(zobi::platform::Platform& platform) {
+    const auto manager = ZOKManager::managerOnPlatform(platform);
+    const auto reader = std::make_shared<Reader>(platform.runLoop());
+    manager->setDelegate(reader);
+    // The notification center keeps what it calls, so that must not keep the reader.
+    platform.notificationCenter().addObserverForNameObjectUsingBlock(
+        ZOKBeaconFirmwareVersionNotification, nullptr,
+        [manager, weakReader = std::weak_ptr(reader)](const zobi::platform::NSNotification& notification) {
+            const auto beacon = std::static_pointer_cast<ZOKBeacon>(notification.object);
+            if (const auto held = weakReader.lock()) held->firmwareVersionArrived(*manager, beacon);
+        });
+
+    platform.runLoop().runFor(60);
+    if (!reader->awaited()) return EXIT_SUCCESS;
+    std::printf("no answer: waited for %s\n", reader->awaited());
+    return EXIT_FAILURE;
+}
+
 int main() {
-    using platform::simulation::SimulatedPlatform;
-
-    auto simulated = std::make_unique<SimulatedPlatform>(platform::StandardPlatform::Time::real);
-    simulated->log().setSink(nullptr);
-    simulated->world().addBeacon({.major = 300, .minor = 7, .temperature = 22}).comeIntoRange();
-    platform::Platform::install(std::move(simulated));
-
-    const auto reader = std::make_shared<Reader>();
-    reader->start();
-    platform::Platform::current().runLoop().run();
-    return reader->exitStatus();
+    using zobi::platform::simulation::SimulatedPlatform;
+    SimulatedPlatform platform(SimulatedPlatform::Time::real);
+    platform.log().setSink(nullptr);
+    platform.world().addBeacon({.major = 300, .minor = 7, .temperature = 22}).comeIntoRange();
+    return readBeacon(platform);
 }
