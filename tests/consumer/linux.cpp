@@ -5,18 +5,18 @@
 #include <memory>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/bluez/BlueZPlatform.h"
-#include "platform/bluez/Diagnosis.h"
-#include "platform/bluez/PeripheralManager.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
+#include "zobi/platform/bluez/Diagnosis.h"
+#include "zobi/platform/bluez/PeripheralManager.h"
 
-using namespace platform::bluez;
-using platform::CBManagerState;
+using namespace zobi::platform::bluez;
+using zobi::platform::CBManagerState;
 
 namespace {
 
 class Delegate final : public ZOKManagerDelegate {
 public:
-    explicit Delegate(platform::RunLoop& runLoop) : runLoop_(runLoop) {}
+    explicit Delegate(zobi::platform::RunLoop& runLoop) : runLoop_(runLoop) {}
 
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                     int newState) override {
@@ -27,7 +27,7 @@ public:
     CBManagerState state = CBManagerState::unknown;
 
 private:
-    platform::RunLoop& runLoop_;
+    zobi::platform::RunLoop& runLoop_;
 };
 
 }  // namespace

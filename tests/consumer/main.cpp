@@ -1,20 +1,37 @@
-// Uses the library as an application does. Exits with 0 only if the delegate was told of the beacon.
+// Uses the library as an application does, beside a folder and a namespace `platform` of the application's
+// own. Exits with 0 only if the delegate was told of the beacon, and each namespace had its own classes.
 
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <vector>
 
+#include "Clock.h"
+#include "ZobiConnectKit/ZOKManagerDelegate.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/SimulatedPlatform.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+#include "zobi/platform/Clock.h"
+#include "zobi/platform/Log.h"
+#include "zobi/platform/Platform.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
-using platform::simulation::SimulatedPlatform;
+#if __has_include("tests/support.h") ||                                                \
+                  __has_include("tools/zobiconnect/Command.h") ||                      \
+                                __has_include("platform/CBUUID.h") ||                  \
+                                              __has_include("zobi/platform/UTF8.h") || \
+                                                            __has_include("zobi/platform/bluez/dbus/Bus.h")
+#error "more of ZobiConnectKit than its public headers is on the include path"
+#endif
+
+using zobi::platform::simulation::SimulatedPlatform;
 
 namespace {
 
 struct Delegate final : ZOKManagerDelegate {
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
-        if (state == static_cast<int>(platform::CBManagerState::poweredOn)) manager->startMonitoring();
+        zobi::monitorIfPoweredOn(*manager, state);
     }
 
     void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& /*manager*/,
@@ -25,6 +42,17 @@ struct Delegate final : ZOKManagerDelegate {
     bool wasTold = false;
 };
 
+bool hasItsOwnPlatform(zobi::platform::Platform& theirs) {
+    auto& ours = platform::Platform::current();
+    int linesOfTheirs = 0;
+    static_cast<SimulatedPlatform&>(theirs).log().setSink(
+        [&](std::string_view /*line*/) { ++linesOfTheirs; });
+    ours.log().log("one of ours");
+    theirs.log().log("one of theirs");
+    return ours.log().lines() == 1 && linesOfTheirs == 1 && ours.clock().timeIntervalSince1970() == 17 &&
+           theirs.clock().timeIntervalSince1970() > 17;
+}
+
 }  // namespace
 
 int main() {
@@ -34,5 +62,6 @@ int main() {
     const auto delegate = std::make_shared<Delegate>();
     manager->setDelegate(delegate);
     platform.runLoop().runFor(5);
-    return delegate->wasTold && ZobiConnectKitVersionNumber == 1.0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    const bool isWhole = delegate->wasTold && ZobiConnectKitVersionNumber == 1.0;
+    return isWhole && hasItsOwnPlatform(platform) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -1,0 +1,1 @@
+#error "a header of the consumer was taken for a private one of ZobiConnectKit"
