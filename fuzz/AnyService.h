@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/UTF8.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/RadioContext.h"
 #include "support.h"
 #include "tests/bluez/ScriptedService.h"
 #include "zobi/platform/standard/StandardPlatform.h"

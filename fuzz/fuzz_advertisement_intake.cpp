@@ -5,7 +5,7 @@
 
 #include "AnyService.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/bluez/radio/BlueZCentral.h"
+#include "platform/bluez/central/BlueZCentral.h"
 #include "zobi/platform/NSData.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include "AnyService.h"
 #include "platform/bluez/controller/HCIEvent.h"
 #include "platform/bluez/controller/ManagementSocket.h"
-#include "platform/bluez/peripheral/BlueZPeripheralManager.h"
-#include "platform/bluez/radio/BlueZService.h"
+#include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
+#include "platform/bluez/service/BlueZService.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "benchmarks/bluez/PlainClient.h"
 #include "benchmarks/bluez/Sender.h"
-#include "platform/bluez/dbus/Bus.h"
-#include "platform/bluez/radio/BlueZCentral.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/bus/Bus.h"
+#include "platform/bluez/central/BlueZCentral.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 

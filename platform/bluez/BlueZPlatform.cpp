@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/central/BlueZCentral.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
-#include "platform/bluez/radio/BlueZCentral.h"
-#include "platform/bluez/radio/RadioContext.h"
 
 namespace zobi::platform::bluez {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/bluez/peripheral/BlueZPeripheralManager.h"
+#include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
 #include "zobi/platform/bluez/BlueZPlatform.h"
 
 namespace zobi::platform::bluez {

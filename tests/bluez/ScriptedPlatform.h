@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "ScriptedService.h"
-#include "platform/bluez/radio/BlueZCentral.h"
+#include "platform/bluez/central/BlueZCentral.h"
 #include "platform/simulation/PayloadEncoder.h"
 #include "radio/RadioBench.h"
 #include "zobi/platform/standard/StandardPlatform.h"

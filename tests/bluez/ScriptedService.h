@@ -10,8 +10,8 @@
 #include <set>
 #include <system_error>
 
-#include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/bus/Bus.h"
 #include "zobi/platform/simulation/ServiceDescription.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardRunLoop.h"

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "ScriptedPlatform.h"
-#include "platform/bluez/dbus/BlueZNames.h"
+#include "platform/bluez/bus/BlueZNames.h"
 #include "radio/RadioTest.h"
 #include "zobi/platform/NSData.h"
 

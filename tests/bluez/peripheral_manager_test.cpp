@@ -6,8 +6,8 @@
 
 #include <cmath>
 
-#include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/bluez/peripheral/BlueZPeripheralManager.h"
+#include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {

@@ -20,7 +20,7 @@
                   __has_include("tools/zobiconnect/Command.h") ||                      \
                                 __has_include("platform/CBUUID.h") ||                  \
                                               __has_include("zobi/platform/UTF8.h") || \
-                                                            __has_include("zobi/platform/bluez/dbus/Bus.h")
+                                                            __has_include("zobi/platform/bluez/bus/Bus.h")
 #error "more of ZobiConnectKit than its public headers is on the include path"
 #endif
 

@@ -6,10 +6,10 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/controller/ManagementSocket.h"
-#include "platform/bluez/dbus/BlueZNames.h"
 #include "platform/bluez/diagnosis/Surroundings.h"
-#include "platform/bluez/radio/BlockSwitch.h"
+#include "platform/bluez/service/BlockSwitch.h"
 
 namespace zobi::platform::bluez {
 

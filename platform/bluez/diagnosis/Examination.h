@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bluez/dbus/Bus.h"
-#include "platform/bluez/radio/AdapterChoice.h"
-#include "platform/bluez/radio/Availability.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/bus/Bus.h"
+#include "platform/bluez/service/AdapterChoice.h"
+#include "platform/bluez/service/Availability.h"
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/bluez/Diagnosis.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/bluez/radio/BlueZService.h"
+#include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"
 

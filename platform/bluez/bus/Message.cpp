@@ -1,4 +1,4 @@
-#include "platform/bluez/dbus/Message.h"
+#include "platform/bluez/bus/Message.h"
 
 #include <array>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "platform/bluez/dbus/MessageReader.h"
+#include "platform/bluez/bus/MessageReader.h"
 
 #include <cstring>
 #include <utility>

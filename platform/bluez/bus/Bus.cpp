@@ -1,4 +1,4 @@
-#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/bus/Bus.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -11,11 +11,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/bus/Bus.h"
 #include "platform/bluez/controller/ControllerChannel.h"
-#include "platform/bluez/dbus/Bus.h"
-#include "platform/bluez/radio/AdapterChoice.h"
-#include "platform/bluez/radio/Availability.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/service/AdapterChoice.h"
+#include "platform/bluez/service/Availability.h"
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"

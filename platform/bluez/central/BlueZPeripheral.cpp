@@ -1,11 +1,11 @@
-#include "platform/bluez/radio/BlueZPeripheral.h"
+#include "platform/bluez/central/BlueZPeripheral.h"
 
 #include <algorithm>
 #include <string>
 #include <utility>
 
-#include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/bluez/radio/BlueZCentral.h"
+#include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/central/BlueZCentral.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform::bluez {

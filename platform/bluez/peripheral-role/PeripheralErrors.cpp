@@ -1,11 +1,11 @@
-#include "platform/bluez/peripheral/PeripheralErrors.h"
+#include "platform/bluez/peripheral-role/PeripheralErrors.h"
 
 #include <array>
 #include <cstdio>
 #include <string>
 
-#include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/bluez/peripheral/LocalObjects.h"
+#include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/peripheral-role/LocalObjects.h"
 
 namespace zobi::platform::bluez {
 

@@ -1,4 +1,4 @@
-#include "platform/bluez/radio/Availability.h"
+#include "platform/bluez/service/Availability.h"
 
 namespace zobi::platform::bluez {
 

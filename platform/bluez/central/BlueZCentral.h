@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/bluez/radio/BlueZPeripheral.h"
-#include "platform/bluez/radio/BlueZService.h"
-#include "platform/bluez/radio/ConnectionAttempts.h"
-#include "platform/bluez/radio/Discovery.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/central/BlueZPeripheral.h"
+#include "platform/bluez/central/ConnectionAttempts.h"
+#include "platform/bluez/central/Discovery.h"
+#include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/CBCentralManager.h"
 
 namespace zobi::platform::bluez {

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/bluez/dbus/Value.h"
+#include "platform/bluez/bus/Value.h"
 
 namespace zobi::platform::bluez {
 

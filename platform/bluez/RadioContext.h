@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/bluez/bus/Bus.h"
 #include "platform/bluez/controller/ControllerChannel.h"
-#include "platform/bluez/dbus/Bus.h"
 #include "zobi/platform/Clock.h"
 #include "zobi/platform/Log.h"
 #include "zobi/platform/NSTimer.h"

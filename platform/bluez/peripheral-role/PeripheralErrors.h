@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/bluez/dbus/Bus.h"
+#include "platform/bluez/bus/Bus.h"
 #include "zobi/platform/NSError.h"
 #include "zobi/platform/bluez/PeripheralManager.h"
 

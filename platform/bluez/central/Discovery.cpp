@@ -1,4 +1,4 @@
-#include "platform/bluez/radio/Discovery.h"
+#include "platform/bluez/central/Discovery.h"
 
 #include <algorithm>
 #include <cctype>

@@ -11,10 +11,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bluez/dbus/Bus.h"
-#include "platform/bluez/peripheral/LocalObjects.h"
-#include "platform/bluez/radio/BlueZService.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/bus/Bus.h"
+#include "platform/bluez/peripheral-role/LocalObjects.h"
+#include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/bluez/PeripheralManager.h"
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bluez/dbus/Message.h"
+#include "platform/bluez/bus/Message.h"
 #include "zobi/platform/bluez/PeripheralManager.h"
 
 namespace zobi::platform::bluez {

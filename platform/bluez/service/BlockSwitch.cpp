@@ -1,4 +1,4 @@
-#include "platform/bluez/radio/BlockSwitch.h"
+#include "platform/bluez/service/BlockSwitch.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "platform/bluez/radio/BlueZService.h"
+#include "platform/bluez/service/BlueZService.h"
 
 #include <algorithm>
 #include <array>
@@ -6,8 +6,8 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/bluez/radio/BlockSwitch.h"
+#include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/service/BlockSwitch.h"
 
 namespace zobi::platform::bluez {
 

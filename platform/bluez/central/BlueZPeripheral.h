@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/central/BlueZErrors.h"
 #include "platform/bluez/controller/ControllerChannel.h"
-#include "platform/bluez/radio/BlueZErrors.h"
-#include "platform/bluez/radio/BlueZService.h"
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/standard/StandardPeripheral.h"
 

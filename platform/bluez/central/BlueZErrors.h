@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/bluez/bus/Bus.h"
 #include "platform/bluez/controller/ControllerChannel.h"
-#include "platform/bluez/dbus/Bus.h"
 #include "zobi/platform/NSError.h"
 
 namespace zobi::platform::bluez {

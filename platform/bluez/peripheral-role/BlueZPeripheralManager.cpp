@@ -1,4 +1,4 @@
-#include "platform/bluez/peripheral/BlueZPeripheralManager.h"
+#include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 #include <utility>
 #include <variant>
 
-#include "platform/bluez/dbus/BlueZNames.h"
-#include "platform/bluez/peripheral/PeripheralErrors.h"
+#include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/peripheral-role/PeripheralErrors.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform::bluez {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/bluez/radio/RadioContext.h"
+#include "platform/bluez/RadioContext.h"
 #include "zobi/platform/NSTimer.h"
 
 namespace zobi::platform::bluez {

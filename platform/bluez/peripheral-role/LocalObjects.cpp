@@ -1,11 +1,11 @@
-#include "platform/bluez/peripheral/LocalObjects.h"
+#include "platform/bluez/peripheral-role/LocalObjects.h"
 
 #include <algorithm>
 #include <cmath>
 #include <set>
 #include <utility>
 
-#include "platform/bluez/dbus/BlueZNames.h"
+#include "platform/bluez/bus/BlueZNames.h"
 
 namespace zobi::platform::bluez {
 

@@ -1,10 +1,10 @@
-#include "platform/bluez/radio/BlueZCentral.h"
+#include "platform/bluez/central/BlueZCentral.h"
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
-#include "platform/bluez/dbus/BlueZNames.h"
+#include "platform/bluez/bus/BlueZNames.h"
 #include "zobi/platform/NSData.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 

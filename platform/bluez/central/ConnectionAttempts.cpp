@@ -1,9 +1,9 @@
-#include "platform/bluez/radio/ConnectionAttempts.h"
+#include "platform/bluez/central/ConnectionAttempts.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "platform/bluez/radio/BlueZPeripheral.h"
+#include "platform/bluez/central/BlueZPeripheral.h"
 
 namespace zobi::platform::bluez {
 

@@ -1,4 +1,4 @@
-#include "platform/bluez/radio/AdapterChoice.h"
+#include "platform/bluez/service/AdapterChoice.h"
 
 #include <algorithm>
 

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "platform/bluez/dbus/Message.h"
-#include "platform/bluez/dbus/MessageReader.h"
+#include "platform/bluez/bus/Message.h"
+#include "platform/bluez/bus/MessageReader.h"
 #include "zobi/platform/Clock.h"
 #include "zobi/platform/MainQueue.h"
 #include "zobi/platform/standard/PollSource.h"

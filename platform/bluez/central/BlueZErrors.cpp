@@ -1,4 +1,4 @@
-#include "platform/bluez/radio/BlueZErrors.h"
+#include "platform/bluez/central/BlueZErrors.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/bluez/dbus/BlueZNames.h"
+#include "platform/bluez/bus/BlueZNames.h"
 
 namespace zobi::platform::bluez {
 
