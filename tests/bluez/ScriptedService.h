@@ -137,6 +137,9 @@ struct ScriptedClient final : BusDelegate {
     /// The path of the adapter.
     std::string discovers;
     Properties filter;
+    Properties startedFilter;
+    /// Its filter was the last one's, which a service that was stopped at the wrong moment believes to run.
+    bool isDeaf = false;
     /// The paths of characteristics.
     std::set<std::string> subscriptions;
 };
@@ -519,6 +522,7 @@ private:
         if (!isPowered(adapter)) return fail(call, "Resource Not Ready", "NotReady");
         if (!client.discovers.empty()) return fail(call, "Operation already in progress", "InProgress");
         client.discovers = adapter;
+        client.isDeaf = client.filter == std::exchange(client.startedFilter, client.filter);
         reply(call);
         change(adapter, adapterInterface, {{"Discovering", true}});
     }
@@ -535,7 +539,7 @@ private:
         const auto looksForIt = [&](const auto& client) {
             const Value* const wanted = named(client->filter, "UUIDs");
             const auto* const uuids = wanted ? wanted->template get<std::vector<std::string>>() : nullptr;
-            return client->discovers == device.adapter &&
+            return client->discovers == device.adapter && !client->isDeaf &&
                    (!uuids || std::ranges::find_first_of(*uuids, device.uuids) != uuids->end());
         };
         if (!device.isInRange || (device.link && device.link->isUp) || !isPowered(device.adapter)) return;

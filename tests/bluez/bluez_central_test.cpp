@@ -170,9 +170,12 @@ TEST_P(BlueZRadio, AsksTheServiceForWhatTheScanNeedsAndFiltersAgain) {
     };
     scan();
     pass(1);
-    const Properties wanted{
-        {"Transport", "le"}, {"DuplicateData", true}, {"RSSI", std::int16_t{-127}}, {"UUIDs", beacon.uuids}};
-    EXPECT_THAT(service.lastFilter, UnorderedElementsAreArray(wanted));
+    EXPECT_THAT(service.lastFilter,
+                UnorderedElementsAre(Pair("Transport", Value("le")), Pair("DuplicateData", Value(true)),
+                                     Pair("RSSI", _), Pair("UUIDs", Value(beacon.uuids))));
+    const auto* const threshold = named(service.lastFilter, "RSSI")->get<std::int16_t>();
+    ASSERT_TRUE(threshold);
+    EXPECT_THAT(*threshold, AllOf(Ge(-127), Le(-112)));
     auto& foreign = service.add({.address = "00:00:5E:00:53:0B",
                                  .uuids = {longForm(batteryService)},
                                  .serviceData = ScriptedBench::payload(8),

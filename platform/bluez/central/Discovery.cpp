@@ -15,9 +15,12 @@ constexpr double stopDeadline = 1;
 // The service refuses while another attempt or another client keeps the controller busy.
 constexpr double retryDelay = 0.5;
 
-// Below what any controller reports. That there is a threshold makes every version of the service report the
-// signal strength of each advertisement, changed or not.
-constexpr std::int16_t anySignal = -127;
+// Thresholds below what any controller reports. That there is one makes every version of the service report
+// the signal strength of each advertisement, changed or not. It differs from one filter to the next: a
+// service that was stopped while it began its own scan anew takes an equal filter for one that still runs,
+// and does not scan.
+constexpr int lowestThreshold = -127;
+constexpr unsigned thresholds = 16;
 
 /// The form in which the service compares UUIDs.
 std::string fullText(const CBUUID& uuid) {
@@ -79,6 +82,8 @@ void Discovery::advance() {
 }
 
 void Discovery::setFilter() {
+    threshold_ = (threshold_ + 1) % thresholds;
+    const auto anySignal = static_cast<std::int16_t>(lowestThreshold + static_cast<int>(threshold_));
     Properties filter{{"Transport", "le"}, {"DuplicateData", true}, {"RSSI", anySignal}};
     if (!services_.empty()) {
         std::vector<std::string> texts;
@@ -125,6 +130,7 @@ void Discovery::stopped(const BusError* error) {
     }
     isOn_ = false;
     isStale_ = false;
+    isFilterSet_ = false;
     advance();
 }
 

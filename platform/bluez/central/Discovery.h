@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,8 @@ private:
     bool isFilterSet_ = false;
     bool isCalling_ = false;
     std::vector<CBUUID> services_;
+    // Not the same at first, as the last filter may have been another process's.
+    unsigned threshold_ = std::random_device{}();
     std::function<void()> whenEnded_;
     Slot slot_;
     std::shared_ptr<NSTimer> deadline_;
