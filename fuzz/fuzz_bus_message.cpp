@@ -117,13 +117,12 @@ public:
         }
     }
 
-    /// Reads the table of a device, if it is there, from a list of these objects.
-    void readTable(const std::function<void(Message&)>& append) {
+    /// Reads the table of a device, if it is there.
+    void readTable() {
         const Device* const device = service_->device({.bytes = {0x00, 0x00, 0x5E, 0x00, 0x53, 0x01}});
         if (!device) return;
-        bus_->setObjects(append);
         int answers = 0;
-        const Slot slot = service_->readServices(*device, [&, above = device->path](const auto& table) {
+        const Slot slot = service_->readTable(*device, [&, above = device->path](const auto& table) {
             ++answers;
             for (const RemoteService& service : table) {
                 require(service.path.starts_with(above + '/'));
@@ -174,7 +173,7 @@ void takeSignalsAndLists(Input& input) {
         const std::string path = anyPath(input);
         const std::size_t kind = input.byte() % (kinds.size() + 2);
         if (kind >= kinds.size()) {
-            kind == kinds.size() ? target.list(appendObjects) : target.readTable(appendObjects);
+            kind == kinds.size() ? target.list(appendObjects) : target.readTable();
             continue;
         }
         const auto& [interface, member, types] = kinds.at(kind);

@@ -376,8 +376,9 @@ TEST_P(BlueZRadio, WhatTheServiceAnswersDecidesTheAttempt) {
         {connected, succeed, neverAnswered},
         {connected, succeed, {.answers = false, .times = 1}},
         {connected, succeed, {.delay = 8, .times = 1}},
-        {connected, succeed, neverAnswered, "GetManagedObjects"},
-        {connected, succeed, fails("Failed", "Failed"), "GetManagedObjects"},
+        // The first asks for the link, the second for the services.
+        {connected, succeed, {.acts = false, .answers = false, .times = 2}, "Get"},
+        {connected, succeed, fails("Failed", "Failed", 2), "Get"},
     }};
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE(i);
@@ -683,7 +684,9 @@ TEST_P(BlueZRadio, AReadIsToldOnceAndANotificationDuringItIsKept) {
 
 TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
     beacon.services.push_back(beacon.services[1]);
+    service.calls.clear();
     const auto peripheral = link();
+    EXPECT_FALSE(wasCalled("GetManagedObjects")) << "the signals have told the table";
     peripheral->discoverServices(std::array{batteryService});
     ASSERT_TRUE(heard("services"));
     ASSERT_THAT(*peripheral->services(), SizeIs(2));
@@ -697,6 +700,15 @@ TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
         ASSERT_TRUE(heard("value 2A19", i + 1));
         EXPECT_THAT(listener->lastValue, ElementsAre(10 + i));
     }
+    service.crash();
+    beacon.services.pop_back();
+    service.start();
+    ASSERT_TRUE(heard("state 5"));
+    takeEvents();
+    link();
+    peripheral->discoverServices(std::array{batteryService});
+    ASSERT_TRUE(heard("services"));
+    EXPECT_THAT(*peripheral->services(), SizeIs(1)) << "a table ends with the life of the service";
 }
 
 // The application

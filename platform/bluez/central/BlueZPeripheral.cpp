@@ -15,7 +15,7 @@ namespace {
 // From the link to the end of the service's own discovery: some dozens of requests, each of which a slow
 // peripheral answers in a tenth of a second.
 constexpr double resolvingDeadline = 20;
-// The service may say that services are resolved just before it shows them.
+// Some versions of BlueZ export the objects only some time after they say that services are resolved.
 constexpr double tableRetryDelay = 0.5;
 // A device that is heard and lost again so often is not one that is passing by.
 constexpr int failuresAtMost = 3;
@@ -198,7 +198,7 @@ void BlueZPeripheral::readTable() {
     const auto central = central_.lock();
     const Device* const known = device();
     if (phase_ != Phase::resolving || !central || !known) return;
-    phaseCall_ = central->service().readServices(
+    phaseCall_ = central->service().readTable(
         *known, [weakSelf = weak_from_this()](std::vector<RemoteService> table) {
             if (const auto self = weakSelf.lock()) {
                 static_cast<BlueZPeripheral&>(*self).tableWasRead(std::move(table));

@@ -196,7 +196,7 @@ void BlueZService::load(MessageReader& objects) {
                 }
                 objects.skip("a{sv}");
             } else {
-                objects.skip("a{sv}");
+                readGATTObject(path, interface, objects);
             }
         });
     });
@@ -233,6 +233,7 @@ void BlueZService::forgetObjects() {
     adapters_.clear();
     adapter_.clear();
     devices_.clear();
+    gattObjects_.clear();
 }
 
 /// The last thing that is done, as an application that is told may throw.
@@ -296,7 +297,7 @@ void BlueZService::interfacesAdded(MessageReader& body) {
             delegate->deviceDidAppear(*device);
             delegate->deviceDidChange(*device, change);
         } else {
-            body.skip("a{sv}");
+            readGATTObject(path, interface, body);
         }
     });
     if (isNewAdapter) reload();
@@ -310,8 +311,12 @@ void BlueZService::interfacesRemoved(MessageReader& body) {
         const std::string_view interface = body.string();
         isAdapter = isAdapter || interface == adapterInterface;
         isDevice = isDevice || interface == deviceInterface;
+        if (interface == gattServiceInterface || interface == gattCharacteristicInterface) {
+            gattObjects_.remove(path);
+        }
     });
     if (isDevice) {
+        gattObjects_.removeBelow(path);
         auto node = devices_.extract(path);
         const auto delegate = delegate_.lock();
         if (!node.empty() && delegate) delegate->deviceDidVanish(node.mapped());
@@ -349,6 +354,18 @@ void BlueZService::propertiesChanged(std::string_view path, MessageReader& body)
             adapterChanged();
         }
     }
+}
+
+void BlueZService::readGATTObject(std::string_view path, std::string_view interface, MessageReader& body) {
+    const bool isService = interface == gattServiceInterface;
+    if (!isService && interface != gattCharacteristicInterface) return body.skip("a{sv}");
+    std::optional<CBUUID> uuid;
+    body.forEachProperty([&](std::string_view name) {
+        if (name != "UUID") return body.skipVariant();
+        if (const auto text = body.variantString()) uuid = parseUUID(*text);
+    });
+    using enum GATTObjects::Kind;
+    if (uuid && body.isGood()) gattObjects_.add(path, isService ? service : characteristic, *uuid);
 }
 
 void BlueZService::linkEndTold(Device& device, MessageReader& body) {
@@ -488,11 +505,15 @@ void BlueZService::send(const std::string& path, const char* interface, const ch
     if (bus_ && !owner_.empty()) bus_->send(bus_->makeCall({owner_, path, interface, member}));
 }
 
-Slot BlueZService::checkConnected(const Device& device) {
+Slot BlueZService::getProperty(const Device& device, const char* name, Bus::Answer answer) {
     return call(
         device.path, propertiesInterface, "Get",
-        [](Message& message) { message.string(deviceInterface).string("Connected"); },
-        [this, path = device.path](MessageReader& reply, const BusError* error) {
+        [name](Message& message) { message.string(deviceInterface).string(name); }, std::move(answer));
+}
+
+Slot BlueZService::checkConnected(const Device& device) {
+    return getProperty(
+        device, "Connected", [this, path = device.path](MessageReader& reply, const BusError* error) {
             Device* const known = deviceAt(path);
             const auto delegate = delegate_.lock();
             if (error || !known || !delegate || known->isConnected || reply.variantBool() != true) {
@@ -505,52 +526,13 @@ Slot BlueZService::checkConnected(const Device& device) {
         });
 }
 
-Slot BlueZService::readServices(const Device& device,
-                                std::function<void(std::vector<RemoteService>)> answer) {
-    return call(
-        "/", objectManagerInterface, "GetManagedObjects", nullptr,
-        [prefix = device.path + '/', answer = std::move(answer)](MessageReader& reply,
-                                                                 const BusError* error) {
-            // By path, which is the order of the handles.
-            std::map<std::string, RemoteService> services;
-            std::map<std::string, RemoteCharacteristic> characteristics;
-            const auto readUUID = [&] {
-                std::optional<CBUUID> uuid;
-                reply.forEachProperty([&](std::string_view name) {
-                    if (name != "UUID") return reply.skipVariant();
-                    if (const auto text = reply.variantString()) uuid = parseUUID(*text);
-                });
-                return uuid;
-            };
-            const auto readObject = [&](const std::string& path, std::string_view interface) {
-                const bool isService = interface == gattServiceInterface;
-                if (!path.starts_with(prefix) || (!isService && interface != gattCharacteristicInterface)) {
-                    return reply.skip("a{sv}");
-                }
-                const auto uuid = readUUID();
-                if (!uuid) return;
-                if (isService) {
-                    services.insert_or_assign(path, RemoteService{path, *uuid, {}});
-                } else {
-                    characteristics.insert_or_assign(path, RemoteCharacteristic{path, *uuid});
-                }
-            };
-            if (!error) {
-                reply.forEachObject([&](std::string_view path) {
-                    reply.forEachInterface(
-                        [&](std::string_view interface) { readObject(std::string(path), interface); });
-                });
-            }
-            for (auto& [path, characteristic] : characteristics) {
-                const auto holder = services.find(std::string(parentOf(path)));
-                if (holder == services.end()) continue;
-                holder->second.characteristics.push_back(std::move(characteristic));
-            }
-            std::vector<RemoteService> table;
-            table.reserve(services.size());
-            for (auto& [path, service] : services) table.push_back(std::move(service));
-            answer(std::move(table));
-        });
+Slot BlueZService::readTable(const Device& device, std::function<void(std::vector<RemoteService>)> answer) {
+    // Before any answer, BlueZ sends the signals of all objects that it has exported.
+    return getProperty(device, "ServicesResolved",
+                       [this, path = device.path, answer = std::move(answer)](MessageReader& /*reply*/,
+                                                                              const BusError* error) {
+                           answer(error ? std::vector<RemoteService>() : gattObjects_.tableOf(path));
+                       });
 }
 
 }  // namespace zobi::platform::bluez

@@ -16,6 +16,7 @@
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/service/AdapterChoice.h"
 #include "platform/bluez/service/Availability.h"
+#include "platform/bluez/service/GATTObjects.h"
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"
@@ -51,19 +52,6 @@ struct DeviceChange {
 
     /// Whether the device was heard: a remembered property never comes in a signal with one of these.
     bool isSighting() const { return rssi || serviceData; }
-};
-
-/// A characteristic in the service's table of a peripheral.
-struct RemoteCharacteristic {
-    std::string path;
-    CBUUID uuid;
-};
-
-/// A service in that table. One UUID may stand there more than once: what counts is the path.
-struct RemoteService {
-    std::string path;
-    CBUUID uuid;
-    std::vector<RemoteCharacteristic> characteristics;
 };
 
 /// Told of what happens at the Bluetooth service, through the run loop.
@@ -114,9 +102,11 @@ public:
     /// change of the device.
     [[nodiscard]] Slot checkConnected(const Device& device);
 
-    /// Reads the table of a device's services, in the order of the peripheral; empty if there is none.
-    [[nodiscard]] Slot readServices(const Device& device,
-                                    std::function<void(std::vector<RemoteService>)> answer);
+    /// Passes the GATT table of a connected device, in the order of its handles, to `answer`; an empty one if
+    /// BlueZ exports none. BlueZ signals that services are resolved before it signals their objects; the
+    /// answer comes after all of them.
+    [[nodiscard]] Slot readTable(const Device& device,
+                                 std::function<void(std::vector<RemoteService>)> answer);
 
     void setGathers(bool gathers);
 
@@ -146,6 +136,8 @@ private:
     void interfacesRemoved(MessageReader& body);
     void propertiesChanged(std::string_view path, MessageReader& body);
     void linkEndTold(Device& device, MessageReader& body);
+    /// Reads the properties of an interface of a GATT object. Any other interface is passed over.
+    void readGATTObject(std::string_view path, std::string_view interface, MessageReader& body);
     static bool readAdapter(Adapter& adapter, MessageReader& body);
     DeviceChange readDevice(Device& device, MessageReader& body);
     void readServiceData(MessageReader& body);
@@ -154,6 +146,8 @@ private:
     Device* deviceAt(std::string_view path);
     /// The one that the object at `path` belongs to.
     Device* deviceAbove(std::string_view path);
+
+    [[nodiscard]] Slot getProperty(const Device& device, const char* name, Bus::Answer answer);
 
     // So that a text that is a view finds its device.
     struct Hash : std::hash<std::string_view> {
@@ -171,6 +165,7 @@ private:
     std::string adapter_;
     std::string devicePrefix_;
     std::unordered_map<std::string, Device, Hash, std::equal_to<>> devices_;
+    GATTObjects gattObjects_;
     // Kept, so that reading a signal allocates nothing.
     std::vector<CBServiceData> serviceData_;
     std::vector<CBUUID> listedServices_;
