@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/controller/HCI.h"
 #include "zobi/platform/NSData.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
@@ -12,15 +13,12 @@ namespace zobi::platform::bluez {
 
 namespace {
 
-// What a controller reports when it could not measure.
-constexpr std::int16_t unknownSignal = 127;
-
 NSError radioIsOff() {
     return {CBError::operationCancelled, "Bluetooth is off."};
 }
 
 NSNumber signalStrength(const DeviceChange& change) {
-    if (!change.rssi || *change.rssi == unknownSignal) return {};
+    if (!change.rssi || *change.rssi == unknownRSSI) return {};
     return NSNumber::numberWithInt(*change.rssi);
 }
 

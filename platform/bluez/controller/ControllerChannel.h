@@ -14,6 +14,9 @@ namespace zobi::platform::bluez {
 /// Main thread only.
 class ControllerChannel : public PollSource {
 public:
+    /// Whether the controller itself is asked. Otherwise it is the kernel, which tells less.
+    virtual bool asksController() const { return true; }
+
     /// The link to `device` is up. Called at once when that is known.
     virtual void watchLink(const DeviceAddress& device) = 0;
 

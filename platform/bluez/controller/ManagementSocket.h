@@ -18,6 +18,7 @@ public:
     ManagementSocket(int descriptor, std::uint16_t controller, MainQueue& queue)
         : KernelSocket(descriptor, queue), controller_(controller) {}
 
+    bool asksController() const override { return false; }
     void watchLink(const DeviceAddress& device) override;
 
 protected:

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
-#include "platform/bluez/controller/ManagementSocket.h"
 #include "platform/bluez/diagnosis/Surroundings.h"
 #include "platform/bluez/service/BlockSwitch.h"
 
@@ -305,10 +304,10 @@ void Examination::examinePower() {
 
 void Examination::examineLinks() {
     if (const auto channel = context_.openChannel(name_)) {
-        const bool isKernels = dynamic_cast<const ManagementSocket*>(channel.get()) != nullptr;
         add("links", Severity::good,
-            isKernels ? "The kernel tells roughly why they end, and how strong they were up to 3 s ago."
-                      : "The controller tells why they end, and how strong they are.");
+            channel->asksController()
+                ? "The controller tells why they end, and how strong they are."
+                : "The kernel tells roughly why they end, and how strong they were up to 3 s ago.");
         return end();
     }
     if (device_.empty()) return linksCannotBeWatched(false);
