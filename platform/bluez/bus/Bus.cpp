@@ -6,6 +6,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/bluez/bus/BlueZNames.h"
+
 namespace zobi::platform::bluez {
 
 using std::chrono::nanoseconds;
@@ -59,8 +61,7 @@ void Slot::reset() {
 }
 
 void BusDelegate::busDidReceiveCall(IncomingCall call) {
-    // Without an answer, the caller would wait until its own time limit.
-    Bus::replyError(call, {SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no such object."});
+    Bus::replyNoObject(call);
 }
 
 std::shared_ptr<Bus> Bus::overSystemBus(const Context& context) {
@@ -140,6 +141,11 @@ void Bus::replyError(const IncomingCall& call, const BusError& error) {
     }
 }
 
+void Bus::replyNoObject(const IncomingCall& call) {
+    // Without an answer, the caller would wait until its own time limit.
+    replyError(call, {unknownObjectError, "There is no such object."});
+}
+
 RunLoopDescriptor Bus::descriptor() const {
     if (!bus_) return {-1, 0};
     return {sd_bus_get_fd(bus_), static_cast<short>(std::max(sd_bus_get_events(bus_), 0))};
@@ -211,8 +217,7 @@ void Bus::handle(MessagePointer message) {
     } else {
         const auto destination = orEmpty(sd_bus_message_get_destination(raw));
         IncomingCall call{std::move(message), sender, destination, path, interface, member};
-        const auto callee = callee_.lock();
-        callee ? callee->busDidReceiveCall(std::move(call)) : delegate->busDidReceiveCall(std::move(call));
+        delegate->busDidReceiveCall(std::move(call));
     }
 }
 

@@ -198,8 +198,8 @@ void BlueZPeripheral::readTable() {
     const auto central = central_.lock();
     const Device* const known = device();
     if (phase_ != Phase::resolving || !central || !known) return;
-    phaseCall_ = central->service().readTable(
-        *known, [weakSelf = weak_from_this()](std::vector<RemoteService> table) {
+    phaseCall_ =
+        central->service().readTable(*known, [weakSelf = weak_from_this()](std::vector<RemoteService> table) {
             if (const auto self = weakSelf.lock()) {
                 static_cast<BlueZPeripheral&>(*self).tableWasRead(std::move(table));
             }
@@ -302,7 +302,7 @@ void BlueZPeripheral::abandon() {
     phase_ = Phase::idle;
     announcedConnects_ = 0;
     phaseCall_.reset();
-    operationCall_.reset();
+    operation_.cancel();
     deferred_.clear();
     dropLink();
 }
@@ -403,7 +403,7 @@ void BlueZPeripheral::endLink(const NSError* error) {
         central->service().send(std::exchange(subscribingPath_, {}), gattCharacteristicInterface,
                                 "StopNotify");
     }
-    operationCall_.reset();
+    operation_.cancel();
     if (operationTimer_) operationTimer_->invalidate();
     readPath_.clear();
     heldValues_.clear();
@@ -456,28 +456,14 @@ void BlueZPeripheral::scheduleNextRequest() {
 }
 
 void BlueZPeripheral::operate(const std::string& path, const char* member,
-                              const std::function<void(Message&)>& append,
-                              std::function<void(MessageReader&, const BusError*)> answered) {
+                              const std::function<void(Message&)>& append, Bus::Answer answered) {
     const auto central = central_.lock();
     if (!central) return;
-    const auto finish = [weakSelf = weak_from_this(), answered = std::move(answered)](MessageReader& reply,
-                                                                                      const BusError* error) {
-        const auto self = weakSelf.lock();
-        if (!self) return;
-        auto& peripheral = static_cast<BlueZPeripheral&>(*self);
-        peripheral.operationTimer_->invalidate();
-        peripheral.operationCall_.reset();
-        answered(reply, error);
-    };
-    operationTimer_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        operationDeadline,
-        [finish](const auto& /*timer*/) {
-            const BusError error{"", "The Bluetooth service does not answer."};
-            MessageReader nothing(nullptr);
-            finish(nothing, &error);
-        },
-        nullptr, false);
-    operationCall_ = central->service().call(path, gattCharacteristicInterface, member, append, finish);
+    operation_.start(self(), context_->runLoop, operationDeadline, "The Bluetooth service does not answer.",
+                     std::move(answered), [&](Bus::Answer answer) {
+                         return central->service().call(path, gattCharacteristicInterface, member, append,
+                                                        std::move(answer));
+                     });
 }
 
 void BlueZPeripheral::failOperation(GATTOperation operation, const BusError& busError,

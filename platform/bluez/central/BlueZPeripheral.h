@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/bluez/RadioContext.h"
+#include "platform/bluez/bus/TimedCall.h"
 #include "platform/bluez/central/BlueZErrors.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/service/BlueZService.h"
@@ -160,7 +161,7 @@ private:
 
     /// Calls an operation of a GATT object. `answered` is called once, unless the link ends before.
     void operate(const std::string& path, const char* member, const std::function<void(Message&)>& append,
-                 std::function<void(MessageReader&, const BusError*)> answered);
+                 Bus::Answer answered);
     /// A failure is told, or the end of the link that is its cause.
     void failOperation(GATTOperation operation, const BusError& error, const Completion& completion);
     const std::string& pathOf(GATTPlace place) const;
@@ -196,7 +197,7 @@ private:
     std::vector<RemoteService> table_;
     bool isNextPrepared_ = false;
     std::shared_ptr<NSTimer> operationTimer_;
-    Slot operationCall_;
+    TimedCall operation_;
     // The characteristic that is being read, and the values that the service signalled meanwhile.
     std::string readPath_;
     // The characteristic for which a subscription is on its way.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/bluez/bus/TimedCall.h"
 #include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"
@@ -51,13 +52,11 @@ private:
     /// It is on, but to be begun anew.
     bool isStale_ = false;
     bool isFilterSet_ = false;
-    bool isCalling_ = false;
     std::vector<CBUUID> services_;
     // Not the same at first, as the last filter may have been another process's.
     unsigned threshold_ = std::random_device{}();
     std::function<void()> whenEnded_;
-    Slot slot_;
-    std::shared_ptr<NSTimer> deadline_;
+    TimedCall call_;
     std::shared_ptr<NSTimer> retry_;
     std::string lastTrouble_;
 };

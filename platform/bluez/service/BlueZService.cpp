@@ -279,6 +279,14 @@ void BlueZService::busDidReceiveSignal(const Signal& signal) {
     }
 }
 
+void BlueZService::busDidReceiveCall(IncomingCall call) {
+    // Anybody may call this connection too.
+    if (owner_.empty() || call.sender != owner_) {
+        return Bus::replyError(call, {accessDeniedError, "This is for the Bluetooth service alone."});
+    }
+    if (const auto delegate = delegate_.lock()) delegate->serviceDidCall(call);
+}
+
 void BlueZService::interfacesAdded(MessageReader& body) {
     const std::string path(body.objectPath());
     bool isNewAdapter = false;
@@ -503,6 +511,16 @@ Slot BlueZService::callAdapter(const char* member, const std::function<void(Mess
 
 void BlueZService::send(const std::string& path, const char* interface, const char* member) {
     if (bus_ && !owner_.empty()) bus_->send(bus_->makeCall({owner_, path, interface, member}));
+}
+
+void BlueZService::send(const Message& reply) {
+    if (bus_) bus_->send(reply);
+}
+
+void BlueZService::emitChange(const std::string& path, const char* interface, const Properties& changed) {
+    if (!bus_) return;
+    Message message = bus_->makeSignal(path, propertiesInterface, "PropertiesChanged");
+    bus_->send(message.string(interface).properties(changed).strings({}));
 }
 
 Slot BlueZService::getProperty(const Device& device, const char* name, Bus::Answer answer) {

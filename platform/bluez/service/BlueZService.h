@@ -66,9 +66,11 @@ public:
     /// The service has forgotten the device. Its handle lives on.
     virtual void deviceDidVanish(Device& device) = 0;
     /// The service tells why the link to a device ends, which newer versions do just before it does.
-    virtual void deviceDidTellLinkEnd(Device& device, const LinkEnd& end) = 0;
-    virtual void characteristicDidChange(Device& device, std::string_view path,
-                                         std::span<const std::uint8_t> value) = 0;
+    virtual void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& /*end*/) {}
+    virtual void characteristicDidChange(Device& /*device*/, std::string_view /*path*/,
+                                         std::span<const std::uint8_t> /*value*/) {}
+    /// BlueZ calls an object of this side. By default, the call is answered that there is none.
+    virtual void serviceDidCall(const IncomingCall& call) { Bus::replyNoObject(call); }
 };
 
 /// The Bluetooth service as one client has it: the connection to the bus, the life of service and adapter,
@@ -108,9 +110,16 @@ public:
     [[nodiscard]] Slot readTable(const Device& device,
                                  std::function<void(std::vector<RemoteService>)> answer);
 
+    /// Sends the reply to a call of `serviceDidCall`.
+    void send(const Message& reply);
+    /// Signals to BlueZ that properties of an object of this side have changed. Nothing happens without a
+    /// bus.
+    void emitChange(const std::string& path, const char* interface, const Properties& changed);
+
     void setGathers(bool gathers);
 
     void busDidReceiveSignal(const Signal& signal) override;
+    void busDidReceiveCall(IncomingCall call) override;
     void busDidClose(const std::string& reason) override;
 
 private:
