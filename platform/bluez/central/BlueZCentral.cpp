@@ -26,7 +26,7 @@ NSNumber signalStrength(const DeviceChange& change) {
 
 BlueZCentral::~BlueZCentral() {
     for (const auto& [address, peripheral] : peripherals_) {
-        // The service would keep the link up, and the beacon silent, for nobody.
+        // BlueZ would keep the link up for nobody, and the device would not advertise meanwhile.
         const Device* const device = peripheral->isBusy() ? service_->device(address) : nullptr;
         if (device) service_->send(device->path, deviceInterface, "Disconnect");
         // The application may keep the handle.

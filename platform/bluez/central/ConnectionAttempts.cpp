@@ -11,8 +11,8 @@ using std::chrono::nanoseconds;
 
 namespace {
 
-// From the pause of discovery to its end. A device that is there is connected in a few of its advertising
-// intervals; without any advertisement for much longer, live beacons would be taken for silent.
+// From the pause of discovery to its end. A device in range is connected within a few of its advertising
+// intervals. Applications may take a device that is not heard for much longer than this for one that is gone.
 constexpr double turnSeconds = 4;
 
 // While another program discovers, the scan goes on, and a controller that reports a device once per scan

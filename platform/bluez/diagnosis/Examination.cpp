@@ -7,8 +7,13 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/controller/OpenControllerChannel.h"
 #include "platform/bluez/diagnosis/Surroundings.h"
 #include "platform/bluez/service/BlockSwitch.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardClock.h"
+#include "zobi/platform/standard/StandardLog.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
 
 namespace zobi::platform::bluez {
 
@@ -236,15 +241,15 @@ void Examination::examineAdvertisements(MessageReader& filters, const BusError* 
 }
 
 void Examination::examinePeripheralRole(const Abilities& abilities) {
-    const char* const advice = "To act as a beacon, use another adapter.";
+    const char* const advice = "To act as a peripheral, use another adapter.";
     if (!abilities.freeAdvertisements || !abilities.hasServiceRegistry) {
-        add("beacon role", Severity::limitation, name_ + " cannot act as a beacon.", advice);
+        add("peripheral role", Severity::limitation, name_ + " cannot act as a peripheral.", advice);
     } else if (*abilities.freeAdvertisements == 0) {
-        add("beacon role", Severity::limitation,
-            name_ + " cannot act as a beacon: it advertises as much as it can for other programs.",
+        add("peripheral role", Severity::limitation,
+            name_ + " cannot act as a peripheral: it advertises as much as it can for other programs.",
             "End one of them, or use another adapter.");
     } else {
-        add("beacon role", Severity::good, name_ + " can act as a beacon.");
+        add("peripheral role", Severity::good, name_ + " can act as a peripheral.");
     }
 }
 
@@ -319,6 +324,23 @@ void Examination::linksCannotBeWatched(bool tellsLinkEnds) {
     advice += tellsLinkEnds ? "." : "; or install bluez 5.83 or later, whose service tells why.";
     add("links", Severity::limitation, std::move(found), std::move(advice));
     end();
+}
+
+std::vector<Finding> diagnose(const BlueZOptions& options) {
+    const SystemTime clock;
+    StandardLog log(nullptr);
+    auto owner = std::make_unique<PollWaiting>();
+    PollWaiting& waiting = *owner;
+    StandardRunLoop runLoop(clock, std::move(owner));
+    const auto openChannel = [&](const std::string& adapter) {
+        return openControllerChannel(adapter, runLoop);
+    };
+    const RadioContext context{runLoop,     clock,          log, waiting, &Bus::overSystemBus,
+                               openChannel, options.adapter};
+    const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
+    runLoop.dispatchAsync([&] { examination->start(); });
+    runLoop.run();
+    return examination->findings();
 }
 
 }  // namespace zobi::platform::bluez

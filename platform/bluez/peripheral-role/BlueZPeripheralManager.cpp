@@ -9,6 +9,7 @@
 
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/peripheral-role/PeripheralErrors.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform::bluez {
@@ -76,6 +77,15 @@ void check(const LocalAdvertisement& advertisement) {
 }
 
 }  // namespace
+
+std::shared_ptr<PeripheralManager> PeripheralManager::makeOnPlatform(
+    BlueZPlatform& platform, std::vector<LocalService> services,
+    std::weak_ptr<PeripheralManagerDelegate> delegate) {
+    auto manager = std::make_shared<BlueZPeripheralManager>(platform.context(), std::move(services),
+                                                            std::move(delegate));
+    platform.runLoop().dispatchAsync([manager] { manager->start(); });
+    return manager;
+}
 
 BlueZPeripheralManager::BlueZPeripheralManager(RadioContext context, std::vector<LocalService> services,
                                                std::weak_ptr<PeripheralManagerDelegate> delegate)
