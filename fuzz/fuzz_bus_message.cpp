@@ -73,8 +73,8 @@ void settle(Machine& machine) {
 class Witness final : public BlueZServiceDelegate {
 public:
     void serviceDidChangeAvailability() override {}
-    void deviceDidAppear(Device& device) override { touch(device.name); }
-    void deviceDidChange(Device& device, const DeviceChange& change) override {
+    void deviceDidAppear(const Device& device) override { touch(device.name); }
+    void deviceDidChange(const Device& device, const DeviceChange& change) override {
         std::string end = textOf(device.address);
         std::ranges::replace(end, ':', '_');
         require(device.path == firstAdapter + "/dev_" + end);
@@ -82,9 +82,9 @@ public:
         if (!change.serviceData) return;
         for (const auto& [uuid, data] : *change.serviceData) touch(data);
     }
-    void deviceDidVanish(Device& device) override { touch(device.path); }
-    void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& end) override { touch(end.text); }
-    void characteristicDidChange(Device& /*device*/, std::string_view path,
+    void deviceDidVanish(const Device& device) override { touch(device.path); }
+    void deviceDidTellLinkEnd(const Device& /*device*/, const LinkEnd& end) override { touch(end.text); }
+    void characteristicDidChange(const Device& /*device*/, std::string_view path,
                                  std::span<const std::uint8_t> value) override {
         touch(path);
         touch(value);

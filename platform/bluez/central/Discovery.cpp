@@ -49,6 +49,11 @@ void Discovery::goOn(const std::vector<CBUUID>& services) {
     advance();
 }
 
+void Discovery::restart() {
+    isStale_ = isOn_;
+    if (isWanted_) advance();
+}
+
 void Discovery::end() {
     isWanted_ = false;
     advance();

@@ -26,6 +26,8 @@ public:
     void begin(const std::vector<CBUUID>& services);
     /// The same if it is not on.
     void goOn(const std::vector<CBUUID>& services);
+    /// Discovers anew with the same filter, if it is wanted.
+    void restart();
     void end();
     /// Ends, and calls `then` when the service has, or does not answer in time.
     void endThen(std::function<void()> then);

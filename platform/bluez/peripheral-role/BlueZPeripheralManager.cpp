@@ -98,6 +98,7 @@ BlueZPeripheralManager::~BlueZPeripheralManager() {
 void BlueZPeripheralManager::start() {
     service_ =
         std::make_shared<BlueZService>(std::make_shared<const RadioContext>(context_), weak_from_this());
+    promptness_ = service_->stayPrompt();
     service_->start();
 }
 
@@ -296,17 +297,17 @@ void BlueZPeripheralManager::restIsOver() {
 
 // Centrals
 
-void BlueZPeripheralManager::deviceDidAppear(Device& device) {
+void BlueZPeripheralManager::deviceDidAppear(const Device& device) {
     // The service lists what there is before it tells that it is powered on: such a link did not come to us.
     if (device.isConnected && !isPoweredOn()) links_.try_emplace(device.path);
 }
 
-void BlueZPeripheralManager::deviceDidChange(Device& device, const DeviceChange& change) {
+void BlueZPeripheralManager::deviceDidChange(const Device& device, const DeviceChange& change) {
     if (!change.hasConnected) return;
     device.isConnected ? linkIsThere(device) : linkIsGone(device.path);
 }
 
-void BlueZPeripheralManager::deviceDidVanish(Device& device) {
+void BlueZPeripheralManager::deviceDidVanish(const Device& device) {
     linkIsGone(device.path);
 }
 

@@ -48,9 +48,9 @@ public:
     void shutDown(std::function<void()> completion) override;
 
     void serviceDidChangeAvailability() override;
-    void deviceDidAppear(Device& device) override;
-    void deviceDidChange(Device& device, const DeviceChange& change) override;
-    void deviceDidVanish(Device& device) override;
+    void deviceDidAppear(const Device& device) override;
+    void deviceDidChange(const Device& device, const DeviceChange& change) override;
+    void deviceDidVanish(const Device& device) override;
     void serviceDidCall(const IncomingCall& call) override;
 
 private:
@@ -103,6 +103,8 @@ private:
     LocalObjects objects_;
     std::weak_ptr<PeripheralManagerDelegate> delegate_;
     std::shared_ptr<BlueZService> service_;
+    /// Centrals must not wait.
+    std::shared_ptr<void> promptness_;
 
     std::optional<LocalAdvertisement> wanted_;
     /// What the object of the advertisement tells; absent when the service may have something else.

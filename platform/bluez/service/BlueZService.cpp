@@ -72,6 +72,7 @@ void BlueZService::openBus() {
         return enter(Availability::noBus);
     }
     bus_->setDelegate(weak_from_this());
+    updateGathering();
     context_->waiting.add(bus_);
     opening_.clear();
     isOpening_ = true;
@@ -129,8 +130,20 @@ void BlueZService::loseBus(const std::string& reason) {
     enter(wasInUse ? Availability::restarting : Availability::noBus);
 }
 
-void BlueZService::setGathers(bool gathers) {
-    if (bus_) bus_->setGathers(gathers);
+std::shared_ptr<void> BlueZService::stayPrompt() {
+    auto promptness = promptness_.lock();
+    if (!promptness) {
+        promptness = std::shared_ptr<void>(this, [weakSelf = weak_from_this()](void* /*self*/) {
+            if (const auto self = weakSelf.lock()) self->updateGathering();
+        });
+        promptness_ = promptness;
+        updateGathering();
+    }
+    return promptness;
+}
+
+void BlueZService::updateGathering() {
+    if (bus_) bus_->setGathers(promptness_.expired());
 }
 
 void BlueZService::afterDelay(double seconds, void (BlueZService::*action)()) {
@@ -487,7 +500,7 @@ Device* BlueZService::deviceAbove(std::string_view path) {
     return deviceAt(parentOf(parentOf(path)));
 }
 
-Device* BlueZService::device(const DeviceAddress& address) {
+const Device* BlueZService::device(const DeviceAddress& address) const {
     const auto found = std::ranges::find_if(
         devices_, [&](const auto& entry) { return entry.second.address.bytes == address.bytes; });
     return found == devices_.end() ? nullptr : &found->second;

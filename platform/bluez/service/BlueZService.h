@@ -23,8 +23,6 @@
 
 namespace zobi::platform::bluez {
 
-class BlueZPeripheral;
-
 /// What the service says of a device on the air of our adapter.
 struct Device {
     std::string path;
@@ -35,8 +33,6 @@ struct Device {
     bool servicesResolved = false;
     /// Nothing while it is not known, as the service has replaced them by those that it found over a link.
     std::optional<std::vector<CBUUID>> advertisedServices;
-    /// Our handle, if there is one.
-    std::shared_ptr<BlueZPeripheral> peripheral;
 };
 
 /// What one signal told of a device, after the device itself was brought up to date. Views, valid for the
@@ -61,13 +57,13 @@ public:
 
     /// Devices, and with them every link, are gone unless it is powered on.
     virtual void serviceDidChangeAvailability() = 0;
-    virtual void deviceDidAppear(Device& device) = 0;
-    virtual void deviceDidChange(Device& device, const DeviceChange& change) = 0;
-    /// The service has forgotten the device. Its handle lives on.
-    virtual void deviceDidVanish(Device& device) = 0;
+    virtual void deviceDidAppear(const Device& device) = 0;
+    virtual void deviceDidChange(const Device& device, const DeviceChange& change) = 0;
+    /// BlueZ has forgotten the device.
+    virtual void deviceDidVanish(const Device& device) = 0;
     /// The service tells why the link to a device ends, which newer versions do just before it does.
-    virtual void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& /*end*/) {}
-    virtual void characteristicDidChange(Device& /*device*/, std::string_view /*path*/,
+    virtual void deviceDidTellLinkEnd(const Device& /*device*/, const LinkEnd& /*end*/) {}
+    virtual void characteristicDidChange(const Device& /*device*/, std::string_view /*path*/,
                                          std::span<const std::uint8_t> /*value*/) {}
     /// BlueZ calls an object of this side. By default, the call is answered that there is none.
     virtual void serviceDidCall(const IncomingCall& call) { Bus::replyNoObject(call); }
@@ -90,7 +86,7 @@ public:
     bool isDiscovering() const;
 
     /// The device with this address; null while the service has none.
-    Device* device(const DeviceAddress& address);
+    const Device* device(const DeviceAddress& address) const;
 
     /// Calls an operation of the adapter, or of an object below it. Nothing happens without an adapter.
     [[nodiscard]] Slot callAdapter(const char* member, const std::function<void(Message&)>& append,
@@ -116,7 +112,8 @@ public:
     /// bus.
     void emitChange(const std::string& path, const char* interface, const Properties& changed);
 
-    void setGathers(bool gathers);
+    /// While somebody holds the result, no signal waits for others to gather: see `Bus::setGathers`.
+    [[nodiscard]] std::shared_ptr<void> stayPrompt();
 
     void busDidReceiveSignal(const Signal& signal) override;
     void busDidReceiveCall(IncomingCall call) override;
@@ -126,6 +123,7 @@ private:
     void openBus();
     void loseBus(const std::string& reason);
     void askBus(const char* member, const char* argument, Bus::Answer answer);
+    void updateGathering();
     /// An answer may drop the last reference to this.
     Bus::Answer whileThisLives(Bus::Answer answer);
     void ownerIs(const std::string& owner);
@@ -166,6 +164,7 @@ private:
     std::shared_ptr<const RadioContext> context_;
     std::weak_ptr<BlueZServiceDelegate> delegate_;
     std::shared_ptr<Bus> bus_;
+    std::weak_ptr<void> promptness_;
     Availability availability_ = Availability::starting;
     /// The service's own name on the bus; empty while it does not run.
     std::string owner_;
