@@ -139,6 +139,28 @@ TEST_F(SimulationTest, AnyStateButOnEndsTheScanForGood) {
     EXPECT_THAT(delegate->peripherals, IsEmpty());
 }
 
+TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePower) {
+    platform.world().addBeacon({}).comeIntoRange();
+    loop.processPending();
+    scan();
+    loop.runFor(1);
+    const auto failsWith = [&](std::vector<CBManagerState> before, std::vector<CBManagerState> after) {
+        for (const auto state : before) platform.world().setRadioState(state);
+        central->connectPeripheral(delegate->peripherals.at(0));
+        for (const auto state : after) platform.world().setRadioState(state);
+        delegate->events.clear();
+        loop.runFor(5);
+        EXPECT_THAT(delegate->events, ::testing::Contains("CBErrorDomain 5").Times(1));
+        EXPECT_EQ(delegate->peripherals.at(0)->state(), CBPeripheralState::disconnected);
+    };
+    constexpr auto off = CBManagerState::poweredOff;
+    constexpr auto on = CBManagerState::poweredOn;
+    failsWith({off, on}, {});
+    failsWith({}, {off, on});
+    failsWith({off}, {});
+    failsWith({on}, {});
+}
+
 TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
     SimulatedBeacon& beacon = platform.world().addBeacon(
         {.minor = 1, .layoutVersion = 5, .advertisingJitter = 0, .signalStrengthSpread = 4});

@@ -30,7 +30,7 @@ public:
     std::vector<Peripheral> sightings;
     std::vector<std::uint8_t> lastValue;
     /// Called at each sighting, and at each answer that tells a failure.
-    std::function<void()> onSighting = [] {};
+    std::function<void(const zobi::platform::CBAdvertisementData&)> onSighting = [](const auto& /*data*/) {};
     std::function<void()> onFailedAnswer = [] {};
 
     /// Calls, with nothing told meanwhile.
@@ -53,7 +53,7 @@ public:
                               &zobi::platform::CBServiceData::service) != data.serviceData.end();
         if (data.localName != "morvane" || !hasPayload) return;
         sightings.push_back(peripheral);
-        onSighting();
+        onSighting(data);
     }
     void centralManagerDidConnectPeripheral(CBCentralManager&, const Peripheral& peripheral) override {
         EXPECT_EQ(peripheral->state(), zobi::platform::CBPeripheralState::connected);
