@@ -37,7 +37,16 @@ nanoseconds now() {
 /// The radio of Linux, over a connection that is there already, with the log off.
 class RadioPlatform final : public zobi::platform::StandardPlatform {
 public:
-    explicit RadioPlatform(int socket) : RadioPlatform(socket, new zobi::platform::PollWaiting) {}
+    explicit RadioPlatform(int socket)
+        : StandardPlatform(Time::real, std::make_unique<zobi::platform::PollWaiting>()),
+          context_{runLoop(),
+                   clock(),
+                   log(),
+                   [socket](const Bus::Context& context) { return Bus::overSocket(socket, context); },
+                   [](const std::string& /*adapter*/) { return nullptr; },
+                   ""} {
+        log().setSink(nullptr);
+    }
     ~RadioPlatform() override { shutDown(); }
 
     std::shared_ptr<zobi::platform::CBCentralManager> makeCentralManager(
@@ -48,18 +57,6 @@ public:
     }
 
 private:
-    RadioPlatform(int socket, zobi::platform::PollWaiting* waiting)
-        : StandardPlatform(Time::real, std::unique_ptr<zobi::platform::PollWaiting>(waiting)),
-          context_{runLoop(),
-                   clock(),
-                   log(),
-                   *waiting,
-                   [socket](const Bus::Context& context) { return Bus::overSocket(socket, context); },
-                   [](const std::string& /*adapter*/) { return nullptr; },
-                   ""} {
-        log().setSink(nullptr);
-    }
-
     zobi::platform::bluez::RadioContext context_;
 };
 

@@ -94,7 +94,6 @@ void Examination::start() {
                          '.');
     }
     bus_->setDelegate(weak_from_this());
-    context_.waiting.add(bus_);
     askForService();
 }
 
