@@ -4,7 +4,6 @@
 #include <string>
 
 #include "zobi/platform/Export.h"
-#include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
@@ -46,8 +45,6 @@ public:
     const RadioContext& context() const { return *context_; }
 
 private:
-    BlueZPlatform(BlueZOptions options, PollWaiting* waiting);
-
     std::unique_ptr<RadioContext> context_;
 };
 

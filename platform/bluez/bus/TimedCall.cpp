@@ -10,14 +10,11 @@ void TimedCall::start(const std::shared_ptr<void>& owner, RunLoop& runLoop, doub
     owner_ = owner;
     answer_ = std::move(answer);
     // Neither calls this object after it has cancelled them.
-    deadline_ = runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds,
-        [this, late = std::move(late)](const auto& /*timer*/) {
-            const BusError error{"", late};
-            MessageReader nothing(nullptr);
-            finish(nothing, &error);
-        },
-        nullptr, false);
+    deadline_ = runLoop.after(seconds, [this, late = std::move(late)] {
+        const BusError error{"", late};
+        MessageReader nothing(nullptr);
+        finish(nothing, &error);
+    });
     slot_ = send([this](MessageReader& reply, const BusError* error) { finish(reply, error); });
 }
 

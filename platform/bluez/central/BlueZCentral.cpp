@@ -142,7 +142,7 @@ void BlueZCentral::serviceDidChangeAvailability() {
 void BlueZCentral::openChannel() {
     const std::string adapter = context_->service->adapterName();
     auto& channel = context_->channel;
-    const bool isOpen = channel && channel->descriptor().fd >= 0;
+    const bool isOpen = channel && channel->isOpen();
     if (std::exchange(channelAdapter_, adapter) == adapter && isOpen) return;
     channel = context_->radio->openChannel(adapter);
     if (!channel) {
@@ -152,7 +152,6 @@ void BlueZCentral::openChannel() {
             adapter);
         return;
     }
-    context_->radio->waiting.add(channel);
     channel->setOnEvent([weakSelf = weak_from_this()] {
         const auto self = weakSelf.lock();
         if (self) static_cast<BlueZCentral&>(*self).lookForLinkEnds();

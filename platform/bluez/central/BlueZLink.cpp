@@ -36,15 +36,12 @@ void BlueZLink::enter(CentralContext& context, Phase phase) {
 }
 
 std::shared_ptr<NSTimer> BlueZLink::schedule(CentralContext& context, double seconds, Action action) {
-    return context.radio->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds,
-        [this, weakOwner = peripheral_.weak_from_this(), weakContext = context_,
-         action](const auto& /*timer*/) {
+    return context.radio->runLoop.after(
+        seconds, [this, weakOwner = peripheral_.weak_from_this(), weakContext = context_, action] {
             const auto owner = weakOwner.lock();
             const auto known = weakContext.lock();
             if (owner && known) (this->*action)(*known);
-        },
-        nullptr, false);
+        });
 }
 
 void BlueZLink::after(CentralContext& context, double seconds, Action action) {

@@ -61,16 +61,11 @@ void LinkOperations::operate(const std::string& path, const char* member,
                 });
 }
 
-void LinkOperations::after(CentralContext& context, double seconds, std::function<void()> action) {
-    timer_ = context.radio->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds, [action = std::move(action)](const auto& /*timer*/) { action(); }, nullptr, false);
-}
-
 void LinkOperations::fail(GATTOperation operation, const BusError& busError, const Completion& completion) {
     const NSError error = errorOfOperation(operation, busError);
     const auto context = context_.lock();
     if (!context || !mayTellLinkEnd(error)) return completion(error);
-    after(*context, linkEndDelay, [completion, error] { completion(error); });
+    timer_ = context->radio->runLoop.after(linkEndDelay, [completion, error] { completion(error); });
 }
 
 void LinkOperations::read(GATTPlace place, ReadCompletion completion) {
@@ -146,7 +141,8 @@ void LinkOperations::readSignalStrength(const RSSICompletion& completion) {
     if (!context || !context->channel) {
         return failWith("This user cannot ask the controller for the signal strength of a link.");
     }
-    after(*context, signalDeadline, [failWith] { failWith("The controller does not answer."); });
+    timer_ = context->radio->runLoop.after(signalDeadline,
+                                           [failWith] { failWith("The controller does not answer."); });
     context->channel->readRSSI(address_, [timer = timer_, completion, failWith](std::optional<int> rssi) {
         timer->invalidate();
         if (!rssi) return failWith("The controller does not tell the signal strength of the link.");

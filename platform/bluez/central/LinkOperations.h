@@ -54,7 +54,6 @@ private:
     std::optional<GATTPlace> placeOf(std::string_view path) const;
     void operate(const std::string& path, const char* member, const std::function<void(Message&)>& append,
                  Bus::Answer answer);
-    void after(CentralContext& context, double seconds, std::function<void()> action);
     /// Tells a failure, unless the end of the link comes first, which may be its cause.
     void fail(GATTOperation operation, const BusError& error, const Completion& completion);
     void tellHeldValues(ExceptionKeeper& exceptions);

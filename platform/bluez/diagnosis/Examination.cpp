@@ -81,7 +81,6 @@ void Examination::start() {
                          '.');
     }
     bus_->setDelegate(weak_from_this());
-    context_.waiting.add(bus_);
     askForService();
 }
 
@@ -329,14 +328,11 @@ void Examination::linksCannotBeWatched(bool tellsLinkEnds) {
 std::vector<Finding> diagnose(const BlueZOptions& options) {
     const SystemTime clock;
     StandardLog log(nullptr);
-    auto owner = std::make_unique<PollWaiting>();
-    PollWaiting& waiting = *owner;
-    StandardRunLoop runLoop(clock, std::move(owner));
+    StandardRunLoop runLoop(clock, std::make_unique<PollWaiting>());
     const auto openChannel = [&](const std::string& adapter) {
         return openControllerChannel(adapter, runLoop);
     };
-    const RadioContext context{runLoop,     clock,          log, waiting, &Bus::overSystemBus,
-                               openChannel, options.adapter};
+    const RadioContext context{runLoop, clock, log, &Bus::overSystemBus, openChannel, options.adapter};
     const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
     runLoop.dispatchAsync([&] { examination->start(); });
     runLoop.run();

@@ -73,7 +73,6 @@ void BlueZService::openBus() {
     }
     bus_->setDelegate(weak_from_this());
     updateGathering();
-    context_->waiting.add(bus_);
     opening_.clear();
     isOpening_ = true;
     // Before anything is read, so that no change is missed.
