@@ -249,6 +249,12 @@ TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
     signal({{"Name", "morvane"}, {"RSSI", std::int16_t{-50}}});
     for (int i = 0; i < 3; ++i) signal(heard);
     EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50"));
+    service.connectByOther(beacon);
+    pass(2);
+    service.endLink(beacon, 0x13);
+    watched->scanForPeripheralsWithServicesOptions({}, {});
+    signal(heard);
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50")) << "not what the service has read over a link";
     service.forget(beacon);
     beacon.isInRange = true;
     EXPECT_THAT(told(), IsEmpty()) << "the scan knows it though the service has forgotten it";

@@ -94,9 +94,10 @@ void BlueZCentral::hear(const Device& device, const DeviceChange& change) {
     const auto& advertised = device.advertisedServices;
     if (!isScanning() || (advertised && !isSought(*advertised))) return;
     if (!known) {
-        known =
-            &peripheral<BlueZPeripheral>(keyOf(device.address), context_, device.address, serviceFilter());
+        const Key key = keyOf(device.address);
+        known = &peripheral<BlueZPeripheral>(key, context_, device.address, serviceFilter());
         known->heard().noteHeard(now);
+        shown_.emplace(key, known->shared_from_this());
     }
     HeardDevice& heard = known->heard();
     const auto serviceData = change.serviceData.value_or(std::span<const CBServiceData>());
@@ -135,6 +136,8 @@ void BlueZCentral::serviceDidChangeAvailability() {
     if (now != CBManagerState::poweredOn) {
         context_->discovery->forget();
         context_->attempts->clear();
+        // Only with the power alone, the devices stay.
+        if (now != CBManagerState::poweredOff) shown_.clear();
     }
     enterState(now);
 }
@@ -172,6 +175,7 @@ BlueZPeripheral* BlueZCentral::peripheralOf(const Device& device) const {
 void BlueZCentral::deviceDidAppear(const Device& device) {
     BlueZPeripheral* const peripheral = peripheralOf(device);
     if (!peripheral) return;
+    shown_.emplace(keyOf(device.address), peripheral->shared_from_this());
     peripheral->link().deviceDidAppear();
     DeviceChange appearance;
     appearance.hasConnected = device.isConnected;
@@ -193,6 +197,7 @@ void BlueZCentral::deviceDidVanish(const Device& device) {
     BlueZPeripheral* const peripheral = peripheralOf(device);
     if (!peripheral) return;
     peripheral->link().deviceDidVanish();
+    shown_.erase(key);
     forget(key);
 }
 

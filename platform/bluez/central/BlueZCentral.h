@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/bluez/RadioContext.h"
@@ -54,6 +55,8 @@ private:
     void report(BlueZPeripheral& peripheral, std::span<const CBServiceData> serviceData, NSNumber rssi);
 
     std::shared_ptr<CentralContext> context_ = std::make_shared<CentralContext>();
+    /// The handles of the devices that BlueZ knows, so that a new scan does not forget them.
+    std::unordered_map<Key, std::shared_ptr<StandardPeripheral>> shown_;
     /// The one whose channel is open.
     std::string channelAdapter_;
 };
