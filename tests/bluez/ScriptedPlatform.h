@@ -100,12 +100,9 @@ public:
     void beaconFallsSilent() override {
         constexpr double supervisionTimeout = 3;
         beacon.isInRange = false;
-        platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            supervisionTimeout,
-            [this, link = std::weak_ptr(beacon.link)](const auto& /*timer*/) {
-                if (!link.expired()) service.endLink(beacon, 0x08);
-            },
-            nullptr, false);
+        platform_.runLoop().after(supervisionTimeout, [this, link = std::weak_ptr(beacon.link)] {
+            if (!link.expired()) service.endLink(beacon, 0x08);
+        });
     }
     void beaconEndsLink() override { service.endLink(beacon, 0x13); }
     bool makeAttemptsFail(bool fail) override {
