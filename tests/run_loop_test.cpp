@@ -27,8 +27,8 @@ class RunLoopTest : public ::testing::Test {
 protected:
     /// A timer that notes its name and the time whenever it fires.
     std::shared_ptr<NSTimer> addTimer(double seconds, bool repeats, const std::string& name = "") {
-        return loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            seconds, [this, name](const auto&) { note(name); }, nullptr, repeats);
+        const auto fire = [this, name] { note(name); };
+        return repeats ? loop.every(seconds, fire) : loop.after(seconds, fire);
     }
 
     void note(const std::string& name) {
@@ -126,16 +126,13 @@ TEST_F(RunLoopTest, WhatATimerHeldMayUseTheLoopWhenItDies) {
 
 TEST_F(RunLoopTest, TasksRunInOrderAfterTheWorkThatQueuedThemAndBeforeTheNextTimer) {
     addTimer(1, false, "first");
-    loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        1,
-        [this](const auto&) {
-            loop.dispatchAsync([this] {
-                note("task");
-                loop.dispatchAsync([this] { note("task of task"); });
-            });
-            note("second");
-        },
-        nullptr, false);
+    loop.after(1, [this] {
+        loop.dispatchAsync([this] {
+            note("task");
+            loop.dispatchAsync([this] { note("task of task"); });
+        });
+        note("second");
+    });
     addTimer(1, false, "third");
     loop.runFor(1);
     EXPECT_THAT(names, ElementsAre("first", "second", "task", "third", "task of task"));
@@ -192,13 +189,10 @@ TEST_F(RunLoopTest, AStopDoesNotOutliveTheRunThatAnExceptionEnded) {
 }
 
 TEST_F(RunLoopTest, AnExceptionLeavesTheRunAndTheLoopGoesOnWhereItWas) {
-    const auto timer = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        1,
-        [this](const auto&) {
-            note("throws");
-            throw std::runtime_error("from an action");
-        },
-        nullptr, true);
+    const auto timer = loop.every(1, [this] {
+        note("throws");
+        throw std::runtime_error("from an action");
+    });
     loop.dispatchAsync([] { throw std::logic_error("from a task"); });
     loop.dispatchAsync([this] { note("task"); });
     EXPECT_THROW(loop.runFor(10), std::logic_error);
@@ -292,8 +286,7 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
     static RunLoop* signalled = nullptr;
     signalled = &this->loop;
     const auto previous = std::signal(SIGUSR1, [](int) { signalled->stop(); });
-    this->loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        0.001, [](const auto&) { std::raise(SIGUSR1); }, nullptr, false);
+    this->loop.after(0.001, [] { std::raise(SIGUSR1); });
     this->loop.run();
     std::signal(SIGUSR1, previous);
 }
@@ -310,13 +303,10 @@ TYPED_TEST(WaitingTest, AWakeEndsOneWaitAndNoMore) {
 TYPED_TEST(WaitingTest, TimersWaitForTheirTime) {
     const auto start = this->time.monotonicTime();
     std::chrono::nanoseconds fired{};
-    this->loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        0.02,
-        [&](const auto&) {
-            fired = this->time.monotonicTime();
-            this->loop.stop();
-        },
-        nullptr, false);
+    this->loop.after(0.02, [&] {
+        fired = this->time.monotonicTime();
+        this->loop.stop();
+    });
     this->loop.run();
     EXPECT_GE(fired - start, std::chrono::milliseconds(20));
 }

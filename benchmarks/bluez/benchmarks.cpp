@@ -179,27 +179,27 @@ struct Comparison {
 /// The floor and the library take the same in turns, so that what slows the machine down for a while falls on
 /// both.
 void takeInTurns(benchmark::State& state, const Comparison& comparison) {
-    const auto& [traffic, turns, route, runFloor, runLibrary, measure] = comparison;
     const auto beacons = static_cast<std::size_t>(state.range(0));
-    const Sender sender(beacons, route);
+    const Sender sender(beacons, comparison.route);
     PlainClient client(sender.clientSocket(), beacons);
-    Stack stack(beacons, route);
+    Stack stack(beacons, comparison.route);
     const std::int64_t start = stack.platform.clock().secondsSince1970();
     double floor = 0;
     double library = 0;
     for ([[maybe_unused]] auto _ : state) {
-        for (int turn = 0; turn < turns; ++turn) {
-            floor += measure([&] {
-                sender.send(traffic);
-                runFloor(client);
+        for (int turn = 0; turn < comparison.turns; ++turn) {
+            floor += comparison.measure([&] {
+                sender.send(comparison.traffic);
+                comparison.runFloor(client);
             });
-            library += measure([&] {
-                stack.sender.send(traffic);
-                runLibrary(stack);
+            library += comparison.measure([&] {
+                stack.sender.send(comparison.traffic);
+                comparison.runLibrary(stack);
             });
         }
     }
-    const std::size_t expected = static_cast<std::size_t>(turns) * (traffic.signals + 1);
+    const std::size_t expected =
+        static_cast<std::size_t>(comparison.turns) * (comparison.traffic.signals + 1);
     if (client.taken() != expected || client.stamped() != expected || client.strengths() >= 0) {
         state.SkipWithError("signals were lost");
     }

@@ -16,7 +16,7 @@
 
 namespace zobi::platform::bluez {
 
-/// Knows of each link's end what a test tells it. It is opened again each time the radio comes to be on.
+/// Knows of each link's end what a test tells it. It is opened again each time the radio is turned on.
 class ScriptedChannel final : public ControllerChannel {
 public:
     explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
@@ -100,12 +100,9 @@ public:
     void beaconFallsSilent() override {
         constexpr double supervisionTimeout = 3;
         beacon.isInRange = false;
-        platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            supervisionTimeout,
-            [this, link = std::weak_ptr(beacon.link)](const auto& /*timer*/) {
-                if (!link.expired()) service.endLink(beacon, 0x08);
-            },
-            nullptr, false);
+        platform_.runLoop().after(supervisionTimeout, [this, link = std::weak_ptr(beacon.link)] {
+            if (!link.expired()) service.endLink(beacon, 0x08);
+        });
     }
     void beaconEndsLink() override { service.endLink(beacon, 0x13); }
     bool makeAttemptsFail(bool fail) override {

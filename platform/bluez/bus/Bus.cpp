@@ -22,8 +22,8 @@ constexpr nanoseconds fast = std::chrono::milliseconds(5);
 // Long enough to take dozens of a crowd's signals at once, and short beside the time after which a person
 // takes a pressed button for ignored.
 constexpr nanoseconds gatheringTime = std::chrono::milliseconds(25);
-// So many share the cost of waking up until it counts little. Of the largest signals, as many fit into the
-// socket with room to spare: the sender never waits for the end of a rest.
+// The cost of waking up counts little when so many share it. A socket holds a few times as many before its
+// sender has to wait.
 constexpr int messagesToGather = 64;
 
 std::string_view orEmpty(const char* text) {
@@ -197,7 +197,7 @@ void Bus::serve() {
 
 nanoseconds Bus::restAfter(int served, nanoseconds now) const {
     if (served == 0) return nanoseconds::zero();
-    // The socket may have been full, and its sender waits.
+    // The socket may have been full, with its sender waiting.
     if (served >= 2 * messagesToGather) return nanoseconds::zero();
     const nanoseconds interval = (now - lastServed_) / served;
     return interval < fast ? std::min(gatheringTime, messagesToGather * interval) : nanoseconds::zero();
