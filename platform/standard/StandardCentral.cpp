@@ -59,7 +59,8 @@ bool StandardCentral::isSought(std::span<const CBUUID> advertisedServices) const
 }
 
 void StandardCentral::hear(StandardPeripheral& peripheral, const CBAdvertisementData& data, NSNumber rssi) {
-    if (!options_.allowDuplicates && peripheral.wasReportedIn(scansStarted_)) return;
+    const bool isRepeated = peripheral.wasReportedIn(scansStarted_);
+    if (!isScanning_ || (isRepeated && !options_.allowDuplicates)) return;
     const auto delegate = delegate_.lock();
     if (!delegate) return;
     const auto hasNoAddress = [](const CBServiceData& element) { return !element.data.data(); };

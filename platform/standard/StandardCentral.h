@@ -25,6 +25,10 @@ namespace zobi::platform {
 class ZOBI_EXPORT StandardCentral : public CBCentralManager,
                                     public std::enable_shared_from_this<StandardCentral> {
 public:
+    /// A central manager that does not know the state of its radio yet.
+    /// @param queue,log must outlive every call, though not the object.
+    /// @param delegate receives the events.
+    StandardCentral(MainQueue& queue, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate);
     ~StandardCentral() override;
     StandardCentral(const StandardCentral&) = delete;
     StandardCentral& operator=(const StandardCentral&) = delete;
@@ -40,11 +44,6 @@ public:
 protected:
     /// What the radio tells its devices apart by: the address as a number, for example.
     using Key = std::uint64_t;
-
-    /// A central manager that does not know the state of its radio yet.
-    /// @param queue,log must outlive every call, though not the object.
-    /// @param delegate receives the events.
-    StandardCentral(MainQueue& queue, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate);
 
     /// @name The scan, which the radio carries out
     /// @{
