@@ -39,7 +39,7 @@ void BlueZCentral::start() {
     service = std::make_shared<BlueZService>(radio, self());
     discovery = std::make_shared<Discovery>(radio, service);
     attempts = std::make_shared<ConnectionAttempts>(
-        radio, [this](std::function<void()> then) { context_->discovery->endThen(std::move(then)); },
+        radio, [this](std::function<void()> then) { context_->discovery->stopThen(std::move(then)); },
         [this] { return context_->service->isDiscovering(); }, [this] { updateDiscovery(); });
     service->start();
 }
@@ -47,7 +47,7 @@ void BlueZCentral::start() {
 // Scanning
 
 void BlueZCentral::beginScan() {
-    if (!context_->attempts->isAttempting()) context_->discovery->begin(discoveryFilter());
+    if (!context_->attempts->isAttempting()) context_->discovery->start(discoveryFilter());
 }
 
 void BlueZCentral::endScan() {
@@ -61,9 +61,9 @@ bool BlueZCentral::isDiscoveryWanted() const {
 void BlueZCentral::updateDiscovery() {
     if (state() != CBManagerState::poweredOn || context_->attempts->isAttempting()) return;
     if (isDiscoveryWanted()) {
-        context_->discovery->goOn(discoveryFilter());
+        context_->discovery->resume(discoveryFilter());
     } else {
-        context_->discovery->end();
+        context_->discovery->stop();
     }
 }
 

@@ -88,7 +88,7 @@ void BlueZLink::turnDidBegin() {
     }
     enter(*context, Phase::connecting);
     isDisconnecting_ = false;
-    isLeftBehind_ = false;
+    mayBeOrphaned_ = false;
     phaseCall_ = call(*context, *known, "Connect", &BlueZLink::connectWasAnswered);
 }
 
@@ -197,7 +197,7 @@ void BlueZLink::drop() {
     const Availability availability = context->service->availability();
     if (availability != Availability::poweredOn) {
         // It may be the connection to BlueZ alone that is lost.
-        isLeftBehind_ = availability == Availability::restarting && !isUnlinked();
+        mayBeOrphaned_ = availability == Availability::restarting && !isUnlinked();
     } else if (!isUnlinked()) {
         disconnect(*context);
     }
@@ -210,8 +210,8 @@ void BlueZLink::drop() {
 
 void BlueZLink::deviceDidAppear() {
     const auto context = context_.lock();
-    // An attempt or a link that BlueZ has kept is nobody's any more.
-    if (context && std::exchange(isLeftBehind_, false) && isUnlinked()) disconnect(*context);
+    // No one waits for the attempt, or has the link, with which BlueZ has gone on.
+    if (context && std::exchange(mayBeOrphaned_, false) && isUnlinked()) disconnect(*context);
 }
 
 void BlueZLink::deviceDidChange(const Device& device, const DeviceChange& change) {
@@ -220,7 +220,7 @@ void BlueZLink::deviceDidChange(const Device& device, const DeviceChange& change
     if (change.hasConnected) {
         if (!device.isConnected) {
             isDisconnecting_ = false;
-            isLeftBehind_ = false;
+            mayBeOrphaned_ = false;
             return deviceIsDisconnected(*context);
         }
         const bool isAwaited = phase_ == Phase::waiting || phase_ == Phase::connecting;

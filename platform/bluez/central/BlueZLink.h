@@ -119,8 +119,8 @@ private:
     std::chrono::nanoseconds lastFailure_{};
     /// `Disconnect` was called, and BlueZ has not signalled the end yet.
     bool isDisconnecting_ = false;
-    /// The connection to BlueZ was lost during an attempt or over a link, which BlueZ may have kept.
-    bool isLeftBehind_ = false;
+    /// The connection to BlueZ was lost during an attempt or a link, with which BlueZ may have gone on.
+    bool mayBeOrphaned_ = false;
     std::optional<LinkEnd> toldLinkEnd_;
     /// Held from `Connect` to the end of the link.
     std::shared_ptr<void> promptness_;

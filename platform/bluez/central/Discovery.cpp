@@ -35,12 +35,12 @@ std::string fullText(const CBUUID& uuid) {
 
 }  // namespace
 
-void Discovery::begin(const std::vector<CBUUID>& services) {
+void Discovery::start(const std::vector<CBUUID>& services) {
     isStale_ = isOn_;
-    goOn(services);
+    resume(services);
 }
 
-void Discovery::goOn(const std::vector<CBUUID>& services) {
+void Discovery::resume(const std::vector<CBUUID>& services) {
     if (services != services_) {
         services_ = services;
         isFilterSet_ = false;
@@ -54,14 +54,14 @@ void Discovery::restart() {
     if (isWanted_) advance();
 }
 
-void Discovery::end() {
+void Discovery::stop() {
     isWanted_ = false;
     advance();
 }
 
-void Discovery::endThen(std::function<void()> then) {
-    whenEnded_ = std::move(then);
-    end();
+void Discovery::stopThen(std::function<void()> then) {
+    whenStopped_ = std::move(then);
+    stop();
 }
 
 void Discovery::forget() {
@@ -69,7 +69,7 @@ void Discovery::forget() {
     isOn_ = false;
     isStale_ = false;
     isFilterSet_ = false;
-    whenEnded_ = nullptr;
+    whenStopped_ = nullptr;
     call_.cancel();
     if (retry_) retry_->invalidate();
 }
@@ -78,7 +78,7 @@ void Discovery::advance() {
     if (call_.isPending()) return;
     if (retry_) retry_->invalidate();
     if (isOn_ && (!isWanted_ || isStale_ || !isFilterSet_)) return stopDiscovery();
-    if (!isWanted_) return tellEnded();
+    if (!isWanted_) return tellStopped();
     if (isOn_) return;
     if (isFilterSet_) {
         startDiscovery();
@@ -96,7 +96,7 @@ void Discovery::setFilter() {
         for (const CBUUID& service : services_) texts.push_back(fullText(service));
         filter.emplace_back("UUIDs", std::move(texts));
     }
-    // Set before it is on its way, so that another filter that is asked for meanwhile follows.
+    // Before the call is made, so that a filter that is asked for meanwhile is set after it.
     isFilterSet_ = true;
     call(
         "SetDiscoveryFilter", [&](Message& message) { message.properties(filter); }, startDeadline,
@@ -116,7 +116,7 @@ void Discovery::startDiscovery() {
 }
 
 void Discovery::started(const BusError* error) {
-    // What was not answered may be on all the same.
+    // Without an answer, discovery may be on.
     if (error && error->name.empty()) isStale_ = isOn_ = true;
     if (error) return tryAgainLater(*error);
     isOn_ = true;
@@ -130,8 +130,8 @@ void Discovery::stopDiscovery() {
 
 void Discovery::stopped(const BusError* error) {
     if (error && error->message != "No discovery started") {
-        // Whoever awaits the end need not wait for the next try.
-        tellEnded();
+        // What waits for the stop must not wait for the next try.
+        tellStopped();
         return tryAgainLater(*error);
     }
     isOn_ = false;
@@ -140,17 +140,17 @@ void Discovery::stopped(const BusError* error) {
     advance();
 }
 
-void Discovery::tellEnded() {
-    if (const auto then = std::exchange(whenEnded_, nullptr)) then();
+void Discovery::tellStopped() {
+    if (const auto then = std::exchange(whenStopped_, nullptr)) then();
 }
 
 void Discovery::tryAgainLater(const BusError& error) {
     if (std::exchange(lastTrouble_, error.message) != error.message) {
         context_->log.log("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
     }
-    // What is on already, from this connection, is what is wanted, but for its filter.
+    // Discovery of this connection is on already, perhaps with another filter.
     if (error.name == "org.bluez.Error.InProgress" && isFilterSet_) isStale_ = isOn_ = true;
-    if (!isWanted_ && !isOn_) return tellEnded();
+    if (!isWanted_ && !isOn_) return tellStopped();
     retry_ = context_->after(retryDelay, shared_from_this(), &Discovery::advance);
 }
 

@@ -13,25 +13,26 @@
 
 namespace zobi::platform::bluez {
 
-/// The service's discovery, as this client wants it: on or off, and with which filter. It brings the service
-/// there, one call after the other, and tries again, each half second, what fails or is not answered within
-/// 5 s; a stop, for which an attempt to connect waits, within 1 s. Main thread only.
+/// Brings the discovery of BlueZ to the state that this client wants: on or off, and with which filter. It
+/// makes one call at a time. One that fails, or is not answered within 5 s, is made again after half a
+/// second; the deadline of a stop is 1 s, as an attempt to connect waits for it. Main thread only.
 class Discovery final : public std::enable_shared_from_this<Discovery> {
 public:
     Discovery(std::shared_ptr<const RadioContext> context, std::shared_ptr<BlueZService> service)
         : context_(std::move(context)), service_(std::move(service)) {}
 
-    /// Discovers, anew if it was on already: everybody is heard again.
+    /// Starts discovery with this filter. If it is on, it is stopped first, so that all devices are reported
+    /// again.
     /// @param services what a device must advertise one of; empty for any.
-    void begin(const std::vector<CBUUID>& services);
-    /// The same if it is not on.
-    void goOn(const std::vector<CBUUID>& services);
-    /// Discovers anew with the same filter, if it is wanted.
+    void start(const std::vector<CBUUID>& services);
+    /// Starts discovery if it is not on with this filter.
+    void resume(const std::vector<CBUUID>& services);
+    /// Starts it again with the same filter, if it is on or to be on.
     void restart();
-    void end();
-    /// Ends, and calls `then` when the service has, or does not answer in time.
-    void endThen(std::function<void()> then);
-    /// The service has forgotten it, as it does when the adapter is turned off.
+    void stop();
+    /// Stops discovery, and calls `then` when BlueZ has done so, or does not answer in time.
+    void stopThen(std::function<void()> then);
+    /// BlueZ has forgotten it, as it does when the adapter is turned off.
     void forget();
 
 private:
@@ -45,19 +46,19 @@ private:
     void started(const BusError* error);
     void stopped(const BusError* error);
     void tryAgainLater(const BusError& error);
-    void tellEnded();
+    void tellStopped();
 
     std::shared_ptr<const RadioContext> context_;
     std::shared_ptr<BlueZService> service_;
     bool isWanted_ = false;
     bool isOn_ = false;
-    /// It is on, but to be begun anew.
+    /// It is on, and must be stopped and started again.
     bool isStale_ = false;
     bool isFilterSet_ = false;
     std::vector<CBUUID> services_;
-    // Not the same at first, as the last filter may have been another process's.
+    // Random at first, as the last filter may have been one of another process.
     unsigned threshold_ = std::random_device{}();
-    std::function<void()> whenEnded_;
+    std::function<void()> whenStopped_;
     TimedCall call_;
     std::shared_ptr<NSTimer> retry_;
     std::string lastTrouble_;

@@ -20,7 +20,7 @@ namespace {
 constexpr double answerDeadline = 10;
 // The service takes 2 s to end a link.
 constexpr double endDeadline = 5;
-// Whatever makes the service drop an advertisement may do so each time.
+// What makes BlueZ release an advertisement may make it release the next one too.
 constexpr double rest = 5;
 
 // In seconds.
@@ -44,7 +44,7 @@ T option(const Properties& options, std::string_view name, T otherwise) {
     return value ? *value : otherwise;
 }
 
-/// Whether the service went away instead of answering; that is told by itself.
+/// Whether BlueZ has ended, of which the change of its availability tells.
 bool tellsEndOfService(const BusError& error) {
     static constexpr std::array names{
         "org.freedesktop.DBus.Error.NoReply", "org.freedesktop.DBus.Error.ServiceUnknown",
@@ -52,7 +52,7 @@ bool tellsEndOfService(const BusError& error) {
     return std::ranges::find(names, error.name) != names.end();
 }
 
-/// Whether there was no answer: what was asked for may be done, or may yet be.
+/// Whether there was no answer: BlueZ may have done what it was asked for, or may yet do it.
 bool tellsNothing(const BusError& error) {
     return error.name.empty();
 }
@@ -70,7 +70,7 @@ void check(const LocalAdvertisement& advertisement) {
         throw std::invalid_argument("the name to advertise is no text");
     }
     const auto& interval = advertisement.interval;
-    // One that is not a number is neither.
+    // Refuses an interval that is not a number, too.
     if (interval && !(*interval >= shortestInterval && *interval <= longestInterval)) {
         throw std::invalid_argument("nothing is advertised each " + std::to_string(*interval) + " s");
     }
@@ -116,14 +116,14 @@ void BlueZPeripheralManager::serviceDidChangeAvailability() {
     stop(restTimer_);
     std::map<std::string, Link> ended;
     if (availability == Availability::poweredOn) {
-        // The application outlives the power, and so may the advertisement.
+        // BlueZ keeps the application while the power is off, and perhaps the advertisement.
         told_.reset();
         isRefused_ = false;
     } else {
         call_.cancel();
         ended.swap(links_);
         const bool isOff = availability == Availability::poweredOff || availability == Availability::blocked;
-        hasApplication_ = hasApplication_ && isOff;
+        isApplicationRegistered_ = isApplicationRegistered_ && isOff;
     }
     proceedSoon();
     const auto delegate = delegate_.lock();
@@ -167,11 +167,11 @@ void BlueZPeripheralManager::proceed() {
     if (call_.isPending()) return;
     if (!isPoweredOn()) return finishShutDownIfDone();
     if (!wanted_ || isRefused_) {
-        if (hasAdvertisement_) return unregisterAdvertisement();
+        if (isAdvertisementRegistered_) return unregisterAdvertisement();
         return finishShutDownIfDone();
     }
-    if (!hasApplication_ && !objects_.isEmpty()) return registerApplication();
-    if (!hasAdvertisement_) {
+    if (!isApplicationRegistered_ && !objects_.isEmpty()) return registerApplication();
+    if (!isAdvertisementRegistered_) {
         if (!restTimer_) registerAdvertisement();
         return;
     }
@@ -183,7 +183,7 @@ void BlueZPeripheralManager::proceed() {
 }
 
 bool BlueZPeripheralManager::changeAdvertisement() {
-    // The service tells of a failure only when an advertisement is registered.
+    // BlueZ reports a failure only when an advertisement is registered.
     if (!told_ || told_->interval != wanted_->interval || sizeOf(*wanted_) > packetSize) return false;
     const Properties before = propertiesOf(*told_);
     const Properties after = propertiesOf(*wanted_);
@@ -205,7 +205,7 @@ void BlueZPeripheralManager::registerApplication() {
 
 void BlueZPeripheralManager::registerAdvertisement() {
     told_ = wanted_;
-    hasAdvertisement_ = true;
+    isAdvertisementRegistered_ = true;
     callManager(advertisingManagerInterface, "RegisterAdvertisement", advertisementPath, true,
                 &BlueZPeripheralManager::advertisementRegistered);
 }
@@ -235,13 +235,13 @@ void BlueZPeripheralManager::callManager(const char* interface, const char* memb
 }
 
 void BlueZPeripheralManager::applicationRegistered(const BusError* error) {
-    hasApplication_ = !error || tellsThatItExists(*error);
-    if (!hasApplication_) {
+    isApplicationRegistered_ = !error || tellsThatItExists(*error);
+    if (!isApplicationRegistered_) {
         isRefused_ = true;
         if (!tellsEndOfService(*error)) advertisingFailed(errorOfServing(*error));
         return;
     }
-    // A service that has it already has kept the subscriptions too.
+    // If BlueZ still has the application, it has the subscriptions too.
     if (error) return;
     const auto subscribed = std::exchange(subscribed_, {});
     const auto delegate = delegate_.lock();
@@ -257,7 +257,7 @@ void BlueZPeripheralManager::applicationRegistered(const BusError* error) {
 void BlueZPeripheralManager::advertisementRegistered(const BusError* error) {
     if (!error) return;
     const bool isThere = tellsThatItExists(*error);
-    hasAdvertisement_ = isThere || tellsNothing(*error);
+    isAdvertisementRegistered_ = isThere || tellsNothing(*error);
     const bool isStillWanted = told_ == wanted_;
     const LocalAdvertisement refused = *std::exchange(told_, std::nullopt);
     if (isThere || !isStillWanted) return;
@@ -266,9 +266,9 @@ void BlueZPeripheralManager::advertisementRegistered(const BusError* error) {
 }
 
 void BlueZPeripheralManager::advertisementUnregistered(const BusError* error) {
-    hasAdvertisement_ = error && tellsNothing(*error);
+    isAdvertisementRegistered_ = error && tellsNothing(*error);
     told_.reset();
-    // If the service has none, all the better. Otherwise it would refuse another one too.
+    // BlueZ that has none can register the next one. After any other error it would refuse that one too.
     if (!error || error->name == "org.bluez.Error.DoesNotExist" || !wanted_ || isRefused_) return;
     isRefused_ = true;
     if (!tellsEndOfService(*error)) advertisingFailed(errorOfServing(*error));
@@ -280,9 +280,9 @@ void BlueZPeripheralManager::advertisingFailed(const NSError& error) {
 }
 
 void BlueZPeripheralManager::advertisementReleased() {
-    // While a call is not answered yet, it is about an advertisement that is of no concern any more.
-    if (call_.isPending() || !hasAdvertisement_) return;
-    hasAdvertisement_ = false;
+    // A release during a call is about an advertisement that the call replaces.
+    if (call_.isPending() || !isAdvertisementRegistered_) return;
+    isAdvertisementRegistered_ = false;
     told_.reset();
     isAnnounced_ = false;
     stop(restTimer_);
@@ -298,7 +298,7 @@ void BlueZPeripheralManager::restIsOver() {
 // Centrals
 
 void BlueZPeripheralManager::deviceDidAppear(const Device& device) {
-    // The service lists what there is before it tells that it is powered on: such a link did not come to us.
+    // Links that were up before the state is powered on are not incoming.
     if (device.isConnected && !isPoweredOn()) links_.try_emplace(device.path);
 }
 
@@ -313,10 +313,10 @@ void BlueZPeripheralManager::deviceDidVanish(const Device& device) {
 
 void BlueZPeripheralManager::linkIsThere(const Device& device) {
     const auto [link, isNew] = links_.try_emplace(device.path);
-    if (!isNew || !hasAdvertisement_) return;
+    if (!isNew || !isAdvertisementRegistered_) return;
     const auto channel = context_.openChannel(service_->adapterName());
     const auto isIncoming = channel ? channel->isIncomingLink(device.address) : std::nullopt;
-    link->second.hasComeToUs = isIncoming.value_or(true);
+    link->second.isIncoming = isIncoming.value_or(true);
     if (isIncoming == true) centralIsThere(device.path);
 }
 
@@ -332,7 +332,7 @@ void BlueZPeripheralManager::linkIsGone(const std::string& path) {
 std::string BlueZPeripheralManager::centralIsThere(const std::string& path) {
     std::string address = addressIn(path);
     const bool isNew = !std::exchange(links_[path].isCentral, true);
-    // It came before the advertisement was off the air.
+    // The central connected while the advertisement was being stopped.
     if (isNew && shutDownCompletion_ && links_[path].isOurs())
         service_->send(path, deviceInterface, "Disconnect");
     const auto delegate = delegate_.lock();
@@ -461,7 +461,7 @@ void BlueZPeripheralManager::changeSubscription(const IncomingCall& call, GATTPl
 
 std::string BlueZPeripheralManager::centralIn(const Properties& options) {
     const auto path = option<ObjectPath>(options, "device", {});
-    // A link that was there before is told of by the first request over it.
+    // The first request over a link that was up before reports its central.
     return path.text.empty() ? std::string() : centralIsThere(path.text);
 }
 

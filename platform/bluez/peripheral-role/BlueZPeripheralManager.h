@@ -56,12 +56,12 @@ public:
 private:
     /// A link of the adapter.
     struct Link {
-        /// Its other end is one of our centrals.
+        /// The device has used it as a central, or the controller says that it initiated it.
         bool isCentral = false;
-        /// It came up while we advertised, and not because this machine asked for it.
-        bool hasComeToUs = false;
+        /// It came up while this machine advertised, which did not initiate it.
+        bool isIncoming = false;
 
-        bool isOurs() const { return isCentral && hasComeToUs; }
+        bool isOurs() const { return isCentral && isIncoming; }
     };
 
     bool isPoweredOn() const { return service_ && service_->availability() == Availability::poweredOn; }
@@ -107,17 +107,17 @@ private:
     std::shared_ptr<void> promptness_;
 
     std::optional<LocalAdvertisement> wanted_;
-    /// What the object of the advertisement tells; absent when the service may have something else.
+    /// What the object of the advertisement shows; absent when BlueZ may have read something else.
     std::optional<LocalAdvertisement> told_;
-    bool hasApplication_ = false;
-    /// The service has one of ours; or may have, as it has not answered, or was restarted.
-    bool hasAdvertisement_ = false;
-    /// What is wanted was refused.
+    bool isApplicationRegistered_ = false;
+    /// BlueZ has, or may still have, our advertisement registered.
+    bool isAdvertisementRegistered_ = false;
+    /// BlueZ has refused what is wanted.
     bool isRefused_ = false;
-    /// The delegate has been told that it is on the air.
+    /// The delegate was told that the advertisement is on the air.
     bool isAnnounced_ = false;
     TimedCall call_;
-    /// Runs while a new advertisement would be too soon after the service has dropped one.
+    /// Runs for some time after BlueZ has released an advertisement, during which no new one is registered.
     std::shared_ptr<NSTimer> restTimer_;
 
     /// By the paths of their devices.

@@ -64,7 +64,7 @@ void BlueZService::openBus() {
     try {
         bus_ = context_->openBus({context_->runLoop, context_->clock});
     } catch (const std::system_error& error) {
-        // Told once, however often it is tried.
+        // Log only the first failure.
         if (availability_ != Availability::noBus) {
             context_->log.log("Bluetooth: no connection to the bus: %@", error.what());
         }
@@ -115,7 +115,7 @@ void BlueZService::busDidClose(const std::string& reason) {
 
 void BlueZService::loseBus(const std::string& reason) {
     const bool wasInUse = !owner_.empty();
-    // Told once, however often it is tried.
+    // Log only the first failure.
     if (availability_ != Availability::noBus) {
         context_->log.log("Bluetooth: the connection to the bus is lost: %@", reason);
     }
@@ -187,7 +187,7 @@ void BlueZService::reload() {
 }
 
 void BlueZService::loadingFailed(const std::string& why) {
-    // Told once, however often it is tried.
+    // Log only the first failure.
     if (std::exchange(loadingTrouble_, why) != why) {
         context_->log.log("Bluetooth: the service does not list its objects: %@", why);
     }
