@@ -1,9 +1,12 @@
-// What a repeated advertisement of a live beacon allocates. A program of its own, which counts.
+// What a repeated advertisement of a live beacon allocates, through a forwarding layer. A program of its own,
+// which counts.
 
 #include <cstdlib>
 #include <new>
 #include <vector>
 
+#include "Layers.h"
+#include "SeamRecorders.h"
 #include "platform/simulation/PayloadEncoder.h"
 #include "support.h"
 
@@ -30,9 +33,10 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 namespace {
 
 TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
-    zobi::platform::simulation::SimulatedPlatform platform(
+    auto simulated = std::make_unique<zobi::platform::simulation::SimulatedPlatform>(
         zobi::platform::StandardPlatform::Time::virtualTime);
-    platform.log().setSink(nullptr);
+    simulated->log().setSink(nullptr);
+    Layer platform(std::move(simulated));
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto delegate = std::make_shared<RecordingDelegate>();
     delegate->expectedManager = manager;
@@ -43,9 +47,12 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
         {zobi::platform::CBUUID::UUIDWithString("180F"), {}},
         {zobi::platform::CBUUID::UUIDWithString("180A"), payload}};
     const zobi::platform::CBAdvertisementData data{"morvane", serviceData};
+    const auto central = manager->centralManager();
+    const auto handle = std::make_shared<RecordingPeripheral>();
     const auto advertise = [&] {
-        manager->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-            *manager->centralManager(), nullptr, data, zobi::platform::NSNumber::numberWithInt(-60));
+        dynamic_cast<zobi::platform::CBCentralManagerDelegate&>(*central)
+            .centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+                *central, handle, data, zobi::platform::NSNumber::numberWithInt(-60));
     };
     advertise();
     ASSERT_EQ(manager->liveBeacons().size(), 1U);

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "Layers.h"
 #include "support.h"
 
 namespace {
@@ -19,8 +20,10 @@ TEST(SharedManagerTest, APlatformIsInstalledOnceAndBeforeItsFirstUse) {
     auto platform = std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real);
     platform->log().setSink(nullptr);
     installed = platform.get();
-    Platform::install(std::move(platform));
-    EXPECT_EQ(&Platform::current(), installed);
+    auto layers = inLayers(std::move(platform));
+    const Platform* const outermost = layers.get();
+    Platform::install(std::move(layers));
+    EXPECT_EQ(&Platform::current(), outermost);
     EXPECT_THROW(
         Platform::install(std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real)),
         std::logic_error);

@@ -296,7 +296,13 @@ TEST_P(RadioPromises, ARequestToNothingIsHarmless) {
     peripheral->discoverServices(requestedServices);
     peripheral->readRSSI();
     central->cancelPeripheralConnection(peripheral);
+    const auto stranger = std::make_shared<Listener>();
+    const auto other = platform.makeCentralManager(stranger);
+    ASSERT_TRUE(bench->runUntil([&] { return !stranger->events.empty(); }));
+    other->connectPeripheral(peripheral);
+    other->cancelPeripheralConnection(peripheral);
     EXPECT_TRUE(heardNoMoreThan(1));
+    EXPECT_THAT(stranger->events, ElementsAre("state 5"));
 }
 
 TEST_P(RadioPromises, TheApplicationsStateChangesBeforeItsBroadcast) {

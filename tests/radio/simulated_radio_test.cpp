@@ -1,7 +1,8 @@
-// The suite over the simulated radio, in virtual time.
+// The suite over the simulated radio, in virtual time; also with layers in between, which change nothing.
 
 #include <utility>
 
+#include "Layers.h"
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
@@ -12,9 +13,12 @@ using namespace zobi::platform;
 
 class SimulatedBench final : public RadioBench {
 public:
-    SimulatedBench() { platform_.log().setSink(nullptr); }
+    explicit SimulatedBench(bool isInLayers) {
+        simulated_.log().setSink(nullptr);
+        if (isInLayers) platform_ = inLayers(std::move(platform_));
+    }
 
-    Platform& platform() override { return platform_; }
+    Platform& platform() override { return *platform_; }
     void beaconComesIntoRange() override { beacon_.comeIntoRange(); }
     void beaconFallsSilent() override { beacon_.goOutOfRange(); }
     void beaconEndsLink() override {
@@ -33,18 +37,71 @@ public:
         return {value->begin(), value->end()};
     }
     void setRadioPower(bool isOn) override {
-        platform_.world().setRadioState(isOn ? CBManagerState::poweredOn : CBManagerState::poweredOff);
+        simulated_.world().setRadioState(isOn ? CBManagerState::poweredOn : CBManagerState::poweredOff);
     }
 
 private:
-    simulation::SimulatedPlatform platform_{StandardPlatform::Time::virtualTime};
-    simulation::SimulatedBeacon& beacon_ = platform_.world().addBeacon({.major = 1, .minor = 7});
+    std::unique_ptr<Platform> platform_ =
+        std::make_unique<simulation::SimulatedPlatform>(StandardPlatform::Time::virtualTime);
+    simulation::SimulatedPlatform& simulated_ = dynamic_cast<simulation::SimulatedPlatform&>(*platform_);
+    simulation::SimulatedBeacon& beacon_ = simulated_.world().addBeacon({.major = 1, .minor = 7});
 };
 
-const auto simulatedRadio =
-    ::testing::Values(RadioUnderTest{"Simulated", [] { return std::make_unique<SimulatedBench>(); }});
+const RadioUnderTest plain{"Simulated", [] { return std::make_unique<SimulatedBench>(false); }};
+const RadioUnderTest layered{"InLayers", [] { return std::make_unique<SimulatedBench>(true); }};
 
-INSTANTIATE_TEST_SUITE_P(Simulated, RadioPromises, simulatedRadio);
-INSTANTIATE_TEST_SUITE_P(Simulated, LibraryOverRadio, simulatedRadio);
+INSTANTIATE_TEST_SUITE_P(Simulated, RadioPromises, ::testing::Values(plain, layered));
+INSTANTIATE_TEST_SUITE_P(Simulated, LibraryOverRadio, ::testing::Values(plain, layered));
+
+class Layers : public RadioTest {};
+INSTANTIATE_TEST_SUITE_P(Simulated, Layers, ::testing::Values(layered));
+
+TEST_P(Layers, ForgetAPeripheralAtAScanWhenItIsDisconnectedAndNobodyHoldsIt) {
+    auto holder = link();
+    const std::weak_ptr<CBPeripheral> peripheral = holder;
+    const auto letGo = [&] {
+        listener->sightings.clear();
+        holder.reset();
+    };
+    letGo();
+    scan();
+    ASSERT_FALSE(peripheral.expired()) << "its link is up";
+    central->cancelPeripheralConnection(peripheral.lock());
+    ASSERT_TRUE(heard("disconnected"));
+    holder = peripheral.lock();
+    ASSERT_TRUE(holder);
+    EXPECT_EQ(sight(), holder);
+    letGo();
+    EXPECT_FALSE(peripheral.expired()) << "the scan goes on";
+    scan();
+    EXPECT_TRUE(peripheral.expired());
+    EXPECT_EQ(link()->state(), CBPeripheralState::connected);
+}
+
+TEST_P(Layers, LetGoOfADelegateInsideItsOwnCallback) {
+    bench->beaconComesIntoRange();
+    scan();
+    const std::weak_ptr<Listener> delegate = listener;
+    listener->onSighting = [&] { listener.reset(); };
+    EXPECT_TRUE(bench->runUntil([&] { return delegate.expired(); }));
+    bench->runUntil([] { return false; }, RadioBench::aWhile);
+    EXPECT_TRUE(central->isScanning());
+}
+
+TEST_P(Layers, OutliveWhatTheyStandOn) {
+    const auto peripheral = link();
+    discover(peripheral);
+    peripheral->readRSSI();
+    central.reset();
+    EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
+    peripheral->readRSSI();
+    EXPECT_TRUE(heardNoMoreThan(0));
+    central = platform.makeCentralManager(listener);
+    ASSERT_TRUE(heard("state 5"));
+    const auto linked = link();
+    bench.reset();
+    EXPECT_EQ(peripheral->services()->size(), ZOKGATTProfile::requestedServices.size());
+    EXPECT_NE(linked, peripheral);
+}
 
 }  // namespace
