@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -9,6 +10,7 @@
 #include "zobi/platform/CBPeripheral.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/Export.h"
+#include "zobi/platform/NSData.h"
 #include "zobi/platform/NSError.h"
 #include "zobi/platform/NSNumber.h"
 
@@ -30,7 +32,8 @@ enum class CBManagerState : int {
 struct CBServiceData {
     /// The UUID in front of the data.
     CBUUID service;
-    /// The bytes after the UUID. Valid for the length of the event.
+    /// The bytes after the UUID. Valid for the length of the event. They have an address even if there are
+    /// none of them, by which a `DataRangeError` about them is known.
     std::span<const std::uint8_t> data;
 };
 
@@ -42,6 +45,13 @@ struct CBAdvertisementData {
     std::optional<std::string_view> localName;
     /// The service data elements, in the order in which they were advertised.
     std::span<const CBServiceData> serviceData;
+
+    /// Whether the error is about the bytes of one of these elements: then, and only then, the radio drops
+    /// this advertisement.
+    bool isMalformedBy(const DataRangeError& error) const {
+        return std::ranges::any_of(serviceData,
+                                   [&](const CBServiceData& element) { return error.isAbout(element.data); });
+    }
 };
 
 /// Options of a scan.
@@ -61,7 +71,7 @@ public:
     /// An advertisement was received. `rssi` is its signal strength in dBm, without a value when the radio
     /// does not know it.
     /// @throws DataRangeError for a payload that is too short: the radio drops this advertisement and goes
-    ///     on.
+    ///     on. An error about other bytes is none of the advertisement, and leaves the run loop.
     virtual void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const CBAdvertisementData& /*advertisementData*/, NSNumber /*rssi*/) {}

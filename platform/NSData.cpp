@@ -1,5 +1,7 @@
 #include "zobi/platform/NSData.h"
 
+#include <functional>
+
 namespace zobi::platform {
 
 namespace {
@@ -11,9 +13,17 @@ std::string rangeMessage(std::size_t offset, std::size_t count, std::size_t size
 
 }  // namespace
 
-DataRangeError::DataRangeError(std::size_t offset, std::size_t count, std::size_t size)
-    : std::out_of_range(rangeMessage(offset, count, size)) {}
+DataRangeError::DataRangeError(std::span<const std::uint8_t> data, std::size_t offset, std::size_t count)
+    : std::out_of_range(rangeMessage(offset, count, data.size())),
+      begin_(data.data()),
+      end_(data.data() + data.size()) {}
 
 DataRangeError::~DataRangeError() = default;
+
+bool DataRangeError::isAbout(std::span<const std::uint8_t> data) const noexcept {
+    // The addresses may be of different objects, which only the library's own order compares.
+    const std::less_equal<const std::uint8_t*> isNotAfter;
+    return begin_ && isNotAfter(data.data(), begin_) && isNotAfter(end_, data.data() + data.size());
+}
 
 }  // namespace zobi::platform

@@ -79,24 +79,6 @@ TEST_F(SimulationTest, TheFirstStateComesThroughTheLoopAndEachChangeByItself) {
     EXPECT_THAT(delegate->events, ElementsAre("state 5", "state 4", "state 1", "state 5"));
 }
 
-TEST_F(SimulationTest, ADuplicateIsReportedOncePerScanUnlessAllowed) {
-    platform.world().addBeacon({.minor = 1}).comeIntoRange();
-    platform.world().addBeacon({.minor = 2}).comeIntoRange();
-    loop.processPending();
-    scan(false);
-    loop.runFor(5);
-    ASSERT_EQ(delegate->peripherals.size(), 2U);
-    scan(false);
-    loop.runFor(5);
-    ASSERT_EQ(delegate->peripherals.size(), 4U);
-    EXPECT_NE(delegate->peripherals[0], delegate->peripherals[1]);
-    EXPECT_EQ(std::set(delegate->peripherals.begin(), delegate->peripherals.end()).size(), 2U)
-        << "one handle for each over all scans";
-    scan(true);
-    loop.runFor(5);
-    EXPECT_EQ(delegate->peripherals.size(), 14U);
-}
-
 TEST_F(SimulationTest, TheServiceFilterTakesAnyOfItsServices) {
     const auto uuid = [](const char* text) { return CBUUID::UUIDWithString(text); };
     platform.world()
@@ -137,6 +119,28 @@ TEST_F(SimulationTest, AnyStateButOnEndsTheScanForGood) {
     delegate->peripherals.clear();
     loop.runFor(5);
     EXPECT_THAT(delegate->peripherals, IsEmpty());
+}
+
+TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePower) {
+    platform.world().addBeacon({}).comeIntoRange();
+    loop.processPending();
+    scan();
+    loop.runFor(1);
+    const auto peripheral = delegate->peripherals.at(0);
+    constexpr auto off = CBManagerState::poweredOff;
+    constexpr auto on = CBManagerState::poweredOn;
+    using States = std::vector<CBManagerState>;
+    // What is queued before the request, and after it.
+    for (const auto& [before, after] :
+         {std::pair<States, States>{{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}}) {
+        for (const auto state : before) platform.world().setRadioState(state);
+        central->connectPeripheral(peripheral);
+        for (const auto state : after) platform.world().setRadioState(state);
+        delegate->events.clear();
+        loop.runFor(5);
+        EXPECT_THAT(delegate->events, ::testing::Contains("CBErrorDomain 5").Times(1));
+        EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
+    }
 }
 
 TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {

@@ -4,9 +4,6 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/simulation/SimulatedCentral.h"
-#include "zobi/platform/standard/ExceptionKeeper.h"
-
 namespace zobi::platform::simulation {
 
 namespace {
@@ -15,25 +12,13 @@ const std::optional<NSError> success;
 
 }  // namespace
 
-SimulatedPeripheral::SimulatedPeripheral(RunLoop& runLoop, std::weak_ptr<SimulatedCentral> central,
-                                         std::weak_ptr<SimulatedBeacon> beacon)
-    : runLoop_(runLoop), central_(std::move(central)), beacon_(std::move(beacon)) {}
-
-SimulatedPeripheral::~SimulatedPeripheral() {
-    abandon();
-}
-
-CBPeripheralState SimulatedPeripheral::state() const {
-    switch (phase_) {
-        case Phase::linked:
-        case Phase::ending:
-            return CBPeripheralState::connected;
-        case Phase::pending:
-            return CBPeripheralState::connecting;
-        case Phase::idle:
-            break;
+std::string SimulatedPeripheral::addressText() const {
+    std::string text;
+    for (const std::uint8_t byte : beacon().description().macAddress) {
+        text += "0123456789ABCDEF"[byte >> 4];
+        text += "0123456789ABCDEF"[byte & 0xF];
     }
-    return announcedConnects_ > 0 ? CBPeripheralState::connecting : CBPeripheralState::disconnected;
+    return text;
 }
 
 // Requests
@@ -112,21 +97,10 @@ void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uin
 
 // The attempt and the link
 
-void SimulatedPeripheral::connect(std::uint64_t order) {
-    --announcedConnects_;
+void SimulatedPeripheral::beginAttempt() {
     const auto beacon = beacon_.lock();
-    const auto central = central_.lock();
-    if (!beacon || !central) return;
-    if (phase_ == Phase::linked) return central->reportConnection(self());
-    if (phase_ == Phase::pending) return;
-    order_ = order;
-    phase_ = Phase::pending;
+    if (!beacon) return abandon();
     beacon->addAttempt(*this);
-}
-
-void SimulatedPeripheral::refuseConnect(const NSError& error) {
-    --announcedConnects_;
-    if (const auto central = central_.lock()) central->reportFailure(self(), error);
 }
 
 void SimulatedPeripheral::beaconBecameFree() {
@@ -140,30 +114,23 @@ void SimulatedPeripheral::beaconCeasedToBeFree() {
 
 void SimulatedPeripheral::finishAttempt() {
     const auto beacon = beacon_.lock();
-    const auto central = central_.lock();
-    if (!beacon || !central) return;
-    leaveAttempt();
-    if (const auto error = beacon->description().link.connectionError) {
-        return central->reportFailure(self(), *error);
-    }
-    phase_ = Phase::linked;
-    linkCameUp();
+    if (!beacon) return;
+    beacon->removeAttempt(*this);
+    if (const auto error = beacon->description().link.connectionError) return attemptFailed(*error);
+    hasLink_ = true;
     beacon->beginLink(*this);
-    central->reportConnection(self());
+    linkCameUp();
 }
 
-void SimulatedPeripheral::cancel() {
-    if (phase_ == Phase::linked) return endLink(nullptr);
-    if (phase_ != Phase::pending) return;
-    leaveAttempt();
-    if (const auto central = central_.lock()) central->reportDisconnection(self(), nullptr);
-}
-
-void SimulatedPeripheral::loseRadio(const NSError& error) {
-    if (phase_ == Phase::linked) return endLink(&error);
-    if (phase_ != Phase::pending) return;
-    leaveAttempt();
-    if (const auto central = central_.lock()) central->reportFailure(self(), error);
+void SimulatedPeripheral::dropConnection() {
+    for (const auto& timer : {attemptTimer_, supervisionTimer_, answerTimer_}) {
+        if (timer) timer->invalidate();
+    }
+    const bool hadLink = std::exchange(hasLink_, false);
+    const auto beacon = beacon_.lock();
+    if (!beacon) return;
+    beacon->removeAttempt(*this);
+    if (hadLink) beacon->leaveLink();
 }
 
 void SimulatedPeripheral::beaconFellSilent() {
@@ -178,45 +145,12 @@ void SimulatedPeripheral::beaconIsHeardAgain() {
 }
 
 void SimulatedPeripheral::loseLink() {
-    const NSError error(CBError::connectionTimeout, "The connection has timed out.");
-    endLink(&error);
+    beaconEndedLink(NSError(CBError::connectionTimeout, "The connection has timed out."));
 }
 
 void SimulatedPeripheral::beaconEndedLink(const std::optional<NSError>& error) {
-    endLink(error ? &*error : nullptr);
-}
-
-void SimulatedPeripheral::endLink(const NSError* error) {
-    const auto thisOne = self();
-    phase_ = Phase::ending;
-    leaveLink();
-    ExceptionKeeper exceptions;
-    linkEnded(exceptions);
-    phase_ = Phase::idle;
-    if (const auto central = central_.lock()) {
-        exceptions.run([&] { central->reportDisconnection(thisOne, error); });
-    }
-    exceptions.rethrow();
-}
-
-void SimulatedPeripheral::leaveAttempt() {
-    phase_ = Phase::idle;
-    if (attemptTimer_) attemptTimer_->invalidate();
-    if (const auto beacon = beacon_.lock()) beacon->removeAttempt(*this);
-}
-
-void SimulatedPeripheral::leaveLink() {
-    for (const auto& timer : {supervisionTimer_, answerTimer_}) {
-        if (timer) timer->invalidate();
-    }
-    if (const auto beacon = beacon_.lock()) beacon->leaveLink();
-}
-
-void SimulatedPeripheral::abandon() {
-    if (phase_ == Phase::pending) leaveAttempt();
-    if (phase_ == Phase::linked) leaveLink();
-    phase_ = Phase::idle;
-    dropLink();
+    dropConnection();
+    linkEnded(error);
 }
 
 std::shared_ptr<NSTimer> SimulatedPeripheral::after(double seconds, void (SimulatedPeripheral::*action)()) {

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "platform/simulation/SimulatedCentral.h"
-
 namespace zobi::platform::simulation {
 
 SimulatedPlatform::SimulatedPlatform(Time time, std::uint64_t seed, std::unique_ptr<Waiting> waiting)
@@ -15,9 +13,7 @@ SimulatedPlatform::~SimulatedPlatform() {
 
 std::shared_ptr<CBCentralManager> SimulatedPlatform::makeCentralManager(
     std::weak_ptr<CBCentralManagerDelegate> delegate) {
-    auto central = std::make_shared<SimulatedCentral>(runLoop(), log(), std::move(delegate));
-    runLoop().dispatchAsync([this, central] { world_.start(central); });
-    return central;
+    return world_.makeCentralManager(log(), std::move(delegate));
 }
 
 }  // namespace zobi::platform::simulation

@@ -28,6 +28,15 @@ void World::setRadioState(CBManagerState state) {
     }
 }
 
+std::shared_ptr<CBCentralManager> World::makeCentralManager(
+    Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate) {
+    auto central = std::make_shared<SimulatedCentral>(runLoop_, log, std::move(delegate));
+    runLoop_.dispatchAsync([weakSelf = std::weak_ptr(self_), central] {
+        if (const auto self = weakSelf.lock()) self->start(central);
+    });
+    return central;
+}
+
 void World::start(const std::shared_ptr<SimulatedCentral>& central) {
     std::erase_if(centrals_, [](const auto& other) { return other.expired(); });
     centrals_.push_back(central);

@@ -6,6 +6,7 @@
 
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/Export.h"
+#include "zobi/platform/Log.h"
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/simulation/BeaconDescription.h"
 #include "zobi/platform/simulation/SimulatedBeacon.h"
@@ -43,11 +44,15 @@ public:
     /// Setting the same state again does nothing.
     void setRadioState(CBManagerState state);
 
-    /// Starts a central manager: it reports the state of the radio now, and receives the advertisements from
-    /// then on. `SimulatedPlatform` calls this.
-    void start(const std::shared_ptr<SimulatedCentral>& central);
+    /// Makes a central manager. From a task on the main queue it reports the state of the radio, and receives
+    /// the advertisements from then on.
+    /// @param log its log; must outlive every call.
+    /// @param delegate receives its events.
+    std::shared_ptr<CBCentralManager> makeCentralManager(Log& log,
+                                                         std::weak_ptr<CBCentralManagerDelegate> delegate);
 
 private:
+    void start(const std::shared_ptr<SimulatedCentral>& central);
     void transmit(SimulatedBeacon& beacon, const Advertisement& advertisement);
 
     RunLoop& runLoop_;
@@ -55,6 +60,8 @@ private:
     CBManagerState radioState_ = CBManagerState::poweredOn;
     std::vector<std::weak_ptr<SimulatedCentral>> centrals_;
     std::vector<std::shared_ptr<SimulatedBeacon>> beacons_;
+    // Weakly held by tasks, which may come after the world.
+    std::shared_ptr<World> self_{this, [](World* /*self*/) {}};
 };
 
 }  // namespace zobi::platform::simulation

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "zobi/platform/standard/ExceptionKeeper.h"
+
 namespace zobi::platform {
 
 namespace {
@@ -108,14 +110,23 @@ void StandardPeripheral::readRSSI() {
 }
 
 void StandardPeripheral::enqueue(Request request) {
-    if (!isLinked_) return;
+    if (!isLinked()) return;
     request.number = ++requestsMade_;
     requests_.push_back(std::move(request));
     if (requests_.size() == 1) scheduleNextRequest();
 }
 
+void StandardPeripheral::scheduleNextRequest() {
+    queue_->dispatchAsync([weakSelf = weak_from_this()] {
+        if (const auto self = weakSelf.lock()) self->sendNextRequest();
+    });
+}
+
 void StandardPeripheral::sendNextRequest() {
-    const Request& request = requests_.front();
+    // A link that is ending sends nothing: its end is the answer.
+    if (phase_ != Phase::linked || requests_.empty() || requests_.front().isSent) return;
+    Request& request = requests_.front();
+    request.isSent = true;
     // A copy, as the request may end, and go, while it is carried out.
     const auto send = request.send;
     send([weakSelf = weak_from_this(), number = request.number](const Outcome& outcome) {
@@ -131,34 +142,12 @@ void StandardPeripheral::finish(std::uint64_t number,
     requests_.pop_front();
     // First, so that the others are served though a delegate throws.
     if (!requests_.empty()) scheduleNextRequest();
-    answer(request, outcome);
+    answer(request, outcome ? &*outcome : nullptr);
 }
 
-void StandardPeripheral::answer(const Request& request, const Outcome& outcome) {
+void StandardPeripheral::answer(const Request& request, const NSError* error) {
     const auto delegate = delegate_.lock();
-    if (delegate && request.report) request.report(*delegate, outcome ? &*outcome : nullptr);
-}
-
-void StandardPeripheral::linkCameUp() {
-    discovered_.clear();
-    isLinked_ = true;
-}
-
-void StandardPeripheral::linkEnded(ExceptionKeeper& exceptions) {
-    const NSError linkEnd(CBError::notConnected, "The link has ended.");
-    const std::deque<Request> unanswered = std::exchange(requests_, {});
-    dropLink();
-    for (const Request& request : unanswered) {
-        exceptions.run([&] { answer(request, linkEnd); });
-    }
-}
-
-void StandardPeripheral::dropLink() {
-    isLinked_ = false;
-    requests_.clear();
-    // What was discovered stays, but no longer notifies.
-    for (const auto& characteristic : discovered_.notifyingCharacteristics())
-        characteristic->setNotifying(false);
+    if (delegate && request.report) request.report(*delegate, error);
 }
 
 void StandardPeripheral::deliverNotification(GATTPlace place, std::span<const std::uint8_t> value) {
@@ -168,6 +157,149 @@ void StandardPeripheral::deliverNotification(GATTPlace place, std::span<const st
     if (const auto delegate = delegate_.lock()) {
         delegate->peripheralDidUpdateValueForCharacteristicError(shared_from_this(), characteristic, nullptr);
     }
+}
+
+// The attempt and the link
+
+CBPeripheralState StandardPeripheral::state() const {
+    switch (phase_) {
+        case Phase::linked:
+        case Phase::ending:
+        case Phase::ended:
+            return CBPeripheralState::connected;
+        case Phase::pending:
+            return CBPeripheralState::connecting;
+        case Phase::idle:
+            break;
+    }
+    const bool isConnecting = announcedConnects_ > 0 && !central_.expired();
+    return isConnecting ? CBPeripheralState::connecting : CBPeripheralState::disconnected;
+}
+
+void StandardPeripheral::adopt(std::weak_ptr<CBCentralManager> central,
+                               std::weak_ptr<CBCentralManagerDelegate> delegate, MainQueue& queue) {
+    central_ = std::move(central);
+    centralDelegate_ = std::move(delegate);
+    queue_ = &queue;
+}
+
+void StandardPeripheral::connect(std::uint64_t order) {
+    --announcedConnects_;
+    if (phase_ == Phase::linked) return reportConnection();
+    if (phase_ == Phase::pending) return;
+    order_ = order;
+    phase_ = Phase::pending;
+    beginAttempt();
+}
+
+void StandardPeripheral::refuseConnect(const NSError& error) {
+    --announcedConnects_;
+    reportFailure(error);
+}
+
+void StandardPeripheral::cancel() {
+    if (phase_ == Phase::pending) {
+        phase_ = Phase::idle;
+        dropConnection();
+        reportEnd(std::nullopt);
+    } else if (phase_ == Phase::linked) {
+        phase_ = Phase::ending;
+        endLink();
+    }
+}
+
+void StandardPeripheral::loseRadio(const NSError& error) {
+    if (phase_ == Phase::pending) {
+        phase_ = Phase::idle;
+        dropConnection();
+        reportFailure(error);
+    } else if (isLinked()) {
+        phase_ = Phase::ended;
+        dropConnection();
+        finishLink(error);
+    }
+}
+
+void StandardPeripheral::endLink() {
+    dropConnection();
+    linkEnded(std::nullopt);
+}
+
+void StandardPeripheral::linkCameUp() {
+    if (phase_ != Phase::pending) return;
+    phase_ = Phase::linked;
+    discovered_.clear();
+    reportConnection();
+}
+
+void StandardPeripheral::attemptFailed(const NSError& error) {
+    if (phase_ != Phase::pending) return;
+    phase_ = Phase::idle;
+    reportFailure(error);
+}
+
+void StandardPeripheral::linkIsEnding() {
+    if (phase_ == Phase::linked) phase_ = Phase::ending;
+}
+
+void StandardPeripheral::linkEnded(const Outcome& error) {
+    if (!isLinked()) return;
+    phase_ = Phase::ended;
+    finishLink(error);
+}
+
+void StandardPeripheral::finishLink(const Outcome& error) {
+    const auto self = shared_from_this();
+    stopNotifying();
+    const NSError linkEnd(CBError::notConnected, "The link has ended.");
+    ExceptionKeeper exceptions;
+    for (const Request& request : std::exchange(requests_, {})) {
+        exceptions.run([&] { answer(request, &linkEnd); });
+    }
+    phase_ = Phase::idle;
+    takeWaitingTurns();
+    exceptions.run([&] { reportEnd(error); });
+    exceptions.rethrow();
+}
+
+void StandardPeripheral::abandon() {
+    const bool isActive = phase_ == Phase::pending || isLinked();
+    phase_ = Phase::idle;
+    if (isActive) dropConnection();
+    requests_.clear();
+    stopNotifying();
+    takeWaitingTurns();
+}
+
+void StandardPeripheral::takeWaitingTurns() {
+    for (const auto& action : std::exchange(whenEnded_, {})) action();
+}
+
+/// What was discovered stays, but no longer notifies.
+void StandardPeripheral::stopNotifying() {
+    for (const auto& characteristic : discovered_.notifyingCharacteristics())
+        characteristic->setNotifying(false);
+}
+
+void StandardPeripheral::reportConnection() {
+    const auto central = central_.lock();
+    const auto delegate = centralDelegate_.lock();
+    if (central && delegate) delegate->centralManagerDidConnectPeripheral(*central, shared_from_this());
+}
+
+void StandardPeripheral::reportFailure(const NSError& error) {
+    const auto central = central_.lock();
+    const auto delegate = centralDelegate_.lock();
+    if (!central || !delegate) return;
+    delegate->centralManagerDidFailToConnectPeripheralError(*central, shared_from_this(), &error);
+}
+
+void StandardPeripheral::reportEnd(const Outcome& error) {
+    const auto central = central_.lock();
+    const auto delegate = centralDelegate_.lock();
+    if (!central || !delegate) return;
+    delegate->centralManagerDidDisconnectPeripheralError(*central, shared_from_this(),
+                                                         error ? &*error : nullptr);
 }
 
 }  // namespace zobi::platform

@@ -6,27 +6,35 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/CBPeripheral.h"
 #include "zobi/platform/Export.h"
+#include "zobi/platform/MainQueue.h"
+#include "zobi/platform/NSError.h"
 #include "zobi/platform/NSNumber.h"
 #include "zobi/platform/standard/DiscoveredServices.h"
-#include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform {
 
-/// The part of a GATT client that all radios share: it queues the requests, has one of them in progress at a
-/// time, answers each exactly once, and keeps what was discovered. A radio derives its peripheral from it and
-/// sends the requests. Main thread only.
+/// What all radios' peripherals share: the attempt to connect, the link, and the requests over it. It keeps
+/// the promises of `CBPeripheral` and, together with `StandardCentral`, those of `CBCentralManager`. A radio
+/// derives its peripheral from it, carries out what the hooks ask for, and tells what happens. Main thread
+/// only.
 ///
-/// The radio calls `linkCameUp`, and later `linkEnded` or `dropLink`. In between, `scheduleNextRequest` is
-/// called whenever a request is waiting. The radio then calls `sendNextRequest` from a task or timer, and
-/// that calls one of the functions from `listServices` to `readSignalStrength`, which returns the outcome or
-/// calls its completion.
+/// The requests are queued, and one of them is in progress at a time: `sendNextRequest` calls one of the
+/// functions from `listServices` to `readSignalStrength`, which returns the outcome or calls its completion.
 class ZOBI_EXPORT StandardPeripheral : public CBPeripheral,
                                        public std::enable_shared_from_this<StandardPeripheral> {
 public:
+    /// The outcome of a request, or the end of a link: its error; absent for success, and for an end that
+    /// this central manager has asked for.
+    using Outcome = std::optional<NSError>;
+
+    CBPeripheralState state() const override;
     std::shared_ptr<CBPeripheralDelegate> delegate() const override { return delegate_.lock(); }
     void setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) override {
         delegate_ = std::move(delegate);
@@ -45,12 +53,84 @@ public:
                                          const std::shared_ptr<CBCharacteristic>& characteristic) override;
     void readRSSI() override;
 
+    /// @name Events, which the radio tells
+    ///
+    /// Each is told from a task or a timer of the run loop, or from inside a hook. One that no longer fits is
+    /// ignored: the end of a link that has ended, for example.
+    /// @{
+
+    /// The attempt has succeeded: a link is up. Clears what was discovered over the last one, and accepts
+    /// requests.
+    void linkCameUp();
+    /// The attempt has failed.
+    void attemptFailed(const NSError& error);
+    /// The link has ended: answers all requests with `CBError::notConnected`, and then reports the end.
+    void linkEnded(const Outcome& error);
+    /// The link is ending, and `linkEnded` will follow: nothing more is sent. For a radio that hears of the
+    /// end first and of its reason later.
+    void linkIsEnding();
+    /// A value was notified: passes it to the delegate if it is subscribed to the characteristic.
+    void deliverNotification(GATTPlace place, std::span<const std::uint8_t> value);
+    /// The device is gone, and with it the attempt or the link. Nobody is told.
+    void abandon();
+
+    /// @}
+    /// @name What the central manager does
+    /// @{
+
+    /// Belongs to `central` from now on, whose delegate is `delegate` and whose turns are tasks of `queue`.
+    void adopt(std::weak_ptr<CBCentralManager> central, std::weak_ptr<CBCentralManagerDelegate> delegate,
+               MainQueue& queue);
+    /// Whether it belongs to `central`.
+    bool belongsTo(const CBCentralManager& central) const { return central_.lock().get() == &central; }
+    /// A request to connect is on its way to `connect` or `refuseConnect`.
+    void announceConnect() { ++announcedConnects_; }
+    /// Begins an attempt, joins the one that is pending, or reports the link that is up once more.
+    /// @param order sequence number of the request: at power-off, attempts and links end in this order.
+    void connect(std::uint64_t order);
+    /// The attempt fails before it has begun.
+    void refuseConnect(const NSError& error);
+    /// Ends the attempt or the link, if there is one.
+    void cancel();
+    /// The radio is off: the attempt fails, or the link ends.
+    void loseRadio(const NSError& error);
+    /// Whether there is neither an attempt nor a link.
+    bool isIdle() const { return phase_ == Phase::idle; }
+    /// Whether a link is being ended.
+    bool isEnding() const { return phase_ == Phase::ending; }
+    /// Calls `action` when the link that is ending has ended.
+    void whenEnded(std::function<void()> action) { whenEnded_.push_back(std::move(action)); }
+    /// The sequence number of the last attempt.
+    std::uint64_t order() const { return order_; }
+    /// Whether it was reported in this scan.
+    bool wasReportedIn(std::uint64_t scan) const { return lastReportedInScan_ == scan; }
+    /// It is being reported in this scan.
+    void noteReport(std::uint64_t scan) { lastReportedInScan_ = scan; }
+    /// Its last report does not count: the next one is the first of its scan.
+    void forgetReport() { lastReportedInScan_ = 0; }
+    /// What the log calls the device: its address.
+    virtual std::string addressText() const = 0;
+
+    /// @}
+
 protected:
-    /// The outcome of a request: its error; absent for success.
-    using Outcome = std::optional<NSError>;
     /// The UUIDs of all services or all characteristics, in the order of the peripheral.
     using UUIDs = std::vector<CBUUID>;
 
+    /// @name The attempt and the link, which the radio makes and ends
+    /// @{
+
+    /// Tries to connect, for as long as it takes, until `linkCameUp` or `attemptFailed` is called, or
+    /// `dropConnection` calls it off.
+    virtual void beginAttempt() = 0;
+    /// Ends the attempt or the link at once, as far as there is still something to end: the attempt was
+    /// cancelled, the radio is off, or the central manager is gone. No event of it may follow later.
+    virtual void dropConnection() = 0;
+    /// Ends the link, as it was cancelled; `linkEnded` is to follow, without an error. A radio whose links
+    /// are down at once need not override this: `dropConnection` is called, and the end is told.
+    virtual void endLink();
+
+    /// @}
     /// @name Requests, which the radio sends
     ///
     /// The radio calls the completion once, at once or later, on the main thread. A completion does nothing
@@ -78,45 +158,50 @@ protected:
     /// Reads the signal strength of the link.
     virtual void readSignalStrength(RSSICompletion completion) = 0;
 
-    /// A request is waiting: calls `sendNextRequest` soon, from the run loop, never from inside this call.
-    virtual void scheduleNextRequest() = 0;
-    /// Sends the first of the requests. There must be one: see `hasRequests`.
+    /// A request is waiting. Calls `sendNextRequest` from a task of its own; a radio that sends it later,
+    /// from a timer, overrides this.
+    virtual void scheduleNextRequest();
+    /// Sends the first of the requests. Does nothing if none is waiting, or the link is ending.
     void sendNextRequest();
     /// Whether a request is waiting or in progress.
     bool hasRequests() const { return !requests_.empty(); }
-
-    /// @}
-    /// @name Events of the link, which the radio reports
-    /// @{
-
-    /// The link is up: clears what was discovered over the last one, and accepts requests.
-    void linkCameUp();
-    /// The link has ended: answers all requests with `CBError::notConnected`, and accepts no more. The
-    /// exceptions of the delegate are kept in `exceptions`.
-    void linkEnded(ExceptionKeeper& exceptions);
-    /// The link has ended, but the delegate must not be told: drops the requests without an answer.
-    void dropLink();
-    /// A value was notified: passes it to the delegate if it is subscribed to the characteristic.
-    void deliverNotification(GATTPlace place, std::span<const std::uint8_t> value);
     /// The services and characteristics that were discovered.
     const DiscoveredServices& discovered() const { return discovered_; }
 
     /// @}
 
 private:
+    /// Ending: the end of the link was asked for or heard of. Ended: it is being told.
+    enum class Phase : std::uint8_t { idle, pending, linked, ending, ended };
+
     struct Request {
         std::function<void(const Completion& completion)> send;
         /// Passes the outcome to the delegate; empty for a request without an answer.
         std::function<void(CBPeripheralDelegate&, const NSError*)> report;
         std::uint64_t number = 0;
+        bool isSent = false;
     };
 
+    bool isLinked() const { return phase_ == Phase::linked || phase_ == Phase::ending; }
+    void reportConnection();
+    void reportFailure(const NSError& error);
+    void reportEnd(const Outcome& error);
+    void finishLink(const Outcome& error);
+    void takeWaitingTurns();
+    void stopNotifying();
     void enqueue(Request request);
     void finish(std::uint64_t number, Outcome outcome);
-    void answer(const Request& request, const Outcome& outcome);
+    void answer(const Request& request, const NSError* error);
 
+    std::weak_ptr<CBCentralManager> central_;
+    std::weak_ptr<CBCentralManagerDelegate> centralDelegate_;
+    MainQueue* queue_ = nullptr;
     std::weak_ptr<CBPeripheralDelegate> delegate_;
-    bool isLinked_ = false;
+    Phase phase_ = Phase::idle;
+    std::size_t announcedConnects_ = 0;
+    std::uint64_t order_ = 0;
+    std::uint64_t lastReportedInScan_ = 0;
+    std::vector<std::function<void()>> whenEnded_;
     DiscoveredServices discovered_;
     // The first is in progress, or the next to be sent.
     std::deque<Request> requests_;

@@ -33,7 +33,7 @@ public:
     /// The central managers and peripherals that events have named.
     std::set<const void*> named;
     /// Called at each sighting, and at each answer that tells a failure.
-    std::function<void()> onSighting = [] {};
+    std::function<void(const zobi::platform::CBAdvertisementData&)> onSighting = [](const auto& /*data*/) {};
     std::function<void()> onFailedAnswer = [] {};
 
     /// Calls, with nothing told meanwhile.
@@ -57,7 +57,7 @@ public:
                               &zobi::platform::CBServiceData::service) != data.serviceData.end();
         if (data.localName != "morvane" || !hasPayload) return;
         sightings.push_back(peripheral);
-        onSighting();
+        onSighting(data);
     }
     void centralManagerDidConnectPeripheral(CBCentralManager& central,
                                             const Peripheral& peripheral) override {

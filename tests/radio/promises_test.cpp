@@ -208,11 +208,22 @@ TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
 TEST_P(RadioPromises, AMalformedPayloadCostsOneSightingAndAnotherExceptionLeavesTheLoop) {
     bench->beaconComesIntoRange();
     sight();
-    listener->onSighting = [] { throw zobi::platform::DataRangeError(0, 1, 0); };
+    const auto readTooFar = [](std::span<const std::uint8_t> data) {
+        zobi::platform::subdata(data, 0, data.size() + 1);
+    };
+    listener->onSighting = [&](const auto& data) { readTooFar(data.serviceData[0].data); };
     EXPECT_TRUE(bench->runUntil([&] { return listener->sightings.size() > 3; }));
-    listener->onSighting = [] { throw std::out_of_range("mine"); };
+    listener->onSighting = [&](const auto& data) { readTooFar(data.serviceData[0].data.last(0)); };
+    EXPECT_TRUE(bench->runUntil([&] { return listener->sightings.size() > 6; })) << "a view of it is it";
+    listener->onSighting = [&](const auto& data) {
+        readTooFar(std::vector(data.serviceData[0].data.begin(), data.serviceData[0].data.end()));
+    };
+    EXPECT_THROW(bench->runUntil([] { return false; }), zobi::platform::DataRangeError) << "a copy is not";
+    listener->onSighting = [&](const auto& /*data*/) { readTooFar({}); };
+    EXPECT_THROW(bench->runUntil([] { return false; }), zobi::platform::DataRangeError) << "nor is nothing";
+    listener->onSighting = [](const auto& /*data*/) { throw std::out_of_range("mine"); };
     EXPECT_THROW(bench->runUntil([] { return false; }), std::out_of_range);
-    listener->onSighting = [] {};
+    listener->onSighting = [](const auto& /*data*/) {};
     EXPECT_NE(sight(), nullptr) << "the loop can be run again";
 }
 

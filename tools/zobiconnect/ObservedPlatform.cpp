@@ -21,8 +21,8 @@ public:
         try {
             ForwardingCentral::centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
                 central, peripheral, advertisementData, rssi);
-        } catch (const platform::DataRangeError&) {
-            sightings_.noteMalformedAdvertisement();
+        } catch (const platform::DataRangeError& error) {
+            if (advertisementData.isMalformedBy(error)) sightings_.noteMalformedAdvertisement();
             throw;
         }
         // What the library takes for a beacon, and nothing else.

@@ -15,8 +15,10 @@ namespace {
 // What a controller reports when it could not measure.
 constexpr std::int16_t unknownSignal = 127;
 
-NSError radioIsOff() {
-    return {CBError::operationCancelled, "Bluetooth is off."};
+std::uint64_t keyOf(const DeviceAddress& address) {
+    std::uint64_t key = address.isRandom ? 1 : 0;
+    for (const std::uint8_t byte : address.bytes) key = key << 8 | byte;
+    return key;
 }
 
 NSNumber signalStrength(const DeviceChange& change) {
@@ -27,17 +29,16 @@ NSNumber signalStrength(const DeviceChange& change) {
 }  // namespace
 
 BlueZCentral::~BlueZCentral() {
-    for (const auto& [address, peripheral] : peripherals_) {
-        // The service would keep the link up, and the beacon silent, for nobody.
-        const Device* const device = peripheral->isBusy() ? service_->device(address) : nullptr;
+    for (const auto& [key, known] : peripherals()) {
+        // The service would keep the link up, and the device silent, for nobody.
+        const auto& peripheral = static_cast<const BlueZPeripheral&>(*known);
+        const Device* const device = peripheral.isBusy() ? service_->device(peripheral.address()) : nullptr;
         if (device) service_->send(device->path, deviceInterface, "Disconnect");
-        // The application may keep the handle.
-        peripheral->abandon();
     }
 }
 
 void BlueZCentral::start() {
-    service_ = std::make_shared<BlueZService>(context_, weak_from_this());
+    service_ = std::make_shared<BlueZService>(context_, weakSelf());
     discovery_ = std::make_shared<Discovery>(context_, service_);
     attempts_ = std::make_shared<ConnectionAttempts>(
         context_, [this](std::function<void()> then) { discovery_->endThen(std::move(then)); },
@@ -47,26 +48,17 @@ void BlueZCentral::start() {
 
 // Scanning
 
-void BlueZCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
-                                                         CBScanOptions options) {
-    if (state_ != CBManagerState::poweredOn) return;
-    serviceFilter_.assign(services.begin(), services.end());
-    options_ = options;
-    isScanning_ = true;
-    ++scansStarted_;
-    std::erase_if(peripherals_,
-                  [](const auto& entry) { return entry.second->isIdle() && entry.second.use_count() == 1; });
+void BlueZCentral::beginScan() {
     if (!attempts_->isAttempting()) discovery_->begin(discoveryFilter());
 }
 
-void BlueZCentral::stopScan() {
-    isScanning_ = false;
-    if (service_) updateDiscovery();
+void BlueZCentral::discoverAnew() {
+    if (attempts_->isWaited() && !attempts_->isAttempting()) discovery_->begin(discoveryFilter());
 }
 
 void BlueZCentral::updateDiscovery() {
-    if (state_ != CBManagerState::poweredOn || attempts_->isAttempting()) return;
-    if (isScanning_ || attempts_->isWaited()) {
+    if (state() != CBManagerState::poweredOn || attempts_->isAttempting()) return;
+    if (isScanning() || attempts_->isWaited()) {
         discovery_->goOn(discoveryFilter());
     } else {
         discovery_->end();
@@ -75,8 +67,8 @@ void BlueZCentral::updateDiscovery() {
 
 /// Lets through what the scan asks for, and whoever an attempt waits for.
 std::vector<CBUUID> BlueZCentral::discoveryFilter() const {
-    std::vector<CBUUID> filter = isScanning_ ? serviceFilter_ : std::vector<CBUUID>();
-    if (isScanning_ && filter.empty()) return filter;
+    std::vector<CBUUID> filter = isScanning() ? serviceFilter() : std::vector<CBUUID>();
+    if (isScanning() && filter.empty()) return filter;
     for (const auto& waiting : attempts_->waiting()) {
         // It was found among all devices, and is looked for among them.
         if (waiting->foundWith().empty()) return {};
@@ -87,18 +79,9 @@ std::vector<CBUUID> BlueZCentral::discoveryFilter() const {
     return filter;
 }
 
-bool BlueZCentral::passesServiceFilter(const Device& device) const {
-    const auto& advertised = device.advertisedServices;
-    // The service filters too, by the packet itself. Here is filtered what it lets through for other
-    // programs.
-    if (serviceFilter_.empty() || !advertised) return true;
-    return std::ranges::find_first_of(*advertised, serviceFilter_) != advertised->end();
-}
-
 void BlueZCentral::deviceDidAppear(Device& device) {
-    const auto known = peripherals_.find(device.address);
-    if (known == peripherals_.end()) return;
-    device.peripheral = known->second;
+    device.peripheral = knownPeripheral(device.address);
+    if (!device.peripheral) return;
     device.peripheral->deviceDidAppear();
     DeviceChange appearance;
     appearance.hasConnected = device.isConnected;
@@ -107,7 +90,7 @@ void BlueZCentral::deviceDidAppear(Device& device) {
 
 void BlueZCentral::deviceDidChange(Device& device, const DeviceChange& change) {
     if (device.peripheral) device.peripheral->deviceDidChange(device, change);
-    if (isScanning_ || attempts_->isWaited()) {
+    if (isScanning() || attempts_->isWaited()) {
         const bool completes =
             change.name && !device.isConnected && device.peripheral && device.peripheral->isNameAwaited();
         if (change.isSighting() || completes) hear(device, change);
@@ -117,7 +100,9 @@ void BlueZCentral::deviceDidChange(Device& device, const DeviceChange& change) {
 void BlueZCentral::hear(Device& device, const DeviceChange& change) {
     // Whatever the scan asks for now.
     if (device.peripheral) attempts_->heard(*device.peripheral);
-    if (!isScanning_ || !passesServiceFilter(device)) return;
+    // The service filters too, by the packet itself. Here is filtered what it lets through for other
+    // programs.
+    if (!isScanning() || (device.advertisedServices && !isSought(*device.advertisedServices))) return;
     const auto peripheral = peripheralOf(device);
     const auto serviceData = change.serviceData.value_or(std::span<const CBServiceData>());
     const NSNumber rssi = signalStrength(change);
@@ -135,15 +120,17 @@ void BlueZCentral::hear(Device& device, const DeviceChange& change) {
     report(peripheral, keptData, rssi.hasValue() ? rssi : kept->rssi);
 }
 
+std::shared_ptr<BlueZPeripheral> BlueZCentral::knownPeripheral(const DeviceAddress& address) const {
+    const auto known = peripherals().find(keyOf(address));
+    return known == peripherals().end() ? nullptr : std::static_pointer_cast<BlueZPeripheral>(known->second);
+}
+
 std::shared_ptr<BlueZPeripheral> BlueZCentral::peripheralOf(Device& device) {
     if (!device.peripheral) {
-        auto& known = peripherals_[device.address];
-        if (!known) {
-            known =
-                std::make_shared<BlueZPeripheral>(context_, weak_from_this(), device.address, serviceFilter_);
-            attempts_->heard(*known);
-        }
-        device.peripheral = known;
+        auto& made = peripheral<BlueZPeripheral>(keyOf(device.address), context_, weakSelf(), device.address,
+                                                 serviceFilter());
+        attempts_->heard(made);
+        device.peripheral = std::static_pointer_cast<BlueZPeripheral>(made.shared_from_this());
     }
     return device.peripheral;
 }
@@ -151,89 +138,38 @@ std::shared_ptr<BlueZPeripheral> BlueZCentral::peripheralOf(Device& device) {
 void BlueZCentral::report(const std::shared_ptr<BlueZPeripheral>& peripheral,
                           std::span<const CBServiceData> serviceData, NSNumber rssi) {
     const auto& name = peripheral->advertisedName();
-    if (!options_.allowDuplicates) {
-        // The one report of a scan must be worth it: what is missing follows.
-        if (!name || serviceData.empty()) return;
-        if (peripheral->wasReportedIn(scansStarted_)) return;
-    }
-    const auto delegate = delegate_.lock();
-    if (!delegate) return;
-    peripheral->noteReport(scansStarted_);
+    // The one report of a scan must be worth it: what is missing follows.
+    if (!scanOptions().allowDuplicates && (!name || serviceData.empty())) return;
     CBAdvertisementData data{.localName = std::nullopt, .serviceData = serviceData};
     // A copy is not needed, as the name is set by signals alone.
     if (name) data.localName = *name;
-    try {
-        delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*this, peripheral, data, rssi);
-    } catch (const DataRangeError& error) {
-        peripheral->forgetReport();
-        context_->log.log("Advertisement from %@ dropped: %@", textOf(peripheral->address()), error.what());
-    }
-}
-
-// Connecting
-
-// Connecting and cancelling each take a turn of their own, so that they happen in the order in which they
-// were asked for, and what was asked of a link before stays outstanding until it ends.
-
-void BlueZCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
-    const auto connected = ownPeripheral(peripheral);
-    if (!connected) return;
-    connected->announceConnect();
-    context_->runLoop.dispatchAsync(
-        [self = shared_from_this(), connected] { self->carryOutConnect(connected); });
-}
-
-void BlueZCentral::carryOutConnect(const std::shared_ptr<BlueZPeripheral>& peripheral) {
-    if (state_ != CBManagerState::poweredOn) return peripheral->refuseConnect(radioIsOff());
-    peripheral->connect(++attemptsStarted_);
-    // A controller that reports a device once a scan would not tell soon that the device is there.
-    if (attempts_->isWaited() && !attempts_->isAttempting()) discovery_->begin(discoveryFilter());
-}
-
-void BlueZCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
-    if (const auto cancelled = ownPeripheral(peripheral)) {
-        context_->runLoop.dispatchAsync([self = shared_from_this(), cancelled] { cancelled->cancel(); });
-    }
-}
-
-std::shared_ptr<BlueZPeripheral> BlueZCentral::ownPeripheral(
-    const std::shared_ptr<CBPeripheral>& peripheral) const {
-    const auto found =
-        std::ranges::find_if(peripherals_, [&](const auto& entry) { return entry.second == peripheral; });
-    return found == peripherals_.end() ? nullptr : found->second;
+    StandardCentral::hear(*peripheral, data, rssi);
 }
 
 void BlueZCentral::peripheralDidChangePhase() {
     // What is asked of a link, and what it answers, must not wait.
-    service_->setGathers(
-        std::ranges::none_of(peripherals_, [](const auto& entry) { return entry.second->isBusy(); }));
-}
-
-void BlueZCentral::reportConnection(const std::shared_ptr<BlueZPeripheral>& peripheral) {
-    if (const auto delegate = delegate_.lock()) {
-        delegate->centralManagerDidConnectPeripheral(*this, peripheral);
-    }
-}
-
-void BlueZCentral::reportFailure(const std::shared_ptr<BlueZPeripheral>& peripheral, const NSError& error) {
-    if (const auto delegate = delegate_.lock()) {
-        delegate->centralManagerDidFailToConnectPeripheralError(*this, peripheral, &error);
-    }
-}
-
-void BlueZCentral::reportDisconnection(const std::shared_ptr<BlueZPeripheral>& peripheral,
-                                       const NSError* error) {
-    if (const auto delegate = delegate_.lock()) {
-        delegate->centralManagerDidDisconnectPeripheralError(*this, peripheral, error);
-    }
+    service_->setGathers(std::ranges::none_of(peripherals(), [](const auto& entry) {
+        return static_cast<const BlueZPeripheral&>(*entry.second).isBusy();
+    }));
 }
 
 // What the service tells
 
 void BlueZCentral::serviceDidChangeAvailability() {
-    const CBManagerState state = stateOf(service_->availability());
-    if (state == CBManagerState::poweredOn) openChannel();
-    if (state != state_) enterState(state);
+    const CBManagerState newState = stateOf(service_->availability());
+    const bool isOn = newState == CBManagerState::poweredOn;
+    if (isOn) openChannel();
+    if (newState == state()) return;
+    if (isOn) {
+        peripheralDidChangePhase();
+    } else {
+        discovery_->forget();
+        attempts_->clear();
+        for (const auto& [key, known] : peripherals()) {
+            static_cast<BlueZPeripheral&>(*known).radioIsLost(newState == CBManagerState::resetting);
+        }
+    }
+    enterState(newState);
 }
 
 void BlueZCentral::openChannel() {
@@ -248,48 +184,22 @@ void BlueZCentral::openChannel() {
             adapter);
         return;
     }
-    channel_->setOnEvent([weakSelf = weak_from_this()] {
+    channel_->setOnEvent([weakSelf = weakSelf()] {
         const auto self = weakSelf.lock();
         if (!self) return;
-        const auto peripherals = self->peripherals_;
-        for (const auto& [address, peripheral] : peripherals) peripheral->lookForLinkEnd();
+        const auto peripherals = self->peripherals();
+        for (const auto& [key, known] : peripherals) {
+            static_cast<BlueZPeripheral&>(*known).lookForLinkEnd();
+        }
     });
 }
 
-void BlueZCentral::enterState(CBManagerState state) {
-    state_ = state;
-    const auto reportState = [this] {
-        if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(*this);
-    };
-    if (state == CBManagerState::poweredOn) {
-        peripheralDidChangePhase();
-        return reportState();
-    }
-    isScanning_ = false;
-    discovery_->forget();
-    attempts_->clear();
-    std::vector<std::shared_ptr<BlueZPeripheral>> ended;
-    for (const auto& [address, peripheral] : peripherals_) {
-        if (!peripheral->isIdle()) ended.push_back(peripheral);
-    }
-    std::ranges::sort(ended, {}, &BlueZPeripheral::order);
-    ExceptionKeeper exceptions;
-    exceptions.run(reportState);
-    for (const auto& peripheral : ended) {
-        exceptions.run([&] { peripheral->loseRadio(radioIsOff(), state == CBManagerState::resetting); });
-    }
-    exceptions.rethrow();
-}
-
 void BlueZCentral::deviceDidVanish(Device& device) {
-    const auto peripheral = std::exchange(device.peripheral, nullptr);
+    auto peripheral = std::exchange(device.peripheral, nullptr);
     if (!peripheral) return;
     peripheral->deviceDidVanish();
-    // Nobody could tell a handle that is made anew from this one; but the scan may have to know it again.
-    constexpr long thisAndTheMap = 2;
-    const bool isUsed = !peripheral->isIdle() || peripheral.use_count() > thisAndTheMap;
-    const bool isKnown = isScanning_ && !options_.allowDuplicates && peripheral->wasReportedIn(scansStarted_);
-    if (!isUsed && !isKnown) peripherals_.erase(peripheral->address());
+    peripheral.reset();
+    forget(keyOf(device.address));
 }
 
 void BlueZCentral::deviceDidTellLinkEnd(Device& device, const LinkEnd& end) {

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/bluez/RadioContext.h"
@@ -12,20 +11,18 @@
 #include "platform/bluez/central/ConnectionAttempts.h"
 #include "platform/bluez/central/Discovery.h"
 #include "platform/bluez/service/BlueZService.h"
-#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/standard/StandardCentral.h"
 
 namespace zobi::platform::bluez {
 
 /// The central manager over BlueZ, with a bus connection of its own: the service tells its clients apart by
 /// their connections, so that one central's scan does not touch another's.
-class BlueZCentral final : public CBCentralManager,
-                           public BlueZServiceDelegate,
-                           public std::enable_shared_from_this<BlueZCentral> {
+class BlueZCentral final : public StandardCentral, public BlueZServiceDelegate {
 public:
     /// @param context what it refers to must outlive every call, though not the object.
     BlueZCentral(RadioContext context, std::weak_ptr<CBCentralManagerDelegate> delegate)
-        : context_(std::make_shared<const RadioContext>(std::move(context))),
-          delegate_(std::move(delegate)) {}
+        : StandardCentral(context.runLoop, context.log, std::move(delegate)),
+          context_(std::make_shared<const RadioContext>(std::move(context))) {}
     ~BlueZCentral() override;
     BlueZCentral(const BlueZCentral&) = delete;
     BlueZCentral& operator=(const BlueZCentral&) = delete;
@@ -33,26 +30,16 @@ public:
     /// Looks for the service. Called once, from the run loop.
     void start();
 
-    CBManagerState state() const override { return state_; }
-    bool isScanning() const override { return isScanning_; }
-    void scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
-                                               CBScanOptions options) override;
-    void stopScan() override;
-    void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) override;
-    void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override;
-
     // What a peripheral asks for and tells
 
     BlueZService& service() { return *service_; }
     ConnectionAttempts& attempts() { return *attempts_; }
     /// Null where the controller cannot be reached past the service.
     ControllerChannel* channel() { return channel_.get(); }
-    /// The turn of a request to connect has come.
-    void carryOutConnect(const std::shared_ptr<BlueZPeripheral>& peripheral);
+    /// Begins discovery again for whoever waits: a controller that reports a device once a scan would not
+    /// tell soon that the device is there.
+    void discoverAnew();
     void peripheralDidChangePhase();
-    void reportConnection(const std::shared_ptr<BlueZPeripheral>& peripheral);
-    void reportFailure(const std::shared_ptr<BlueZPeripheral>& peripheral, const NSError& error);
-    void reportDisconnection(const std::shared_ptr<BlueZPeripheral>& peripheral, const NSError* error);
 
     void serviceDidChangeAvailability() override;
     void deviceDidAppear(Device& device) override;
@@ -62,33 +49,30 @@ public:
     void characteristicDidChange(Device& device, std::string_view path,
                                  std::span<const std::uint8_t> value) override;
 
+protected:
+    void beginScan() override;
+    void endScan() override { updateDiscovery(); }
+
 private:
-    /// Null for a peripheral that is not this central's.
-    std::shared_ptr<BlueZPeripheral> ownPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) const;
-    void enterState(CBManagerState state);
+    std::weak_ptr<BlueZCentral> weakSelf() {
+        return std::static_pointer_cast<BlueZCentral>(shared_from_this());
+    }
     void openChannel();
     void updateDiscovery();
     std::vector<CBUUID> discoveryFilter() const;
-    bool passesServiceFilter(const Device& device) const;
     void hear(Device& device, const DeviceChange& change);
+    /// Null for a device that was not reported yet.
+    std::shared_ptr<BlueZPeripheral> knownPeripheral(const DeviceAddress& address) const;
     std::shared_ptr<BlueZPeripheral> peripheralOf(Device& device);
     void report(const std::shared_ptr<BlueZPeripheral>& peripheral,
                 std::span<const CBServiceData> serviceData, NSNumber rssi);
 
     std::shared_ptr<const RadioContext> context_;
-    std::weak_ptr<CBCentralManagerDelegate> delegate_;
     std::shared_ptr<BlueZService> service_;
     std::shared_ptr<Discovery> discovery_;
     std::shared_ptr<ConnectionAttempts> attempts_;
     std::shared_ptr<ControllerChannel> channel_;
     std::string channelAdapter_;
-    CBManagerState state_ = CBManagerState::unknown;
-    bool isScanning_ = false;
-    std::vector<CBUUID> serviceFilter_;
-    CBScanOptions options_;
-    std::uint64_t scansStarted_ = 0;
-    std::uint64_t attemptsStarted_ = 0;
-    std::map<DeviceAddress, std::shared_ptr<BlueZPeripheral>> peripherals_;
 };
 
 }  // namespace zobi::platform::bluez

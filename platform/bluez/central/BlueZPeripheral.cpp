@@ -6,7 +6,6 @@
 
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/central/BlueZCentral.h"
-#include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform::bluez {
 
@@ -33,22 +32,6 @@ constexpr double linkEndDelay = 0.5;
 constexpr double signalDeadline = 3;
 
 }  // namespace
-
-CBPeripheralState BlueZPeripheral::state() const {
-    switch (phase_) {
-        case Phase::linked:
-        case Phase::ending:
-        case Phase::lost:
-            return CBPeripheralState::connected;
-        case Phase::waiting:
-        case Phase::connecting:
-        case Phase::resolving:
-            return CBPeripheralState::connecting;
-        case Phase::idle:
-            break;
-    }
-    return announcedConnects_ > 0 ? CBPeripheralState::connecting : CBPeripheralState::disconnected;
-}
 
 Device* BlueZPeripheral::device() const {
     const auto central = central_.lock();
@@ -91,35 +74,10 @@ void BlueZPeripheral::keepUntilNamed(std::span<const CBServiceData> serviceData,
 
 // The attempt
 
-void BlueZPeripheral::connect(std::uint64_t order) {
-    switch (phase_) {
-        case Phase::idle:
-            --announcedConnects_;
-            order_ = order;
-            failures_ = 0;
-            return waitForTurn();
-        case Phase::waiting:
-        case Phase::connecting:
-        case Phase::resolving:
-            --announcedConnects_;
-            return;
-        case Phase::linked:
-            --announcedConnects_;
-            if (const auto central = central_.lock()) central->reportConnection(self());
-            return;
-        case Phase::ending:
-        case Phase::lost:
-            return defer([](BlueZPeripheral& peripheral) {
-                if (const auto central = peripheral.central_.lock()) {
-                    central->carryOutConnect(peripheral.self());
-                }
-            });
-    }
-}
-
-void BlueZPeripheral::refuseConnect(const NSError& error) {
-    --announcedConnects_;
-    if (const auto central = central_.lock()) central->reportFailure(self(), error);
+void BlueZPeripheral::beginAttempt() {
+    failures_ = 0;
+    waitForTurn();
+    if (const auto central = central_.lock()) central->discoverAnew();
 }
 
 void BlueZPeripheral::waitForTurn() {
@@ -134,7 +92,7 @@ void BlueZPeripheral::leaveTurn() {
     if (const auto central = central_.lock()) central->attempts().remove(*this);
 }
 
-void BlueZPeripheral::beginAttempt() {
+void BlueZPeripheral::takeTurn() {
     const auto central = central_.lock();
     const Device* const known = device();
     if (!central || !known) {
@@ -216,7 +174,6 @@ void BlueZPeripheral::tableWasRead(std::vector<RemoteService> table) {
     enter(Phase::linked);
     table_ = std::move(table);
     linkCameUp();
-    if (const auto central = central_.lock()) central->reportConnection(self());
 }
 
 void BlueZPeripheral::resolvingTookTooLong() {
@@ -234,8 +191,7 @@ void BlueZPeripheral::failAttempt(const std::string& why) {
 
 void BlueZPeripheral::fail(const std::string& why) {
     enter(Phase::idle);
-    const NSError error(CBError::connectionFailed, why.empty() ? "The link could not be made." : why);
-    if (const auto central = central_.lock()) central->reportFailure(self(), error);
+    attemptFailed(NSError(CBError::connectionFailed, why.empty() ? "The link could not be made." : why));
 }
 
 void BlueZPeripheral::disconnect() {
@@ -263,52 +219,22 @@ void BlueZPeripheral::disconnectingIsOver() {
     if (phase_ == Phase::waiting && known && known->isConnected) linkIsUp(*known);
 }
 
-void BlueZPeripheral::cancel() {
-    switch (phase_) {
-        case Phase::idle:
-            return;
-        case Phase::connecting:
-        case Phase::resolving:
-            disconnect();
-            [[fallthrough]];
-        case Phase::waiting: {
-            leaveTurn();
-            enter(Phase::idle);
-            if (const auto central = central_.lock()) central->reportDisconnection(self(), nullptr);
-            return;
-        }
-        case Phase::linked:
-            enter(Phase::ending);
-            disconnect();
-            return after(endDeadline, &BlueZPeripheral::endTookTooLong);
-        case Phase::ending:
-        case Phase::lost:
-            return defer([](BlueZPeripheral& peripheral) { peripheral.cancel(); });
-    }
+void BlueZPeripheral::dropConnection() {
+    const auto central = central_.lock();
+    const bool isAttempting = phase_ == Phase::connecting || phase_ == Phase::resolving;
+    if (isAttempting && central && central->state() == CBManagerState::poweredOn) disconnect();
+    leaveTurn();
+    releaseLink();
 }
 
-void BlueZPeripheral::loseRadio(const NSError& error, bool serviceMayGoOn) {
-    if (phase_ == Phase::idle) return;
-    isLeftBehind_ = serviceMayGoOn && isBusy();
-    if (state() == CBPeripheralState::connected) return endLink(&error);
-    enter(Phase::idle);
-    if (const auto central = central_.lock()) central->reportFailure(self(), error);
+void BlueZPeripheral::endLink() {
+    enter(Phase::ending);
+    disconnect();
+    after(endDeadline, &BlueZPeripheral::endTookTooLong);
 }
 
-void BlueZPeripheral::abandon() {
-    for (const auto& timer : {phaseTimer_, tableTimer_, operationTimer_}) {
-        if (timer) timer->invalidate();
-    }
-    phase_ = Phase::idle;
-    announcedConnects_ = 0;
-    phaseCall_.reset();
-    operationCall_.reset();
-    deferred_.clear();
-    dropLink();
-}
-
-void BlueZPeripheral::defer(std::function<void(BlueZPeripheral&)> action) {
-    deferred_.push_back(std::move(action));
+void BlueZPeripheral::radioIsLost(bool serviceMayGoOn) {
+    if (!isIdle()) isLeftBehind_ = serviceMayGoOn && isBusy();
 }
 
 // What the service tells
@@ -353,10 +279,11 @@ void BlueZPeripheral::linkIsDown() {
             return failAttempt("The link was lost before the services of the peripheral could be read.");
         case Phase::linked:
             enter(Phase::lost);
+            linkIsEnding();
             after(reasonDeadline, &BlueZPeripheral::tellLostLink);
             return lookForLinkEnd();
         case Phase::ending:
-            return endLink(nullptr);
+            return tellEnd(std::nullopt);
         case Phase::idle:
         case Phase::waiting:
         case Phase::connecting:
@@ -381,40 +308,34 @@ void BlueZPeripheral::lookForLinkEnd() {
 }
 
 void BlueZPeripheral::tellLostLink() {
-    const NSError error = errorOfLinkEnd(
-        knownLinkEnd().value_or(LinkEnd{LinkEnd::Cause::other, "The link has ended, it is not known why."}));
-    endLink(&error);
+    tellEnd(errorOfLinkEnd(
+        knownLinkEnd().value_or(LinkEnd{LinkEnd::Cause::other, "The link has ended, it is not known why."})));
 }
 
 void BlueZPeripheral::endTookTooLong() {
     context_->log.log("Bluetooth: the service does not tell the end of the link to %@", textOf(address_));
-    endLink(nullptr);
+    tellEnd(std::nullopt);
 }
 
-void BlueZPeripheral::endLink(const NSError* error) {
-    const auto thisOne = self();
-    const auto central = central_.lock();
-    if (!central) return;
+void BlueZPeripheral::releaseLink() {
+    const auto stopNotifying = [central = central_.lock()](const std::string& path) {
+        if (central) central->service().send(path, gattCharacteristicInterface, "StopNotify");
+    };
     // The service would subscribe again at the next link.
     for (const auto& characteristic : discovered().notifyingCharacteristics()) {
-        central->service().send(pathOf(characteristic->place()), gattCharacteristicInterface, "StopNotify");
+        stopNotifying(pathOf(characteristic->place()));
     }
-    if (!subscribingPath_.empty()) {
-        central->service().send(std::exchange(subscribingPath_, {}), gattCharacteristicInterface,
-                                "StopNotify");
-    }
+    if (!subscribingPath_.empty()) stopNotifying(std::exchange(subscribingPath_, {}));
     operationCall_.reset();
     if (operationTimer_) operationTimer_->invalidate();
     readPath_.clear();
     heldValues_.clear();
-    ExceptionKeeper exceptions;
-    linkEnded(exceptions);
     enter(Phase::idle);
-    for (auto& action : std::exchange(deferred_, {})) {
-        context_->runLoop.dispatchAsync([thisOne, action = std::move(action)] { action(*thisOne); });
-    }
-    exceptions.run([&] { central->reportDisconnection(thisOne, error); });
-    exceptions.rethrow();
+}
+
+void BlueZPeripheral::tellEnd(const Outcome& error) {
+    releaseLink();
+    linkEnded(error);
 }
 
 // Requests
@@ -441,18 +362,6 @@ std::optional<GATTPlace> BlueZPeripheral::placeOf(std::string_view path) const {
         return GATTPlace{s, static_cast<std::size_t>(found - characteristics.begin())};
     }
     return std::nullopt;
-}
-
-void BlueZPeripheral::scheduleNextRequest() {
-    if (std::exchange(isNextPrepared_, true)) return;
-    context_->runLoop.dispatchAsync([weakSelf = weak_from_this()] {
-        const auto self = weakSelf.lock();
-        if (!self) return;
-        auto& peripheral = static_cast<BlueZPeripheral&>(*self);
-        peripheral.isNextPrepared_ = false;
-        // Of a link that is ending nothing is asked: the requests are answered with its end.
-        if (peripheral.phase_ == Phase::linked && peripheral.hasRequests()) peripheral.sendNextRequest();
-    });
 }
 
 void BlueZPeripheral::operate(const std::string& path, const char* member,

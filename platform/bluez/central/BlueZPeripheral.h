@@ -17,6 +17,7 @@
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/NSTimer.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 #include "zobi/platform/standard/StandardPeripheral.h"
 
 namespace zobi::platform::bluez {
@@ -34,9 +35,8 @@ public:
           address_(address),
           foundWith_(std::move(foundWith)) {}
 
-    CBPeripheralState state() const override;
-
     const DeviceAddress& address() const { return address_; }
+    std::string addressText() const override { return textOf(address_); }
 
     // Sightings
 
@@ -50,10 +50,6 @@ public:
     void noteHeard(std::chrono::nanoseconds moment) { lastHeard_ = moment; }
     /// With which service filter it was found first: with it, it is found again.
     const std::vector<CBUUID>& foundWith() const { return foundWith_; }
-    bool wasReportedIn(std::uint64_t scan) const { return lastReportedInScan_ == scan; }
-    void noteReport(std::uint64_t scan) { lastReportedInScan_ = scan; }
-    /// It was no report that counts: the next one is the first of its scan.
-    void forgetReport() { lastReportedInScan_ = 0; }
     /// What was heard of the device before its name was.
     struct Unnamed {
         NSNumber rssi;
@@ -66,30 +62,17 @@ public:
 
     // What the central does
 
-    /// A request to connect is on its way to `connect`.
-    void announceConnect() { ++announcedConnects_; }
-    /// Starts an attempt, joins the one that is pending, or reports the link that is up once more.
-    /// @param order sequence number of the request: at power-off, attempts and links end in this order.
-    void connect(std::uint64_t order);
-    /// The radio is off: the attempt fails.
-    void refuseConnect(const NSError& error);
-    /// Ends the attempt or the link, if there is one.
-    void cancel();
-    /// The adapter or the service is gone: the attempt fails, or the link ends.
+    /// The adapter or the service is gone.
     /// @param serviceMayGoOn whether it may be only our connection to the service that is lost.
-    void loseRadio(const NSError& error, bool serviceMayGoOn);
-    /// The central is gone, and with it the attempt or the link. Nobody is told.
-    void abandon();
+    void radioIsLost(bool serviceMayGoOn);
 
     bool isWaiting() const { return phase_ == Phase::waiting; }
-    bool isIdle() const { return phase_ == Phase::idle; }
     /// True while an attempt is made or a link is up.
     bool isBusy() const { return phase_ != Phase::idle && phase_ != Phase::waiting; }
-    std::uint64_t order() const { return order_; }
 
     // What the attempts do
 
-    void beginAttempt();
+    void takeTurn();
     void attemptWasGivenUp();
 
     // What the service and the controller tell
@@ -103,6 +86,9 @@ public:
     void lookForLinkEnd();
 
 protected:
+    void beginAttempt() override;
+    void dropConnection() override;
+    void endLink() override;
     Outcome listServices(UUIDs& table) override;
     Outcome listCharacteristics(std::size_t service, UUIDs& table) override;
     void read(GATTPlace place, ReadCompletion completion) override;
@@ -110,7 +96,6 @@ protected:
                Completion completion) override;
     void setNotify(GATTPlace place, bool enabled, Completion completion) override;
     void readSignalStrength(RSSICompletion completion) override;
-    void scheduleNextRequest() override;
 
 private:
     enum class Phase : std::uint8_t {
@@ -154,9 +139,8 @@ private:
     void tellLostLink();
     std::optional<LinkEnd> knownLinkEnd();
     void endTookTooLong();
-    void endLink(const NSError* error);
-    /// Until what goes on has ended.
-    void defer(std::function<void(BlueZPeripheral&)> action);
+    void releaseLink();
+    void tellEnd(const Outcome& error);
 
     /// Calls an operation of a GATT object. `answered` is called once, unless the link ends before.
     void operate(const std::string& path, const char* member, const std::function<void(Message&)>& append,
@@ -175,11 +159,8 @@ private:
     bool isNameHeard_ = false;
     std::optional<Unnamed> unnamed_;
     std::optional<std::chrono::nanoseconds> lastHeard_;
-    std::uint64_t lastReportedInScan_ = 0;
 
     Phase phase_ = Phase::idle;
-    std::size_t announcedConnects_ = 0;
-    std::uint64_t order_ = 0;
     int failures_ = 0;
     std::chrono::nanoseconds lastFailure_{};
     /// The service has been asked for the end of the link, and there was no news of it yet.
@@ -187,14 +168,12 @@ private:
     /// The connection to the service was lost over a link, which the service may have kept.
     bool isLeftBehind_ = false;
     std::optional<LinkEnd> toldLinkEnd_;
-    std::vector<std::function<void(BlueZPeripheral&)>> deferred_;
     std::shared_ptr<NSTimer> phaseTimer_;
     std::shared_ptr<NSTimer> tableTimer_;
     Slot phaseCall_;
     Slot disconnectCall_;
 
     std::vector<RemoteService> table_;
-    bool isNextPrepared_ = false;
     std::shared_ptr<NSTimer> operationTimer_;
     Slot operationCall_;
     // The characteristic that is being read, and the values that the service signalled meanwhile.

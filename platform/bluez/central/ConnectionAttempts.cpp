@@ -52,7 +52,7 @@ void ConnectionAttempts::beginNext() {
     timeTurn();
     pauseDiscovery_([weakSelf = weak_from_this(), turn = turnBegan_] {
         const auto self = weakSelf.lock();
-        if (self && self->current_ && self->turnBegan_ == turn) self->current_->beginAttempt();
+        if (self && self->current_ && self->turnBegan_ == turn) self->current_->takeTurn();
     });
 }
 

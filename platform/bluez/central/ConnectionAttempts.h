@@ -32,7 +32,7 @@ public:
           isDiscovering_(std::move(isDiscovering)),
           onChange_(std::move(onChange)) {}
 
-    /// Waits for a turn, in which `beginAttempt` is called.
+    /// Waits for a turn, in which `takeTurn` is called.
     void add(const std::shared_ptr<BlueZPeripheral>& peripheral);
     /// The device was heard.
     void heard(BlueZPeripheral& peripheral);

@@ -1,0 +1,162 @@
+#include "zobi/platform/standard/StandardCentral.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "zobi/platform/NSData.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
+
+namespace zobi::platform {
+
+namespace {
+
+NSError radioIsOff() {
+    return {CBError::operationCancelled, "Bluetooth is off."};
+}
+
+/// The elements, each with an address.
+std::vector<CBServiceData> withAddresses(std::span<const CBServiceData> elements) {
+    static constexpr std::uint8_t anywhere = 0;
+    std::vector<CBServiceData> result(elements.begin(), elements.end());
+    for (CBServiceData& element : result) {
+        if (!element.data.data()) element.data = {&anywhere, 0};
+    }
+    return result;
+}
+
+}  // namespace
+
+StandardCentral::StandardCentral(MainQueue& queue, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate)
+    : queue_(queue), log_(log), delegate_(std::move(delegate)) {}
+
+StandardCentral::~StandardCentral() {
+    // The application may keep the handles.
+    for (const auto& peripheral : activePeripherals()) peripheral->abandon();
+}
+
+// Scanning
+
+void StandardCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
+                                                            CBScanOptions options) {
+    if (state_ != CBManagerState::poweredOn) return;
+    serviceFilter_.assign(services.begin(), services.end());
+    options_ = options;
+    isScanning_ = true;
+    ++scansStarted_;
+    std::erase_if(peripherals_,
+                  [](const auto& entry) { return entry.second->isIdle() && entry.second.use_count() == 1; });
+    beginScan();
+}
+
+void StandardCentral::stopScan() {
+    if (std::exchange(isScanning_, false)) endScan();
+}
+
+bool StandardCentral::isSought(std::span<const CBUUID> advertisedServices) const {
+    return isScanning_ &&
+           (serviceFilter_.empty() ||
+            std::ranges::find_first_of(advertisedServices, serviceFilter_) != advertisedServices.end());
+}
+
+void StandardCentral::hear(StandardPeripheral& peripheral, const CBAdvertisementData& data, NSNumber rssi) {
+    const bool isRepeated = peripheral.wasReportedIn(scansStarted_);
+    if (!isScanning_ || (isRepeated && !options_.allowDuplicates)) return;
+    const auto delegate = delegate_.lock();
+    if (!delegate) return;
+    const auto hasNoAddress = [](const CBServiceData& element) { return !element.data.data(); };
+    if (std::ranges::any_of(data.serviceData, hasNoAddress)) {
+        const auto elements = withAddresses(data.serviceData);
+        return hear(peripheral, {.localName = data.localName, .serviceData = elements}, rssi);
+    }
+    const auto handle = peripheral.shared_from_this();
+    peripheral.noteReport(scansStarted_);
+    try {
+        delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*this, handle, data, rssi);
+    } catch (const DataRangeError& error) {
+        if (!data.isMalformedBy(error)) throw;
+        peripheral.forgetReport();
+        log_.log("Advertisement from %@ dropped: %@", peripheral.addressText(), error.what());
+    }
+}
+
+void StandardCentral::forget(Key key) {
+    const auto known = peripherals_.find(key);
+    if (known == peripherals_.end()) return;
+    const auto& peripheral = known->second;
+    const bool isUsed = !peripheral->isIdle() || peripheral.use_count() > 1;
+    // The scan has to know that it was reported.
+    const bool isKnown = isScanning_ && !options_.allowDuplicates && peripheral->wasReportedIn(scansStarted_);
+    if (!isUsed && !isKnown) peripherals_.erase(known);
+}
+
+// Connecting
+
+void StandardCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
+    const auto connected = ownPeripheral(peripheral);
+    if (!connected) return;
+    connected->announceConnect();
+    const bool isPoweredOn = state_ == CBManagerState::poweredOn;
+    takeTurn(connected, [isPoweredOn, losses = powerLosses_](StandardCentral& self, StandardPeripheral& own) {
+        // Power that comes and goes before the turn does not count.
+        if (!isPoweredOn || self.powerLosses_ != losses) return own.refuseConnect(radioIsOff());
+        own.connect(++self.attemptsStarted_);
+    });
+}
+
+void StandardCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
+    const auto cancelled = ownPeripheral(peripheral);
+    if (!cancelled) return;
+    takeTurn(cancelled, [](StandardCentral& /*self*/, StandardPeripheral& own) { own.cancel(); });
+}
+
+/// Connecting and cancelling each take a turn of their own, so that they happen in the order in which they
+/// were asked for, and what was asked of a link before stays outstanding until it ends. While a link is
+/// ending they wait.
+void StandardCentral::takeTurn(const std::shared_ptr<StandardPeripheral>& peripheral, Turn turn) {
+    queue_.dispatchAsync([self = shared_from_this(), peripheral, turn = std::move(turn)] {
+        if (!peripheral->isEnding()) return turn(*self, *peripheral);
+        // Weakly, as the peripheral keeps it.
+        peripheral->whenEnded([weakSelf = self->weak_from_this(), weak = std::weak_ptr(peripheral), turn] {
+            const auto central = weakSelf.lock();
+            const auto own = weak.lock();
+            if (central && own) central->takeTurn(own, turn);
+        });
+    });
+}
+
+std::shared_ptr<StandardPeripheral> StandardCentral::ownPeripheral(
+    const std::shared_ptr<CBPeripheral>& peripheral) const {
+    auto own = std::dynamic_pointer_cast<StandardPeripheral>(peripheral);
+    return own && own->belongsTo(*this) ? own : nullptr;
+}
+
+// Power
+
+void StandardCentral::enterState(CBManagerState state) {
+    state_ = state;
+    const auto reportState = [this] {
+        if (const auto delegate = delegate_.lock()) delegate->centralManagerDidUpdateState(*this);
+    };
+    if (state == CBManagerState::poweredOn) return reportState();
+    ++powerLosses_;
+    stopScan();
+    const auto ended = activePeripherals();
+    ExceptionKeeper exceptions;
+    exceptions.run(reportState);
+    for (const auto& peripheral : ended) {
+        exceptions.run([&] { peripheral->loseRadio(radioIsOff()); });
+    }
+    exceptions.rethrow();
+}
+
+/// Those with an attempt or a link, in the order of the requests.
+std::vector<std::shared_ptr<StandardPeripheral>> StandardCentral::activePeripherals() const {
+    std::vector<std::shared_ptr<StandardPeripheral>> active;
+    for (const auto& [key, peripheral] : peripherals_) {
+        if (!peripheral->isIdle()) active.push_back(peripheral);
+    }
+    std::ranges::sort(active, {}, &StandardPeripheral::order);
+    return active;
+}
+
+}  // namespace zobi::platform
