@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -127,6 +128,8 @@ std::pair<pid_t, std::string> beginDaemon() {
     checkCall(::pipe2(ends.data(), O_CLOEXEC));
     const pid_t process = checkCall(::fork());
     if (process == 0) {
+        // It ends with this process, however that ends.
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
         ::dup2(ends[1], STDOUT_FILENO);
         ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
                  "--print-address", "--address=unix:tmpdir=/tmp", static_cast<char*>(nullptr));

@@ -238,6 +238,7 @@ void StandardRunLoop::wait(std::optional<nanoseconds> timeout) {
         const auto ready = sources_[i].lock();
         if (!ready || !waited_[i].isReady) continue;
         ready->setQueued(true);
+        // Without a wake: the loop is awake.
         const std::lock_guard lock(queueMutex_);
         queue_.emplace_back([weakSource = sources_[i]] {
             // Held for the length of the call, in which it may be released.

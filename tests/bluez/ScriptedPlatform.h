@@ -16,7 +16,7 @@
 
 namespace zobi::platform::bluez {
 
-/// Knows of each link's end what a test tells it. It is opened again each time the radio comes to be on.
+/// Knows of each link's end what a test tells it. It is opened again each time the radio is turned on.
 class ScriptedChannel final : public ControllerChannel {
 public:
     explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
