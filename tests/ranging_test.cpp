@@ -306,18 +306,4 @@ TEST_F(RangingTest, AWallClockThatIsSetMovesExpiryButNoTimer) {
     EXPECT_EQ(delegate->reports.size(), 40U);
 }
 
-TEST_F(RangingTest, TenThousandBeaconsAreRangedAndDropped) {
-    platform.log().setSink(nullptr);
-    for (int i = 0; i < 10'000; ++i) {
-        addBeacon(
-            {.major = static_cast<std::uint16_t>(i / 100), .minor = static_cast<std::uint16_t>(i % 100)})
-            .comeIntoRange();
-    }
-    pass(0.5);
-    EXPECT_EQ(manager->liveBeacons().size(), 10'000U);
-    for (const auto& beacon : platform.world().beacons()) beacon->goOutOfRange();
-    pass(30);
-    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
-}
-
 }  // namespace

@@ -136,39 +136,6 @@ TEST_F(SimulatedConnectionTest, OfTwoLinksThatComeUpTogetherOneIsReported) {
     EXPECT_EQ(takeEvents(), connected) << "asking again has it reported";
 }
 
-TEST_F(SimulatedConnectionTest, EachLinkOfAStormIsReportedAndComesBack) {
-    SimulatedBeacon& beacon = addLive({});
-    connect();
-    pass(1);
-    EXPECT_EQ(takeEvents(), connected);
-    Events round = lost;
-    round.insert(round.end(), connected.begin(), connected.end());
-    for (int i = 0; i < 200; ++i) {
-        // Code 6 of whatever cause: the beacon ends the link, or falls silent.
-        if (i % 2 == 0) {
-            beacon.endLink(error(CBError::connectionTimeout));
-            pass(1);
-        } else {
-            beacon.goOutOfRange();
-            pass(1.999);
-            ASSERT_THAT(application->events, IsEmpty());
-            pass(0.002);
-            ASSERT_EQ(application->events, lost) << "after the supervision timeout";
-            beacon.comeIntoRange();
-            pass(1);
-        }
-        ASSERT_EQ(takeEvents(), round) << i;
-    }
-    EXPECT_EQ(manager->liveBeacons().size(), 1U);
-    // Cancelled before it is up again.
-    beacon.endLink(error(CBError::connectionTimeout));
-    pass(0.1);
-    manager->disconnectBeacon(record());
-    pass(10);
-    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 6", "ZOKBeaconDidDisconnectNotification",
-                                          "disconnected", "ZOKBeaconDidDisconnectNotification"));
-}
-
 TEST_F(SimulatedConnectionTest, MissingDoubledAndFailingServices) {
     const auto without = [](std::string_view service) {
         BeaconDescription beacon;
@@ -233,6 +200,16 @@ TEST_F(SimulatedConnectionTest, ErrorsAreDroppedAndLateAnswersAreNot) {
     EXPECT_THAT(takeEvents(), ElementsAre("temperature 20", "ZOKBeaconDidTemperatureChangeNotification 20"));
     pass(5);
     EXPECT_THAT(takeEvents(), IsEmpty()) << "the link was not lost";
+    beacon.goOutOfRange();
+    pass(1.999);
+    EXPECT_THAT(takeEvents(), IsEmpty());
+    pass(0.002);
+    EXPECT_EQ(takeEvents(), lost) << "after the supervision timeout";
+    beacon.comeIntoRange();
+    pass(1);
+    EXPECT_EQ(takeEvents(), connected);
+    manager->setBatteryNotificationsForBeacon(true, record());
+    pass(1);
     beacon.endLink(std::nullopt);
     beacon.setBatteryLevel(4);
     pass(1);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <set>
 #include <stdexcept>
 
 #include "support.h"
@@ -141,6 +140,22 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
         EXPECT_THAT(delegate->events, ::testing::Contains("CBErrorDomain 5").Times(1));
         EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
     }
+}
+
+TEST_F(SimulationTest, AScanForgetsWhatIsIdleAndInNobodysHands) {
+    for (int i = 0; i < 2; ++i) platform.world().addBeacon({}).comeIntoRange();
+    loop.processPending();
+    scan();
+    loop.runFor(1);
+    central->connectPeripheral(delegate->peripherals.at(0));
+    loop.processPending();
+    const std::weak_ptr<CBPeripheral> awaited = delegate->peripherals.at(0);
+    const std::weak_ptr<CBPeripheral> idle = delegate->peripherals.at(1);
+    delegate->peripherals.clear();
+    EXPECT_FALSE(idle.expired());
+    scan();
+    EXPECT_TRUE(idle.expired());
+    EXPECT_FALSE(awaited.expired());
 }
 
 TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
