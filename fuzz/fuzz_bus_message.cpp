@@ -72,8 +72,8 @@ void settle(Machine& machine) {
 class Witness final : public BlueZServiceDelegate {
 public:
     void serviceDidChangeAvailability() override {}
-    void deviceDidAppear(Device& device) override { touch(device.name); }
-    void deviceDidChange(Device& device, const DeviceChange& change) override {
+    void deviceDidAppear(const Device& device) override { touch(device.name); }
+    void deviceDidChange(const Device& device, const DeviceChange& change) override {
         std::string end = textOf(device.address);
         std::ranges::replace(end, ':', '_');
         require(device.path == firstAdapter + "/dev_" + end);
@@ -81,9 +81,9 @@ public:
         if (!change.serviceData) return;
         for (const auto& [uuid, data] : *change.serviceData) touch(data);
     }
-    void deviceDidVanish(Device& device) override { touch(device.path); }
-    void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& end) override { touch(end.text); }
-    void characteristicDidChange(Device& /*device*/, std::string_view path,
+    void deviceDidVanish(const Device& device) override { touch(device.path); }
+    void deviceDidTellLinkEnd(const Device& /*device*/, const LinkEnd& end) override { touch(end.text); }
+    void characteristicDidChange(const Device& /*device*/, std::string_view path,
                                  std::span<const std::uint8_t> value) override {
         touch(path);
         touch(value);
@@ -116,13 +116,12 @@ public:
         }
     }
 
-    /// Reads the table of a device, if it is there, from a list of these objects.
-    void readTable(const std::function<void(Message&)>& append) {
+    /// Reads the table of a device, if it is there.
+    void readTable() {
         const Device* const device = service_->device({.bytes = {0x00, 0x00, 0x5E, 0x00, 0x53, 0x01}});
         if (!device) return;
-        bus_->setObjects(append);
         int answers = 0;
-        const Slot slot = service_->readServices(*device, [&, above = device->path](const auto& table) {
+        const Slot slot = service_->readTable(*device, [&, above = device->path](const auto& table) {
             ++answers;
             for (const RemoteService& service : table) {
                 require(service.path.starts_with(above + '/'));
@@ -173,7 +172,7 @@ void takeSignalsAndLists(Input& input) {
         const std::string path = anyPath(input);
         const std::size_t kind = input.byte() % (kinds.size() + 2);
         if (kind >= kinds.size()) {
-            kind == kinds.size() ? target.list(appendObjects) : target.readTable(appendObjects);
+            kind == kinds.size() ? target.list(appendObjects) : target.readTable();
             continue;
         }
         const auto& [interface, member, types] = kinds.at(kind);

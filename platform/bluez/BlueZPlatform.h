@@ -8,7 +8,7 @@
 
 namespace zobi::platform::bluez {
 
-class PeripheralManager;
+/// What the parts of this radio are made with; it is not for applications.
 struct RadioContext;
 
 /// Options of `BlueZPlatform`.
@@ -21,15 +21,14 @@ struct BlueZOptions {
 /// A platform with the Bluetooth radio of a Linux machine, in real time. It uses BlueZ over the system D-Bus,
 /// and needs no privileges if the bus policy lets its user reach BlueZ.
 ///
-///     Platform::install(std::make_unique<BlueZPlatform>());
-///     auto manager = ZOKManager::shared();
-///     ...
-///     Platform::current().runLoop().run();
+///     BlueZPlatform platform;
+///     const auto central = platform.makeCentralManager(delegate);
+///     platform.runLoop().run();
 ///
 /// If the radio cannot be used, its central managers report a state other than powered on, and a line of the
 /// log says why and what a user can do about it. BlueZ and the adapter may come and go at any time.
 ///
-/// While it connects to a beacon, the scan pauses for up to 4 s. A link that the application ends takes 2 s
+/// While it connects to a device, the scan pauses for up to 4 s. A link that the application ends takes 2 s
 /// to end. A link belongs to the machine: who ends it, for example another program or another central manager
 /// of this process, ends it for all.
 class ZOBI_EXPORT BlueZPlatform final : public StandardPlatform {
@@ -42,9 +41,10 @@ public:
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override;
 
-private:
-    friend PeripheralManager;
+    /// What the parts of this radio are made with. Not for applications.
+    const RadioContext& context() const { return *context_; }
 
+private:
     std::unique_ptr<RadioContext> context_;
 };
 

@@ -14,8 +14,8 @@ struct Finding {
     /// How much a finding matters.
     enum class Severity : std::uint8_t {
         good,        ///< As it should be.
-        limitation,  ///< Beacons can be monitored, but something else cannot be done.
-        obstacle     ///< Beacons cannot be monitored.
+        limitation,  ///< Devices can be found, but something else cannot be done.
+        obstacle     ///< No device can be found.
     };
 
     /// What was checked, for example "system bus".

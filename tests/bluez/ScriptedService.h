@@ -486,6 +486,7 @@ private:
         }
         const auto isAbove = [&](const auto& device) { return path.starts_with(device.path()); };
         const auto device = std::ranges::find_if(devices_, isAbove);
+        if (member == "Get") return get(path, call);
         if (member == "Connect") return connect(*device, call);
         if (member == "Disconnect") return disconnect(*device, call);
         if (interface == gattCharacteristicInterface) return operate(client, *device, call);
@@ -498,6 +499,13 @@ private:
         client.discovers.clear();
         reply(call);
         discoveryEnded(path);
+    }
+
+    void get(const std::string& path, const Call& call) {
+        MessageReader arguments(call->incoming.message.get());
+        const std::string interface(arguments.string());
+        const Value value = *named(*find(path, interface), arguments.string());
+        reply(call, [&](Message& body) { body.variant(value); });
     }
 
     // Discovery

@@ -249,6 +249,12 @@ TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
     signal({{"Name", "morvane"}, {"RSSI", std::int16_t{-50}}});
     for (int i = 0; i < 3; ++i) signal(heard);
     EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50"));
+    service.connectByOther(beacon);
+    pass(2);
+    service.endLink(beacon, 0x13);
+    watched->scanForPeripheralsWithServicesOptions({}, {});
+    signal(heard);
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50")) << "not what the service has read over a link";
     service.forget(beacon);
     beacon.isInRange = true;
     EXPECT_THAT(told(), IsEmpty()) << "the scan knows it though the service has forgotten it";
@@ -368,8 +374,9 @@ TEST_P(BlueZRadio, WhatTheServiceAnswersDecidesTheAttempt) {
         {connected, succeed, neverAnswered},
         {connected, succeed, {.answers = false, .times = 1}},
         {connected, succeed, {.delay = 8, .times = 1}},
-        {connected, succeed, neverAnswered, "GetManagedObjects"},
-        {connected, succeed, fails("Failed", "Failed"), "GetManagedObjects"},
+        // The first asks for the link, the second for the services.
+        {connected, succeed, {.acts = false, .answers = false, .times = 2}, "Get"},
+        {connected, succeed, fails("Failed", "Failed", 2), "Get"},
     }};
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE(i);
@@ -655,7 +662,9 @@ TEST_P(BlueZRadio, AReadIsToldOnceAndANotificationDuringItIsKept) {
 
 TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
     beacon.services.push_back(beacon.services[1]);
+    service.calls.clear();
     const auto peripheral = link();
+    EXPECT_FALSE(wasCalled("GetManagedObjects")) << "the signals have told the table";
     peripheral->discoverServices(std::array{batteryService});
     ASSERT_TRUE(heard("services"));
     ASSERT_THAT(*peripheral->services(), SizeIs(2));
@@ -669,6 +678,15 @@ TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
         ASSERT_TRUE(heard("value 2A19", i + 1));
         EXPECT_THAT(listener->lastValue, ElementsAre(10 + i));
     }
+    service.crash();
+    beacon.services.pop_back();
+    service.start();
+    ASSERT_TRUE(heard("state 5"));
+    takeEvents();
+    link();
+    peripheral->discoverServices(std::array{batteryService});
+    ASSERT_TRUE(heard("services"));
+    EXPECT_THAT(*peripheral->services(), SizeIs(1)) << "a table ends with the life of the service";
 }
 
 // The application

@@ -116,7 +116,7 @@ TEST_F(DoctorTest, ExaminesTheAdapterThatIsAskedFor) {
     machine->objects.push_back(
         {"/org/bluez/hci1", {{"org.bluez.Adapter1", {{"Address", "00:00:5E:00:53:02"}}}}});
     adapter = "00:00:5e:00:53:02";
-    EXPECT_EQ(troubles(), (Texts{"beacon role: limited", "power: failed"}));
+    EXPECT_EQ(troubles(), (Texts{"peripheral role: limited", "power: failed"}));
     EXPECT_NE(told["power"].find("/org/bluez/hci1 "), std::string::npos);
     adapter = "hci7";
     EXPECT_EQ(troubles(), Texts{"adapter: failed"});
@@ -130,7 +130,7 @@ TEST_F(DoctorTest, TellsWhatTheMachineCannotDo) {
     machine->objects = {{"/org/bluez/hci0",
                          {{"org.bluez.Adapter1", {{"Roles", Texts()}, {"PowerState", "off-blocked"}}},
                           {"org.bluez.Device1", {}}}}};
-    EXPECT_EQ(troubles(), (Texts{"beacon role: limited", "adapter: failed", "power: failed",
+    EXPECT_EQ(troubles(), (Texts{"peripheral role: limited", "adapter: failed", "power: failed",
                                  "block switch: failed", "links: limited"}));
     EXPECT_TRUE(told["links"].starts_with("The service tells"));
 }

@@ -6,6 +6,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/bluez/bus/BlueZNames.h"
+
 namespace zobi::platform::bluez {
 
 using std::chrono::nanoseconds;
@@ -62,8 +64,7 @@ void Slot::reset() {
 }
 
 void BusDelegate::busDidReceiveCall(IncomingCall call) {
-    // Without an answer, the caller would wait until its own time limit.
-    Bus::replyError(call, {SD_BUS_ERROR_UNKNOWN_OBJECT, "There is no such object."});
+    Bus::replyNoObject(call);
 }
 
 std::shared_ptr<Bus> Bus::overSystemBus(const Context& context) {
@@ -150,6 +151,11 @@ void Bus::replyError(const IncomingCall& call, const BusError& error) {
     if (const auto bus = call.bus.lock()) bus->updateSource();
 }
 
+void Bus::replyNoObject(const IncomingCall& call) {
+    // Without an answer, the caller would wait until its own time limit.
+    replyError(call, {unknownObjectError, "There is no such object."});
+}
+
 void Bus::setGathers(bool gathers) {
     gathers_ = gathers;
     updateSource();
@@ -228,9 +234,8 @@ void Bus::handle(MessagePointer message) {
         delegate->busDidReceiveSignal({sender, path, interface, member, body});
     } else {
         const auto destination = orEmpty(sd_bus_message_get_destination(raw));
-        IncomingCall call{std::move(message), sender, destination, path, interface, member, weak_from_this()};
-        const auto callee = callee_.lock();
-        callee ? callee->busDidReceiveCall(std::move(call)) : delegate->busDidReceiveCall(std::move(call));
+        delegate->busDidReceiveCall(
+            {std::move(message), sender, destination, path, interface, member, weak_from_this()});
     }
 }
 

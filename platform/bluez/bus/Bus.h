@@ -86,14 +86,6 @@ public:
     virtual void busDidClose(const std::string& reason) = 0;
 };
 
-/// Receives the calls to objects of this side, each in a task of the main queue. It may be thrown from.
-class BusCallee {
-public:
-    virtual ~BusCallee() = default;
-
-    virtual void busDidReceiveCall(IncomingCall call) = 0;
-};
-
 /// A connection to a message bus, or to one peer over a socket, served from the run loop. Main thread only.
 ///
 /// All calls are asynchronous and none has a time limit of its own: whoever calls sets a timer.
@@ -121,8 +113,6 @@ public:
     Bus& operator=(const Bus&) = delete;
 
     void setDelegate(std::weak_ptr<BusDelegate> delegate) { delegate_ = std::move(delegate); }
-    /// Who receives calls in place of the delegate.
-    void setCallee(std::weak_ptr<BusCallee> callee) { callee_ = std::move(callee); }
 
     /// False when the connection is lost: then no call and no signal can be made.
     bool isOpen() const { return bus_ != nullptr; }
@@ -141,6 +131,8 @@ public:
     void send(const Message& message);
     /// A text that cannot be sent is left out.
     static void replyError(const IncomingCall& call, const BusError& error);
+    /// There is no object at the path of the call.
+    static void replyNoObject(const IncomingCall& call);
 
     /// Whether signals that come fast may gather for some milliseconds before they are read, which saves most
     /// of the cost of waking up. They never do while the answer to a call is awaited.
@@ -166,7 +158,6 @@ private:
     sd_bus* bus_;
     std::shared_ptr<RunLoopSource> source_;
     std::weak_ptr<BusDelegate> delegate_;
-    std::weak_ptr<BusCallee> callee_;
     std::unordered_map<std::uint64_t, Answer> outstanding_;
     bool isServingSoon_ = false;
     bool gathers_ = false;

@@ -107,11 +107,6 @@ Message& Message::objects(const std::vector<ManagedObject>& objects) {
     return *this;
 }
 
-std::string Message::destination() const {
-    const char* const name = sd_bus_message_get_destination(message_.get());
-    return name ? name : "";
-}
-
 void Message::content(const Value& value) {
     struct Append {
         Message& message;

@@ -47,9 +47,6 @@ public:
     /// A dictionary of objects with their interfaces (signature a{oa{sa{sv}}}).
     Message& objects(const std::vector<ManagedObject>& objects);
 
-    /// Who a call is for.
-    std::string destination() const;
-
     sd_bus_message* get() const { return message_.get(); }
 
 private:

@@ -4,16 +4,11 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/bluez/bus/BlueZNames.h"
-#include "zobi/platform/NSData.h"
-#include "zobi/platform/standard/ExceptionKeeper.h"
+#include "platform/bluez/controller/HCI.h"
 
 namespace zobi::platform::bluez {
 
 namespace {
-
-// What a controller reports when it could not measure.
-constexpr std::int16_t unknownSignal = 127;
 
 std::uint64_t keyOf(const DeviceAddress& address) {
     std::uint64_t key = address.isRandom ? 1 : 0;
@@ -22,193 +17,199 @@ std::uint64_t keyOf(const DeviceAddress& address) {
 }
 
 NSNumber signalStrength(const DeviceChange& change) {
-    if (!change.rssi || *change.rssi == unknownSignal) return {};
+    if (!change.rssi || *change.rssi == unknownRSSI) return {};
     return NSNumber::numberWithInt(*change.rssi);
 }
 
 }  // namespace
 
+BlueZCentral::BlueZCentral(const RadioContext& context, std::weak_ptr<CBCentralManagerDelegate> delegate)
+    : StandardCentral(context.runLoop, context.log, std::move(delegate)) {
+    context_->radio = std::make_shared<const RadioContext>(context);
+}
+
 BlueZCentral::~BlueZCentral() {
-    for (const auto& [key, known] : peripherals()) {
-        // The service would keep the link up, and the device silent, for nobody.
-        const auto& peripheral = static_cast<const BlueZPeripheral&>(*known);
-        const Device* const device = peripheral.isBusy() ? service_->device(peripheral.address()) : nullptr;
-        if (device) service_->send(device->path, deviceInterface, "Disconnect");
-    }
+    if (context_->attempts) context_->attempts->clear();
+    // BlueZ would keep the links up for nobody, and the devices would not advertise meanwhile.
+    for (const auto& [key, peripheral] : peripherals()) peripheral->abandon();
 }
 
 void BlueZCentral::start() {
-    service_ = std::make_shared<BlueZService>(context_, weakSelf());
-    discovery_ = std::make_shared<Discovery>(context_, service_);
-    attempts_ = std::make_shared<ConnectionAttempts>(
-        context_, [this](std::function<void()> then) { discovery_->endThen(std::move(then)); },
-        [this] { return service_->isDiscovering(); }, [this] { updateDiscovery(); });
-    service_->start();
+    auto& [radio, service, discovery, attempts, channel] = *context_;
+    service = std::make_shared<BlueZService>(radio, self());
+    discovery = std::make_shared<Discovery>(radio, service);
+    attempts = std::make_shared<ConnectionAttempts>(
+        radio, [this](std::function<void()> then) { context_->discovery->endThen(std::move(then)); },
+        [this] { return context_->service->isDiscovering(); }, [this] { updateDiscovery(); });
+    service->start();
 }
 
 // Scanning
 
 void BlueZCentral::beginScan() {
-    if (!attempts_->isAttempting()) discovery_->begin(discoveryFilter());
+    if (!context_->attempts->isAttempting()) context_->discovery->begin(discoveryFilter());
 }
 
-void BlueZCentral::discoverAnew() {
-    if (attempts_->isWaited() && !attempts_->isAttempting()) discovery_->begin(discoveryFilter());
+void BlueZCentral::endScan() {
+    updateDiscovery();
+}
+
+bool BlueZCentral::isDiscoveryWanted() const {
+    return isScanning() || !context_->attempts->waiting().empty();
 }
 
 void BlueZCentral::updateDiscovery() {
-    if (state() != CBManagerState::poweredOn || attempts_->isAttempting()) return;
-    if (isScanning() || attempts_->isWaited()) {
-        discovery_->goOn(discoveryFilter());
+    if (state() != CBManagerState::poweredOn || context_->attempts->isAttempting()) return;
+    if (isDiscoveryWanted()) {
+        context_->discovery->goOn(discoveryFilter());
     } else {
-        discovery_->end();
+        context_->discovery->end();
     }
 }
 
-/// Lets through what the scan asks for, and whoever an attempt waits for.
+/// Lets through what the scan asks for, and the devices that attempts wait for.
 std::vector<CBUUID> BlueZCentral::discoveryFilter() const {
     std::vector<CBUUID> filter = isScanning() ? serviceFilter() : std::vector<CBUUID>();
     if (isScanning() && filter.empty()) return filter;
-    for (const auto& waiting : attempts_->waiting()) {
+    for (const auto& waiting : context_->attempts->waiting()) {
+        const auto& foundWith = waiting->heard().foundWith();
         // It was found among all devices, and is looked for among them.
-        if (waiting->foundWith().empty()) return {};
-        std::ranges::copy_if(waiting->foundWith(), std::back_inserter(filter), [&](const CBUUID& service) {
+        if (foundWith.empty()) return {};
+        std::ranges::copy_if(foundWith, std::back_inserter(filter), [&](const CBUUID& service) {
             return std::ranges::find(filter, service) == filter.end();
         });
     }
     return filter;
 }
 
-void BlueZCentral::deviceDidAppear(Device& device) {
-    device.peripheral = knownPeripheral(device.address);
-    if (!device.peripheral) return;
-    device.peripheral->deviceDidAppear();
-    DeviceChange appearance;
-    appearance.hasConnected = device.isConnected;
-    device.peripheral->deviceDidChange(device, appearance);
-}
-
-void BlueZCentral::deviceDidChange(Device& device, const DeviceChange& change) {
-    if (device.peripheral) device.peripheral->deviceDidChange(device, change);
-    if (isScanning() || attempts_->isWaited()) {
-        const bool completes =
-            change.name && !device.isConnected && device.peripheral && device.peripheral->isNameAwaited();
-        if (change.isSighting() || completes) hear(device, change);
+void BlueZCentral::hear(const Device& device, const DeviceChange& change) {
+    const auto now = context_->radio->clock.monotonicTime();
+    BlueZPeripheral* known = peripheralOf(device);
+    if (known) {
+        known->heard().noteHeard(now);
+        // Whatever the scan asks for now.
+        context_->attempts->deviceWasHeard();
     }
-}
-
-void BlueZCentral::hear(Device& device, const DeviceChange& change) {
-    // Whatever the scan asks for now.
-    if (device.peripheral) attempts_->heard(*device.peripheral);
-    // The service filters too, by the packet itself. Here is filtered what it lets through for other
-    // programs.
-    if (!isScanning() || (device.advertisedServices && !isSought(*device.advertisedServices))) return;
-    const auto peripheral = peripheralOf(device);
+    // BlueZ filters too, by the packet itself. Here is filtered what it lets through for other programs.
+    const auto& advertised = device.advertisedServices;
+    if (!isScanning() || (advertised && !isSought(*advertised))) return;
+    if (!known) {
+        const Key key = keyOf(device.address);
+        known = &peripheral<BlueZPeripheral>(key, context_, device.address, serviceFilter());
+        known->heard().noteHeard(now);
+        shown_.emplace(key, known->shared_from_this());
+    }
+    HeardDevice& heard = known->heard();
     const auto serviceData = change.serviceData.value_or(std::span<const CBServiceData>());
     const NSNumber rssi = signalStrength(change);
-    if (!device.isConnected) peripheral->rememberName(device.name);
-    if (!peripheral->advertisedName()) {
-        if (change.serviceData) peripheral->keepUntilNamed(serviceData, rssi);
-        return report(peripheral, serviceData, rssi);
+    if (!device.isConnected) heard.rememberName(device.name);
+    if (!heard.name()) {
+        if (change.serviceData) heard.keepUntilNamed(serviceData, rssi);
+        return report(*known, serviceData, rssi);
     }
-    const auto kept = peripheral->takeUnnamed();
-    if (!kept || change.serviceData) return report(peripheral, serviceData, rssi);
+    const auto kept = heard.takeUnnamed();
+    if (!kept || change.serviceData) return report(*known, serviceData, rssi);
     // The name was in a packet of its own: now the advertisement is whole.
     std::vector<CBServiceData> keptData;
     keptData.reserve(kept->serviceData.size());
     for (const auto& [service, data] : kept->serviceData) keptData.push_back({service, data});
-    report(peripheral, keptData, rssi.hasValue() ? rssi : kept->rssi);
+    report(*known, keptData, rssi.hasValue() ? rssi : kept->rssi);
 }
 
-std::shared_ptr<BlueZPeripheral> BlueZCentral::knownPeripheral(const DeviceAddress& address) const {
-    const auto known = peripherals().find(keyOf(address));
-    return known == peripherals().end() ? nullptr : std::static_pointer_cast<BlueZPeripheral>(known->second);
-}
-
-std::shared_ptr<BlueZPeripheral> BlueZCentral::peripheralOf(Device& device) {
-    if (!device.peripheral) {
-        auto& made = peripheral<BlueZPeripheral>(keyOf(device.address), context_, weakSelf(), device.address,
-                                                 serviceFilter());
-        attempts_->heard(made);
-        device.peripheral = std::static_pointer_cast<BlueZPeripheral>(made.shared_from_this());
-    }
-    return device.peripheral;
-}
-
-void BlueZCentral::report(const std::shared_ptr<BlueZPeripheral>& peripheral,
-                          std::span<const CBServiceData> serviceData, NSNumber rssi) {
-    const auto& name = peripheral->advertisedName();
-    // The one report of a scan must be worth it: what is missing follows.
+void BlueZCentral::report(BlueZPeripheral& peripheral, std::span<const CBServiceData> serviceData,
+                          NSNumber rssi) {
+    const auto& name = peripheral.heard().name();
+    // The one report of a scan is worth it only when nothing is missing: the rest follows.
     if (!scanOptions().allowDuplicates && (!name || serviceData.empty())) return;
     CBAdvertisementData data{.localName = std::nullopt, .serviceData = serviceData};
     // A copy is not needed, as the name is set by signals alone.
     if (name) data.localName = *name;
-    StandardCentral::hear(*peripheral, data, rssi);
+    StandardCentral::hear(peripheral, data, rssi);
 }
 
-void BlueZCentral::peripheralDidChangePhase() {
-    // What is asked of a link, and what it answers, must not wait.
-    service_->setGathers(std::ranges::none_of(peripherals(), [](const auto& entry) {
-        return static_cast<const BlueZPeripheral&>(*entry.second).isBusy();
-    }));
-}
-
-// What the service tells
+// What BlueZ and the controller tell
 
 void BlueZCentral::serviceDidChangeAvailability() {
-    const CBManagerState newState = stateOf(service_->availability());
-    const bool isOn = newState == CBManagerState::poweredOn;
-    if (isOn) openChannel();
-    if (newState == state()) return;
-    if (isOn) {
-        peripheralDidChangePhase();
-    } else {
-        discovery_->forget();
-        attempts_->clear();
-        for (const auto& [key, known] : peripherals()) {
-            static_cast<BlueZPeripheral&>(*known).radioIsLost(newState == CBManagerState::resetting);
-        }
+    const CBManagerState now = stateOf(context_->service->availability());
+    if (now == CBManagerState::poweredOn) openChannel();
+    if (now == state()) return;
+    if (now != CBManagerState::poweredOn) {
+        context_->discovery->forget();
+        context_->attempts->clear();
+        // Only with the power alone, the devices stay.
+        if (now != CBManagerState::poweredOff) shown_.clear();
     }
-    enterState(newState);
+    enterState(now);
 }
 
 void BlueZCentral::openChannel() {
-    const std::string adapter = service_->adapterName();
-    const bool isOpen = channel_ && channel_->isOpen();
+    const std::string adapter = context_->service->adapterName();
+    auto& channel = context_->channel;
+    const bool isOpen = channel && channel->isOpen();
     if (std::exchange(channelAdapter_, adapter) == adapter && isOpen) return;
-    channel_ = context_->openChannel(adapter);
-    if (!channel_) {
-        context_->log.log(
+    channel = context_->radio->openChannel(adapter);
+    if (!channel) {
+        context_->radio->log.log(
             "Bluetooth: the controller %@ cannot be asked past the service: how links end and how strong "
             "their signal is will be unknown.",
             adapter);
         return;
     }
-    channel_->setOnEvent([weakSelf = weakSelf()] {
+    channel->setOnEvent([weakSelf = weak_from_this()] {
         const auto self = weakSelf.lock();
-        if (!self) return;
-        const auto peripherals = self->peripherals();
-        for (const auto& [key, known] : peripherals) {
-            static_cast<BlueZPeripheral&>(*known).lookForLinkEnd();
-        }
+        if (self) static_cast<BlueZCentral&>(*self).lookForLinkEnds();
     });
 }
 
-void BlueZCentral::deviceDidVanish(Device& device) {
-    auto peripheral = std::exchange(device.peripheral, nullptr);
+void BlueZCentral::lookForLinkEnds() {
+    // A copy, as applications may change it when they are told.
+    const auto all = peripherals();
+    for (const auto& [key, peripheral] : all)
+        static_cast<BlueZPeripheral&>(*peripheral).link().lookForLinkEnd();
+}
+
+BlueZPeripheral* BlueZCentral::peripheralOf(const Device& device) const {
+    return knownPeripheral<BlueZPeripheral>(keyOf(device.address));
+}
+
+void BlueZCentral::deviceDidAppear(const Device& device) {
+    BlueZPeripheral* const peripheral = peripheralOf(device);
     if (!peripheral) return;
-    peripheral->deviceDidVanish();
-    peripheral.reset();
-    forget(keyOf(device.address));
+    shown_.emplace(keyOf(device.address), peripheral->shared_from_this());
+    peripheral->link().deviceDidAppear();
+    DeviceChange appearance;
+    appearance.hasConnected = device.isConnected;
+    peripheral->deviceDidChange(device, appearance);
 }
 
-void BlueZCentral::deviceDidTellLinkEnd(Device& device, const LinkEnd& end) {
-    if (device.peripheral) device.peripheral->linkEndWasTold(end);
+void BlueZCentral::deviceDidChange(const Device& device, const DeviceChange& change) {
+    if (BlueZPeripheral* const peripheral = peripheralOf(device)) peripheral->deviceDidChange(device, change);
+    if (!isDiscoveryWanted()) return;
+    const auto isNamed = [&] {
+        BlueZPeripheral* const peripheral = peripheralOf(device);
+        return change.name && !device.isConnected && peripheral && peripheral->heard().isNameAwaited();
+    };
+    if (change.isSighting() || isNamed()) hear(device, change);
 }
 
-void BlueZCentral::characteristicDidChange(Device& device, std::string_view path,
+void BlueZCentral::deviceDidVanish(const Device& device) {
+    const auto key = keyOf(device.address);
+    BlueZPeripheral* const peripheral = peripheralOf(device);
+    if (!peripheral) return;
+    peripheral->link().deviceDidVanish();
+    shown_.erase(key);
+    forget(key);
+}
+
+void BlueZCentral::deviceDidTellLinkEnd(const Device& device, const LinkEnd& end) {
+    if (BlueZPeripheral* const peripheral = peripheralOf(device)) peripheral->link().linkEndWasTold(end);
+}
+
+void BlueZCentral::characteristicDidChange(const Device& device, std::string_view path,
                                            std::span<const std::uint8_t> value) {
-    if (device.peripheral) device.peripheral->characteristicDidChange(path, value);
+    if (BlueZPeripheral* const peripheral = peripheralOf(device)) {
+        peripheral->characteristicDidChange(path, value);
+    }
 }
 
 }  // namespace zobi::platform::bluez

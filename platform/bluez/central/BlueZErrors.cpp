@@ -6,16 +6,12 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/bluez/bus/ATTCodes.h"
 #include "platform/bluez/bus/BlueZNames.h"
 
 namespace zobi::platform::bluez {
 
 namespace {
-
-// Further codes of the Attribute Protocol that the service has names for.
-constexpr int insufficientAuthentication = 0x05;
-constexpr int invalidOffset = 0x07;
-constexpr int insufficientAuthorization = 0x08;
 
 NSError attError(int code, const BusError& error) {
     return {std::string(CBATTErrorDomain), code, error.message.empty() ? error.name : error.message};

@@ -3,48 +3,45 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/bluez/central/BlueZPeripheral.h"
-
 namespace zobi::platform::bluez {
 
 using std::chrono::nanoseconds;
 
 namespace {
 
-// From the pause of discovery to its end. A device that is there is connected in a few of its advertising
-// intervals; without any advertisement for much longer, live beacons would be taken for silent.
+// From the pause of discovery to its end. A device in range is connected within a few of its advertising
+// intervals. Applications may take a device that is not heard for much longer than this for one that is gone.
 constexpr double turnSeconds = 4;
 
-// While another program discovers, the scan goes on, and a controller that reports a device once per scan
-// comes to connect only when that begins anew, each ten seconds.
+// If another client keeps discovery running we cannot pause it. A controller with duplicate filtering then
+// sees our device only when BlueZ restarts its scan, every 10 s.
 constexpr nanoseconds longTurn = std::chrono::seconds(12);
 
 // A device that was heard so long ago is still there. Longer than the quiet time after a turn, in which a
-// controller that reports a device once per scan reports it.
+// controller with duplicate filtering reports it once.
 constexpr nanoseconds justNow = std::chrono::seconds(5);
 
 }  // namespace
 
-void ConnectionAttempts::add(const std::shared_ptr<BlueZPeripheral>& peripheral) {
-    waiting_.push_back(peripheral);
+void ConnectionAttempts::add(const std::shared_ptr<WantedDevice>& device) {
+    waiting_.push_back(device);
     onChange_();
     beginNext();
 }
 
-void ConnectionAttempts::heard(BlueZPeripheral& peripheral) {
-    peripheral.noteHeard(now());
+void ConnectionAttempts::deviceWasHeard() {
     if (!waiting_.empty()) beginNext();
 }
 
-bool ConnectionAttempts::wasJustHeard(const BlueZPeripheral& peripheral) const {
-    return peripheral.lastHeard() && *peripheral.lastHeard() > turnBegan_ &&
-           now() - *peripheral.lastHeard() <= justNow;
+bool ConnectionAttempts::wasJustHeard(const WantedDevice& device) const {
+    const auto lastHeard = device.heard().lastHeard();
+    return lastHeard && *lastHeard > turnBegan_ && now() - *lastHeard <= justNow;
 }
 
 void ConnectionAttempts::beginNext() {
     if (current_ || now() < quietUntil_) return;
     const auto next =
-        std::ranges::find_if(waiting_, [this](const auto& peripheral) { return wasJustHeard(*peripheral); });
+        std::ranges::find_if(waiting_, [this](const auto& device) { return wasJustHeard(*device); });
     if (next == waiting_.end()) return;
     current_ = *next;
     waiting_.erase(next);
@@ -52,7 +49,7 @@ void ConnectionAttempts::beginNext() {
     timeTurn();
     pauseDiscovery_([weakSelf = weak_from_this(), turn = turnBegan_] {
         const auto self = weakSelf.lock();
-        if (self && self->current_ && self->turnBegan_ == turn) self->current_->takeTurn();
+        if (self && self->current_ && self->turnBegan_ == turn) self->current_->turnDidBegin();
     });
 }
 
@@ -62,15 +59,14 @@ void ConnectionAttempts::timeTurn() {
 
 void ConnectionAttempts::endTurnInTime() {
     if (isDiscovering_() && now() - turnBegan_ < longTurn) return timeTurn();
-    const auto peripheral = current_;
+    const auto device = current_;
     endTurn();
-    peripheral->attemptWasGivenUp();
+    device->turnDidEnd();
 }
 
-void ConnectionAttempts::remove(const BlueZPeripheral& peripheral) {
-    const auto erased =
-        std::erase_if(waiting_, [&](const auto& waiting) { return waiting.get() == &peripheral; });
-    if (current_.get() == &peripheral) return endTurn();
+void ConnectionAttempts::remove(const WantedDevice& device) {
+    const auto erased = std::erase_if(waiting_, [&](const auto& it) { return it.get() == &device; });
+    if (current_.get() == &device) return endTurn();
     if (erased > 0) onChange_();
 }
 

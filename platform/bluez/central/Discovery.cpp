@@ -49,6 +49,11 @@ void Discovery::goOn(const std::vector<CBUUID>& services) {
     advance();
 }
 
+void Discovery::restart() {
+    isStale_ = isOn_;
+    if (isWanted_) advance();
+}
+
 void Discovery::end() {
     isWanted_ = false;
     advance();
@@ -64,21 +69,22 @@ void Discovery::forget() {
     isOn_ = false;
     isStale_ = false;
     isFilterSet_ = false;
-    isCalling_ = false;
     whenEnded_ = nullptr;
-    slot_.reset();
-    for (const auto& timer : {deadline_, retry_}) {
-        if (timer) timer->invalidate();
-    }
+    call_.cancel();
+    if (retry_) retry_->invalidate();
 }
 
 void Discovery::advance() {
-    if (isCalling_) return;
+    if (call_.isPending()) return;
     if (retry_) retry_->invalidate();
     if (isOn_ && (!isWanted_ || isStale_ || !isFilterSet_)) return stopDiscovery();
     if (!isWanted_) return tellEnded();
     if (isOn_) return;
-    isFilterSet_ ? startDiscovery() : setFilter();
+    if (isFilterSet_) {
+        startDiscovery();
+    } else {
+        setFilter();
+    }
 }
 
 void Discovery::setFilter() {
@@ -150,24 +156,10 @@ void Discovery::tryAgainLater(const BusError& error) {
 
 void Discovery::call(const char* member, const std::function<void(Message&)>& append, double seconds,
                      void (Discovery::*answered)(const BusError*)) {
-    isCalling_ = true;
-    const auto finish = [weakSelf = weak_from_this(), answered](const BusError* error) {
-        const auto self = weakSelf.lock();
-        if (!self) return;
-        self->deadline_->invalidate();
-        self->slot_.reset();
-        self->isCalling_ = false;
-        (*self.*answered)(error);
-    };
-    deadline_ = context_->runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds,
-        [finish, member](const auto& /*timer*/) {
-            const BusError error{"", std::string("the service does not answer ") + member};
-            finish(&error);
-        },
-        nullptr, false);
-    slot_ = service_->callAdapter(
-        member, append, [finish](MessageReader& /*reply*/, const BusError* error) { finish(error); });
+    call_.start(
+        shared_from_this(), context_->runLoop, seconds, std::string("the service does not answer ") + member,
+        [this, answered](MessageReader& /*reply*/, const BusError* error) { (this->*answered)(error); },
+        [&](Bus::Answer answer) { return service_->callAdapter(member, append, std::move(answer)); });
 }
 
 }  // namespace zobi::platform::bluez

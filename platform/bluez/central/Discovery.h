@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/bluez/bus/TimedCall.h"
 #include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"
@@ -25,6 +26,8 @@ public:
     void begin(const std::vector<CBUUID>& services);
     /// The same if it is not on.
     void goOn(const std::vector<CBUUID>& services);
+    /// Discovers anew with the same filter, if it is wanted.
+    void restart();
     void end();
     /// Ends, and calls `then` when the service has, or does not answer in time.
     void endThen(std::function<void()> then);
@@ -51,13 +54,11 @@ private:
     /// It is on, but to be begun anew.
     bool isStale_ = false;
     bool isFilterSet_ = false;
-    bool isCalling_ = false;
     std::vector<CBUUID> services_;
     // Not the same at first, as the last filter may have been another process's.
     unsigned threshold_ = std::random_device{}();
     std::function<void()> whenEnded_;
-    Slot slot_;
-    std::shared_ptr<NSTimer> deadline_;
+    TimedCall call_;
     std::shared_ptr<NSTimer> retry_;
     std::string lastTrouble_;
 };

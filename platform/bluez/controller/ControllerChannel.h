@@ -18,6 +18,9 @@ public:
     ControllerChannel(const ControllerChannel&) = delete;
     ControllerChannel& operator=(const ControllerChannel&) = delete;
 
+    /// Whether the controller itself is asked. Otherwise it is the kernel, which tells less.
+    virtual bool asksController() const { return true; }
+
     /// False when the controller is gone.
     virtual bool isOpen() const { return true; }
 

@@ -1,22 +1,14 @@
 #include "platform/bluez/controller/HCIEvent.h"
 
+#include "platform/bluez/controller/HCI.h"
+
 namespace zobi::platform::bluez {
 
 namespace {
 
-constexpr std::uint8_t eventPacket = 0x04;
-constexpr std::uint8_t disconnectionCompleteEvent = 0x05;
-constexpr std::uint8_t commandCompleteEvent = 0x0E;
-constexpr std::uint16_t readRSSICommand = 0x1405;
-constexpr std::int8_t unknownSignal = 127;
-
-// Numbers of several bytes begin with the lowest. Handles have twelve bits.
-std::uint16_t number(std::span<const std::uint8_t, 2> bytes) {
-    return static_cast<std::uint16_t>(bytes[0] | bytes[1] << 8);
-}
-
-std::uint16_t handle(std::span<const std::uint8_t, 2> bytes) {
-    return number(bytes) & 0x0FFF;
+/// A handle has twelve bits.
+std::uint16_t handle(std::span<const std::uint8_t> bytes, std::size_t position) {
+    return number16(bytes, position) & 0x0FFF;
 }
 
 }  // namespace
@@ -28,16 +20,14 @@ std::optional<HCIEvent> parseHCIEvent(std::span<const std::uint8_t> packet) {
     if (packet[1] == disconnectionCompleteEvent) {
         // Status, handle, reason. With another status nothing has ended.
         if (parameters.size() < 4 || parameters[0] != 0) return std::nullopt;
-        return DisconnectionComplete{handle(parameters.subspan<1, 2>()), parameters[3]};
+        return DisconnectionComplete{handle(parameters, 1), parameters[3]};
     }
     if (packet[1] == commandCompleteEvent) {
         // Number of commands, command, status, handle, signal strength.
-        if (parameters.size() < 7 || number(parameters.subspan<1, 2>()) != readRSSICommand) {
-            return std::nullopt;
-        }
-        SignalReading reading{handle(parameters.subspan<4, 2>()), std::nullopt};
+        if (parameters.size() < 7 || number16(parameters, 1) != readRSSICommand) return std::nullopt;
+        SignalReading reading{handle(parameters, 4), std::nullopt};
         const auto rssi = static_cast<std::int8_t>(parameters[6]);
-        if (parameters[3] == 0 && rssi != unknownSignal) reading.rssi = rssi;
+        if (parameters[3] == 0 && rssi != unknownRSSI) reading.rssi = rssi;
         return reading;
     }
     return std::nullopt;

@@ -10,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include "platform/bluez/controller/HCI.h"
 #include "platform/bluez/controller/HCIEvent.h"
 
 namespace zobi::platform::bluez {
@@ -17,7 +18,6 @@ namespace zobi::platform::bluez {
 namespace {
 
 // As the kernel has them, whose headers do not show them to programs.
-constexpr std::uint16_t rawChannel = 0;
 constexpr int hciLevel = 0;
 constexpr int filterOption = 2;
 struct Filter {
@@ -66,14 +66,15 @@ std::shared_ptr<HCISocket> HCISocket::open(std::uint16_t controller, RunLoop& ru
     const auto descriptor = KernelSocket::open(controller, rawChannel);
     if (!descriptor) return nullptr;
     auto socket = std::make_shared<HCISocket>(*descriptor, controller, runLoop);
-    // Events alone, and of those the two that are read here: among the others is every advertisement.
-    const Filter filter{1U << 4, {1U << 0x05 | 1U << 0x0E, 0}, 0, 0};
+    // Only the two events that are read here: among the others is every advertisement.
+    const Filter filter{
+        1U << eventPacket, {1U << disconnectionCompleteEvent | 1U << commandCompleteEvent, 0}, 0, 0};
     if (::setsockopt(*descriptor, hciLevel, filterOption, &filter, sizeof filter) != 0) return nullptr;
     return socket;
 }
 
 void HCISocket::watchLink(const DeviceAddress& device) {
-    // What it reads of a link that had the same handle is about the one before.
+    // First, as a queued event for a reused handle belongs to the previous link.
     drain();
     linkIsNew(device);
     std::erase_if(devices_, [&](const auto& entry) { return entry.second == device; });
@@ -104,9 +105,10 @@ bool HCISocket::requestRSSI(const DeviceAddress& device) {
         std::ranges::find_if(devices_, [&](const auto& entry) { return entry.second == device; });
     if (link == devices_.end()) return false;
     const std::uint16_t handle = link->first;
-    const std::array<std::uint8_t, 6> readRSSI{
-        0x01, 0x05, 0x14, 2, static_cast<std::uint8_t>(handle), static_cast<std::uint8_t>(handle >> 8)};
-    return send(readRSSI);
+    const std::array<std::uint8_t, 6> packet{
+        commandPacket, lowByte(readRSSICommand), highByte(readRSSICommand),
+        sizeof handle, lowByte(handle),          highByte(handle)};
+    return send(packet);
 }
 
 }  // namespace zobi::platform::bluez

@@ -8,12 +8,12 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/bluez/controller/HCI.h"
+
 namespace zobi::platform::bluez {
 
 namespace {
 
-// As the kernel has them, whose headers do not show them to programs.
-constexpr int hciProtocol = 1;
 struct SocketAddress {
     sa_family_t family;
     std::uint16_t device;

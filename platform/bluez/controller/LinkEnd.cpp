@@ -1,5 +1,7 @@
 #include "platform/bluez/controller/LinkEnd.h"
 
+#include "platform/bluez/controller/HCI.h"
+
 namespace zobi::platform::bluez {
 
 namespace {
@@ -20,19 +22,18 @@ LinkEnd local() {
 }  // namespace
 
 LinkEnd linkEndFromHCIReason(std::uint8_t reason) {
-    switch (reason) {
-        case 0x08:  // connection timeout
+    switch (DisconnectionReason{reason}) {
+        case DisconnectionReason::connectionTimeout:
             return timeout();
-        case 0x13:  // remote user terminated connection
-        case 0x14:  // low resources
-        case 0x15:  // power off
+        case DisconnectionReason::remoteUserTerminated:
+        case DisconnectionReason::remoteLowResources:
+        case DisconnectionReason::remotePowerOff:
             return peer();
-        case 0x16:  // terminated by local host
+        case DisconnectionReason::localHostTerminated:
             return local();
-        default:
-            return {LinkEnd::Cause::other, "The link has ended, for reason " + std::to_string(reason) +
-                                               " of the Host Controller Interface."};
     }
+    return {LinkEnd::Cause::other, "The link has ended, for reason " + std::to_string(reason) +
+                                       " of the Host Controller Interface."};
 }
 
 LinkEnd linkEndFromManagementReason(std::uint8_t reason) {

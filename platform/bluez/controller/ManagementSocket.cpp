@@ -5,14 +5,15 @@
 #include <fstream>
 #include <string>
 
+#include "platform/bluez/controller/HCI.h"
+
 namespace zobi::platform::bluez {
 
 namespace {
 
 constexpr std::uint16_t noController = 0xFFFF;
-constexpr std::uint16_t controlChannel = 3;
 
-constexpr std::uint16_t commandCompleteEvent = 0x0001;
+constexpr std::uint16_t managementCompleteEvent = 0x0001;
 constexpr std::uint16_t disconnectedEvent = 0x000C;
 constexpr std::uint16_t connectionInformationCommand = 0x0031;
 
@@ -22,11 +23,6 @@ constexpr std::size_t headerSize = 6;
 constexpr std::size_t addressSize = 7;
 constexpr std::uint8_t randomAddress = 2;
 constexpr std::uint8_t publicAddress = 1;
-constexpr std::int8_t unknownSignal = 127;
-
-std::uint16_t number(std::span<const std::uint8_t> bytes, std::size_t position) {
-    return static_cast<std::uint16_t>(bytes[position] | bytes[position + 1] << 8);
-}
 
 /// @param bytes at least `addressSize` of them.
 DeviceAddress addressIn(std::span<const std::uint8_t> bytes) {
@@ -62,8 +58,8 @@ void ManagementSocket::watchLink(const DeviceAddress& device) {
 }
 
 void ManagementSocket::packetWasRead(std::span<const std::uint8_t> packet) {
-    if (packet.size() < headerSize || number(packet, 2) != controller_) return;
-    const std::uint16_t code = number(packet, 0);
+    if (packet.size() < headerSize || number16(packet, 2) != controller_) return;
+    const std::uint16_t code = number16(packet, 0);
     const auto parameters = packet.subspan(headerSize);
     if (code == disconnectedEvent && parameters.size() > addressSize) {
         const DeviceAddress device = addressIn(parameters);
@@ -74,26 +70,25 @@ void ManagementSocket::packetWasRead(std::span<const std::uint8_t> packet) {
     }
     // Command, status, address, signal strength. A failure names the address too.
     constexpr std::size_t lead = 3;
-    const bool isAnswer = code == commandCompleteEvent && parameters.size() >= lead + addressSize &&
-                          number(parameters, 0) == connectionInformationCommand;
+    const bool isAnswer = code == managementCompleteEvent && parameters.size() >= lead + addressSize &&
+                          number16(parameters, 0) == connectionInformationCommand;
     if (!isAnswer) return;
     const auto reading = parameters.subspan(lead);
     std::optional<int> rssi;
     if (parameters[2] == 0 && reading.size() > addressSize) {
         rssi = static_cast<std::int8_t>(reading[addressSize]);
-        if (rssi == unknownSignal) rssi.reset();
+        if (rssi == unknownRSSI) rssi.reset();
     }
     signalWasRead(addressIn(reading), rssi);
 }
 
 bool ManagementSocket::requestRSSI(const DeviceAddress& device) {
-    std::array<std::uint8_t, headerSize + addressSize> request{
-        static_cast<std::uint8_t>(connectionInformationCommand),
-        static_cast<std::uint8_t>(connectionInformationCommand >> 8),
-        static_cast<std::uint8_t>(controller_),
-        static_cast<std::uint8_t>(controller_ >> 8),
-        addressSize,
-        0};
+    std::array<std::uint8_t, headerSize + addressSize> request{lowByte(connectionInformationCommand),
+                                                               highByte(connectionInformationCommand),
+                                                               lowByte(controller_),
+                                                               highByte(controller_),
+                                                               addressSize,
+                                                               0};
     std::ranges::reverse_copy(device.bytes, request.begin() + headerSize);
     request.back() = device.isRandom ? randomAddress : publicAddress;
     return send(request);

@@ -18,6 +18,7 @@ public:
     ManagementSocket(int descriptor, std::uint16_t controller, RunLoop& runLoop)
         : KernelSocket(descriptor, runLoop), controller_(controller) {}
 
+    bool asksController() const override { return false; }
     void watchLink(const DeviceAddress& device) override;
 
 protected:

@@ -7,9 +7,13 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
-#include "platform/bluez/controller/ManagementSocket.h"
+#include "platform/bluez/controller/OpenControllerChannel.h"
 #include "platform/bluez/diagnosis/Surroundings.h"
 #include "platform/bluez/service/BlockSwitch.h"
+#include "zobi/platform/standard/PollWaiting.h"
+#include "zobi/platform/standard/StandardClock.h"
+#include "zobi/platform/standard/StandardLog.h"
+#include "zobi/platform/standard/StandardRunLoop.h"
 
 namespace zobi::platform::bluez {
 
@@ -50,25 +54,12 @@ std::string textOf(const BusError& error) {
 
 // Asking
 
-void Examination::ask(const Method& method, const char* argument, Answered answered) {
-    answered_ = std::move(answered);
-    const auto finish = [weakSelf = weak_from_this()](MessageReader* reply, const BusError& error) {
-        if (const auto self = weakSelf.lock()) self->finishAsking(reply, error);
-    };
+void Examination::ask(const Method& method, const char* argument, Bus::Answer answer) {
     Message message = bus_->makeCall(method);
     if (argument) message.string(argument);
-    slot_ = bus_->call(message, [finish](MessageReader& reply, const BusError* error) {
-        error ? finish(nullptr, *error) : finish(&reply, {});
-    });
-    deadline_ = context_.runLoop.after(answerDeadline, [finish] {
-        finish(nullptr, {"", "There is no answer."});
-    });
-}
-
-void Examination::finishAsking(MessageReader* reply, const BusError& error) {
-    slot_.reset();
-    deadline_->invalidate();
-    std::exchange(answered_, nullptr)(reply, error);
+    question_.start(shared_from_this(), context_.runLoop, answerDeadline, "There is no answer.",
+                    std::move(answer),
+                    [&](Bus::Answer answered) { return bus_->call(message, std::move(answered)); });
 }
 
 void Examination::add(const char* subject, Severity severity, std::string found, std::string advice) {
@@ -76,8 +67,7 @@ void Examination::add(const char* subject, Severity severity, std::string found,
 }
 
 void Examination::end() {
-    slot_.reset();
-    if (deadline_) deadline_->invalidate();
+    question_.cancel();
     if (const auto onEnd = std::exchange(onEnd_, nullptr)) onEnd();
 }
 
@@ -109,20 +99,20 @@ void Examination::failAtBus(std::string found) {
 
 void Examination::askForService() {
     ask({busName, busPath, busInterface, "GetNameOwner"}, blueZName,
-        [this](MessageReader* reply, const BusError& error) {
-            if (!reply && error.name != noSuchNameError) {
+        [this](MessageReader& /*reply*/, const BusError* error) {
+            if (error && error->name != noSuchNameError) {
                 const std::string address = systemBusAddress();
-                return failAtBus(error.name.empty() ? "It does not answer at " + address + '.'
-                                                    : "It refuses at " + address + ". " + textOf(error));
+                return failAtBus(error->name.empty() ? "It does not answer at " + address + '.'
+                                                     : "It refuses at " + address + ". " + textOf(*error));
             }
             add("system bus", Severity::good, "It answers at " + systemBusAddress() + '.');
-            if (reply) {
+            if (!error) {
                 add("service", Severity::good, "The Bluetooth service runs.");
                 return askForObjects();
             }
             ask({busName, busPath, busInterface, "ListActivatableNames"}, nullptr,
-                [this](MessageReader* names, const BusError& /*error*/) {
-                    serviceIsMissing(names && has(*names, blueZName));
+                [this](MessageReader& names, const BusError* noNames) {
+                    serviceIsMissing(!noNames && has(names, blueZName));
                 });
         });
 }
@@ -144,29 +134,33 @@ void Examination::serviceIsMissing(bool canBeStarted) {
 
 void Examination::askForObjects() {
     ask({blueZName, "/", objectManagerInterface, "GetManagedObjects"}, nullptr,
-        [this](MessageReader* objects, const BusError& error) {
-            if (!objects && error.name == accessDeniedError) {
+        [this](MessageReader& objects, const BusError* error) {
+            if (error && error->name == accessDeniedError) {
                 // Groups are for the bus's own policy, which each kind of bus words as it likes.
                 static constexpr std::array otherPolicies{"AppArmor", "SELinux"};
                 const bool isOfBus = std::ranges::none_of(otherPolicies, [&](const char* policy) {
-                    return error.message.find(policy) != std::string::npos;
+                    return error->message.find(policy) != std::string::npos;
                 });
                 add("access", Severity::obstacle,
                     "A policy keeps the service from " + userText() + '.' +
-                        (isOfBus ? "" : ' ' + error.message),
+                        (isOfBus ? "" : ' ' + error->message),
                     isOfBus ? remedyFor(Availability::refused, "") : "Have that policy allow it.");
                 return end();
             }
-            if (!objects) {
-                add("access", Severity::obstacle, "The service does not list its objects. " + textOf(error),
+            if (error) {
+                add("access", Severity::obstacle, "The service does not list its objects. " + textOf(*error),
                     "Look at its log, and restart it: systemctl restart bluetooth");
                 return end();
             }
             add("access", Severity::good, "The service is open to " + userText() + '.');
-            readObjects(*objects);
+            readObjects(objects);
             path_ = chosenAdapter(adapters_, context_.adapter);
             name_ = adapterName(path_);
-            path_.empty() ? adapterIsMissing() : examineAdapter();
+            if (path_.empty()) {
+                adapterIsMissing();
+            } else {
+                examineAdapter();
+            }
         });
 }
 
@@ -223,7 +217,7 @@ void Examination::adapterIsMissing() {
 
 void Examination::examineAdapter() {
     ask({blueZName, path_, adapterInterface, "GetDiscoveryFilters"}, nullptr,
-        [this](MessageReader* filters, const BusError& error) {
+        [this](MessageReader& filters, const BusError* error) {
             const Abilities& abilities = abilities_[path_];
             examineAdvertisements(filters, error);
             examinePeripheralRole(abilities);
@@ -233,28 +227,28 @@ void Examination::examineAdapter() {
         });
 }
 
-void Examination::examineAdvertisements(MessageReader* filters, const BusError& error) {
-    if (filters && has(*filters, "DuplicateData")) {
+void Examination::examineAdvertisements(MessageReader& filters, const BusError* error) {
+    if (!error && has(filters, "DuplicateData")) {
         return add("scan", Severity::good, "The service passes on every advertisement that it is told of.");
     }
-    if (filters || error.name == unknownMethodError || error.name == unknownObjectError) {
+    if (!error || error->name == unknownMethodError || error->name == unknownObjectError) {
         return add("scan", Severity::obstacle,
                    "The service has no filter that lets repeated advertisements through.",
                    "Install a newer version of the package bluez: 5.47 or later.");
     }
-    add("scan", Severity::limitation, "The service does not tell its filters. " + textOf(error));
+    add("scan", Severity::limitation, "The service does not tell its filters. " + textOf(*error));
 }
 
 void Examination::examinePeripheralRole(const Abilities& abilities) {
-    const char* const advice = "To act as a beacon, use another adapter.";
+    const char* const advice = "To act as a peripheral, use another adapter.";
     if (!abilities.freeAdvertisements || !abilities.hasServiceRegistry) {
-        add("beacon role", Severity::limitation, name_ + " cannot act as a beacon.", advice);
+        add("peripheral role", Severity::limitation, name_ + " cannot act as a peripheral.", advice);
     } else if (*abilities.freeAdvertisements == 0) {
-        add("beacon role", Severity::limitation,
-            name_ + " cannot act as a beacon: it advertises as much as it can for other programs.",
+        add("peripheral role", Severity::limitation,
+            name_ + " cannot act as a peripheral: it advertises as much as it can for other programs.",
             "End one of them, or use another adapter.");
     } else {
-        add("beacon role", Severity::good, name_ + " can act as a beacon.");
+        add("peripheral role", Severity::good, name_ + " can act as a peripheral.");
     }
 }
 
@@ -301,18 +295,18 @@ void Examination::examinePower() {
 
 void Examination::examineLinks() {
     if (const auto channel = context_.openChannel(name_)) {
-        const bool isKernels = dynamic_cast<const ManagementSocket*>(channel.get()) != nullptr;
         add("links", Severity::good,
-            isKernels ? "The kernel tells roughly why they end, and how strong they were up to 3 s ago."
-                      : "The controller tells why they end, and how strong they are.");
+            channel->asksController()
+                ? "The controller tells why they end, and how strong they are."
+                : "The kernel tells roughly why they end, and how strong they were up to 3 s ago.");
         return end();
     }
     if (device_.empty()) return linksCannotBeWatched(false);
     // The versions of the service that tell it show so at every device.
     ask({blueZName, device_, introspectableInterface, "Introspect"}, nullptr,
-        [this](MessageReader* description, const BusError& /*error*/) {
+        [this](MessageReader& description, const BusError* error) {
             constexpr std::string_view signal = "<signal name=\"Disconnected\"";
-            linksCannotBeWatched(description && description->string().find(signal) != std::string_view::npos);
+            linksCannotBeWatched(!error && description.string().find(signal) != std::string_view::npos);
         });
 }
 
@@ -329,6 +323,20 @@ void Examination::linksCannotBeWatched(bool tellsLinkEnds) {
     advice += tellsLinkEnds ? "." : "; or install bluez 5.83 or later, whose service tells why.";
     add("links", Severity::limitation, std::move(found), std::move(advice));
     end();
+}
+
+std::vector<Finding> diagnose(const BlueZOptions& options) {
+    const SystemTime clock;
+    StandardLog log(nullptr);
+    StandardRunLoop runLoop(clock, std::make_unique<PollWaiting>());
+    const auto openChannel = [&](const std::string& adapter) {
+        return openControllerChannel(adapter, runLoop);
+    };
+    const RadioContext context{runLoop, clock, log, &Bus::overSystemBus, openChannel, options.adapter};
+    const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
+    runLoop.dispatchAsync([&] { examination->start(); });
+    runLoop.run();
+    return examination->findings();
 }
 
 }  // namespace zobi::platform::bluez

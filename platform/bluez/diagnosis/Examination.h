@@ -11,9 +11,9 @@
 
 #include "platform/bluez/RadioContext.h"
 #include "platform/bluez/bus/Bus.h"
+#include "platform/bluez/bus/TimedCall.h"
 #include "platform/bluez/service/AdapterChoice.h"
 #include "platform/bluez/service/Availability.h"
-#include "zobi/platform/NSTimer.h"
 #include "zobi/platform/bluez/Diagnosis.h"
 
 namespace zobi::platform::bluez {
@@ -34,8 +34,6 @@ public:
 
 private:
     using Severity = Finding::Severity;
-    /// The reply, or an error in its place; without a name if there was no answer.
-    using Answered = std::function<void(MessageReader* reply, const BusError& error)>;
 
     /// What the service shows of an adapter besides.
     struct Abilities {
@@ -46,8 +44,9 @@ private:
         std::optional<std::uint8_t> freeAdvertisements;
     };
 
-    void ask(const Method& method, const char* argument, Answered answered);
-    void finishAsking(MessageReader* reply, const BusError& error);
+    /// Calls an operation with one argument, or with none. An error without a name means that there was no
+    /// answer.
+    void ask(const Method& method, const char* argument, Bus::Answer answer);
     void add(const char* subject, Severity severity, std::string found, std::string advice = {});
     void end();
 
@@ -59,7 +58,7 @@ private:
     void readAdapter(const std::string& path, const Properties& properties);
     void examineAdapter();
     void adapterIsMissing();
-    void examineAdvertisements(MessageReader* filters, const BusError& error);
+    void examineAdvertisements(MessageReader& filters, const BusError* error);
     void examinePeripheralRole(const Abilities& abilities);
     void examineRole(const Abilities& abilities);
     void examinePower();
@@ -70,9 +69,7 @@ private:
     std::function<void()> onEnd_;
     std::vector<Finding> findings_;
     std::shared_ptr<Bus> bus_;
-    Answered answered_;
-    Slot slot_;
-    std::shared_ptr<NSTimer> deadline_;
+    TimedCall question_;
 
     Adapters adapters_;
     std::map<std::string, Abilities, std::less<>> abilities_;

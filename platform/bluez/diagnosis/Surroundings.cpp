@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/bluez/controller/HCI.h"
+
 namespace zobi::platform::bluez {
 
 namespace {
@@ -71,7 +73,6 @@ std::vector<std::string> kernelAdapters() {
 }
 
 std::error_code bluetoothSocketError() {
-    constexpr int hciProtocol = 1;
     const int descriptor = ::socket(AF_BLUETOOTH, SOCK_RAW | SOCK_CLOEXEC, hciProtocol);
     if (descriptor < 0) return {errno, std::generic_category()};
     ::close(descriptor);

@@ -9,6 +9,7 @@
 
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/peripheral-role/PeripheralErrors.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform::bluez {
@@ -77,23 +78,27 @@ void check(const LocalAdvertisement& advertisement) {
 
 }  // namespace
 
+std::shared_ptr<PeripheralManager> PeripheralManager::makeOnPlatform(
+    BlueZPlatform& platform, std::vector<LocalService> services,
+    std::weak_ptr<PeripheralManagerDelegate> delegate) {
+    auto manager = std::make_shared<BlueZPeripheralManager>(platform.context(), std::move(services),
+                                                            std::move(delegate));
+    platform.runLoop().dispatchAsync([manager] { manager->start(); });
+    return manager;
+}
+
 BlueZPeripheralManager::BlueZPeripheralManager(RadioContext context, std::vector<LocalService> services,
                                                std::weak_ptr<PeripheralManagerDelegate> delegate)
     : context_(std::move(context)), objects_(std::move(services)), delegate_(std::move(delegate)) {}
 
 BlueZPeripheralManager::~BlueZPeripheralManager() {
-    for (auto* const timer : {&callTimer_, &restTimer_, &shutDownTimer_}) stop(*timer);
+    for (auto* const timer : {&restTimer_, &shutDownTimer_}) stop(*timer);
 }
 
 void BlueZPeripheralManager::start() {
-    const auto context = std::make_shared<RadioContext>(context_);
-    context->openBus = [weakSelf = weak_from_this(), open = context_.openBus](const auto& busContext) {
-        auto bus = open(busContext);
-        bus->setCallee(weakSelf);
-        if (const auto self = weakSelf.lock()) self->bus_ = bus;
-        return bus;
-    };
-    service_ = std::make_shared<BlueZService>(context, weak_from_this());
+    service_ =
+        std::make_shared<BlueZService>(std::make_shared<const RadioContext>(context_), weak_from_this());
+    promptness_ = service_->stayPrompt();
     service_->start();
 }
 
@@ -115,7 +120,7 @@ void BlueZPeripheralManager::serviceDidChangeAvailability() {
         told_.reset();
         isRefused_ = false;
     } else {
-        abandonCall();
+        call_.cancel();
         ended.swap(links_);
         const bool isOff = availability == Availability::poweredOff || availability == Availability::blocked;
         hasApplication_ = hasApplication_ && isOff;
@@ -159,7 +164,7 @@ void BlueZPeripheralManager::proceedSoon() {
 }
 
 void BlueZPeripheralManager::proceed() {
-    if (done_) return;
+    if (call_.isPending()) return;
     if (!isPoweredOn()) return finishShutDownIfDone();
     if (!wanted_ || isRefused_) {
         if (hasAdvertisement_) return unregisterAdvertisement();
@@ -189,7 +194,7 @@ bool BlueZPeripheralManager::changeAdvertisement() {
         return std::ranges::find(before, property) == before.end();
     });
     told_ = wanted_;
-    emitChange(advertisementPath, advertisementInterface, changed);
+    service_->emitChange(advertisementPath, advertisementInterface, changed);
     return true;
 }
 
@@ -212,36 +217,21 @@ void BlueZPeripheralManager::unregisterAdvertisement() {
 
 void BlueZPeripheralManager::callManager(const char* interface, const char* member, const char* path,
                                          bool hasOptions, Done done) {
-    done_ = done;
-    callTimer_ = context_.after(answerDeadline, shared_from_this(), &BlueZPeripheralManager::callIsLate);
-    calling_ = service_->call(
-        "/org/bluez/" + service_->adapterName(), interface, member,
-        [&](Message& message) {
-            registrar_ = message.destination();
-            message.objectPath(path);
-            if (hasOptions) message.properties({});
+    call_.start(
+        shared_from_this(), context_.runLoop, answerDeadline, "It gives no answer",
+        [this, done](MessageReader& /*reply*/, const BusError* error) {
+            proceedSoon();
+            (this->*done)(error);
         },
-        [weakSelf = weak_from_this()](MessageReader& /*reply*/, const BusError* error) {
-            if (const auto self = weakSelf.lock()) self->callIsAnswered(error);
+        [&](Bus::Answer answer) {
+            return service_->call(
+                "/org/bluez/" + service_->adapterName(), interface, member,
+                [&](Message& message) {
+                    message.objectPath(path);
+                    if (hasOptions) message.properties({});
+                },
+                std::move(answer));
         });
-}
-
-void BlueZPeripheralManager::callIsLate() {
-    const BusError error{"", "It gives no answer"};
-    callIsAnswered(&error);
-}
-
-void BlueZPeripheralManager::callIsAnswered(const BusError* error) {
-    const Done done = done_;
-    abandonCall();
-    proceedSoon();
-    (this->*done)(error);
-}
-
-void BlueZPeripheralManager::abandonCall() {
-    done_ = nullptr;
-    calling_.reset();
-    stop(callTimer_);
 }
 
 void BlueZPeripheralManager::applicationRegistered(const BusError* error) {
@@ -291,7 +281,7 @@ void BlueZPeripheralManager::advertisingFailed(const NSError& error) {
 
 void BlueZPeripheralManager::advertisementReleased() {
     // While a call is not answered yet, it is about an advertisement that is of no concern any more.
-    if (done_ || !hasAdvertisement_) return;
+    if (call_.isPending() || !hasAdvertisement_) return;
     hasAdvertisement_ = false;
     told_.reset();
     isAnnounced_ = false;
@@ -307,17 +297,17 @@ void BlueZPeripheralManager::restIsOver() {
 
 // Centrals
 
-void BlueZPeripheralManager::deviceDidAppear(Device& device) {
+void BlueZPeripheralManager::deviceDidAppear(const Device& device) {
     // The service lists what there is before it tells that it is powered on: such a link did not come to us.
     if (device.isConnected && !isPoweredOn()) links_.try_emplace(device.path);
 }
 
-void BlueZPeripheralManager::deviceDidChange(Device& device, const DeviceChange& change) {
+void BlueZPeripheralManager::deviceDidChange(const Device& device, const DeviceChange& change) {
     if (!change.hasConnected) return;
     device.isConnected ? linkIsThere(device) : linkIsGone(device.path);
 }
 
-void BlueZPeripheralManager::deviceDidVanish(Device& device) {
+void BlueZPeripheralManager::deviceDidVanish(const Device& device) {
     linkIsGone(device.path);
 }
 
@@ -359,7 +349,7 @@ void BlueZPeripheralManager::disconnectCentrals() {
 void BlueZPeripheralManager::notify(GATTPlace place, std::span<const std::uint8_t> value) {
     const std::string path = LocalObjects::characteristicPath(place);
     if (!subscribed_.contains(path)) return;
-    emitChange(path, gattCharacteristicInterface, {{"Value", Bytes(value.begin(), value.end())}});
+    service_->emitChange(path, gattCharacteristicInterface, {{"Value", Bytes(value.begin(), value.end())}});
 }
 
 // The end
@@ -385,15 +375,12 @@ void BlueZPeripheralManager::finishShutDown() {
 
 // Calls
 
-void BlueZPeripheralManager::busDidReceiveCall(IncomingCall call) {
-    if (call.sender != registrar_) {
-        return Bus::replyError(call, {accessDeniedError, "This is for the Bluetooth service alone."});
-    }
+void BlueZPeripheralManager::serviceDidCall(const IncomingCall& call) {
     if (call.interface == objectManagerInterface && call.path == applicationPath) return answerObjects(call);
     if (call.interface == propertiesInterface && call.member == "GetAll") return answerProperties(call);
     if (call.interface == advertisementInterface && call.path == advertisementPath &&
         call.member == "Release") {
-        reply(Bus::makeReply(call));
+        service_->send(Bus::makeReply(call));
         return advertisementReleased();
     }
     const auto place = objects_.place(call.path);
@@ -407,7 +394,7 @@ void BlueZPeripheralManager::busDidReceiveCall(IncomingCall call) {
 
 void BlueZPeripheralManager::answerObjects(const IncomingCall& call) const {
     Message message = Bus::makeReply(call);
-    reply(message.objects(objects_.objects()));
+    service_->send(message.objects(objects_.objects()));
 }
 
 void BlueZPeripheralManager::answerProperties(const IncomingCall& call) const {
@@ -416,7 +403,7 @@ void BlueZPeripheralManager::answerProperties(const IncomingCall& call) const {
     if (object) properties = object->interfaces.front().second;
     if (call.path == advertisementPath && told_) properties = propertiesOf(*told_);
     Message message = Bus::makeReply(call);
-    reply(message.properties(properties));
+    service_->send(message.properties(properties));
 }
 
 void BlueZPeripheralManager::answerRequest(const IncomingCall& call, GATTPlace place) {
@@ -442,7 +429,7 @@ void BlueZPeripheralManager::answerRead(const IncomingCall& call, GATTPlace plac
     const auto& value = std::get<Bytes>(answer);
     if (offset > value.size()) return Bus::replyError(call, busErrorOf(invalidOffsetError()));
     Message message = Bus::makeReply(call);
-    reply(message.bytes(std::span(value).subspan(offset)));
+    service_->send(message.bytes(std::span(value).subspan(offset)));
 }
 
 void BlueZPeripheralManager::answerWrite(const IncomingCall& call, GATTPlace place) {
@@ -458,12 +445,12 @@ void BlueZPeripheralManager::answerWrite(const IncomingCall& call, GATTPlace pla
     if (!delegate) return Bus::replyError(call, busErrorOf({CBATTError::unlikelyError, "Nobody answers."}));
     const auto error = delegate->peripheralManagerDidReceiveWrite(*this, place, value, central);
     if (error) return Bus::replyError(call, busErrorOf(*error));
-    reply(Bus::makeReply(call));
+    service_->send(Bus::makeReply(call));
 }
 
 void BlueZPeripheralManager::changeSubscription(const IncomingCall& call, GATTPlace place,
                                                 bool isSubscribed) {
-    reply(Bus::makeReply(call));
+    service_->send(Bus::makeReply(call));
     const bool hasChanged =
         isSubscribed ? subscribed_.emplace(call.path).second : subscribed_.erase(std::string(call.path)) > 0;
     const auto delegate = delegate_.lock();
@@ -476,18 +463,6 @@ std::string BlueZPeripheralManager::centralIn(const Properties& options) {
     const auto path = option<ObjectPath>(options, "device", {});
     // A link that was there before is told of by the first request over it.
     return path.text.empty() ? std::string() : centralIsThere(path.text);
-}
-
-void BlueZPeripheralManager::emitChange(const std::string& path, const char* interface,
-                                        const Properties& changed) {
-    const auto bus = bus_.lock();
-    if (!bus || !bus->isOpen()) return;
-    Message message = bus->makeSignal(path, propertiesInterface, "PropertiesChanged");
-    bus->send(message.string(interface).properties(changed).strings({}));
-}
-
-void BlueZPeripheralManager::reply(const Message& message) const {
-    if (const auto bus = bus_.lock()) bus->send(message);
 }
 
 }  // namespace zobi::platform::bluez

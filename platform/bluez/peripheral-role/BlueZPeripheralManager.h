@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/bluez/RadioContext.h"
-#include "platform/bluez/bus/Bus.h"
+#include "platform/bluez/bus/TimedCall.h"
 #include "platform/bluez/peripheral-role/LocalObjects.h"
 #include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/NSTimer.h"
@@ -26,7 +26,6 @@ namespace zobi::platform::bluez {
 /// What is wanted and what the service has are brought together by one call after the other: see `proceed`.
 class BlueZPeripheralManager final : public PeripheralManager,
                                      public BlueZServiceDelegate,
-                                     public BusCallee,
                                      public std::enable_shared_from_this<BlueZPeripheralManager> {
 public:
     /// @param context what it refers to must outlive every call, though not the object.
@@ -49,14 +48,10 @@ public:
     void shutDown(std::function<void()> completion) override;
 
     void serviceDidChangeAvailability() override;
-    void deviceDidAppear(Device& device) override;
-    void deviceDidChange(Device& device, const DeviceChange& change) override;
-    void deviceDidVanish(Device& device) override;
-    void deviceDidTellLinkEnd(Device& /*device*/, const LinkEnd& /*end*/) override {}
-    void characteristicDidChange(Device& /*device*/, std::string_view /*path*/,
-                                 std::span<const std::uint8_t> /*value*/) override {}
-
-    void busDidReceiveCall(IncomingCall call) override;
+    void deviceDidAppear(const Device& device) override;
+    void deviceDidChange(const Device& device, const DeviceChange& change) override;
+    void deviceDidVanish(const Device& device) override;
+    void serviceDidCall(const IncomingCall& call) override;
 
 private:
     /// A link of the adapter.
@@ -81,9 +76,6 @@ private:
     bool changeAdvertisement();
     using Done = void (BlueZPeripheralManager::*)(const BusError* error);
     void callManager(const char* interface, const char* member, const char* path, bool hasOptions, Done done);
-    void callIsAnswered(const BusError* error);
-    void callIsLate();
-    void abandonCall();
     void applicationRegistered(const BusError* error);
     void advertisementRegistered(const BusError* error);
     void advertisementUnregistered(const BusError* error);
@@ -106,16 +98,13 @@ private:
     void changeSubscription(const IncomingCall& call, GATTPlace place, bool isSubscribed);
     /// The address of the central that a request comes from; empty if the service does not tell.
     std::string centralIn(const Properties& options);
-    void emitChange(const std::string& path, const char* interface, const Properties& changed);
-    void reply(const Message& message) const;
 
     RadioContext context_;
     LocalObjects objects_;
     std::weak_ptr<PeripheralManagerDelegate> delegate_;
     std::shared_ptr<BlueZService> service_;
-    std::weak_ptr<Bus> bus_;
-    /// The service's own name on the bus, when it was last told of our objects: nobody else may call them.
-    std::string registrar_;
+    /// Centrals must not wait.
+    std::shared_ptr<void> promptness_;
 
     std::optional<LocalAdvertisement> wanted_;
     /// What the object of the advertisement tells; absent when the service may have something else.
@@ -127,10 +116,7 @@ private:
     bool isRefused_ = false;
     /// The delegate has been told that it is on the air.
     bool isAnnounced_ = false;
-    Slot calling_;
-    /// What the answer to the call is for; null while there is none.
-    Done done_ = nullptr;
-    std::shared_ptr<NSTimer> callTimer_;
+    TimedCall call_;
     /// Runs while a new advertisement would be too soon after the service has dropped one.
     std::shared_ptr<NSTimer> restTimer_;
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "platform/bluez/bus/ATTCodes.h"
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/peripheral-role/LocalObjects.h"
 
@@ -11,9 +12,6 @@ namespace zobi::platform::bluez {
 
 namespace {
 
-// Further codes of the Attribute Protocol that the service has names for.
-constexpr int invalidOffset = 0x07;
-constexpr int insufficientAuthorization = 0x08;
 // Those that profiles give a meaning of their own.
 constexpr int firstApplicationError = 0x80;
 constexpr int lastApplicationError = 0x9F;

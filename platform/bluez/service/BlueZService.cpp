@@ -72,6 +72,7 @@ void BlueZService::openBus() {
         return enter(Availability::noBus);
     }
     bus_->setDelegate(weak_from_this());
+    updateGathering();
     opening_.clear();
     isOpening_ = true;
     // Before anything is read, so that no change is missed.
@@ -128,8 +129,20 @@ void BlueZService::loseBus(const std::string& reason) {
     enter(wasInUse ? Availability::restarting : Availability::noBus);
 }
 
-void BlueZService::setGathers(bool gathers) {
-    if (bus_) bus_->setGathers(gathers);
+std::shared_ptr<void> BlueZService::stayPrompt() {
+    auto promptness = promptness_.lock();
+    if (!promptness) {
+        promptness = std::shared_ptr<void>(this, [weakSelf = weak_from_this()](void* /*self*/) {
+            if (const auto self = weakSelf.lock()) self->updateGathering();
+        });
+        promptness_ = promptness;
+        updateGathering();
+    }
+    return promptness;
+}
+
+void BlueZService::updateGathering() {
+    if (bus_) bus_->setGathers(promptness_.expired());
 }
 
 void BlueZService::afterDelay(double seconds, void (BlueZService::*action)()) {
@@ -195,7 +208,7 @@ void BlueZService::load(MessageReader& objects) {
                 }
                 objects.skip("a{sv}");
             } else {
-                objects.skip("a{sv}");
+                readGATTObject(path, interface, objects);
             }
         });
     });
@@ -232,6 +245,7 @@ void BlueZService::forgetObjects() {
     adapters_.clear();
     adapter_.clear();
     devices_.clear();
+    gattObjects_.clear();
 }
 
 /// The last thing that is done, as an application that is told may throw.
@@ -277,6 +291,14 @@ void BlueZService::busDidReceiveSignal(const Signal& signal) {
     }
 }
 
+void BlueZService::busDidReceiveCall(IncomingCall call) {
+    // Anybody may call this connection too.
+    if (owner_.empty() || call.sender != owner_) {
+        return Bus::replyError(call, {accessDeniedError, "This is for the Bluetooth service alone."});
+    }
+    if (const auto delegate = delegate_.lock()) delegate->serviceDidCall(call);
+}
+
 void BlueZService::interfacesAdded(MessageReader& body) {
     const std::string path(body.objectPath());
     bool isNewAdapter = false;
@@ -295,7 +317,7 @@ void BlueZService::interfacesAdded(MessageReader& body) {
             delegate->deviceDidAppear(*device);
             delegate->deviceDidChange(*device, change);
         } else {
-            body.skip("a{sv}");
+            readGATTObject(path, interface, body);
         }
     });
     if (isNewAdapter) reload();
@@ -309,8 +331,12 @@ void BlueZService::interfacesRemoved(MessageReader& body) {
         const std::string_view interface = body.string();
         isAdapter = isAdapter || interface == adapterInterface;
         isDevice = isDevice || interface == deviceInterface;
+        if (interface == gattServiceInterface || interface == gattCharacteristicInterface) {
+            gattObjects_.remove(path);
+        }
     });
     if (isDevice) {
+        gattObjects_.removeBelow(path);
         auto node = devices_.extract(path);
         const auto delegate = delegate_.lock();
         if (!node.empty() && delegate) delegate->deviceDidVanish(node.mapped());
@@ -348,6 +374,18 @@ void BlueZService::propertiesChanged(std::string_view path, MessageReader& body)
             adapterChanged();
         }
     }
+}
+
+void BlueZService::readGATTObject(std::string_view path, std::string_view interface, MessageReader& body) {
+    const bool isService = interface == gattServiceInterface;
+    if (!isService && interface != gattCharacteristicInterface) return body.skip("a{sv}");
+    std::optional<CBUUID> uuid;
+    body.forEachProperty([&](std::string_view name) {
+        if (name != "UUID") return body.skipVariant();
+        if (const auto text = body.variantString()) uuid = parseUUID(*text);
+    });
+    using enum GATTObjects::Kind;
+    if (uuid && body.isGood()) gattObjects_.add(path, isService ? service : characteristic, *uuid);
 }
 
 void BlueZService::linkEndTold(Device& device, MessageReader& body) {
@@ -461,7 +499,7 @@ Device* BlueZService::deviceAbove(std::string_view path) {
     return deviceAt(parentOf(parentOf(path)));
 }
 
-Device* BlueZService::device(const DeviceAddress& address) {
+const Device* BlueZService::device(const DeviceAddress& address) const {
     const auto found = std::ranges::find_if(
         devices_, [&](const auto& entry) { return entry.second.address.bytes == address.bytes; });
     return found == devices_.end() ? nullptr : &found->second;
@@ -487,11 +525,25 @@ void BlueZService::send(const std::string& path, const char* interface, const ch
     if (bus_ && !owner_.empty()) bus_->send(bus_->makeCall({owner_, path, interface, member}));
 }
 
-Slot BlueZService::checkConnected(const Device& device) {
+void BlueZService::send(const Message& reply) {
+    if (bus_) bus_->send(reply);
+}
+
+void BlueZService::emitChange(const std::string& path, const char* interface, const Properties& changed) {
+    if (!bus_) return;
+    Message message = bus_->makeSignal(path, propertiesInterface, "PropertiesChanged");
+    bus_->send(message.string(interface).properties(changed).strings({}));
+}
+
+Slot BlueZService::getProperty(const Device& device, const char* name, Bus::Answer answer) {
     return call(
         device.path, propertiesInterface, "Get",
-        [](Message& message) { message.string(deviceInterface).string("Connected"); },
-        [this, path = device.path](MessageReader& reply, const BusError* error) {
+        [name](Message& message) { message.string(deviceInterface).string(name); }, std::move(answer));
+}
+
+Slot BlueZService::checkConnected(const Device& device) {
+    return getProperty(
+        device, "Connected", [this, path = device.path](MessageReader& reply, const BusError* error) {
             Device* const known = deviceAt(path);
             const auto delegate = delegate_.lock();
             if (error || !known || !delegate || known->isConnected || reply.variantBool() != true) {
@@ -504,52 +556,13 @@ Slot BlueZService::checkConnected(const Device& device) {
         });
 }
 
-Slot BlueZService::readServices(const Device& device,
-                                std::function<void(std::vector<RemoteService>)> answer) {
-    return call(
-        "/", objectManagerInterface, "GetManagedObjects", nullptr,
-        [prefix = device.path + '/', answer = std::move(answer)](MessageReader& reply,
-                                                                 const BusError* error) {
-            // By path, which is the order of the handles.
-            std::map<std::string, RemoteService> services;
-            std::map<std::string, RemoteCharacteristic> characteristics;
-            const auto readUUID = [&] {
-                std::optional<CBUUID> uuid;
-                reply.forEachProperty([&](std::string_view name) {
-                    if (name != "UUID") return reply.skipVariant();
-                    if (const auto text = reply.variantString()) uuid = parseUUID(*text);
-                });
-                return uuid;
-            };
-            const auto readObject = [&](const std::string& path, std::string_view interface) {
-                const bool isService = interface == gattServiceInterface;
-                if (!path.starts_with(prefix) || (!isService && interface != gattCharacteristicInterface)) {
-                    return reply.skip("a{sv}");
-                }
-                const auto uuid = readUUID();
-                if (!uuid) return;
-                if (isService) {
-                    services.insert_or_assign(path, RemoteService{path, *uuid, {}});
-                } else {
-                    characteristics.insert_or_assign(path, RemoteCharacteristic{path, *uuid});
-                }
-            };
-            if (!error) {
-                reply.forEachObject([&](std::string_view path) {
-                    reply.forEachInterface(
-                        [&](std::string_view interface) { readObject(std::string(path), interface); });
-                });
-            }
-            for (auto& [path, characteristic] : characteristics) {
-                const auto holder = services.find(std::string(parentOf(path)));
-                if (holder == services.end()) continue;
-                holder->second.characteristics.push_back(std::move(characteristic));
-            }
-            std::vector<RemoteService> table;
-            table.reserve(services.size());
-            for (auto& [path, service] : services) table.push_back(std::move(service));
-            answer(std::move(table));
-        });
+Slot BlueZService::readTable(const Device& device, std::function<void(std::vector<RemoteService>)> answer) {
+    // Before any answer, BlueZ sends the signals of all objects that it has exported.
+    return getProperty(device, "ServicesResolved",
+                       [this, path = device.path, answer = std::move(answer)](MessageReader& /*reply*/,
+                                                                              const BusError* error) {
+                           answer(error ? std::vector<RemoteService>() : gattObjects_.tableOf(path));
+                       });
 }
 
 }  // namespace zobi::platform::bluez

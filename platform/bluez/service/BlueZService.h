@@ -16,13 +16,12 @@
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/service/AdapterChoice.h"
 #include "platform/bluez/service/Availability.h"
+#include "platform/bluez/service/GATTObjects.h"
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"
 
 namespace zobi::platform::bluez {
-
-class BlueZPeripheral;
 
 /// What the service says of a device on the air of our adapter.
 struct Device {
@@ -34,8 +33,6 @@ struct Device {
     bool servicesResolved = false;
     /// Nothing while it is not known, as the service has replaced them by those that it found over a link.
     std::optional<std::vector<CBUUID>> advertisedServices;
-    /// Our handle, if there is one.
-    std::shared_ptr<BlueZPeripheral> peripheral;
 };
 
 /// What one signal told of a device, after the device itself was brought up to date. Views, valid for the
@@ -53,19 +50,6 @@ struct DeviceChange {
     bool isSighting() const { return rssi || serviceData; }
 };
 
-/// A characteristic in the service's table of a peripheral.
-struct RemoteCharacteristic {
-    std::string path;
-    CBUUID uuid;
-};
-
-/// A service in that table. One UUID may stand there more than once: what counts is the path.
-struct RemoteService {
-    std::string path;
-    CBUUID uuid;
-    std::vector<RemoteCharacteristic> characteristics;
-};
-
 /// Told of what happens at the Bluetooth service, through the run loop.
 class BlueZServiceDelegate {
 public:
@@ -73,14 +57,16 @@ public:
 
     /// Devices, and with them every link, are gone unless it is powered on.
     virtual void serviceDidChangeAvailability() = 0;
-    virtual void deviceDidAppear(Device& device) = 0;
-    virtual void deviceDidChange(Device& device, const DeviceChange& change) = 0;
-    /// The service has forgotten the device. Its handle lives on.
-    virtual void deviceDidVanish(Device& device) = 0;
+    virtual void deviceDidAppear(const Device& device) = 0;
+    virtual void deviceDidChange(const Device& device, const DeviceChange& change) = 0;
+    /// BlueZ has forgotten the device.
+    virtual void deviceDidVanish(const Device& device) = 0;
     /// The service tells why the link to a device ends, which newer versions do just before it does.
-    virtual void deviceDidTellLinkEnd(Device& device, const LinkEnd& end) = 0;
-    virtual void characteristicDidChange(Device& device, std::string_view path,
-                                         std::span<const std::uint8_t> value) = 0;
+    virtual void deviceDidTellLinkEnd(const Device& /*device*/, const LinkEnd& /*end*/) {}
+    virtual void characteristicDidChange(const Device& /*device*/, std::string_view /*path*/,
+                                         std::span<const std::uint8_t> /*value*/) {}
+    /// BlueZ calls an object of this side. By default, the call is answered that there is none.
+    virtual void serviceDidCall(const IncomingCall& call) { Bus::replyNoObject(call); }
 };
 
 /// The Bluetooth service as one client has it: the connection to the bus, the life of service and adapter,
@@ -100,7 +86,7 @@ public:
     bool isDiscovering() const;
 
     /// The device with this address; null while the service has none.
-    Device* device(const DeviceAddress& address);
+    const Device* device(const DeviceAddress& address) const;
 
     /// Calls an operation of the adapter, or of an object below it. Nothing happens without an adapter.
     [[nodiscard]] Slot callAdapter(const char* member, const std::function<void(Message&)>& append,
@@ -114,19 +100,30 @@ public:
     /// change of the device.
     [[nodiscard]] Slot checkConnected(const Device& device);
 
-    /// Reads the table of a device's services, in the order of the peripheral; empty if there is none.
-    [[nodiscard]] Slot readServices(const Device& device,
-                                    std::function<void(std::vector<RemoteService>)> answer);
+    /// Passes the GATT table of a connected device, in the order of its handles, to `answer`; an empty one if
+    /// BlueZ exports none. BlueZ signals that services are resolved before it signals their objects; the
+    /// answer comes after all of them.
+    [[nodiscard]] Slot readTable(const Device& device,
+                                 std::function<void(std::vector<RemoteService>)> answer);
 
-    void setGathers(bool gathers);
+    /// Sends the reply to a call of `serviceDidCall`.
+    void send(const Message& reply);
+    /// Signals to BlueZ that properties of an object of this side have changed. Nothing happens without a
+    /// bus.
+    void emitChange(const std::string& path, const char* interface, const Properties& changed);
+
+    /// While somebody holds the result, no signal waits for others to gather: see `Bus::setGathers`.
+    [[nodiscard]] std::shared_ptr<void> stayPrompt();
 
     void busDidReceiveSignal(const Signal& signal) override;
+    void busDidReceiveCall(IncomingCall call) override;
     void busDidClose(const std::string& reason) override;
 
 private:
     void openBus();
     void loseBus(const std::string& reason);
     void askBus(const char* member, const char* argument, Bus::Answer answer);
+    void updateGathering();
     /// An answer may drop the last reference to this.
     Bus::Answer whileThisLives(Bus::Answer answer);
     void ownerIs(const std::string& owner);
@@ -146,6 +143,8 @@ private:
     void interfacesRemoved(MessageReader& body);
     void propertiesChanged(std::string_view path, MessageReader& body);
     void linkEndTold(Device& device, MessageReader& body);
+    /// Reads the properties of an interface of a GATT object. Any other interface is passed over.
+    void readGATTObject(std::string_view path, std::string_view interface, MessageReader& body);
     static bool readAdapter(Adapter& adapter, MessageReader& body);
     DeviceChange readDevice(Device& device, MessageReader& body);
     void readServiceData(MessageReader& body);
@@ -155,6 +154,8 @@ private:
     /// The one that the object at `path` belongs to.
     Device* deviceAbove(std::string_view path);
 
+    [[nodiscard]] Slot getProperty(const Device& device, const char* name, Bus::Answer answer);
+
     // So that a text that is a view finds its device.
     struct Hash : std::hash<std::string_view> {
         using is_transparent = void;
@@ -163,6 +164,7 @@ private:
     std::shared_ptr<const RadioContext> context_;
     std::weak_ptr<BlueZServiceDelegate> delegate_;
     std::shared_ptr<Bus> bus_;
+    std::weak_ptr<void> promptness_;
     Availability availability_ = Availability::starting;
     /// The service's own name on the bus; empty while it does not run.
     std::string owner_;
@@ -171,6 +173,7 @@ private:
     std::string adapter_;
     std::string devicePrefix_;
     std::unordered_map<std::string, Device, Hash, std::equal_to<>> devices_;
+    GATTObjects gattObjects_;
     // Kept, so that reading a signal allocates nothing.
     std::vector<CBServiceData> serviceData_;
     std::vector<CBUUID> listedServices_;
