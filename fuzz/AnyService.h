@@ -7,6 +7,7 @@
 #include "platform/bluez/RadioContext.h"
 #include "support.h"
 #include "tests/bluez/ScriptedService.h"
+#include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
@@ -14,25 +15,18 @@ namespace zobi::platform::bluez {
 /// A machine in virtual time whose bus and Bluetooth service are played.
 class Machine : public StandardPlatform {
 public:
-    Machine() : Machine(new PollWaiting) {}
-    ~Machine() override { shutDown(); }
-
-    ScriptedService service;
-    const RadioContext context;
-
-private:
-    explicit Machine(PollWaiting* waiting)
-        : StandardPlatform(Time::virtualTime, std::unique_ptr<PollWaiting>(waiting)),
-          service(runLoop(), clock(), *waiting),
-          context{runLoop(),
-                  clock(),
-                  log(),
-                  *waiting,
-                  [this](const auto& busContext) { return service.openBus(busContext); },
-                  [](const auto& /*adapter*/) { return nullptr; },
-                  ""} {
+    Machine() : StandardPlatform(Time::virtualTime, std::make_unique<PollWaiting>()) {
         log().setSink(nullptr);
     }
+    ~Machine() override { shutDown(); }
+
+    ScriptedService service{runLoop(), clock()};
+    const RadioContext context{runLoop(),
+                               clock(),
+                               log(),
+                               [this](const auto& busContext) { return service.openBus(busContext); },
+                               [](const auto& /*adapter*/) { return nullptr; },
+                               ""};
 };
 
 /// One of the words.

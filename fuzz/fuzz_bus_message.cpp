@@ -27,12 +27,11 @@ public:
     /// Gives whoever lives in this context a connection to it.
     RadioContext contextOn(const Machine& machine) {
         RadioContext context = machine.context;
-        context.openBus = [self = shared_from_this(), &waiting = context.waiting](const auto& busContext) {
+        context.openBus = [self = shared_from_this()](const auto& busContext) {
             std::array<int, 2> ends{};
             require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()) == 0);
             self->bus_ = Bus::servingSocket(ends[0], busContext);
             self->bus_->setDelegate(self);
-            waiting.add(self->bus_);
             return Bus::overSocket(ends[1], busContext);
         };
         return context;

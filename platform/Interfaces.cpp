@@ -11,6 +11,7 @@
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/Platform.h"
 #include "zobi/platform/RunLoop.h"
+#include "zobi/platform/RunLoopSource.h"
 #include "zobi/platform/UIApplication.h"
 
 namespace zobi::platform {
@@ -29,6 +30,7 @@ NSNotificationCenter::~NSNotificationCenter() = default;
 NSTimer::~NSTimer() = default;
 Platform::~Platform() = default;
 RunLoop::~RunLoop() = default;
+RunLoopSource::~RunLoopSource() = default;
 UIApplication::~UIApplication() = default;
 NSNotificationCenter::Observer::~Observer() = default;
 

@@ -7,8 +7,8 @@
 
 namespace zobi::platform {
 
-/// A timer of a run loop, made by `RunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats`. Main thread
-/// only.
+/// A timer of a run loop, made by `RunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats`, `after` or
+/// `every`. Main thread only.
 ///
 /// The run loop owns a scheduled timer, and the timer owns its action and its user info. All three are
 /// released when the timer is invalidated, when it has fired and does not repeat, or when the run loop is

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -8,18 +9,11 @@
 #include "zobi/platform/Export.h"
 #include "zobi/platform/MainQueue.h"
 #include "zobi/platform/NSTimer.h"
+#include "zobi/platform/RunLoopSource.h"
 
 namespace zobi::platform {
 
-/// A file descriptor that a run loop polls, and the events that it polls for.
-struct RunLoopDescriptor {
-    /// The descriptor.
-    int fd;
-    /// The events, as in `pollfd`: POLLIN, POLLOUT or both.
-    short events;
-};
-
-/// The loop of the main thread: its queue, its timers, and the descriptors of the radio.
+/// The loop of the main thread: its queue, its timers, and the descriptors that it watches.
 ///
 /// The thread that runs the loop is the main thread: every callback of the library is made there, and the
 /// library has no other thread. Two functions are safe elsewhere: `dispatchAsync` in any thread, and `stop`
@@ -28,8 +22,8 @@ struct RunLoopDescriptor {
 /// A program either calls `run`, or drives the loop from a loop of its own: it waits until `nextDeadline` or
 /// until one of `descriptors` is ready, and then calls `processPending`.
 ///
-/// An exception that leaves a task or the action of a timer leaves `run`, `runFor` or `processPending`. The
-/// other tasks and timers remain, and the loop can be run again.
+/// An exception that leaves a task, the action of a timer or the callback of a source leaves `run`, `runFor`
+/// or `processPending`. The other tasks, timers and sources remain, and the loop can be run again.
 class ZOBI_EXPORT RunLoop : public MainQueue {
 public:
     ~RunLoop() override;
@@ -43,6 +37,20 @@ public:
     /// The timer owns `userInfo`, which may be null, until it is invalid.
     virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) = 0;
+
+    /// Schedules a timer that runs `task` once, after `seconds`.
+    std::shared_ptr<NSTimer> after(double seconds, std::function<void()> task);
+
+    /// Schedules a timer that runs `task` every `seconds`, first after that time.
+    std::shared_ptr<NSTimer> every(double seconds, std::function<void()> task);
+
+    /// Watches a descriptor, for as long as the source is held. While it is ready `ready` is called again and
+    /// again, each time in a task of its own. Once the source is released, `ready` is not called any more; it
+    /// may release the source itself.
+    /// @param descriptor stays the caller's, who releases the source before closing it.
+    /// @throws std::logic_error if the loop waits without descriptors.
+    [[nodiscard]] virtual std::shared_ptr<RunLoopSource> addSource(RunLoopDescriptor descriptor,
+                                                                   std::function<void()> ready) = 0;
 
     /// Runs until `stop`.
     /// @throws std::logic_error if called from inside a callback of this loop.
@@ -66,10 +74,10 @@ public:
     /// absent if only a descriptor or another thread can bring work.
     virtual std::optional<std::chrono::nanoseconds> nextDeadline() const = 0;
 
-    /// The descriptors that a foreign loop must poll besides waiting for the deadline. They change, for
-    /// example when a radio has something to send: get them again after each `processPending`. Empty if the
-    /// loop waits without descriptors; then a task that another thread dispatches does not wake a foreign
-    /// loop.
+    /// The descriptors that a foreign loop must poll besides waiting for the deadline: those of the sources
+    /// that do not rest, and one that another thread wakes the loop by. They change, for example when a radio
+    /// has something to send: get them again after each `processPending`. Empty if the loop waits without
+    /// descriptors; then a task that another thread dispatches does not wake a foreign loop.
     virtual std::vector<RunLoopDescriptor> descriptors() const = 0;
 };
 

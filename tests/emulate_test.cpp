@@ -13,6 +13,7 @@
 #include "tools/zobiconnect/EmulateControls.h"
 #include "tools/zobiconnect/EmulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/standard/PollWaiting.h"
 
 namespace zobi::tool {
 namespace {
@@ -22,7 +23,8 @@ using ::testing::ElementsAre;
 
 class Emulate : public ::testing::Test {
 protected:
-    simulation::SimulatedPlatform platform{StandardPlatform::Time::virtualTime};
+    simulation::SimulatedPlatform platform{StandardPlatform::Time::virtualTime, 0,
+                                           std::make_unique<PollWaiting>()};
     simulation::SimulatedBeacon& beacon = platform.world().addBeacon({});
     std::vector<std::string> told;
     std::function<void(const std::string&)> tell = [this](const auto& line) { told.push_back(line); };
@@ -33,10 +35,10 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
     ASSERT_EQ(::pipe(script.data()), 0);
     ::dup2(script[0], STDIN_FILENO);
     ::close(script[0]);
-    EmulateControls controls(beacon, {nullptr, [this] { tell("quit"); }, tell});
+    EmulateControls controls(platform.runLoop(), beacon, {nullptr, [this] { tell("quit"); }, tell});
     const auto enter = [&](const std::string& text) {
         ASSERT_EQ(::write(script[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
-        controls.readInput();
+        platform.runLoop().processPending();
     };
     enter("press 1\nbattery 256\npress 3\npress 1 2 3\ntemperature -5\nquit 1\n\ndance\nbatt");
     enter("ery 5");
@@ -47,7 +49,8 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
     EXPECT_EQ(::ioctl(STDIN_FILENO, FIONREAD, &left), 0);
     EXPECT_GT(left, 0) << "a flood is read in parts";
     ::close(script[1]);
-    for (int i = 0; i < 4; ++i) controls.readInput();
+    for (int i = 0; i < 4; ++i) platform.runLoop().processPending();
+    EXPECT_EQ(platform.runLoop().descriptors().size(), 1U) << "its end is watched no more";
     EXPECT_THAT(told, ElementsAre("button pressed: action 1", "battery: 5%", "quit"));
 }
 

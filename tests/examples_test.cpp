@@ -50,9 +50,7 @@ struct Trial {
     }
 
     void at(double moment, Event event) {
-        platform.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            moment, [this, event = std::move(event)](const auto& /*timer*/) { event(*this); }, nullptr,
-            false);
+        platform.runLoop().after(moment, [this, event = std::move(event)] { event(*this); });
     }
 
     double now() { return std::chrono::duration<double>(platform.clock().monotonicTime()).count(); }

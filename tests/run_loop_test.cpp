@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cmath>
@@ -19,14 +20,15 @@ namespace zobi::platform {
 namespace {
 
 using std::chrono::duration;
+using std::chrono::nanoseconds;
 using ::testing::ElementsAre;
 
 class RunLoopTest : public ::testing::Test {
 protected:
     /// A timer that notes its name and the time whenever it fires.
     std::shared_ptr<NSTimer> addTimer(double seconds, bool repeats, const std::string& name = "") {
-        return loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            seconds, [this, name](const auto&) { note(name); }, nullptr, repeats);
+        const auto fire = [this, name] { note(name); };
+        return repeats ? loop.every(seconds, fire) : loop.after(seconds, fire);
     }
 
     void note(const std::string& name) {
@@ -124,16 +126,13 @@ TEST_F(RunLoopTest, WhatATimerHeldMayUseTheLoopWhenItDies) {
 
 TEST_F(RunLoopTest, TasksRunInOrderAfterTheWorkThatQueuedThemAndBeforeTheNextTimer) {
     addTimer(1, false, "first");
-    loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        1,
-        [this](const auto&) {
-            loop.dispatchAsync([this] {
-                note("task");
-                loop.dispatchAsync([this] { note("task of task"); });
-            });
-            note("second");
-        },
-        nullptr, false);
+    loop.after(1, [this] {
+        loop.dispatchAsync([this] {
+            note("task");
+            loop.dispatchAsync([this] { note("task of task"); });
+        });
+        note("second");
+    });
     addTimer(1, false, "third");
     loop.runFor(1);
     EXPECT_THAT(names, ElementsAre("first", "second", "task", "third", "task of task"));
@@ -190,13 +189,10 @@ TEST_F(RunLoopTest, AStopDoesNotOutliveTheRunThatAnExceptionEnded) {
 }
 
 TEST_F(RunLoopTest, AnExceptionLeavesTheRunAndTheLoopGoesOnWhereItWas) {
-    const auto timer = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        1,
-        [this](const auto&) {
-            note("throws");
-            throw std::runtime_error("from an action");
-        },
-        nullptr, true);
+    const auto timer = loop.every(1, [this] {
+        note("throws");
+        throw std::runtime_error("from an action");
+    });
     loop.dispatchAsync([] { throw std::logic_error("from a task"); });
     loop.dispatchAsync([this] { note("task"); });
     EXPECT_THROW(loop.runFor(10), std::logic_error);
@@ -290,8 +286,7 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
     static RunLoop* signalled = nullptr;
     signalled = &this->loop;
     const auto previous = std::signal(SIGUSR1, [](int) { signalled->stop(); });
-    this->loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        0.001, [](const auto&) { std::raise(SIGUSR1); }, nullptr, false);
+    this->loop.after(0.001, [] { std::raise(SIGUSR1); });
     this->loop.run();
     std::signal(SIGUSR1, previous);
 }
@@ -299,22 +294,19 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
 TYPED_TEST(WaitingTest, AWakeEndsOneWaitAndNoMore) {
     TypeParam way;
     way.wake();
-    way.wait(std::nullopt);
+    way.wait(std::nullopt, {});
     const auto start = this->time.monotonicTime();
-    way.wait(std::chrono::milliseconds(20));
+    way.wait(std::chrono::milliseconds(20), {});
     EXPECT_GE(this->time.monotonicTime() - start, std::chrono::milliseconds(20));
 }
 
 TYPED_TEST(WaitingTest, TimersWaitForTheirTime) {
     const auto start = this->time.monotonicTime();
     std::chrono::nanoseconds fired{};
-    this->loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        0.02,
-        [&](const auto&) {
-            fired = this->time.monotonicTime();
-            this->loop.stop();
-        },
-        nullptr, false);
+    this->loop.after(0.02, [&] {
+        fired = this->time.monotonicTime();
+        this->loop.stop();
+    });
     this->loop.run();
     EXPECT_GE(fired - start, std::chrono::milliseconds(20));
 }
@@ -332,39 +324,137 @@ TEST(PollWaitingTest, ATaskFromAnotherThreadMakesADescriptorReadableUntilItIsPro
     EXPECT_EQ(::poll(&watched, 1, 0), 0);
 }
 
-TEST(PollWaitingTest, TellsItsSourcesAndGivesThemTheRestTheyAskFor) {
-    struct Source : PollSource {
-        RunLoopDescriptor descriptor() const override { return {pipe.descriptors()[0].fd, POLLIN}; }
-        std::chrono::nanoseconds batchingDelay() const override { return resting; }
-        void handleReady() override { ++timesReady; }
+/// Two sources of a loop in virtual time, which note when they are called.
+class SourceTest : public ::testing::Test {
+protected:
+    struct Watched {
+        void fill() { pipe.wake(); }
+        void empty() { pipe.wait(nanoseconds::zero(), {}); }
 
-        // Its descriptor is readable from `wake` on.
+        // Its descriptor is readable from `wake` on until a wait.
         PollWaiting pipe;
-        std::chrono::nanoseconds resting{};
-        int timesReady = 0;
+        std::function<void()> act = [this] { empty(); };
+        std::shared_ptr<RunLoopSource> source;
     };
-    const SystemTime time;
-    auto source = std::make_shared<Source>();
-    PollWaiting waiting;
-    waiting.add(source);
-    ASSERT_EQ(waiting.descriptors().size(), 2U);
-    EXPECT_EQ(waiting.descriptors()[1].fd, source->descriptor().fd);
-    waiting.wait(std::chrono::milliseconds(1));
-    EXPECT_EQ(source->timesReady, 0);
-    source->pipe.wake();
-    waiting.wait(std::nullopt);
-    EXPECT_EQ(source->timesReady, 1);
 
-    source->resting = std::chrono::milliseconds(10);
-    const auto start = time.monotonicTime();
-    waiting.wait(std::nullopt);
-    EXPECT_GE(time.monotonicTime() - start, source->resting) << "the wait ends with the rest";
-    EXPECT_EQ(source->timesReady, 1);
-    waiting.wait(std::chrono::nanoseconds::zero());
-    EXPECT_EQ(source->timesReady, 2) << "a look passes nothing over";
+    void watch(Watched& watched, const std::string& name) {
+        watched.source = loop.addSource(*watched.pipe.wakeDescriptor(), [&, name] {
+            calls.push_back(name);
+            watched.act();
+        });
+    }
+    std::size_t descriptorCount() const { return loop.descriptors().size(); }
 
-    source.reset();
-    EXPECT_EQ(waiting.descriptors().size(), 1U);
+    VirtualTime time;
+    StandardRunLoop loop{time, std::make_unique<PollWaiting>()};
+    std::vector<std::string> calls;
+    Watched first;
+    Watched second;
+};
+
+TEST_F(SourceTest, IsCalledInTurnsOfItsOwnForAsLongAsItIsReadyAlsoAfterAnException) {
+    watch(first, "first");
+    watch(second, "second");
+    int left = 3;
+    first.act = [&] {
+        if (--left == 0) first.empty();
+        throw std::runtime_error("from a source");
+    };
+    loop.after(1, [&] { calls.emplace_back("timer"); });
+    first.fill();
+    second.fill();
+    for (int i = 0; i < 3; ++i) EXPECT_THROW(loop.runFor(2), std::runtime_error);
+    loop.runFor(2);
+    EXPECT_THAT(calls, ElementsAre("first", "second", "first", "first", "timer"));
+
+    second.source->setEvents(0);
+    second.fill();
+    loop.processPending();
+    second.source->setEvents(POLLIN);
+    loop.processPending();
+    EXPECT_EQ(calls.size(), 6U);
+}
+
+TEST_F(SourceTest, HasOneTurnAtATimeWhichIsDroppedWithAllOthers) {
+    for (Watched* const watched : {&first, &second}) {
+        watch(*watched, "source");
+        watched->fill();
+        watched->act = [&, watched] {
+            watched->empty();
+            loop.stop();
+        };
+    }
+    loop.run();
+    loop.processPending();
+    EXPECT_EQ(calls.size(), 2U);
+    loop.runFor(0);  // Takes the stop that is left over.
+
+    first.fill();
+    second.fill();
+    loop.run();
+    loop.clear();
+    loop.run();
+    EXPECT_EQ(calls.size(), 4U);
+}
+
+TEST_F(SourceTest, MayReleaseItselfAndOthersThatAreReady) {
+    const int closed = ::dup(first.pipe.wakeDescriptor()->fd);
+    std::shared_ptr<RunLoopSource> ofClosed =
+        loop.addSource({closed, POLLIN}, [&, held = std::make_shared<int>(1)] {
+            ofClosed.reset();
+            second.source.reset();
+            // What the callback captured must still stand.
+            calls.push_back("closed " + std::to_string(held.use_count()));
+        });
+    ::close(closed);
+    watch(second, "second");
+    second.fill();
+    EXPECT_EQ(descriptorCount(), 3U);
+    loop.runFor(1);
+    EXPECT_THAT(calls, ElementsAre("closed 1"));
+    EXPECT_EQ(descriptorCount(), 1U);
+}
+
+TEST_F(SourceTest, LeavesItsDescriptorUnreadWhileItRests) {
+    constexpr auto rest = std::chrono::milliseconds(10);
+    watch(first, "first");
+    first.fill();
+    first.source->restUntil(rest);
+    // A foreign loop
+    EXPECT_EQ(loop.nextDeadline(), rest);
+    EXPECT_EQ(descriptorCount(), 1U);
+    loop.processPending();
+    EXPECT_TRUE(calls.empty());
+    time.jumpTo(rest);
+    EXPECT_EQ(descriptorCount(), 1U) << "until it comes at the deadline";
+    loop.processPending();
+    EXPECT_EQ(calls.size(), 1U);
+    EXPECT_EQ(loop.nextDeadline(), std::nullopt);
+    EXPECT_EQ(descriptorCount(), 2U);
+    // Its own
+    first.fill();
+    first.source->restUntil(3 * rest);
+    first.act = [&] {
+        EXPECT_EQ(time.monotonicTime(), 3 * rest);
+        loop.stop();
+    };
+    loop.run();
+    first.act = [&] { loop.stop(); };
+    first.source->restUntil(std::chrono::hours(1));
+    first.source->restUntil(std::nullopt);
+    loop.run();
+    EXPECT_EQ(time.monotonicTime(), 3 * rest);
+}
+
+TEST_F(SourceTest, MayOutliveItsLoopAndIsRefusedByOneWithoutDescriptors) {
+    std::shared_ptr<RunLoopSource> source;
+    {
+        StandardRunLoop shortLived(time, std::make_unique<PollWaiting>());
+        source = shortLived.addSource({0, POLLIN}, [] {});
+    }
+    source->setEvents(POLLOUT);
+    StandardRunLoop other(time, std::make_unique<ConditionVariableWaiting>());
+    EXPECT_THROW((void)other.addSource({0, POLLIN}, [] {}), std::logic_error);
 }
 
 }  // namespace

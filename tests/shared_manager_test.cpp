@@ -35,13 +35,10 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
     std::vector<std::thread> threads;
     threads.reserve(seen.size());
     auto& loop = installed->runLoop();
-    const auto posting = loop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        0.0001,
-        [](const auto&) {
-            installed->application().setApplicationState(zobi::platform::UIApplicationState::background);
-            installed->application().setApplicationState(zobi::platform::UIApplicationState::active);
-        },
-        nullptr, true);
+    const auto posting = loop.every(0.0001, [] {
+        installed->application().setApplicationState(zobi::platform::UIApplicationState::background);
+        installed->application().setApplicationState(zobi::platform::UIApplicationState::active);
+    });
     const auto startThread = [&](std::shared_ptr<ZOKManager>& manager) {
         threads.emplace_back([&] {
             manager = ZOKManager::shared();

@@ -39,14 +39,18 @@ PlainClient::~PlainClient() {
 }
 
 void PlainClient::takeAll() {
-    isOver_ = false;
-    while (!isOver_) {
-        const bool wasBusy = check(sd_bus_process(bus_, nullptr)) > 0;
-        if (failure_) std::rethrow_exception(failure_);
-        if (wasBusy) continue;
-        pollfd polled{sd_bus_get_fd(bus_), static_cast<short>(check(sd_bus_get_events(bus_))), 0};
+    while (!takeWhatIsThere()) {
+        pollfd polled{descriptor(), static_cast<short>(check(sd_bus_get_events(bus_))), 0};
         if (::poll(&polled, 1, -1) < 0) check(-errno);
     }
+}
+
+bool PlainClient::takeWhatIsThere() {
+    isOver_ = false;
+    while (!isOver_ && check(sd_bus_process(bus_, nullptr)) > 0) {
+        if (failure_) std::rethrow_exception(failure_);
+    }
+    return isOver_;
 }
 
 int PlainClient::signalCame(sd_bus_message* message, void* self, sd_bus_error* /*error*/) noexcept {

@@ -25,6 +25,11 @@ public:
     /// Takes in what comes until a payload has `lastCode`.
     /// @throws std::system_error when the connection ends before, or a message is not what it should be.
     void takeAll();
+    /// Takes in what is there, without waiting.
+    /// @returns whether a payload with `lastCode` was.
+    bool takeWhatIsThere();
+    /// What is readable when there is more.
+    int descriptor() const { return sd_bus_get_fd(bus_); }
 
     std::size_t taken() const { return taken_; }
     /// How many records were stamped, each as often as it was.

@@ -1,7 +1,9 @@
 #include "benchmarks/bluez/Sender.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -9,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -16,9 +19,11 @@
 #include <memory>
 #include <random>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "platform/simulation/PayloadEncoder.h"
@@ -79,7 +84,13 @@ std::array<int, 2> connectedSockets() {
 
 void writeAll(int socket, std::string_view bytes) {
     while (!bytes.empty()) {
-        bytes.remove_prefix(static_cast<std::size_t>(checkCall(::write(socket, bytes.data(), bytes.size()))));
+        const ssize_t written = ::write(socket, bytes.data(), bytes.size());
+        if (written < 0 && errno == EAGAIN) {
+            pollfd full{socket, POLLOUT, 0};
+            checkCall(::poll(&full, 1, -1));
+            continue;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(checkCall(written)));
     }
 }
 
@@ -95,6 +106,49 @@ BusPointer serve(int socket) {
     check(sd_bus_set_anonymous(bus, 1));
     check(sd_bus_start(bus));
     return owner;
+}
+
+/// A connection over `socket` to a message bus, on which it is the Bluetooth service.
+BusPointer join(int socket) {
+    sd_bus* bus = nullptr;
+    check(sd_bus_new(&bus));
+    BusPointer owner(bus);
+    check(sd_bus_set_fd(bus, socket, socket));
+    check(sd_bus_set_bus_client(bus, 1));
+    check(sd_bus_start(bus));
+    check(sd_bus_request_name(bus, "org.bluez", 0));
+    return owner;
+}
+
+/// Begins a message bus in a process of its own.
+/// @returns the process, and the path of the bus's socket.
+std::pair<pid_t, std::string> beginDaemon() {
+    std::array<int, 2> ends{};
+    checkCall(::pipe2(ends.data(), O_CLOEXEC));
+    const pid_t process = checkCall(::fork());
+    if (process == 0) {
+        ::dup2(ends[1], STDOUT_FILENO);
+        ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog",
+                 "--print-address", "--address=unix:tmpdir=/tmp", static_cast<char*>(nullptr));
+        ::_exit(1);
+    }
+    ::close(ends[1]);
+    std::array<char, 256> bytes{};
+    const auto size = static_cast<std::size_t>(checkCall(::read(ends[0], bytes.data(), bytes.size())));
+    ::close(ends[0]);
+    constexpr std::string_view lead = "unix:path=";
+    const std::string_view address(bytes.data(), size);
+    if (!address.starts_with(lead)) throw std::runtime_error("the sender: dbus-daemon does not run");
+    return {process, std::string(address.substr(lead.size(), address.find(',') - lead.size()))};
+}
+
+int connectTo(const std::string& path) {
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(&address.sun_path[0], sizeof address.sun_path - 1);
+    const int socket = checkCall(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets are connected
+    checkCall(::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    return socket;
 }
 
 /// Makes the bytes of signals, by sending each to itself: so they are written once and sent often.
@@ -206,8 +260,8 @@ private:
 /// What the other process does.
 class Service {
 public:
-    Service(int socket, int control, std::size_t beacons)
-        : socket_(socket), control_(control), bus_(serve(socket)) {
+    Service(int control, BusPointer bus, std::size_t beacons)
+        : socket_(sd_bus_get_fd(bus.get())), control_(control), bus_(std::move(bus)) {
         const Recorder recorder;
         for (std::size_t i = 0; i < beacons; ++i) {
             order_.push_back(i);
@@ -222,6 +276,7 @@ public:
 
     /// Until the client or the one who gives the orders is gone.
     void run() {
+        writeAll(control_, "!");
         while (true) {
             int result = 0;
             do {
@@ -314,14 +369,23 @@ BeaconDescription numberedBeacon(std::size_t number) {
             .minor = static_cast<std::uint16_t>(number)};
 }
 
-Sender::Sender(std::size_t beacons)
-    : bus_(connectedSockets()), control_(connectedSockets()), process_(checkCall(::fork())) {
+Sender::Sender(std::size_t beacons, Route route) : control_(connectedSockets()) {
+    std::string path;
+    if (route == Route::daemon) std::tie(daemon_, path) = beginDaemon();
+    bus_ = path.empty() ? connectedSockets() : std::array{connectTo(path), connectTo(path)};
+    if (!path.empty()) ::unlink(path.c_str());
+    process_ = checkCall(::fork());
     const std::size_t mine = process_ == 0 ? 1 : 0;
     ::close(bus_[1 - mine]);
     ::close(control_[1 - mine]);
-    if (process_ != 0) return;
+    char isReady = 0;
+    if (process_ != 0) {
+        if (checkCall(::read(control_[0], &isReady, 1)) == 0)
+            throw std::runtime_error("the sender: it ended");
+        return;
+    }
     try {
-        Service(bus_[mine], control_[mine], beacons).run();
+        Service(control_[mine], route == Route::daemon ? join(bus_[mine]) : serve(bus_[mine]), beacons).run();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
     }
@@ -331,6 +395,9 @@ Sender::Sender(std::size_t beacons)
 Sender::~Sender() {
     ::close(control_[0]);
     ::waitpid(process_, nullptr, 0);
+    if (daemon_ == 0) return;
+    ::kill(daemon_, SIGTERM);
+    ::waitpid(daemon_, nullptr, 0);
 }
 
 void Sender::send(const Traffic& traffic) const {

@@ -28,14 +28,21 @@ struct Traffic {
     std::size_t pressEvery = 0;
 };
 
-/// A process of its own that plays the message bus and the Bluetooth service on it for one client, so that
-/// what sending takes is not the client's. Its signals are those of the service for a scan that reports each
-/// advertisement.
+/// How signals get to the client.
+enum class Route {
+    /// From a process that plays the message bus too.
+    direct,
+    /// Through a message bus of their own.
+    daemon,
+};
+
+/// A process of its own that plays the Bluetooth service for one client, so that what sending takes is not
+/// the client's. Its signals are those of the service for a scan that reports each advertisement.
 class Sender {
 public:
     /// With so many beacons in range, which it does not tell of yet.
-    explicit Sender(std::size_t beacons);
-    /// Ends the process.
+    explicit Sender(std::size_t beacons, Route route = Route::direct);
+    /// Ends the process, and that of the message bus.
     ~Sender();
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
@@ -55,7 +62,8 @@ private:
     // Of each connection, the first end is this process's, and the second the other one's.
     std::array<int, 2> bus_;
     std::array<int, 2> control_;
-    pid_t process_;
+    pid_t daemon_ = 0;
+    pid_t process_ = 0;
 };
 
 }  // namespace zobi::bench

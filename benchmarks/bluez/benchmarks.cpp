@@ -1,4 +1,7 @@
 #include <benchmark/benchmark.h>
+#ifdef ZOBI_HAS_GLIB
+#include <glib-unix.h>
+#endif
 
 #include <algorithm>
 #include <chrono>
@@ -7,6 +10,7 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -17,9 +21,13 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "benchmarks/bluez/PlainClient.h"
 #include "benchmarks/bluez/Sender.h"
+#ifdef ZOBI_HAS_GLIB
+#include "examples/GLibLoop.h"
+#endif
 #include "platform/bluez/RadioContext.h"
 #include "platform/bluez/bus/Bus.h"
 #include "platform/bluez/central/BlueZCentral.h"
+#include "zobi/platform/standard/ExceptionKeeper.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
@@ -37,7 +45,16 @@ nanoseconds now() {
 /// The radio of Linux, over a connection that is there already, with the log off.
 class RadioPlatform final : public zobi::platform::StandardPlatform {
 public:
-    explicit RadioPlatform(int socket) : RadioPlatform(socket, new zobi::platform::PollWaiting) {}
+    explicit RadioPlatform(int socket)
+        : StandardPlatform(Time::real, std::make_unique<zobi::platform::PollWaiting>()),
+          context_{runLoop(),
+                   clock(),
+                   log(),
+                   [socket](const Bus::Context& context) { return Bus::overSocket(socket, context); },
+                   [](const std::string& /*adapter*/) { return nullptr; },
+                   ""} {
+        log().setSink(nullptr);
+    }
     ~RadioPlatform() override { shutDown(); }
 
     std::shared_ptr<zobi::platform::CBCentralManager> makeCentralManager(
@@ -48,25 +65,11 @@ public:
     }
 
 private:
-    RadioPlatform(int socket, zobi::platform::PollWaiting* waiting)
-        : StandardPlatform(Time::real, std::unique_ptr<zobi::platform::PollWaiting>(waiting)),
-          context_{runLoop(),
-                   clock(),
-                   log(),
-                   *waiting,
-                   [socket](const Bus::Context& context) { return Bus::overSocket(socket, context); },
-                   [](const std::string& /*adapter*/) { return nullptr; },
-                   ""} {
-        log().setSink(nullptr);
-    }
-
     zobi::platform::bluez::RadioContext context_;
 };
 
-/// Monitors as soon as it can, and stops the loop when the last signal has come.
+/// Monitors as soon as it can, and tells when the last signal has come.
 struct Listener final : ZOKManagerDelegate {
-    explicit Listener(zobi::platform::RunLoop& loop) : runLoop(loop) {}
-
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override {
         if (state != static_cast<int>(zobi::platform::CBManagerState::poweredOn)) {
@@ -83,18 +86,19 @@ struct Listener final : ZOKManagerDelegate {
         const std::shared_ptr<ZOKManager>& /*manager*/, int action,
         const std::shared_ptr<ZOKBeacon>& /*beacon*/) override {
         // The payload's code begins with 1, the action with 0.
-        if (action == lastCode - 1) return runLoop.stop();
+        if (action == lastCode - 1) return onLast();
         pressesTold.push_back(now());
     }
 
-    zobi::platform::RunLoop& runLoop;
+    std::function<void()> onLast;
     std::size_t reports = 0;
     std::vector<nanoseconds> pressesTold;
 };
 
 /// A manager that monitors over the radio, with beacons that are live.
 struct Stack {
-    explicit Stack(std::size_t beacons) : sender(beacons), platform(sender.clientSocket()) {
+    explicit Stack(std::size_t beacons, Route route = Route::direct)
+        : sender(beacons, route), platform(sender.clientSocket()) {
         manager->setDelegate(listener);
         const auto waitFor = [this](const auto& isThere) {
             while (!isThere()) platform.runLoop().runFor(0.01);
@@ -104,17 +108,19 @@ struct Stack {
         waitFor([&] { return manager->liveBeacons().size() == beacons; });
     }
 
-    void takeAll() { platform.runLoop().run(); }
+    void takeAll() {
+        listener->onLast = [this] { platform.runLoop().stop(); };
+        platform.runLoop().run();
+    }
 
     Sender sender;
     RadioPlatform platform;
-    std::shared_ptr<Listener> listener = std::make_shared<Listener>(platform.runLoop());
+    std::shared_ptr<Listener> listener = std::make_shared<Listener>();
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
 };
 
 /// The processor time that this process takes for something, in seconds.
-template <typename Work>
-double processorTime(const Work& work) {
+double processorTime(const std::function<void()>& work) {
     const auto passed = [] {
         timespec time{};
         ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -125,29 +131,75 @@ double processorTime(const Work& work) {
     return (passed() - start).count();
 }
 
+/// The real time that something takes, in seconds.
+double realTime(const std::function<void()>& work) {
+    const nanoseconds start = now();
+    work();
+    return std::chrono::duration<double>(now() - start).count();
+}
+
+#ifdef ZOBI_HAS_GLIB
+void takeAllUnderGLib(PlainClient& client) {
+    struct Taking {
+        PlainClient& client;
+        GMainLoop* loop;
+        // An exception must not pass through GLib.
+        zobi::platform::ExceptionKeeper exceptions{};
+    } taking{client, g_main_loop_new(nullptr, FALSE)};
+    const auto take = [](gint /*fd*/, GIOCondition /*events*/, gpointer data) -> gboolean {
+        auto& self = *static_cast<Taking*>(data);
+        bool isOver = true;
+        self.exceptions.run([&] { isOver = self.client.takeWhatIsThere(); });
+        if (isOver) g_main_loop_quit(self.loop);
+        return isOver ? G_SOURCE_REMOVE : G_SOURCE_CONTINUE;
+    };
+    g_unix_fd_add(client.descriptor(), G_IO_IN, take, &taking);
+    g_main_loop_run(taking.loop);
+    g_main_loop_unref(taking.loop);
+    taking.exceptions.rethrow();
+}
+
+void takeAllUnderGLib(Stack& stack) {
+    GLibLoop loop(stack.platform);
+    stack.listener->onLast = [&] { loop.stop(); };
+    loop.run();
+}
+#endif
+
+/// How floor and library are compared.
+struct Comparison {
+    Traffic traffic;
+    int turns = 1;
+    Route route = Route::direct;
+    void (*runFloor)(PlainClient&) = [](PlainClient& client) { client.takeAll(); };
+    void (*runLibrary)(Stack&) = [](Stack& stack) { stack.takeAll(); };
+    double (*measure)(const std::function<void()>&) = &processorTime;
+};
+
 /// The floor and the library take the same in turns, so that what slows the machine down for a while falls on
 /// both.
-void takeInTurns(benchmark::State& state, const Traffic& traffic, int turns) {
+void takeInTurns(benchmark::State& state, const Comparison& comparison) {
     const auto beacons = static_cast<std::size_t>(state.range(0));
-    const Sender sender(beacons);
+    const Sender sender(beacons, comparison.route);
     PlainClient client(sender.clientSocket(), beacons);
-    Stack stack(beacons);
+    Stack stack(beacons, comparison.route);
     const std::int64_t start = stack.platform.clock().secondsSince1970();
     double floor = 0;
     double library = 0;
     for ([[maybe_unused]] auto _ : state) {
-        for (int turn = 0; turn < turns; ++turn) {
-            floor += processorTime([&] {
-                sender.send(traffic);
-                client.takeAll();
+        for (int turn = 0; turn < comparison.turns; ++turn) {
+            floor += comparison.measure([&] {
+                sender.send(comparison.traffic);
+                comparison.runFloor(client);
             });
-            library += processorTime([&] {
-                stack.sender.send(traffic);
-                stack.takeAll();
+            library += comparison.measure([&] {
+                stack.sender.send(comparison.traffic);
+                comparison.runLibrary(stack);
             });
         }
     }
-    const std::size_t expected = static_cast<std::size_t>(turns) * (traffic.signals + 1);
+    const std::size_t expected =
+        static_cast<std::size_t>(comparison.turns) * (comparison.traffic.signals + 1);
     if (client.taken() != expected || client.stamped() != expected || client.strengths() >= 0) {
         state.SkipWithError("signals were lost");
     }
@@ -160,13 +212,30 @@ void takeInTurns(benchmark::State& state, const Traffic& traffic, int turns) {
 }
 
 // As fast as they can be taken.
-constexpr Traffic flood{.signals = 4000};
-BENCHMARK_CAPTURE(takeInTurns, flood, flood, 10)->Name("Flood")->Arg(32)->Arg(1000)->Iterations(1);
+const Comparison flood{.traffic = {.signals = 4000}, .turns = 10};
+BENCHMARK_CAPTURE(takeInTurns, flood, flood)->Name("Flood")->Arg(32)->Arg(1000)->Iterations(1);
 
 // 200 beacons, each of which sends ten in a second.
 constexpr int crowd = 200;
 constexpr Traffic steady{.signals = 2000, .interval = std::chrono::microseconds(500)};
-BENCHMARK_CAPTURE(takeInTurns, steady, steady, 1)->Name("Steady")->Arg(crowd)->Iterations(1);
+BENCHMARK_CAPTURE(takeInTurns, steady, Comparison{steady})->Name("Steady")->Arg(crowd)->Iterations(1);
+
+#ifdef ZOBI_HAS_GLIB
+BENCHMARK_CAPTURE(takeInTurns, glib,
+                  Comparison{
+                      .traffic = steady, .runFloor = &takeAllUnderGLib, .runLibrary = &takeAllUnderGLib})
+    ->Name("GLib")
+    ->Arg(crowd)
+    ->Iterations(1);
+#endif
+
+// As fast as they come through a message bus.
+const Comparison throughDaemon{.traffic = {.signals = 50000}, .route = Route::daemon, .measure = &realTime};
+BENCHMARK_CAPTURE(takeInTurns, daemon, throughDaemon)
+    ->Name("Daemon")
+    ->Arg(crowd)
+    ->Iterations(1)
+    ->Repetitions(5);
 
 void button(benchmark::State& state) {
     // No divisor of what gathers between two looks, so that the presses fall on all moments between them.

@@ -5,16 +5,14 @@
 #include "platform/bluez/RadioContext.h"
 #include "platform/bluez/central/BlueZCentral.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
+#include "zobi/platform/standard/PollWaiting.h"
 
 namespace zobi::platform::bluez {
 
-BlueZPlatform::BlueZPlatform(BlueZOptions options) : BlueZPlatform(std::move(options), new PollWaiting) {}
-
-// The loop owns what it waits with, and the radio adds to it.
-BlueZPlatform::BlueZPlatform(BlueZOptions options, PollWaiting* waiting)
-    : StandardPlatform(Time::real, std::unique_ptr<PollWaiting>(waiting)),
+BlueZPlatform::BlueZPlatform(BlueZOptions options)
+    : StandardPlatform(Time::real, std::make_unique<PollWaiting>()),
       context_(new RadioContext{
-          runLoop(), clock(), log(), *waiting, &Bus::overSystemBus,
+          runLoop(), clock(), log(), &Bus::overSystemBus,
           [this](const std::string& adapter) { return openControllerChannel(adapter, runLoop()); },
           std::move(options.adapter)}) {}
 

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "zobi/platform/Export.h"
-#include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
@@ -45,8 +44,6 @@ public:
 
 private:
     friend PeripheralManager;
-
-    BlueZPlatform(BlueZOptions options, PollWaiting* waiting);
 
     std::unique_ptr<RadioContext> context_;
 };

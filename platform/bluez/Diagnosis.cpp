@@ -15,14 +15,11 @@ namespace zobi::platform::bluez {
 std::vector<Finding> diagnose(const BlueZOptions& options) {
     const SystemTime clock;
     StandardLog log(nullptr);
-    auto owner = std::make_unique<PollWaiting>();
-    PollWaiting& waiting = *owner;
-    StandardRunLoop runLoop(clock, std::move(owner));
+    StandardRunLoop runLoop(clock, std::make_unique<PollWaiting>());
     const auto openChannel = [&](const std::string& adapter) {
         return openControllerChannel(adapter, runLoop);
     };
-    const RadioContext context{runLoop,     clock,          log, waiting, &Bus::overSystemBus,
-                               openChannel, options.adapter};
+    const RadioContext context{runLoop, clock, log, &Bus::overSystemBus, openChannel, options.adapter};
     const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
     runLoop.dispatchAsync([&] { examination->start(); });
     runLoop.run();

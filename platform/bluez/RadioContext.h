@@ -10,7 +10,6 @@
 #include "zobi/platform/Log.h"
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/RunLoop.h"
-#include "zobi/platform/standard/PollWaiting.h"
 
 namespace zobi::platform::bluez {
 
@@ -19,8 +18,6 @@ struct RadioContext {
     RunLoop& runLoop;
     const Clock& clock;
     Log& log;
-    /// What the loop waits with.
-    PollWaiting& waiting;
     /// Opens a connection of its own to the bus on which the Bluetooth service is.
     /// @throws std::system_error
     std::function<std::shared_ptr<Bus>(const Bus::Context&)> openBus;
@@ -33,12 +30,9 @@ struct RadioContext {
     template <typename Object>
     std::shared_ptr<NSTimer> after(double seconds, const std::shared_ptr<Object>& object,
                                    void (Object::*action)()) const {
-        return runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            seconds,
-            [weakObject = std::weak_ptr(object), action](const auto& /*timer*/) {
-                if (const auto alive = weakObject.lock()) (*alive.*action)();
-            },
-            nullptr, false);
+        return runLoop.after(seconds, [weakObject = std::weak_ptr(object), action] {
+            if (const auto alive = weakObject.lock()) (*alive.*action)();
+        });
     }
 };
 

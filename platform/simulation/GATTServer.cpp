@@ -89,9 +89,8 @@ void GATTServer::beginLink(Subscriber subscriber, std::minstd_rand& random) {
             const auto& generated = at(place).generated;
             if (!generated) continue;
             generate(place, random);
-            generators_.push_back(runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-                generated->interval, [=, this, &random](const auto& /*timer*/) { generate(place, random); },
-                nullptr, true));
+            generators_.push_back(
+                runLoop_.every(generated->interval, [=, this, &random] { generate(place, random); }));
         }
     }
 }

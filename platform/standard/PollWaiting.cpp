@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <climits>
 #include <system_error>
-#include <utility>
 
 namespace zobi::platform {
 
@@ -29,23 +28,10 @@ PollWaiting::~PollWaiting() {
     ::close(writeEnd_);
 }
 
-void PollWaiting::add(std::weak_ptr<PollSource> source) {
-    std::erase_if(sources_, [](const auto& known) { return known.expired(); });
-    sources_.push_back(std::move(source));
-}
-
-void PollWaiting::wait(std::optional<nanoseconds> timeout) {
-    const bool isPollOnly = timeout && *timeout <= nanoseconds::zero();
+void PollWaiting::wait(std::optional<nanoseconds> timeout, std::span<WaitedDescriptor> descriptors) {
     polled_.assign(1, {readEnd_, POLLIN, 0});
-    for (const auto& weakSource : sources_) {
-        const auto source = weakSource.lock();
-        const RunLoopDescriptor descriptor = source ? source->descriptor() : RunLoopDescriptor{-1, 0};
+    for (const auto& [descriptor, isReady] : descriptors) {
         polled_.push_back({descriptor.fd, descriptor.events, 0});
-        if (!source || isPollOnly) continue;
-        if (const nanoseconds delay = source->batchingDelay(); delay > nanoseconds::zero()) {
-            polled_.back().fd = -1;
-            timeout = std::min(timeout.value_or(delay), delay);
-        }
     }
     int milliseconds = -1;
     if (timeout) {
@@ -55,9 +41,8 @@ void PollWaiting::wait(std::optional<nanoseconds> timeout) {
     }
     if (::poll(polled_.data(), polled_.size(), milliseconds) <= 0) return;
     if (polled_[0].revents != 0) emptyPipe();
-    for (std::size_t i = 0; i < sources_.size(); ++i) {
-        const auto source = sources_[i].lock();
-        if (source && polled_[i + 1].revents != 0) source->handleReady();
+    for (std::size_t i = 0; i < descriptors.size(); ++i) {
+        descriptors[i].isReady = polled_[i + 1].revents != 0;
     }
 }
 
@@ -78,13 +63,8 @@ void PollWaiting::wakeFromSignal() noexcept {
     errno = interruptedErrno;
 }
 
-std::vector<RunLoopDescriptor> PollWaiting::descriptors() const {
-    std::vector<RunLoopDescriptor> all{{readEnd_, POLLIN}};
-    for (const auto& weakSource : sources_) {
-        const auto source = weakSource.lock();
-        if (source && source->descriptor().fd >= 0) all.push_back(source->descriptor());
-    }
-    return all;
+std::optional<RunLoopDescriptor> PollWaiting::wakeDescriptor() const {
+    return RunLoopDescriptor{readEnd_, POLLIN};
 }
 
 }  // namespace zobi::platform

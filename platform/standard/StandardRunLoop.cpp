@@ -93,6 +93,41 @@ private:
 
 StandardRunLoop::Timer::~Timer() = default;
 
+class StandardRunLoop::Source final : public RunLoopSource {
+public:
+    Source(RunLoopDescriptor descriptor, std::function<void()> ready)
+        : descriptor_(descriptor), ready_(std::move(ready)) {}
+    ~Source() override;
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    void setEvents(short events) override { descriptor_.events = events; }
+    void restUntil(std::optional<nanoseconds> moment) override { restsUntil_ = moment; }
+
+    RunLoopDescriptor descriptor() const { return descriptor_; }
+    std::optional<nanoseconds> restsUntil() const { return restsUntil_; }
+
+    void endRest(nanoseconds now) {
+        if (restsUntil_ && *restsUntil_ <= now) restsUntil_.reset();
+    }
+
+    bool isPolled() const { return !restsUntil_ && !isQueued_; }
+    void setQueued(bool isQueued) { isQueued_ = isQueued; }
+
+    void run() {
+        isQueued_ = false;
+        ready_();
+    }
+
+private:
+    RunLoopDescriptor descriptor_;
+    std::function<void()> ready_;
+    std::optional<nanoseconds> restsUntil_;
+    bool isQueued_ = false;
+};
+
+StandardRunLoop::Source::~Source() = default;
+
 StandardRunLoop::StandardRunLoop(const SystemTime& time, std::unique_ptr<Waiting> waiting)
     : clock_(time), waiting_(std::move(waiting)), timers_(std::make_shared<Timers>()) {}
 
@@ -123,6 +158,17 @@ std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeIntervalActionUs
     return timer;
 }
 
+std::shared_ptr<RunLoopSource> StandardRunLoop::addSource(RunLoopDescriptor descriptor,
+                                                          std::function<void()> ready) {
+    if (!waiting_->wakeDescriptor()) {
+        throw std::logic_error("a source was added to a run loop that waits without descriptors");
+    }
+    std::erase_if(sources_, [](const auto& known) { return known.expired(); });
+    auto source = std::make_shared<Source>(descriptor, std::move(ready));
+    sources_.push_back(source);
+    return source;
+}
+
 void StandardRunLoop::run() {
     runUntil(std::nullopt);
 }
@@ -137,18 +183,30 @@ void StandardRunLoop::stop() noexcept {
 }
 
 void StandardRunLoop::processPending() {
-    waiting_->wait(nanoseconds::zero());
+    wait(nanoseconds::zero());
     process(Stopping::ignored);
 }
 
 std::optional<nanoseconds> StandardRunLoop::nextDeadline() const {
     if (hasQueuedTasks()) return clock_.monotonicTime();
-    if (timers_->empty()) return std::nullopt;
-    return timers_->begin()->first.deadline;
+    std::optional<nanoseconds> deadline;
+    if (!timers_->empty()) deadline = timers_->begin()->first.deadline;
+    for (const auto& weakSource : sources_) {
+        const auto source = weakSource.lock();
+        if (!source || !source->restsUntil()) continue;
+        deadline = deadline ? std::min(deadline, source->restsUntil()) : source->restsUntil();
+    }
+    return deadline;
 }
 
 std::vector<RunLoopDescriptor> StandardRunLoop::descriptors() const {
-    return waiting_->descriptors();
+    std::vector<RunLoopDescriptor> all;
+    if (const auto wakeDescriptor = waiting_->wakeDescriptor()) all.push_back(*wakeDescriptor);
+    for (const auto& weakSource : sources_) {
+        const auto source = weakSource.lock();
+        if (source && !source->restsUntil()) all.push_back(source->descriptor());
+    }
+    return all;
 }
 
 std::size_t StandardRunLoop::timerCount() const {
@@ -161,6 +219,30 @@ void StandardRunLoop::clear() {
         std::deque<std::function<void()>> dropped;
         const std::lock_guard lock(queueMutex_);
         dropped.swap(queue_);
+    }
+    for (const auto& weakSource : sources_) {
+        if (const auto source = weakSource.lock()) source->setQueued(false);
+    }
+}
+
+void StandardRunLoop::wait(std::optional<nanoseconds> timeout) {
+    const nanoseconds now = clock_.monotonicTime();
+    waited_.clear();
+    for (const auto& weakSource : sources_) {
+        const auto source = weakSource.lock();
+        if (source) source->endRest(now);
+        waited_.push_back({source && source->isPolled() ? source->descriptor() : RunLoopDescriptor{-1, 0}});
+    }
+    waiting_->wait(timeout, waited_);
+    for (std::size_t i = 0; i < waited_.size(); ++i) {
+        const auto ready = sources_[i].lock();
+        if (!ready || !waited_[i].isReady) continue;
+        ready->setQueued(true);
+        const std::lock_guard lock(queueMutex_);
+        queue_.emplace_back([weakSource = sources_[i]] {
+            // Held for the length of the call, in which it may be released.
+            if (const auto source = weakSource.lock()) source->run();
+        });
     }
 }
 
@@ -175,15 +257,15 @@ void StandardRunLoop::runUntil(std::optional<nanoseconds> end) {
         if (end && processed >= *end) return;
         if (virtualTime_ == nullptr) {
             const auto moment = nextMoment();
-            waiting_->wait(moment ? std::optional(*moment - clock_.monotonicTime()) : std::nullopt);
+            wait(moment ? std::optional(*moment - clock_.monotonicTime()) : std::nullopt);
             continue;
         }
-        waiting_->wait(nanoseconds::zero());
+        wait(nanoseconds::zero());
         if (isStopping_) continue;
         if (const auto moment = nextMoment()) {
             virtualTime_->jumpTo(*moment);
         } else {
-            waiting_->wait(std::nullopt);
+            wait(std::nullopt);
         }
     }
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <tuple>
+#include <vector>
 
 #include "zobi/platform/Export.h"
 #include "zobi/platform/RunLoop.h"
@@ -20,8 +21,9 @@ namespace zobi::platform {
 /// not change the order of tasks and timers.
 ///
 /// After each timer the loop runs the queued tasks, so what a task or timer dispatches runs before the next
-/// timer. Under virtual time the loop moves the clock to the next timer when the queue is empty and no
-/// descriptor is ready.
+/// timer. A descriptor that is ready queues its callback when the loop polls, which it does whenever it has
+/// run what was due. Under virtual time the loop moves the clock to the next timer, or the next end of a
+/// rest, when the queue is empty and no descriptor is ready.
 class ZOBI_EXPORT StandardRunLoop final : public RunLoop {
 public:
     /// A loop in real time. The clock must outlive it.
@@ -35,6 +37,8 @@ public:
     void dispatchAsync(std::function<void()> task) override;
     std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) override;
+    [[nodiscard]] std::shared_ptr<RunLoopSource> addSource(RunLoopDescriptor descriptor,
+                                                           std::function<void()> ready) override;
     void run() override;
     void runFor(double seconds) override;
     void stop() noexcept override;
@@ -45,11 +49,13 @@ public:
     /// The number of valid timers.
     std::size_t timerCount() const;
 
-    /// Invalidates all timers and removes all queued tasks, and destroys what they own.
+    /// Invalidates all timers and removes all queued tasks, and destroys what they own. Sources stay with who
+    /// holds them.
     void clear();
 
 private:
     class Timer;
+    class Source;
     struct TimerKey {
         std::chrono::nanoseconds deadline;
         std::uint64_t orderOfScheduling;
@@ -64,6 +70,8 @@ private:
 
     enum class Stopping { obeyed, ignored };
 
+    /// Waits for the sources too, and queues the callbacks of those that are ready.
+    void wait(std::optional<std::chrono::nanoseconds> timeout);
     void runUntil(std::optional<std::chrono::nanoseconds> end);
     /// Runs the queued tasks and the timers that are due now, and returns that moment.
     std::chrono::nanoseconds process(Stopping stopping);
@@ -78,6 +86,9 @@ private:
     std::unique_ptr<Waiting> waiting_;
     std::shared_ptr<Timers> timers_;
     std::uint64_t timersScheduled_ = 0;
+    std::vector<std::weak_ptr<Source>> sources_;
+    // For each source. Kept, so that a wait allocates nothing.
+    std::vector<WaitedDescriptor> waited_;
     mutable std::mutex queueMutex_;
     std::deque<std::function<void()>> queue_;
     std::atomic<bool> isStopping_ = false;

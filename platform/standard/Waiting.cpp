@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
-#include "zobi/platform/standard/PollSource.h"
-
 namespace zobi::platform {
 
 Waiting::~Waiting() = default;
-PollSource::~PollSource() = default;
 
 namespace {
 
@@ -16,7 +13,8 @@ constexpr std::chrono::milliseconds longestDeafness{50};
 
 }  // namespace
 
-void ConditionVariableWaiting::wait(std::optional<std::chrono::nanoseconds> timeout) {
+void ConditionVariableWaiting::wait(std::optional<std::chrono::nanoseconds> timeout,
+                                    std::span<WaitedDescriptor> /*descriptors*/) {
     const auto slice = std::min<std::chrono::nanoseconds>(timeout.value_or(longestDeafness), longestDeafness);
     std::unique_lock lock(mutex_);
     if (slice > std::chrono::nanoseconds::zero()) {
@@ -38,8 +36,8 @@ void ConditionVariableWaiting::wakeFromSignal() noexcept {
     isSignalled_ = true;
 }
 
-std::vector<RunLoopDescriptor> ConditionVariableWaiting::descriptors() const {
-    return {};
+std::optional<RunLoopDescriptor> ConditionVariableWaiting::wakeDescriptor() const {
+    return std::nullopt;
 }
 
 }  // namespace zobi::platform

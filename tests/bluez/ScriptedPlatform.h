@@ -11,17 +11,17 @@
 #include "platform/bluez/central/BlueZCentral.h"
 #include "platform/simulation/PayloadEncoder.h"
 #include "radio/RadioBench.h"
+#include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
 
-/// Knows of each link's end what a test tells it.
+/// Knows of each link's end what a test tells it. It is opened again each time the radio comes to be on.
 class ScriptedChannel final : public ControllerChannel {
 public:
     explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
 
-    RunLoopDescriptor descriptor() const override { return {-1, 0}; }
-    void handleReady() override {}
+    bool isOpen() const override { return false; }
     void watchLink(const DeviceAddress& device) override { ends_.erase(device); }
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override {
         const auto node = ends_.extract(device);
@@ -46,7 +46,17 @@ private:
 /// A machine without hardware: its Bluetooth service is scripted, its time virtual.
 class ScriptedPlatform final : public StandardPlatform {
 public:
-    ScriptedPlatform() : ScriptedPlatform(new PollWaiting) {}
+    ScriptedPlatform() : StandardPlatform(Time::virtualTime, std::make_unique<PollWaiting>()) {
+        log().setSink([this](std::string_view line) { lines.emplace_back(line); });
+        service.onLinkEnd = [this](const ScriptedDevice& device, std::uint8_t reason) {
+            if (!channel) return;
+            const auto tell = [known = channel, address = device.address, reason] {
+                known->tell(address, reason);
+            };
+            if (reasonDelay == 0) return tell();
+            runLoop().after(reasonDelay, tell);
+        };
+    }
     ~ScriptedPlatform() override { shutDown(); }
 
     std::shared_ptr<CBCentralManager> makeCentralManager(
@@ -59,7 +69,6 @@ public:
         const RadioContext context{runLoop(),
                                    clock(),
                                    log(),
-                                   waiting_,
                                    [this](const auto& itsContext) { return service.openBus(itsContext); },
                                    [this](const auto& /*adapter*/) { return openChannel(); },
                                    adapter};
@@ -73,6 +82,7 @@ public:
     /// When the controller tells why a link has ended, in seconds after the service has told that it has.
     double reasonDelay = 0;
     std::vector<std::string> lines;
+    ScriptedService service{runLoop(), clock()};
 
 private:
     /// Each opening ends with its user, whatever comes after it.
@@ -80,27 +90,6 @@ private:
         if (!channel) return nullptr;
         return {channel.get(), [kept = channel](const auto* /*channel*/) {}};
     }
-
-    // The loop owns what it waits with, and the radio adds to it.
-    explicit ScriptedPlatform(PollWaiting* waiting)
-        : StandardPlatform(Time::virtualTime, std::unique_ptr<PollWaiting>(waiting)),
-          waiting_(*waiting),
-          service(runLoop(), clock(), *waiting) {
-        log().setSink([this](std::string_view line) { lines.emplace_back(line); });
-        service.onLinkEnd = [this](const ScriptedDevice& device, std::uint8_t reason) {
-            if (!channel) return;
-            const auto tell = [known = channel, address = device.address, reason](const auto& /*timer*/) {
-                known->tell(address, reason);
-            };
-            if (reasonDelay == 0) return tell(nullptr);
-            runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(reasonDelay, tell, nullptr, false);
-        };
-    }
-
-    PollWaiting& waiting_;
-
-public:
-    ScriptedService service;
 };
 
 /// A beacon on the air of the scripted service.
@@ -111,12 +100,9 @@ public:
     void beaconFallsSilent() override {
         constexpr double supervisionTimeout = 3;
         beacon.isInRange = false;
-        platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            supervisionTimeout,
-            [this, link = std::weak_ptr(beacon.link)](const auto& /*timer*/) {
-                if (!link.expired()) service.endLink(beacon, 0x08);
-            },
-            nullptr, false);
+        platform_.runLoop().after(supervisionTimeout, [this, link = std::weak_ptr(beacon.link)] {
+            if (!link.expired()) service.endLink(beacon, 0x08);
+        });
     }
     void beaconEndsLink() override { service.endLink(beacon, 0x13); }
     bool makeAttemptsFail(bool fail) override {

@@ -12,9 +12,8 @@
 
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/bus/Bus.h"
+#include "zobi/platform/RunLoop.h"
 #include "zobi/platform/simulation/ServiceDescription.h"
-#include "zobi/platform/standard/PollWaiting.h"
-#include "zobi/platform/standard/StandardRunLoop.h"
 
 namespace zobi::platform::bluez {
 
@@ -153,10 +152,7 @@ class ScriptedService {
     using Body = std::function<void(Message&)>;
 
 public:
-    ScriptedService(StandardRunLoop& runLoop, const Clock& clock, PollWaiting& waiting)
-        : runLoop_(runLoop), clock_(clock), waiting_(waiting) {
-        start();
-    }
+    ScriptedService(RunLoop& runLoop, const Clock& clock) : runLoop_(runLoop), clock_(clock) { start(); }
 
     bool hasBus = true;
     /// The policy of the bus forbids every call to the service.
@@ -188,7 +184,6 @@ public:
         client->bus->setDelegate(client);
         client->onCall = [this, it = client.get()](IncomingCall call) { receive(*it, std::move(call)); };
         client->onClose = [this, it = client.get()] { leave(*it); };
-        waiting_.add(client->bus);
         clients_.push_back(client);
         return Bus::overSocket(ends[1], context);
     }
@@ -320,7 +315,7 @@ public:
     /// It advertises each second when it is in range.
     ScriptedDevice& add(ScriptedDevice device) {
         ScriptedDevice& added = devices_.emplace_back(std::move(device));
-        const auto advertise = [this, &added](const auto& /*timer*/) {
+        runLoop_.every(1, [this, &added] {
             report(added);
             const auto now = clock_.monotonicTime();
             const bool isTried = added.link && !added.link->isUp;
@@ -328,8 +323,7 @@ public:
             if (isTried && now >= added.link->from + connectLimit) return loseAttempt(added, notUp);
             if (isTried && isFound && now >= added.link->from) return linkUp(added);
             if (!added.link && now >= added.lastSeen + temporaryTimeout) forget(added);
-        };
-        runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(1, advertise, nullptr, true);
+        });
         return added;
     }
     /// Another program connects to it.
@@ -410,7 +404,7 @@ private:
     void receive(Client& client, IncomingCall incoming) {
         const auto self = std::ranges::find(clients_, &client, &std::shared_ptr<Client>::get);
         const auto call = std::make_shared<ScriptedCall>(ScriptedCall{std::move(incoming), *self});
-        const auto& [message, sender, destination, path, interface, member] = call->incoming;
+        const auto& [message, sender, destination, path, interface, member, bus] = call->incoming;
         pending_.push_back(call);
         if (destination == busName) return performForBus(client, call);
         if (isRefused) return fail(call, "Rejected send message, 1 matched rules", accessDeniedError);
@@ -460,10 +454,9 @@ private:
     }
     /// Unless the condition is gone by then.
     void after(double seconds, std::weak_ptr<void> condition, std::function<void()> action) {
-        const auto act = [condition = std::move(condition), action = std::move(action)](const auto&) {
+        runLoop_.after(seconds, [condition = std::move(condition), action = std::move(action)] {
             if (!condition.expired()) action();
-        };
-        runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(seconds, act, nullptr, false);
+        });
     }
 
     // Objects
@@ -671,9 +664,8 @@ private:
         });
     }
 
-    StandardRunLoop& runLoop_;
+    RunLoop& runLoop_;
     const Clock& clock_;
-    PollWaiting& waiting_;
     std::vector<std::shared_ptr<Client>> clients_;
     int namesGiven_ = 0;
     std::string owner_;

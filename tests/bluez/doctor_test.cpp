@@ -7,6 +7,7 @@
 
 #include "platform/bluez/controller/HCISocket.h"
 #include "platform/bluez/diagnosis/Examination.h"
+#include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
@@ -54,19 +55,17 @@ protected:
 
     /// What is not good, as "power: failed".
     Texts troubles() {
-        auto* const waiting = new PollWaiting;
-        StandardPlatform platform(StandardPlatform::Time::virtualTime, std::unique_ptr<Waiting>(waiting));
+        StandardPlatform platform(StandardPlatform::Time::virtualTime, std::make_unique<PollWaiting>());
         const auto socket = std::make_shared<HCISocket>(-1, std::uint16_t{}, platform.runLoop());
         const auto openBus = [&](const Bus::Context& context) {
             std::array<int, 2> ends{};
             EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
             machine->bus = Bus::servingSocket(ends[0], context);
             machine->bus->setDelegate(machine);
-            waiting->add(machine->bus);
             return Bus::overSocket(ends[1], context);
         };
         const auto openChannel = [&](const auto&) { return hasChannel ? socket : nullptr; };
-        const RadioContext context{platform.runLoop(), platform.clock(), platform.log(), *waiting, openBus,
+        const RadioContext context{platform.runLoop(), platform.clock(), platform.log(), openBus,
                                    openChannel,        adapter};
         int ends = 0;
         const auto examination = std::make_shared<Examination>(context, [&] { ++ends; });

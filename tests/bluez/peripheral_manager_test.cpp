@@ -8,6 +8,7 @@
 
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
+#include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
@@ -32,8 +33,6 @@ std::string central(int number) {
 
 /// Knows that devices 1 and 9 asked for their links, and that device 2 did not.
 struct Controller final : ControllerChannel {
-    RunLoopDescriptor descriptor() const override { return {-1, 0}; }
-    void handleReady() override {}
     void watchLink(const DeviceAddress&) override {}
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress&) override { return std::nullopt; }
     void readRSSI(const DeviceAddress&, std::function<void(std::optional<int>)>) override {}
@@ -59,7 +58,6 @@ protected:
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
         bus = Bus::servingSocket(ends[0], context);
         bus->setDelegate(std::shared_ptr<BusDelegate>(alive, this));
-        waiting->add(bus);
         return Bus::overSocket(ends[1], context);
     }
     Texts eventsIn(double seconds = 0.1) {
@@ -182,8 +180,7 @@ protected:
     // What the service calls.
     std::string object = "/application/service0/characteristic0";
     std::string objectInterface = gattCharacteristicInterface;
-    PollWaiting* const waiting = new PollWaiting;
-    StandardPlatform machine{StandardPlatform::Time::virtualTime, std::unique_ptr<PollWaiting>(waiting)};
+    StandardPlatform machine{StandardPlatform::Time::virtualTime, std::make_unique<PollWaiting>()};
     // Lets weak pointers refer to this.
     std::shared_ptr<int> alive = std::make_shared<int>();
     std::shared_ptr<Bus> bus;
@@ -196,7 +193,7 @@ protected:
     std::map<std::string, BusError> errors;
     std::string errorText;
     std::shared_ptr<BlueZPeripheralManager> manager = std::make_shared<BlueZPeripheralManager>(
-        RadioContext{machine.runLoop(), machine.clock(), machine.log(), *waiting,
+        RadioContext{machine.runLoop(), machine.clock(), machine.log(),
                      [this](const auto& context) { return openBus(context); },
                      [](auto&) { return std::make_shared<Controller>(); }, "hci0"},
         std::vector{batteryService}, std::shared_ptr<PeripheralManagerDelegate>(alive, this));

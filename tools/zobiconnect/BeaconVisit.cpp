@@ -25,8 +25,7 @@ std::string withinText(double seconds) {
 }  // namespace
 
 Deadline::Deadline(platform::RunLoop& runLoop, double seconds)
-    : timer_(runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-          seconds, [&runLoop](const auto& /*timer*/) { runLoop.stop(); }, nullptr, false)) {}
+    : timer_(runLoop.after(seconds, [&runLoop] { runLoop.stop(); })) {}
 
 BeaconVisit::BeaconVisit(const BeaconOptions& options)
     : timeout_(options.timeout),

@@ -114,22 +114,20 @@ int runEmulate(const Options& options) {
         return PeripheralManager::makeOnPlatform(platform, std::move(services), std::move(delegate));
     });
     bool isOver = false;
-    EmulateControls controls(beacon, {[&] { emulated->disconnectCentrals(); },
-                                      [&] {
-                                          isOver = true;
-                                          runLoop.stop();
-                                      },
-                                      tell});
-    // Often enough for a person to take it for at once.
-    constexpr double interval = 0.05;
-    const auto inputTimer = runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        interval, [&](const auto& /*timer*/) { controls.readInput(); }, nullptr, true);
+    std::optional<EmulateControls> controls;
+    controls.emplace(runLoop, beacon,
+                     EmulateControls::Actions{[&] { emulated->disconnectCentrals(); },
+                                              [&] {
+                                                  isOver = true;
+                                                  runLoop.stop();
+                                              },
+                                              tell});
 
     platform::ExceptionKeeper exceptions;
     exceptions.run([&] {
         while (!isOver && emulated->failure().empty() && !StopOnSignal::take()) runLoop.run();
     });
-    inputTimer->invalidate();
+    controls.reset();
     if (!emulated->failure().empty()) throw Failure(emulated->failure());
     bool hasEnded = false;
     emulated->end([&] {

@@ -21,6 +21,8 @@ namespace {
 constexpr const char* keys =
     "Keys: 0 1 2 press the button, b B battery, t T temperature, a turn it over, s silence, d disconnect, "
     "q quit";
+// A shell gives the terminal to this job or takes it away, and may change its modes, without telling.
+constexpr double terminalInterval = 0.5;
 // Far longer than any command.
 constexpr std::size_t longestLine = 4096;
 // The service advertises each 1.28 s: a shorter press may not be heard.
@@ -66,13 +68,34 @@ bool hasKeys() {
 
 }  // namespace
 
-EmulateControls::EmulateControls(platform::simulation::SimulatedBeacon& beacon, Actions actions)
-    : beacon_(beacon), actions_(std::move(actions)), isTerminal_(::isatty(STDIN_FILENO) == 1) {
+EmulateControls::EmulateControls(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon,
+                                 Actions actions)
+    : runLoop_(runLoop),
+      beacon_(beacon),
+      actions_(std::move(actions)),
+      isTerminal_(::isatty(STDIN_FILENO) == 1) {
+    if (!isTerminal_) {
+        watchInput();
+        return;
+    }
     if (hasKeys()) actions_.tell(keys);
+    followTerminal();
+    terminalTimer_ = runLoop_.every(terminalInterval, [this] { followTerminal(); });
 }
 
 EmulateControls::~EmulateControls() {
+    if (terminalTimer_) terminalTimer_->invalidate();
     if (terminal_ && hasKeys()) ::tcsetattr(STDIN_FILENO, TCSANOW, &*terminal_);
+}
+
+void EmulateControls::watchInput() {
+    input_ = runLoop_.addSource({STDIN_FILENO, POLLIN}, [this] { readInput(); });
+}
+
+void EmulateControls::followTerminal() {
+    if (!hasKeys()) return input_.reset();
+    takeTerminal();
+    if (!input_) watchInput();
 }
 
 void EmulateControls::takeTerminal() {
@@ -85,25 +108,22 @@ void EmulateControls::takeTerminal() {
 }
 
 void EmulateControls::readInput() {
-    if (isAtEnd_) return;
-    if (isTerminal_) {
-        if (!hasKeys()) return;
-        // Each time, for a shell that stops this job and continues it may change the modes back.
-        takeTerminal();
-    }
-    pollfd ready{STDIN_FILENO, POLLIN, 0};
-    if (::poll(&ready, 1, 0) <= 0) return;
+    if (isTerminal_ && !hasKeys()) return input_.reset();
     std::array<char, 4096> buffer{};
     const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
     const std::string_view input(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    // The beacon stays: a script that has ended may have set all that it wanted.
-    isAtEnd_ = input.empty();
+    const bool isAtEnd = input.empty();
+    if (isAtEnd) {
+        // The beacon stays: a script that has ended may have set all that it wanted.
+        input_.reset();
+        if (terminalTimer_) terminalTimer_->invalidate();
+    }
     if (isTerminal_) {
         for (const char key : input) obeyKey(key);
     } else {
         // The end of the script is also that of its last line.
-        obeyLines(isAtEnd_ ? "\n" : input);
+        obeyLines(isAtEnd ? "\n" : input);
     }
 }
 

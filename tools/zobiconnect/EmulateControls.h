@@ -4,11 +4,13 @@
 #include <termios.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "zobi/platform/RunLoop.h"
 #include "zobi/platform/simulation/SimulatedBeacon.h"
 
 namespace zobi::tool {
@@ -24,20 +26,23 @@ public:
         std::function<void(const std::string& line)> tell;
     };
 
-    /// Tells what the keys do, if there are some.
-    /// @param beacon must outlive it.
-    EmulateControls(platform::simulation::SimulatedBeacon& beacon, Actions actions);
+    /// Tells what the keys do, if there are some, and reads them from then on.
+    /// @param runLoop must outlive it, as `beacon` must.
+    EmulateControls(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon,
+                    Actions actions);
     /// Gives the terminal back as it was.
     ~EmulateControls();
     EmulateControls(const EmulateControls&) = delete;
     EmulateControls& operator=(const EmulateControls&) = delete;
 
-    /// Does what was entered since the last call, or a bounded part of it. Never waits.
-    void readInput();
-
 private:
+    void watchInput();
+    /// Watches the terminal while its keys are for this process.
+    void followTerminal();
     /// Has the terminal give each key at once, and not show it.
     void takeTerminal();
+    /// Does what was entered, or a bounded part of it.
+    void readInput();
     void obeyLines(std::string_view input);
     void obeyKey(char key);
     void obeyLine(std::string_view line);
@@ -50,12 +55,14 @@ private:
     void turn();
     void setSilent(bool isSilent);
 
+    platform::RunLoop& runLoop_;
     platform::simulation::SimulatedBeacon& beacon_;
     Actions actions_;
     const bool isTerminal_;
     /// How the terminal was; absent until it is taken.
     std::optional<termios> terminal_;
-    bool isAtEnd_ = false;
+    std::shared_ptr<platform::NSTimer> terminalTimer_;
+    std::shared_ptr<platform::RunLoopSource> input_;
     std::string unread_;
     std::size_t turns_ = 0;
 };

@@ -70,12 +70,9 @@ void EmulatedBeacon::start(const ManagerMaker& makeManager) {
     // A simulated beacon tells nobody that it has changed. This is often enough for a person to take it for
     // at once, and far more often than a beacon advertises.
     constexpr double interval = 0.05;
-    timer_ = runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        interval,
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) self->follow();
-        },
-        nullptr, true);
+    timer_ = runLoop_.every(interval, [weakSelf = weak_from_this()] {
+        if (const auto self = weakSelf.lock()) self->follow();
+    });
 }
 
 void EmulatedBeacon::follow() {
@@ -95,12 +92,10 @@ void EmulatedBeacon::fallSilent() {
     manager_->stopAdvertising();
     tell_("silent");
     // A link outlives a silence that is not long. The service can only end it in good order.
-    silenceTimer_ = runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        beacon_.description().link.supervisionTimeout,
-        [weakSelf = weak_from_this()](const auto& /*timer*/) {
+    silenceTimer_ =
+        runLoop_.after(beacon_.description().link.supervisionTimeout, [weakSelf = weak_from_this()] {
             if (const auto self = weakSelf.lock()) self->disconnectCentrals();
-        },
-        nullptr, false);
+        });
 }
 
 void EmulatedBeacon::end(std::function<void()> ended) {

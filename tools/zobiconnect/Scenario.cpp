@@ -13,8 +13,7 @@ void Scenario::addBeaconEvent(double at, std::size_t index,
 
 void happenAfter(platform::RunLoop& runLoop, double seconds, std::function<void()> happen) {
     if (!(seconds > 0)) return happen();
-    runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds, [happen = std::move(happen)](const auto& /*timer*/) { happen(); }, nullptr, false);
+    runLoop.after(seconds, std::move(happen));
 }
 
 void playScenario(const std::shared_ptr<const Scenario>& scenario, const Stage& stage) {
@@ -26,8 +25,7 @@ void playScenario(const std::shared_ptr<const Scenario>& scenario, const Stage& 
     };
     playRound();
     if (scenario->repeatEvery) {
-        stage.runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-            *scenario->repeatEvery, [playRound](const auto& /*timer*/) { playRound(); }, nullptr, true);
+        stage.runLoop.every(*scenario->repeatEvery, playRound);
     }
 }
 

@@ -49,12 +49,9 @@ void askForValues(const std::shared_ptr<ZOKBeacon>& beacon, double rssiInterval)
 /// Beacons do not notify their temperature.
 void readTemperatureAgainAndAgain(BeaconVisit& visit) {
     constexpr double interval = 5;
-    visit.platform().runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        interval,
-        [&client = visit.client()](const auto& /*timer*/) {
-            ZOKManager::shared()->temperatureForBeaconWithCompletion(client.beacon(), nullptr);
-        },
-        nullptr, true);
+    visit.platform().runLoop().every(interval, [&client = visit.client()] {
+        ZOKManager::shared()->temperatureForBeaconWithCompletion(client.beacon(), nullptr);
+    });
 }
 
 int runWatch(const Options& options) {

@@ -20,6 +20,9 @@ constexpr nanoseconds fast = std::chrono::milliseconds(5);
 // Long enough to take dozens of a crowd's signals at once, and short beside the time after which a person
 // takes a pressed button for ignored.
 constexpr nanoseconds gatheringTime = std::chrono::milliseconds(25);
+// The cost of waking up counts little when so many share it. A socket holds a few times as many before its
+// sender has to wait.
+constexpr int messagesToGather = 64;
 
 std::string_view orEmpty(const char* text) {
     return text ? std::string_view(text) : std::string_view();
@@ -87,12 +90,16 @@ std::shared_ptr<Bus> Bus::servingSocket(int socket, const Context& context) {
 
 std::shared_ptr<Bus> Bus::start(sd_bus* bus, const Context& context) {
     auto started = std::make_shared<Bus>(bus, context);
+    started->source_ = context.runLoop.addSource({sd_bus_get_fd(bus), 0}, [weakBus = std::weak_ptr(started)] {
+        if (const auto self = weakBus.lock()) self->serve();
+    });
     // It may have something to send at once.
     started->serveSoon();
     return started;
 }
 
 Bus::~Bus() {
+    source_.reset();
     sd_bus_close_unref(bus_);
 }
 
@@ -126,43 +133,45 @@ Slot Bus::call(const Message& message, Answer answer) {
     // A connection that is lost already tells so by itself: the call is one more without an answer.
     if (sd_bus_send(bus_, message.get(), &cookie) < 0) return {};
     outstanding_.emplace(cookie, std::move(answer));
+    updateSource();
     return {weak_from_this(), cookie};
 }
 
 void Bus::send(const Message& message) {
     sd_bus_send(bus_, message.get(), nullptr);
+    updateSource();
 }
 
 void Bus::replyError(const IncomingCall& call, const BusError& error) {
     // Whoever waits needs an answer more than its text, which the bus may not carry.
     for (const char* const text : {error.message.c_str(), ""}) {
-        if (sd_bus_reply_method_errorf(call.message.get(), error.name.c_str(), "%s", text) >= 0) return;
+        if (sd_bus_reply_method_errorf(call.message.get(), error.name.c_str(), "%s", text) >= 0) break;
     }
+    if (const auto bus = call.bus.lock()) bus->updateSource();
 }
 
-RunLoopDescriptor Bus::descriptor() const {
-    if (!bus_) return {-1, 0};
-    return {sd_bus_get_fd(bus_), static_cast<short>(std::max(sd_bus_get_events(bus_), 0))};
+void Bus::setGathers(bool gathers) {
+    gathers_ = gathers;
+    updateSource();
 }
 
-nanoseconds Bus::batchingDelay() const {
-    if (!gathers_ || !outstanding_.empty() || restsUntil_ == nanoseconds::zero()) return nanoseconds::zero();
-    return restsUntil_ - context_.clock.monotonicTime();
-}
-
-void Bus::handleReady() {
-    serveSoon();
+void Bus::updateSource() {
+    if (!source_) return;
+    source_->setEvents(static_cast<short>(std::max(sd_bus_get_events(bus_), 0)));
+    source_->restUntil(gathers_ && outstanding_.empty() ? restsUntil_ : std::nullopt);
 }
 
 void Bus::serveSoon() {
     if (std::exchange(isServingSoon_, true)) return;
-    context_.queue.dispatchAsync([weakSelf = weak_from_this()] {
-        if (const auto self = weakSelf.lock()) self->serve();
+    context_.runLoop.dispatchAsync([weakSelf = weak_from_this()] {
+        const auto self = weakSelf.lock();
+        if (!self) return;
+        self->isServingSoon_ = false;
+        self->serve();
     });
 }
 
 void Bus::serve() {
-    isServingSoon_ = false;
     struct Afterwards {
         Bus& bus;
         int served = 0;
@@ -171,12 +180,21 @@ void Bus::serve() {
             // What was read already makes no descriptor ready; nor does what an exception kept from its turn.
             if (served == messagesInOneTurn || std::uncaught_exceptions() > 0) bus.serveSoon();
             const nanoseconds now = bus.context_.clock.monotonicTime();
-            const bool comeFast = served > 0 && (now - bus.lastServed_) / served < fast;
-            bus.restsUntil_ = comeFast ? now + gatheringTime : nanoseconds::zero();
+            const nanoseconds rest = bus.restAfter(served, now);
+            bus.restsUntil_ = rest > nanoseconds::zero() ? std::optional(now + rest) : std::nullopt;
             if (served > 0) bus.lastServed_ = now;
+            bus.updateSource();
         }
     } afterwards{*this};
     while (afterwards.served < messagesInOneTurn && serveOne()) ++afterwards.served;
+}
+
+nanoseconds Bus::restAfter(int served, nanoseconds now) const {
+    if (served == 0) return nanoseconds::zero();
+    // The socket may have been full, with its sender waiting.
+    if (served >= 2 * messagesToGather) return nanoseconds::zero();
+    const nanoseconds interval = (now - lastServed_) / served;
+    return interval < fast ? std::min(gatheringTime, messagesToGather * interval) : nanoseconds::zero();
 }
 
 bool Bus::serveOne() {
@@ -210,7 +228,7 @@ void Bus::handle(MessagePointer message) {
         delegate->busDidReceiveSignal({sender, path, interface, member, body});
     } else {
         const auto destination = orEmpty(sd_bus_message_get_destination(raw));
-        IncomingCall call{std::move(message), sender, destination, path, interface, member};
+        IncomingCall call{std::move(message), sender, destination, path, interface, member, weak_from_this()};
         const auto callee = callee_.lock();
         callee ? callee->busDidReceiveCall(std::move(call)) : delegate->busDidReceiveCall(std::move(call));
     }
@@ -230,6 +248,7 @@ void Bus::handleReply(sd_bus_message* message, bool isError) {
 
 void Bus::close(int error) {
     const auto self = shared_from_this();
+    source_.reset();
     sd_bus_close_unref(std::exchange(bus_, nullptr));
     outstanding_.clear();
     const auto delegate = delegate_.lock();

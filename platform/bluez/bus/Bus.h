@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,8 +14,7 @@
 #include "platform/bluez/bus/Message.h"
 #include "platform/bluez/bus/MessageReader.h"
 #include "zobi/platform/Clock.h"
-#include "zobi/platform/MainQueue.h"
-#include "zobi/platform/standard/PollSource.h"
+#include "zobi/platform/RunLoop.h"
 
 namespace zobi::platform::bluez {
 
@@ -53,6 +53,7 @@ struct IncomingCall {
     std::string_view path;
     std::string_view interface;
     std::string_view member;
+    std::weak_ptr<Bus> bus;
 };
 
 /// The interest in the answer to a call: without it, the answer is dropped when it comes.
@@ -96,11 +97,11 @@ public:
 /// A connection to a message bus, or to one peer over a socket, served from the run loop. Main thread only.
 ///
 /// All calls are asynchronous and none has a time limit of its own: whoever calls sets a timer.
-class Bus final : public PollSource, public std::enable_shared_from_this<Bus> {
+class Bus final : public std::enable_shared_from_this<Bus> {
 public:
     /// Who the connection belongs to, and what it is served with. All outlive every event.
     struct Context {
-        MainQueue& queue;
+        RunLoop& runLoop;
         const Clock& clock;
     };
 
@@ -115,7 +116,7 @@ public:
     static std::shared_ptr<Bus> servingSocket(int socket, const Context& context);
 
     Bus(sd_bus* bus, const Context& context) : context_(context), bus_(bus) {}
-    ~Bus() override;
+    ~Bus();
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
 
@@ -143,11 +144,7 @@ public:
 
     /// Whether signals that come fast may gather for some milliseconds before they are read, which saves most
     /// of the cost of waking up. They never do while the answer to a call is awaited.
-    void setGathers(bool gathers) { gathers_ = gathers; }
-
-    RunLoopDescriptor descriptor() const override;
-    std::chrono::nanoseconds batchingDelay() const override;
-    void handleReady() override;
+    void setGathers(bool gathers);
 
 private:
     friend class Slot;
@@ -155,6 +152,10 @@ private:
     static std::shared_ptr<Bus> start(sd_bus* bus, const Context& context);
     void serveSoon();
     void serve();
+    /// How long to leave unread what comes after so many messages, the last of them read at `now`.
+    std::chrono::nanoseconds restAfter(int served, std::chrono::nanoseconds now) const;
+    /// Has the loop watch for what the connection waits for now.
+    void updateSource();
     /// Whether there was something to do.
     bool serveOne();
     void handle(MessagePointer message);
@@ -163,13 +164,14 @@ private:
 
     Context context_;
     sd_bus* bus_;
+    std::shared_ptr<RunLoopSource> source_;
     std::weak_ptr<BusDelegate> delegate_;
     std::weak_ptr<BusCallee> callee_;
     std::unordered_map<std::uint64_t, Answer> outstanding_;
     bool isServingSoon_ = false;
     bool gathers_ = false;
     std::chrono::nanoseconds lastServed_{};
-    std::chrono::nanoseconds restsUntil_{};
+    std::optional<std::chrono::nanoseconds> restsUntil_;
 };
 
 }  // namespace zobi::platform::bluez

@@ -238,7 +238,7 @@ void BlueZCentral::serviceDidChangeAvailability() {
 
 void BlueZCentral::openChannel() {
     const std::string adapter = service_->adapterName();
-    const bool isOpen = channel_ && channel_->descriptor().fd >= 0;
+    const bool isOpen = channel_ && channel_->isOpen();
     if (std::exchange(channelAdapter_, adapter) == adapter && isOpen) return;
     channel_ = context_->openChannel(adapter);
     if (!channel_) {
@@ -248,7 +248,6 @@ void BlueZCentral::openChannel() {
             adapter);
         return;
     }
-    context_->waiting.add(channel_);
     channel_->setOnEvent([weakSelf = weak_from_this()] {
         const auto self = weakSelf.lock();
         if (!self) return;

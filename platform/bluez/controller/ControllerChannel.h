@@ -6,14 +6,21 @@
 
 #include "platform/bluez/controller/DeviceAddress.h"
 #include "platform/bluez/controller/LinkEnd.h"
-#include "zobi/platform/standard/PollSource.h"
 
 namespace zobi::platform::bluez {
 
 /// The way past the Bluetooth service to what it does not tell: why links end and how strong their signal is.
 /// Main thread only.
-class ControllerChannel : public PollSource {
+class ControllerChannel {
 public:
+    ControllerChannel() = default;
+    virtual ~ControllerChannel() = default;
+    ControllerChannel(const ControllerChannel&) = delete;
+    ControllerChannel& operator=(const ControllerChannel&) = delete;
+
+    /// False when the controller is gone.
+    virtual bool isOpen() const { return true; }
+
     /// The link to `device` is up. Called at once when that is known.
     virtual void watchLink(const DeviceAddress& device) = 0;
 

@@ -62,10 +62,10 @@ std::optional<std::vector<Link>> linksTo(int socket, std::uint16_t controller, c
 
 }  // namespace
 
-std::shared_ptr<HCISocket> HCISocket::open(std::uint16_t controller, MainQueue& queue) {
+std::shared_ptr<HCISocket> HCISocket::open(std::uint16_t controller, RunLoop& runLoop) {
     const auto descriptor = KernelSocket::open(controller, rawChannel);
     if (!descriptor) return nullptr;
-    auto socket = std::make_shared<HCISocket>(*descriptor, controller, queue);
+    auto socket = std::make_shared<HCISocket>(*descriptor, controller, runLoop);
     // Events alone, and of those the two that are read here: among the others is every advertisement.
     const Filter filter{1U << 4, {1U << 0x05 | 1U << 0x0E, 0}, 0, 0};
     if (::setsockopt(*descriptor, hciLevel, filterOption, &filter, sizeof filter) != 0) return nullptr;

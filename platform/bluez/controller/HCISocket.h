@@ -14,10 +14,10 @@ namespace zobi::platform::bluez {
 class HCISocket final : public KernelSocket {
 public:
     /// Null where there is none to be had.
-    static std::shared_ptr<HCISocket> open(std::uint16_t controller, MainQueue& queue);
+    static std::shared_ptr<HCISocket> open(std::uint16_t controller, RunLoop& runLoop);
 
-    HCISocket(int descriptor, std::uint16_t controller, MainQueue& queue)
-        : KernelSocket(descriptor, queue), controller_(controller) {}
+    HCISocket(int descriptor, std::uint16_t controller, RunLoop& runLoop)
+        : KernelSocket(descriptor, runLoop), controller_(controller) {}
 
     void watchLink(const DeviceAddress& device) override;
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;

@@ -37,18 +37,18 @@ std::optional<int> KernelSocket::open(std::uint16_t device, std::uint16_t channe
     return descriptor;
 }
 
+KernelSocket::KernelSocket(int descriptor, RunLoop& runLoop)
+    : descriptor_(descriptor),
+      runLoop_(runLoop),
+      source_(runLoop.addSource({descriptor, POLLIN}, [this] { drain(); })) {}
+
 KernelSocket::~KernelSocket() {
-    if (descriptor_ >= 0) ::close(descriptor_);
+    close();
 }
 
-RunLoopDescriptor KernelSocket::descriptor() const {
-    return {descriptor_, POLLIN};
-}
-
-void KernelSocket::handleReady() {
-    queue_.dispatchAsync([weakSelf = weak_from_this()] {
-        if (const auto self = weakSelf.lock()) self->drain();
-    });
+void KernelSocket::close() {
+    source_.reset();
+    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
 }
 
 void KernelSocket::drain() {
@@ -61,7 +61,7 @@ void KernelSocket::drain() {
         }
         if (size < 0 && errno == EINTR) continue;
         // The controller is gone.
-        if (size == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) ::close(std::exchange(descriptor_, -1));
+        if (size == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) close();
         return;
     }
 }
@@ -80,7 +80,7 @@ std::optional<LinkEnd> KernelSocket::takeLinkEnd(const DeviceAddress& device) {
 
 void KernelSocket::linkHasEnded(const DeviceAddress& device, const LinkEnd& end) {
     ends_.insert_or_assign(device, end);
-    queue_.dispatchAsync([weakSelf = weak_from_this()] {
+    runLoop_.dispatchAsync([weakSelf = weak_from_this()] {
         if (const auto self = weakSelf.lock()) self->tellEvent();
     });
 }
@@ -93,7 +93,7 @@ void KernelSocket::readRSSI(const DeviceAddress& device, std::function<void(std:
 void KernelSocket::signalWasRead(const DeviceAddress& device, std::optional<int> rssi) {
     auto node = answers_.extract(device);
     // In a turn of its own: reading goes on meanwhile.
-    if (!node.empty()) queue_.dispatchAsync([answer = std::move(node.mapped()), rssi] { answer(rssi); });
+    if (!node.empty()) runLoop_.dispatchAsync([answer = std::move(node.mapped()), rssi] { answer(rssi); });
 }
 
 }  // namespace zobi::platform::bluez

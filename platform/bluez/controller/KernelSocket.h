@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/bluez/controller/ControllerChannel.h"
-#include "zobi/platform/MainQueue.h"
+#include "zobi/platform/RunLoop.h"
 
 namespace zobi::platform::bluez {
 
@@ -15,7 +15,7 @@ namespace zobi::platform::bluez {
 class KernelSocket : public ControllerChannel, public std::enable_shared_from_this<KernelSocket> {
 public:
     /// @param descriptor a socket that does not block, which it takes over.
-    KernelSocket(int descriptor, MainQueue& queue) : descriptor_(descriptor), queue_(queue) {}
+    KernelSocket(int descriptor, RunLoop& runLoop);
     ~KernelSocket() override;
     KernelSocket(const KernelSocket&) = delete;
     KernelSocket& operator=(const KernelSocket&) = delete;
@@ -23,8 +23,7 @@ public:
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override;
     void readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) override;
 
-    RunLoopDescriptor descriptor() const override;
-    void handleReady() override;
+    bool isOpen() const override { return descriptor_ >= 0; }
 
     /// Opens and binds such a socket. Nothing where the kernel or a policy does not let this process.
     /// @param channel which kind, as the kernel numbers them.
@@ -44,8 +43,11 @@ protected:
     int fileDescriptor() const { return descriptor_; }
 
 private:
+    void close();
+
     int descriptor_;
-    MainQueue& queue_;
+    RunLoop& runLoop_;
+    std::shared_ptr<RunLoopSource> source_;
     std::map<DeviceAddress, LinkEnd> ends_;
     std::map<DeviceAddress, std::function<void(std::optional<int>)>> answers_;
 };

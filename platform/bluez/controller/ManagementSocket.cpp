@@ -49,10 +49,10 @@ bool hasNetworkAdministration() {
 
 }  // namespace
 
-std::shared_ptr<ManagementSocket> ManagementSocket::open(std::uint16_t controller, MainQueue& queue) {
+std::shared_ptr<ManagementSocket> ManagementSocket::open(std::uint16_t controller, RunLoop& runLoop) {
     if (!hasNetworkAdministration()) return nullptr;
     const auto descriptor = KernelSocket::open(noController, controlChannel);
-    return descriptor ? std::make_shared<ManagementSocket>(*descriptor, controller, queue) : nullptr;
+    return descriptor ? std::make_shared<ManagementSocket>(*descriptor, controller, runLoop) : nullptr;
 }
 
 void ManagementSocket::watchLink(const DeviceAddress& device) {

@@ -13,10 +13,10 @@ namespace zobi::platform::bluez {
 class ManagementSocket final : public KernelSocket {
 public:
     /// Null where there is none to be had, or it would tell this process nothing.
-    static std::shared_ptr<ManagementSocket> open(std::uint16_t controller, MainQueue& queue);
+    static std::shared_ptr<ManagementSocket> open(std::uint16_t controller, RunLoop& runLoop);
 
-    ManagementSocket(int descriptor, std::uint16_t controller, MainQueue& queue)
-        : KernelSocket(descriptor, queue), controller_(controller) {}
+    ManagementSocket(int descriptor, std::uint16_t controller, RunLoop& runLoop)
+        : KernelSocket(descriptor, runLoop), controller_(controller) {}
 
     void watchLink(const DeviceAddress& device) override;
 

@@ -9,7 +9,7 @@
 
 namespace zobi::platform::bluez {
 
-std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, MainQueue& queue) {
+std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, RunLoop& runLoop) {
     constexpr std::string_view prefix = "hci";
     std::uint16_t controller = 0;
     const char* const end = adapter.data() + adapter.size();
@@ -17,8 +17,8 @@ std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adap
         std::from_chars(adapter.data() + prefix.size(), end, controller).ptr != end) {
         return nullptr;
     }
-    if (auto socket = HCISocket::open(controller, queue)) return socket;
-    return ManagementSocket::open(controller, queue);
+    if (auto socket = HCISocket::open(controller, runLoop)) return socket;
+    return ManagementSocket::open(controller, runLoop);
 }
 
 }  // namespace zobi::platform::bluez

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/bluez/controller/ControllerChannel.h"
-#include "zobi/platform/MainQueue.h"
+#include "zobi/platform/RunLoop.h"
 
 namespace zobi::platform::bluez {
 
@@ -12,7 +12,7 @@ namespace zobi::platform::bluez {
 /// Controller Interface, which is open to every user and tells most, or the kernel's management socket, which
 /// needs the capability CAP_NET_ADMIN. Null where neither is to be had, as in most containers.
 /// @param adapter "hci0", for example.
-/// @param queue must outlive every event.
-std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, MainQueue& queue);
+/// @param runLoop must outlive every event.
+std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, RunLoop& runLoop);
 
 }  // namespace zobi::platform::bluez

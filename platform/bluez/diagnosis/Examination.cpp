@@ -60,12 +60,9 @@ void Examination::ask(const Method& method, const char* argument, Answered answe
     slot_ = bus_->call(message, [finish](MessageReader& reply, const BusError* error) {
         error ? finish(nullptr, *error) : finish(&reply, {});
     });
-    deadline_ = context_.runLoop.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        answerDeadline,
-        [finish](const auto& /*timer*/) {
-            finish(nullptr, {"", "There is no answer."});
-        },
-        nullptr, false);
+    deadline_ = context_.runLoop.after(answerDeadline, [finish] {
+        finish(nullptr, {"", "There is no answer."});
+    });
 }
 
 void Examination::finishAsking(MessageReader* reply, const BusError& error) {
@@ -94,7 +91,6 @@ void Examination::start() {
                          '.');
     }
     bus_->setDelegate(weak_from_this());
-    context_.waiting.add(bus_);
     askForService();
 }
 

@@ -72,7 +72,6 @@ void BlueZService::openBus() {
         return enter(Availability::noBus);
     }
     bus_->setDelegate(weak_from_this());
-    context_->waiting.add(bus_);
     opening_.clear();
     isOpening_ = true;
     // Before anything is read, so that no change is missed.
