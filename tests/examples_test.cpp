@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #ifdef ZOBI_HAS_GLIB
@@ -23,10 +24,10 @@
 #endif
 
 using namespace zobi::platform;
-using simulation::SimulatedBeacon;
 using simulation::SimulatedPlatform;
 using ::testing::ContainsRegex;
 using ::testing::EndsWith;
+using zobi::SimulatedBeacon;
 using Program = int (*)(Platform& platform);
 
 int rangeBeacons(Platform& platform);
@@ -63,7 +64,7 @@ struct Trial {
     }
 
     SimulatedPlatform platform{SimulatedPlatform::Time::virtualTime, 0, std::make_unique<PollWaiting>()};
-    SimulatedBeacon& beacon = platform.world().addBeacon({.major = 1, .minor = 7, .temperature = 22});
+    SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {.major = 1, .minor = 7, .temperature = 22});
 };
 
 Trial::Event radioBecomes(CBManagerState state) {
@@ -102,7 +103,7 @@ TEST(ExamplesTest, ABeaconThatComesAfterAPowerCycleIsRangedInTime) {
     for (const auto& [name, program, state, powerOff, output] : cycles) {
         Trial trial(state);
         trial.beacon.comeIntoRange();
-        auto& newcomer = trial.platform.world().addBeacon({.major = 1, .minor = 8});
+        auto& newcomer = zobi::addBeacon(trial.platform.world(), {.major = 1, .minor = 8});
         trial.at(powerOff, radioBecomes(poweredOff));
         trial.at(powerOff + 2, radioBecomes(poweredOn));
         trial.at(powerOff + 2.2, [&](const auto& /*trial*/) { newcomer.comeIntoRange(); });

@@ -1,17 +1,17 @@
 // Advertisements and the live beacons; the report each second, the expiry of silent beacons.
 
 #include "SeamRecorders.h"
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "support.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::encodePayload;
+using zobi::SimulatedBeacon;
 using zobi::platform::CBPeripheralState;
 using zobi::platform::CBUUID;
-using zobi::platform::simulation::encodePayload;
-using zobi::platform::simulation::SimulatedBeacon;
 
 const CBUUID deviceInformation = CBUUID::UUIDWithString("180A");
 const CBUUID battery = CBUUID::UUIDWithString("180F");
@@ -315,7 +315,7 @@ TEST_F(RangingTest, TenThousandBeaconsAreRangedAndDropped) {
     }
     pass(0.5);
     EXPECT_EQ(manager->liveBeacons().size(), 10'000U);
-    for (const auto& beacon : platform.world().beacons()) beacon->goOutOfRange();
+    for (const auto& beacon : platform.world().devices()) beacon->goOutOfRange();
     pass(30);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
 }

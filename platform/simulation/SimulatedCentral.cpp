@@ -16,9 +16,9 @@ NSError radioIsOff() {
     return {CBError::operationCancelled, "Bluetooth is off."};
 }
 
-std::string macAddressText(const SimulatedBeacon& beacon) {
+std::string addressText(const SimulatedDevice& device) {
     std::string text;
-    for (const std::uint8_t byte : beacon.description().macAddress) {
+    for (const std::uint8_t byte : device.description().address) {
         text += "0123456789ABCDEF"[byte >> 4];
         text += "0123456789ABCDEF"[byte & 0xF];
     }
@@ -119,15 +119,15 @@ void SimulatedCentral::reportDisconnection(const std::shared_ptr<SimulatedPeriph
     }
 }
 
-void SimulatedCentral::hear(SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength) {
-    if (!isScanning_ || !passesServiceFilter(beacon)) return;
+void SimulatedCentral::hear(SimulatedDevice& device, const Advertisement& advertisement, int signalStrength) {
+    if (!isScanning_ || !passesServiceFilter(device)) return;
     const auto delegate = delegate_.lock();
     if (!delegate) return;
-    if (sighted_.size() <= beacon.index()) sighted_.resize(beacon.index() + 1);
-    Sighted& sighted = sighted_[beacon.index()];
+    if (sighted_.size() <= device.index()) sighted_.resize(device.index() + 1);
+    Sighted& sighted = sighted_[device.index()];
     if (!sighted.peripheral) {
         sighted.peripheral =
-            std::make_shared<SimulatedPeripheral>(runLoop_, weak_from_this(), beacon.weak_from_this());
+            std::make_shared<SimulatedPeripheral>(runLoop_, weak_from_this(), device.weak_from_this());
     }
     const bool isRepeated = std::exchange(sighted.lastReportedInScan, scansStarted_) == scansStarted_;
     if (isRepeated && !options_.allowDuplicates) return;
@@ -135,12 +135,12 @@ void SimulatedCentral::hear(SimulatedBeacon& beacon, const Advertisement& advert
         delegate->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
             *this, sighted.peripheral, advertisement.data(), NSNumber::numberWithInt(signalStrength));
     } catch (const DataRangeError& error) {
-        log_.log("Advertisement from %@ dropped: %@", macAddressText(beacon), error.what());
+        log_.log("Advertisement from %@ dropped: %@", addressText(device), error.what());
     }
 }
 
-bool SimulatedCentral::passesServiceFilter(const SimulatedBeacon& beacon) const {
-    const auto& advertised = beacon.description().advertisedServices;
+bool SimulatedCentral::passesServiceFilter(const SimulatedDevice& device) const {
+    const auto& advertised = device.description().advertisedServices;
     return serviceFilter_.empty() ||
            std::ranges::find_first_of(advertised, serviceFilter_) != advertised.end();
 }

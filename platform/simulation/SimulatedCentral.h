@@ -10,7 +10,7 @@
 #include "zobi/platform/Log.h"
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/simulation/Advertisement.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedDevice.h"
 
 namespace zobi::platform::simulation {
 
@@ -37,9 +37,9 @@ public:
     /// Reports the state and then these ends.
     void enterState(CBManagerState state);
 
-    /// A beacon advertises, and is received at `signalStrength` dBm. Reports it if the scan lets it through.
+    /// A device advertises, and is received at `signalStrength` dBm. Reports it if the scan lets it through.
     /// A payload that the delegate finds too short costs one log line and this advertisement.
-    void hear(SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength);
+    void hear(SimulatedDevice& device, const Advertisement& advertisement, int signalStrength);
 
     // What a peripheral tells
 
@@ -48,7 +48,7 @@ public:
     void reportDisconnection(const std::shared_ptr<SimulatedPeripheral>& peripheral, const NSError* error);
 
 private:
-    /// What this central knows of one beacon.
+    /// What this central knows of one device.
     struct Sighted {
         std::shared_ptr<SimulatedPeripheral> peripheral;
         std::uint64_t lastReportedInScan = 0;
@@ -56,7 +56,7 @@ private:
 
     /// Null for a peripheral that is not this central's.
     std::shared_ptr<SimulatedPeripheral> ownPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) const;
-    bool passesServiceFilter(const SimulatedBeacon& beacon) const;
+    bool passesServiceFilter(const SimulatedDevice& device) const;
 
     RunLoop& runLoop_;
     Log& log_;
@@ -67,7 +67,7 @@ private:
     CBScanOptions options_;
     std::uint64_t scansStarted_ = 0;
     std::uint64_t attemptsStarted_ = 0;
-    // By the beacon's index.
+    // By the device's index.
     std::vector<Sighted> sighted_;
 };
 

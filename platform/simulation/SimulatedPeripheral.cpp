@@ -16,8 +16,8 @@ const std::optional<NSError> success;
 }  // namespace
 
 SimulatedPeripheral::SimulatedPeripheral(RunLoop& runLoop, std::weak_ptr<SimulatedCentral> central,
-                                         std::weak_ptr<SimulatedBeacon> beacon)
-    : runLoop_(runLoop), central_(std::move(central)), beacon_(std::move(beacon)) {}
+                                         std::weak_ptr<SimulatedDevice> device)
+    : runLoop_(runLoop), central_(std::move(central)), device_(std::move(device)) {}
 
 SimulatedPeripheral::~SimulatedPeripheral() {
     abandon();
@@ -39,19 +39,19 @@ CBPeripheralState SimulatedPeripheral::state() const {
 // Requests
 
 StandardPeripheral::Outcome SimulatedPeripheral::listServices(UUIDs& table) {
-    std::ranges::transform(beacon().gatt().services(), std::back_inserter(table), &ServiceDescription::uuid);
-    return beacon().description().link.serviceDiscoveryError;
+    std::ranges::transform(device().gatt().services(), std::back_inserter(table), &ServiceDescription::uuid);
+    return device().description().link.serviceDiscoveryError;
 }
 
 StandardPeripheral::Outcome SimulatedPeripheral::listCharacteristics(std::size_t service, UUIDs& table) {
-    const ServiceDescription& described = beacon().gatt().services()[service];
+    const ServiceDescription& described = device().gatt().services()[service];
     std::ranges::transform(described.characteristics, std::back_inserter(table),
                            &CharacteristicDescription::uuid);
     return described.discoveryError;
 }
 
 void SimulatedPeripheral::read(GATTPlace place, ReadCompletion completion) {
-    const CharacteristicDescription& described = beacon().gatt().at(place);
+    const CharacteristicDescription& described = device().gatt().at(place);
     if (!described.properties.read) {
         return completion(NSError(CBATTError::readNotPermitted, "Reading is not permitted."), {});
     }
@@ -61,7 +61,7 @@ void SimulatedPeripheral::read(GATTPlace place, ReadCompletion completion) {
 void SimulatedPeripheral::write(GATTPlace place, std::vector<std::uint8_t> value,
                                 CBCharacteristicWriteType type, Completion completion) {
     const bool isAnswered = type == CBCharacteristicWriteType::withResponse;
-    const CharacteristicDescription& described = beacon().gatt().at(place);
+    const CharacteristicDescription& described = device().gatt().at(place);
     const auto& [canRead, canWrite, canWriteWithoutResponse, canNotify] = described.properties;
     if (isAnswered ? !canWrite : !canWriteWithoutResponse) {
         return completion(NSError(CBATTError::writeNotPermitted, "Writing is not permitted."));
@@ -70,12 +70,12 @@ void SimulatedPeripheral::write(GATTPlace place, std::vector<std::uint8_t> value
         return completion(NSError(CBATTError::invalidAttributeValueLength, "The value is too long."));
     }
     if (described.writeError && isAnswered) return completion(described.writeError);
-    beacon().gatt().write(place, std::move(value));
+    device().gatt().write(place, std::move(value));
     completion(success);
 }
 
 void SimulatedPeripheral::setNotify(GATTPlace place, bool /*enabled*/, Completion completion) {
-    const CharacteristicDescription& described = beacon().gatt().at(place);
+    const CharacteristicDescription& described = device().gatt().at(place);
     if (!described.properties.notify) {
         return completion(NSError(CBATTError::requestNotSupported, "Notifications are not supported."));
     }
@@ -83,24 +83,24 @@ void SimulatedPeripheral::setNotify(GATTPlace place, bool /*enabled*/, Completio
 }
 
 void SimulatedPeripheral::readSignalStrength(RSSICompletion completion) {
-    if (const auto& error = beacon().description().link.signalReadError) return completion(error, {});
-    completion(success, NSNumber::numberWithInt(beacon().nextSignalReading()));
+    if (const auto& error = device().description().link.signalReadError) return completion(error, {});
+    completion(success, NSNumber::numberWithInt(device().nextSignalReading()));
 }
 
 void SimulatedPeripheral::scheduleNextRequest() {
-    const auto beacon = beacon_.lock();
-    if (!beacon || !beacon->isInRange()) return;
-    answerTimer_ = after(beacon->description().link.responseDelay, &SimulatedPeripheral::serveNext);
+    const auto device = device_.lock();
+    if (!device || !device->isInRange()) return;
+    answerTimer_ = after(device->description().link.responseDelay, &SimulatedPeripheral::serveNext);
 }
 
 void SimulatedPeripheral::serveNext() {
-    if (!beacon_.expired()) sendNextRequest();
+    if (!device_.expired()) sendNextRequest();
 }
 
 void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uint8_t> value) {
     const auto changed = discovered().characteristic(place);
-    const auto beacon = beacon_.lock();
-    if (!changed || !changed->isNotifying() || !beacon || !beacon->isInRange()) return;
+    const auto device = device_.lock();
+    if (!changed || !changed->isNotifying() || !device || !device->isInRange()) return;
     runLoop_.dispatchAsync(
         [weakSelf = weak_from_this(), place, bytes = std::vector(value.begin(), value.end())] {
             // The subscription may have ended meanwhile, by itself or with the link.
@@ -114,14 +114,14 @@ void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uin
 
 void SimulatedPeripheral::connect(std::uint64_t order) {
     --announcedConnects_;
-    const auto beacon = beacon_.lock();
+    const auto device = device_.lock();
     const auto central = central_.lock();
-    if (!beacon || !central) return;
+    if (!device || !central) return;
     if (phase_ == Phase::linked) return central->reportConnection(self());
     if (phase_ == Phase::pending) return;
     order_ = order;
     phase_ = Phase::pending;
-    beacon->addAttempt(*this);
+    device->addAttempt(*this);
 }
 
 void SimulatedPeripheral::refuseConnect(const NSError& error) {
@@ -129,27 +129,29 @@ void SimulatedPeripheral::refuseConnect(const NSError& error) {
     if (const auto central = central_.lock()) central->reportFailure(self(), error);
 }
 
-void SimulatedPeripheral::beaconBecameFree() {
-    const auto beacon = beacon_.lock();
-    attemptTimer_ = after(beacon->description().link.connectionDelay, &SimulatedPeripheral::finishAttempt);
+void SimulatedPeripheral::deviceBecameFree() {
+    const auto device = device_.lock();
+    attemptTimer_ = after(device->description().link.connectionDelay, &SimulatedPeripheral::finishAttempt);
 }
 
-void SimulatedPeripheral::beaconCeasedToBeFree() {
+void SimulatedPeripheral::deviceCeasedToBeFree() {
     attemptTimer_->invalidate();
 }
 
 void SimulatedPeripheral::finishAttempt() {
-    const auto beacon = beacon_.lock();
+    const auto device = device_.lock();
     const auto central = central_.lock();
-    if (!beacon || !central) return;
+    if (!device || !central) return;
     leaveAttempt();
-    if (const auto error = beacon->description().link.connectionError) {
+    if (const auto error = device->description().link.connectionError) {
         return central->reportFailure(self(), *error);
     }
     phase_ = Phase::linked;
     linkCameUp();
-    beacon->beginLink(*this);
-    central->reportConnection(self());
+    ExceptionKeeper exceptions;
+    exceptions.run([&] { device->beginLink(*this); });
+    exceptions.run([&] { central->reportConnection(self()); });
+    exceptions.rethrow();
 }
 
 void SimulatedPeripheral::cancel() {
@@ -166,13 +168,13 @@ void SimulatedPeripheral::loseRadio(const NSError& error) {
     if (const auto central = central_.lock()) central->reportFailure(self(), error);
 }
 
-void SimulatedPeripheral::beaconFellSilent() {
+void SimulatedPeripheral::deviceFellSilent() {
     if (answerTimer_) answerTimer_->invalidate();
-    const auto beacon = beacon_.lock();
-    supervisionTimer_ = after(beacon->description().link.supervisionTimeout, &SimulatedPeripheral::loseLink);
+    const auto device = device_.lock();
+    supervisionTimer_ = after(device->description().link.supervisionTimeout, &SimulatedPeripheral::loseLink);
 }
 
-void SimulatedPeripheral::beaconIsHeardAgain() {
+void SimulatedPeripheral::deviceIsHeardAgain() {
     supervisionTimer_->invalidate();
     if (hasRequests()) scheduleNextRequest();
 }
@@ -182,7 +184,7 @@ void SimulatedPeripheral::loseLink() {
     endLink(&error);
 }
 
-void SimulatedPeripheral::beaconEndedLink(const std::optional<NSError>& error) {
+void SimulatedPeripheral::deviceEndedLink(const std::optional<NSError>& error) {
     endLink(error ? &*error : nullptr);
 }
 
@@ -202,14 +204,14 @@ void SimulatedPeripheral::endLink(const NSError* error) {
 void SimulatedPeripheral::leaveAttempt() {
     phase_ = Phase::idle;
     if (attemptTimer_) attemptTimer_->invalidate();
-    if (const auto beacon = beacon_.lock()) beacon->removeAttempt(*this);
+    if (const auto device = device_.lock()) device->removeAttempt(*this);
 }
 
 void SimulatedPeripheral::leaveLink() {
     for (const auto& timer : {supervisionTimer_, answerTimer_}) {
         if (timer) timer->invalidate();
     }
-    if (const auto beacon = beacon_.lock()) beacon->leaveLink();
+    if (const auto device = device_.lock()) device->leaveLink();
 }
 
 void SimulatedPeripheral::abandon() {

@@ -9,21 +9,22 @@
 #include "zobi/platform/Export.h"
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/RunLoop.h"
+#include "zobi/platform/simulation/CentralEnd.h"
 #include "zobi/platform/simulation/GATTServer.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedDevice.h"
 #include "zobi/platform/standard/StandardPeripheral.h"
 
 namespace zobi::platform::simulation {
 
 class SimulatedCentral;
 
-/// A simulated beacon as one central has it: the handle, the attempt to connect, and this side of the link.
+/// A simulated device as one central has it: the handle, the attempt to connect, and this side of the link.
 ///
-/// Requests are served one after the other, each after the beacon's response delay.
-class SimulatedPeripheral final : public StandardPeripheral {
+/// Requests are served one after the other, each after the device's response delay.
+class SimulatedPeripheral final : public StandardPeripheral, public CentralEnd {
 public:
     SimulatedPeripheral(RunLoop& runLoop, std::weak_ptr<SimulatedCentral> central,
-                        std::weak_ptr<SimulatedBeacon> beacon);
+                        std::weak_ptr<SimulatedDevice> device);
     ~SimulatedPeripheral() override;
     SimulatedPeripheral(const SimulatedPeripheral&) = delete;
     SimulatedPeripheral& operator=(const SimulatedPeripheral&) = delete;
@@ -43,20 +44,21 @@ public:
     void cancel();
     /// The radio was turned off: the attempt fails, or the link ends.
     void loseRadio(const NSError& error);
-    /// The central or the beacon is gone, and with it the attempt or the link. Nobody is told.
+    /// The central or the device is gone, and with it the attempt or the link. Nobody is told.
     void abandon();
 
     bool isIdle() const { return phase_ == Phase::idle; }
     std::uint64_t order() const { return order_; }
 
-    // What the beacon does
+    // What the device does
 
-    void beaconBecameFree();
-    void beaconCeasedToBeFree();
-    void beaconFellSilent();
-    void beaconIsHeardAgain();
-    void beaconEndedLink(const std::optional<NSError>& error);
-    void valueChanged(GATTPlace place, std::span<const std::uint8_t> value);
+    void deviceBecameFree() override;
+    void deviceCeasedToBeFree() override;
+    void deviceFellSilent() override;
+    void deviceIsHeardAgain() override;
+    void deviceEndedLink(const std::optional<NSError>& error) override;
+    void valueChanged(GATTPlace place, std::span<const std::uint8_t> value) override;
+    void deviceIsGone() override { abandon(); }
 
 protected:
     Outcome listServices(UUIDs& table) override;
@@ -75,7 +77,7 @@ private:
     std::shared_ptr<SimulatedPeripheral> self() {
         return std::static_pointer_cast<SimulatedPeripheral>(shared_from_this());
     }
-    SimulatedBeacon& beacon() const { return *beacon_.lock(); }
+    SimulatedDevice& device() const { return *device_.lock(); }
     void serveNext();
     void finishAttempt();
     void loseLink();
@@ -86,7 +88,7 @@ private:
 
     RunLoop& runLoop_;
     std::weak_ptr<SimulatedCentral> central_;
-    std::weak_ptr<SimulatedBeacon> beacon_;
+    std::weak_ptr<SimulatedDevice> device_;
     Phase phase_ = Phase::idle;
     std::size_t announcedConnects_ = 0;
     std::uint64_t order_ = 0;

@@ -57,7 +57,7 @@ bool hasItsOwnPlatform(zobi::platform::Platform& theirs) {
 
 int main() {
     SimulatedPlatform platform(SimulatedPlatform::Time::virtualTime);
-    platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto delegate = std::make_shared<Delegate>();
     manager->setDelegate(delegate);

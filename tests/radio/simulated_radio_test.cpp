@@ -5,6 +5,7 @@
 #include "Layers.h"
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
@@ -44,7 +45,7 @@ private:
     std::unique_ptr<Platform> platform_ =
         std::make_unique<simulation::SimulatedPlatform>(StandardPlatform::Time::virtualTime);
     simulation::SimulatedPlatform& simulated_ = dynamic_cast<simulation::SimulatedPlatform&>(*platform_);
-    simulation::SimulatedBeacon& beacon_ = simulated_.world().addBeacon({.major = 1, .minor = 7});
+    zobi::SimulatedBeacon& beacon_ = zobi::addBeacon(simulated_.world(), {.major = 1, .minor = 7});
 };
 
 const RadioUnderTest plain{"Simulated", [] { return std::make_unique<SimulatedBench>(false); }};
