@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
+#include "ZobiConnectKit/simulation/Scenario.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #ifdef ZOBI_HAS_GLIB
@@ -34,6 +34,10 @@ int rangeBeacons(Platform& platform);
 int changeApplicationState(Platform& platform);
 int readBeacon(Platform& platform);
 int rangeBeaconsWithGLib(Platform& platform);
+simulation::DeviceDescription heartRateStrap();
+int readHeartRates(Platform& platform);
+zobi::Scenario officeMorning();
+int watchFor10Seconds(Platform& platform);
 
 namespace {
 
@@ -144,6 +148,47 @@ TEST(ExamplesTest, AwaitingAnAnswerGivesUpAfterAMinute) {
     Trial trial(active);
     EXPECT_EQ(trial.outputOf(readBeacon), "no answer: waited for a beacon\nfailure");
     EXPECT_EQ(trial.now(), 60);
+}
+
+TEST(ExamplesTest, AHeartRateStrapIsNoBeaconAndIsReadThroughEachFault) {
+    // Even if the scan and the decoder of the library let it through.
+    auto disguised = heartRateStrap();
+    disguised.advertisedServices.push_back(CBUUID::UUIDWithString("1320"));
+    disguised.serviceData = {{CBUUID::UUIDWithString("180A"), std::vector<std::uint8_t>(16)}};
+    for (const auto& description : {heartRateStrap(), disguised}) {
+        for (int fault = 0; fault < 3; ++fault) {
+            Trial trial(active);
+            trial.beacon.comeIntoRange();
+            auto& strap = trial.platform.world().addDevice(description);
+            strap.comeIntoRange();
+            const double moment = 1.5;
+            if (fault == 1) {
+                trial.at(moment, radioBecomes(poweredOff));
+                trial.at(moment + 1, radioBecomes(poweredOn));
+            } else if (fault == 2) {
+                trial.at(moment, [&](const auto& /*trial*/) { strap.goOutOfRange(); });
+                trial.at(moment + 5, [&](const auto& /*trial*/) { strap.comeIntoRange(); });
+            }
+            const std::string output = trial.outputOf(readHeartRates);
+            EXPECT_THAT(output,
+                        ContainsRegex("worn on: 1\nbeacons: 1\n(.*\n)*heart rate: [67][0-9]\nsuccess$"));
+            EXPECT_THAT(output, ::testing::Not(::testing::HasSubstr("beacons: 2")));
+            EXPECT_EQ(trial.now() > 4, fault > 0);
+        }
+    }
+}
+
+TEST(ExamplesTest, AScenarioIsPlayedAsItIsWritten) {
+    Trial trial(active);
+    EXPECT_EQ(zobi::playScenario(officeMorning(), trial.platform, trial.platform.world()).size(), 2U);
+    EXPECT_EQ(trial.outputOf(watchFor10Seconds),
+              "Bluetooth 5\n1 in range\n1 in range\n2 in range\n2 in range\n"
+              "action 0 of beacon 2\naction 0 of beacon 2\n2 in range\naction 0 of beacon 2\n"
+              "Bluetooth 4\n2 in range\n2 in range\nBluetooth 5\n2 in range\n2 in range\nsuccess");
+    zobi::Scenario scenario;
+    EXPECT_THROW(scenario.addBeaconEvent(0, 0, nullptr), std::out_of_range);
+    scenario.repeatEvery = 0;
+    EXPECT_THROW(zobi::playScenario(scenario, trial.platform, trial.platform.world()), std::invalid_argument);
 }
 
 }  // namespace

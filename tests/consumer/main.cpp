@@ -9,6 +9,7 @@
 #include "Clock.h"
 #include "ZobiConnectKit/ZOKManagerDelegate.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 #include "zobi/platform/Clock.h"
