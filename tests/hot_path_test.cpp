@@ -7,7 +7,7 @@
 
 #include "Layers.h"
 #include "SeamRecorders.h"
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "support.h"
 
 namespace {
@@ -42,7 +42,7 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
     delegate->expectedManager = manager;
     manager->setDelegate(delegate);
     platform.runLoop().processPending();
-    const auto payload = zobi::platform::simulation::encodePayload({.major = 1, .minor = 7});
+    const auto payload = zobi::encodePayload({.major = 1, .minor = 7});
     const std::vector<zobi::platform::CBServiceData> serviceData{
         {zobi::platform::CBUUID::UUIDWithString("180F"), {}},
         {zobi::platform::CBUUID::UUIDWithString("180A"), payload}};

@@ -308,7 +308,7 @@ TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {
         zobi::platform::simulation::SimulatedPlatform own(
             zobi::platform::StandardPlatform::Time::virtualTime);
         own.log().setSink(nullptr);
-        own.world().addBeacon({}).comeIntoRange();
+        zobi::addBeacon(own.world(), {}).comeIntoRange();
         outlives = ZOKManager::managerOnPlatform(own);
         const auto dies = ZOKManager::managerOnPlatform(own);
         weak = dies;

@@ -1,17 +1,17 @@
 // Advertisements and the live beacons; the report each second, the expiry of silent beacons.
 
 #include "SeamRecorders.h"
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "support.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::encodePayload;
+using zobi::SimulatedBeacon;
 using zobi::platform::CBPeripheralState;
 using zobi::platform::CBUUID;
-using zobi::platform::simulation::encodePayload;
-using zobi::platform::simulation::SimulatedBeacon;
 
 const CBUUID deviceInformation = CBUUID::UUIDWithString("180A");
 const CBUUID battery = CBUUID::UUIDWithString("180F");

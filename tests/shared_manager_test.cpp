@@ -59,8 +59,7 @@ TEST(SharedManagerTest, WorksOnTheInstalledPlatform) {
     const auto delegate = std::make_shared<RecordingDelegate>();
     delegate->expectedManager = ZOKManager::shared();
     ZOKManager::shared()->setDelegate(delegate);
-    installed->world()
-        .addBeacon({.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
+    zobi::addBeacon(installed->world(), {.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
         .comeIntoRange();
     ZOKManager::shared()->startMonitoring();
     delegate->onButton = [] { installed->runLoop().stop(); };

@@ -12,6 +12,8 @@ using namespace zobi::platform;
 using namespace zobi::platform::simulation;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::BeaconDescription;
+using zobi::SimulatedBeacon;
 
 class SimulatedConnectionTest : public ManagerTest {
 protected:
@@ -329,6 +331,31 @@ TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     manager->disconnectBeacon(record());
     pass(1);
     EXPECT_LE(loop.timerCount(), 1U) << "its advertisements' alone";
+}
+
+TEST_F(SimulatedConnectionTest, AGeneratorThatFailsKeepsNoLinkFromBeingReported) {
+    BeaconDescription description;
+    const auto generate = [&](std::size_t service, const auto& next) {
+        description.services[service].characteristics[0].generated = GeneratedValue{1, next};
+    };
+    generate(1, [](auto&) -> std::vector<std::uint8_t> { throw std::runtime_error("mine"); });
+    generate(3, [](auto&) { return std::vector<std::uint8_t>(maximumValueSize + 1); });
+    generate(5, [](auto&) { return std::vector<std::uint8_t>{0, 25}; });
+    SimulatedBeacon& beacon = addLive(description);
+    connect();
+    EXPECT_THROW(pass(1), std::runtime_error) << "with the link";
+    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::connected);
+    pass(0.9);
+    EXPECT_EQ(takeEvents(), connected);
+    EXPECT_THAT(*beacon.gatt().value(ZOKGATTProfile::temperatureCharacteristic), ElementsAre(0, 25));
+    for (int tick = 0; tick < 2; ++tick) {
+        EXPECT_THROW(pass(0.5), std::runtime_error);
+        EXPECT_THROW(pass(0.5), std::invalid_argument);
+        pass(0.5);
+    }
+    manager->disconnectBeacon(record());
+    pass(5);
+    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::disconnected);
 }
 
 TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 #include "zobi/platform/standard/ForwardingPlatform.h"
 #include "zobi/platform/standard/WrappingCentral.h"
@@ -246,10 +247,12 @@ protected:
         manager->setDelegate(application);
         constexpr std::uint16_t count = 200;
         application->records.resize(count);
-        simulation::BeaconDescription beacon;
+        zobi::BeaconDescription beacon;
         beacon.advertisingInterval = 7;
         beacon.advertisingJitter = 1;
-        for (beacon.minor = 0; beacon.minor < count; ++beacon.minor) platform.world().addBeacon(beacon);
+        for (beacon.minor = 0; beacon.minor < count; ++beacon.minor) {
+            beacons.push_back(&zobi::addBeacon(platform.world(), beacon));
+        }
     }
 
     /// From 0 to `end`, exclusive.
@@ -262,7 +265,7 @@ protected:
     }
 
     /// Something happens to one beacon, or is asked of it.
-    void happenTo(simulation::SimulatedBeacon& beacon, const Record& record) {
+    void happenTo(zobi::SimulatedBeacon& beacon, const Record& record) {
         const auto onConnection = [this](const auto&, const Record& connected, const NSError* error) {
             if (!error) manager->setAccelerometerNotificationsForBeacon(true, connected);
         };
@@ -297,7 +300,7 @@ protected:
     void happen() {
         const std::size_t i = random(application->records.size());
         for (std::size_t left = 1 + random(8); left > 0; --left) {
-            happenTo(*platform.world().beacons()[i], application->records[i]);
+            happenTo(*beacons[i], application->records[i]);
             constexpr std::array pauses{0.0, 0.0, 0.01, 0.1, 0.3, 1.0};
             loop.runFor(pauses.at(random(pauses.size())));
         }
@@ -312,7 +315,7 @@ protected:
     /// All beacons go and all links are cancelled, and nothing of them is left.
     void comeToRest() {
         platform.world().setRadioState(CBManagerState::poweredOn);
-        for (const auto& beacon : platform.world().beacons()) beacon->goOutOfRange();
+        for (const auto& beacon : platform.world().devices()) beacon->goOutOfRange();
         for (const auto& record : application->records) {
             manager->stopRSSIMonitoringForBeacon(record);
             manager->disconnectBeacon(record);
@@ -332,6 +335,7 @@ protected:
     simulation::SimulatedPlatform& platform = *simulated;
     CheckedPlatform checkedPlatform{std::move(simulated)};
     StandardRunLoop& loop = platform.runLoop();
+    std::vector<zobi::SimulatedBeacon*> beacons;
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(checkedPlatform);
     std::shared_ptr<CheckedCentral> central = checkedPlatform.central;
     std::shared_ptr<Application> application = std::make_shared<Application>();
@@ -342,7 +346,7 @@ TEST_F(SoakTest, LinksComeAndGoForALongTime) {
     std::vector<double> heapInUse;
     for (int tenth = 1; tenth <= 10; ++tenth) {
         manager->startMonitoring();
-        for (const auto& beacon : platform.world().beacons()) beacon->comeIntoRange();
+        for (const auto& beacon : platform.world().devices()) beacon->comeIntoRange();
         const std::chrono::duration<double> end(tenth * ZOBI_SOAK_SECONDS / 10);
         while (platform.clock().monotonicTime() < end && !HasFailure()) happen();
         comeToRest();

@@ -8,6 +8,7 @@
 #include "Layers.h"
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "examples/port/RadioPlatform.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
@@ -203,7 +204,7 @@ public:
 
 private:
     Air air_;
-    simulation::SimulatedBeacon& beacon_ = air_.world.addBeacon({.major = 1, .minor = 7});
+    zobi::SimulatedBeacon& beacon_ = zobi::addBeacon(air_.world, {.major = 1, .minor = 7});
 };
 
 template <typename Air>
