@@ -12,10 +12,11 @@
 #include "Floor.h"
 #include "HeapUse.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
-using zobi::platform::simulation::BeaconDescription;
+using zobi::BeaconDescription;
 using zobi::platform::simulation::SimulatedPlatform;
 using Payload = std::vector<std::uint8_t>;
 using Peripheral = std::shared_ptr<zobi::platform::CBPeripheral>;
@@ -33,7 +34,7 @@ BeaconDescription numberedBeacon(std::size_t number) {
 }
 
 Payload payloadOf(std::size_t number) {
-    return zobi::platform::simulation::encodePayload(numberedBeacon(number));
+    return zobi::encodePayload(numberedBeacon(number));
 }
 
 /// A delegate that only counts.
@@ -85,7 +86,7 @@ struct FullStack : Stack {
         : FullStack(time, static_cast<std::size_t>(state.range(0))) {}
     FullStack(Time time, std::size_t beacons) : Stack(time), count(beacons) {
         for (std::size_t i = 0; i < count; ++i) {
-            platform.world().addBeacon(numberedBeacon(i)).comeIntoRange();
+            zobi::addBeacon(platform.world(), numberedBeacon(i)).comeIntoRange();
         }
         while (manager->liveBeacons().size() < count) platform.runLoop().runFor(0.001);
     }
@@ -343,7 +344,7 @@ void virtualHour(benchmark::State& state) {
             // 0.1 s on the average, with the random delay.
             beacon.advertisingJitter = 0.01;
             beacon.advertisingInterval = 0.095;
-            stack.platform.world().addBeacon(beacon).comeIntoRange();
+            zobi::addBeacon(stack.platform.world(), beacon).comeIntoRange();
         }
         stack.platform.runLoop().runFor(seconds);
         taken += std::chrono::steady_clock::now() - start;

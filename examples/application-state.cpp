@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
@@ -51,6 +52,6 @@ int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::virtualTime);
     platform.log().setSink(nullptr);
-    platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     return changeApplicationState(platform);
 }

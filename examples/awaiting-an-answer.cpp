@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 class Reader : public ZOKManagerDelegate {
@@ -93,6 +94,6 @@ int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::real);
     platform.log().setSink(nullptr);
-    platform.world().addBeacon({.major = 300, .minor = 7, .temperature = 22}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.major = 300, .minor = 7, .temperature = 22}).comeIntoRange();
     return readBeacon(platform);
 }

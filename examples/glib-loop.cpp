@@ -8,6 +8,7 @@
 
 #include "GLibLoop.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 #include "zobi/platform/standard/PollWaiting.h"
 
@@ -52,6 +53,6 @@ int main() {
     SimulatedPlatform platform(SimulatedPlatform::Time::real, 0,
                                std::make_unique<zobi::platform::PollWaiting>());
     platform.log().setSink(nullptr);
-    platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     return rangeBeaconsWithGLib(platform);
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 class Watcher : public ZOKManagerDelegate {
@@ -44,9 +45,9 @@ int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::real);
     platform.log().setSink(nullptr);
-    platform.world()
-        .addBeacon({.macAddress = {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56}, .major = 300, .minor = 7})
+    zobi::addBeacon(platform.world(),
+                    {.macAddress = {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56}, .major = 300, .minor = 7})
         .comeIntoRange();
-    platform.world().addBeacon({.major = 300, .minor = 8, .layoutVersion = 2}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.major = 300, .minor = 8, .layoutVersion = 2}).comeIntoRange();
     return rangeBeacons(platform);
 }

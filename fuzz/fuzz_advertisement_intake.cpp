@@ -7,6 +7,7 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "platform/bluez/central/BlueZCentral.h"
 #include "zobi/platform/NSData.h"
+#include "zobi/platform/standard/ForwardingCentral.h"
 
 namespace {
 
@@ -17,10 +18,9 @@ const CBUUID payloadService = CBUUID::UUIDWithString("180A");
 const CBUUID beaconService = CBUUID::UUIDWithString("1320");
 
 /// Stands between the radio and the manager, and keeps account of what passes.
-struct Witness final : CBCentralManagerDelegate {
-    void centralManagerDidUpdateState(CBCentralManager& central) override {
-        manager.lock()->centralManagerDidUpdateState(central);
-    }
+struct Witness final : ForwardingCentral {
+    using ForwardingCentral::ForwardingCentral;
+
     void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         CBCentralManager& central, const std::shared_ptr<CBPeripheral>& peripheral,
         const CBAdvertisementData& data, NSNumber rssi) override {
@@ -33,8 +33,8 @@ struct Witness final : CBCentralManagerDelegate {
         }
         refusals += isRefused;
         try {
-            manager.lock()->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(central, peripheral,
-                                                                                     data, rssi);
+            ForwardingCentral::centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(central, peripheral,
+                                                                                        data, rssi);
             require(!isRefused);
         } catch (const DataRangeError&) {
             require(isRefused);
@@ -42,7 +42,6 @@ struct Witness final : CBCentralManagerDelegate {
         }
     }
 
-    std::weak_ptr<CBCentralManagerDelegate> manager;
     /// Of the first device.
     int sightings = 0;
     int refusals = 0;
@@ -53,13 +52,14 @@ struct Witness final : CBCentralManagerDelegate {
 struct WatchedMachine final : Machine {
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override {
-        witness->manager = std::move(delegate);
-        auto central = std::make_shared<BlueZCentral>(context, witness);
+        witness = std::make_shared<Witness>(std::move(delegate));
+        const auto central = std::make_shared<BlueZCentral>(context, witness);
+        witness->attach(central);
         runLoop().dispatchAsync([central] { central->start(); });
-        return central;
+        return witness;
     }
 
-    std::shared_ptr<Witness> witness = std::make_shared<Witness>();
+    std::shared_ptr<Witness> witness;
 };
 
 Properties anySighting(Input& input) {

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "support.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
@@ -36,9 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const auto manager = ZOKManager::managerOnPlatform(platform);
     platform.runLoop().processPending();
     manager->startMonitoring();
-    platform.world()
-        .addBeacon({.serviceData = {{{zobi::platform::CBUUID::UUIDWithString("180A"),
-                                      {payload.begin(), payload.end()}}}}})
+    zobi::addBeacon(platform.world(), {.serviceData = {{{zobi::platform::CBUUID::UUIDWithString("180A"),
+                                                         {payload.begin(), payload.end()}}}}})
         .comeIntoRange();
     platform.runLoop().runFor(1.5);
     require(manager->liveBeacons().size() == (isComplete(payload) ? 1 : 0));

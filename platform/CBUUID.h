@@ -25,7 +25,7 @@ public:
     /// The UUID in its shortest form, of 4, 8 or 36 characters, in upper case.
     std::string UUIDString() const;
 
-    /// The assigned name of a service or characteristic that beacons use, "Device Information" for 180A;
+    /// The assigned name of some common services and characteristics, "Device Information" for 180A;
     /// empty for any other UUID. The text has static storage; nothing is allocated.
     std::string_view description() const noexcept;
 

@@ -25,7 +25,7 @@ class Emulate : public ::testing::Test {
 protected:
     simulation::SimulatedPlatform platform{StandardPlatform::Time::virtualTime, 0,
                                            std::make_unique<PollWaiting>()};
-    simulation::SimulatedBeacon& beacon = platform.world().addBeacon({});
+    zobi::SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {});
     std::vector<std::string> told;
     std::function<void(const std::string&)> tell = [this](const auto& line) { told.push_back(line); };
 };
@@ -43,7 +43,7 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
     enter("press 1\nbattery 256\npress 3\npress 1 2 3\ntemperature -5\nquit 1\n\ndance\nbatt");
     enter("ery 5");
     EXPECT_THAT(told, ElementsAre("button pressed: action 1"));
-    EXPECT_EQ(beacon.description().buttonAction, 2);
+    EXPECT_EQ(beacon.buttonAction(), 2);
     enter("\npress 1" + std::string(9000, ' ') + "\nquit\npress 2");
     int left = 0;
     EXPECT_EQ(::ioctl(STDIN_FILENO, FIONREAD, &left), 0);

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "ZobiConnectKit/simulation/Scenario.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #ifdef ZOBI_HAS_GLIB
@@ -23,16 +24,20 @@
 #endif
 
 using namespace zobi::platform;
-using simulation::SimulatedBeacon;
 using simulation::SimulatedPlatform;
 using ::testing::ContainsRegex;
 using ::testing::EndsWith;
+using zobi::SimulatedBeacon;
 using Program = int (*)(Platform& platform);
 
 int rangeBeacons(Platform& platform);
 int changeApplicationState(Platform& platform);
 int readBeacon(Platform& platform);
 int rangeBeaconsWithGLib(Platform& platform);
+simulation::DeviceDescription heartRateStrap();
+int readHeartRates(Platform& platform);
+zobi::Scenario officeMorning();
+int watchFor10Seconds(Platform& platform);
 
 namespace {
 
@@ -63,7 +68,7 @@ struct Trial {
     }
 
     SimulatedPlatform platform{SimulatedPlatform::Time::virtualTime, 0, std::make_unique<PollWaiting>()};
-    SimulatedBeacon& beacon = platform.world().addBeacon({.major = 1, .minor = 7, .temperature = 22});
+    SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {.major = 1, .minor = 7, .temperature = 22});
 };
 
 Trial::Event radioBecomes(CBManagerState state) {
@@ -102,7 +107,7 @@ TEST(ExamplesTest, ABeaconThatComesAfterAPowerCycleIsRangedInTime) {
     for (const auto& [name, program, state, powerOff, output] : cycles) {
         Trial trial(state);
         trial.beacon.comeIntoRange();
-        auto& newcomer = trial.platform.world().addBeacon({.major = 1, .minor = 8});
+        auto& newcomer = zobi::addBeacon(trial.platform.world(), {.major = 1, .minor = 8});
         trial.at(powerOff, radioBecomes(poweredOff));
         trial.at(powerOff + 2, radioBecomes(poweredOn));
         trial.at(powerOff + 2.2, [&](const auto& /*trial*/) { newcomer.comeIntoRange(); });
@@ -143,6 +148,49 @@ TEST(ExamplesTest, AwaitingAnAnswerGivesUpAfterAMinute) {
     Trial trial(active);
     EXPECT_EQ(trial.outputOf(readBeacon), "no answer: waited for a beacon\nfailure");
     EXPECT_EQ(trial.now(), 60);
+}
+
+TEST(ExamplesTest, AHeartRateStrapIsNoBeaconAndIsReadThroughEachFault) {
+    auto description = heartRateStrap();
+    // It passes the filter of the library's scan, and has a payload.
+    description.advertisedServices.push_back(CBUUID::UUIDWithString("1320"));
+    description.serviceData = {{CBUUID::UUIDWithString("180A"), std::vector<std::uint8_t>(16)}};
+    using Fault = std::function<void(Trial&, simulation::SimulatedDevice & strap)>;
+    const std::vector<Fault> faults{
+        [](auto&, auto&) {},
+        [](auto& trial, auto&) {
+            trial.at(1.5, radioBecomes(poweredOff));
+            trial.at(3, radioBecomes(poweredOn));
+        },
+        [](auto& trial, auto& strap) {
+            trial.at(1.5, [&](const auto&) { strap.goOutOfRange(); });
+            trial.at(6, [&](const auto&) { strap.comeIntoRange(); });
+        },
+    };
+    for (std::size_t i = 0; i < faults.size(); ++i) {
+        Trial trial(active);
+        trial.beacon.comeIntoRange();
+        auto& strap = trial.platform.world().addDevice(description);
+        strap.comeIntoRange();
+        faults[i](trial, strap);
+        const std::string output = trial.outputOf(readHeartRates);
+        EXPECT_THAT(output, ContainsRegex("worn on: 1\nbeacons: 1\n(.*\n)*heart rate: [67][0-9]\nsuccess$"));
+        EXPECT_THAT(output, ::testing::Not(::testing::HasSubstr("beacons: 2")));
+        EXPECT_EQ(trial.now() > 4, i > 0);
+    }
+}
+
+TEST(ExamplesTest, AScenarioIsPlayedAsItIsWritten) {
+    Trial trial(active);
+    EXPECT_EQ(zobi::playScenario(officeMorning(), trial.platform, trial.platform.world()).size(), 2U);
+    EXPECT_EQ(trial.outputOf(watchFor10Seconds),
+              "Bluetooth 5\n1 in range\n1 in range\n2 in range\n2 in range\n"
+              "action 0 of beacon 2\naction 0 of beacon 2\n2 in range\naction 0 of beacon 2\n"
+              "Bluetooth 4\n2 in range\n2 in range\nBluetooth 5\n2 in range\n2 in range\nsuccess");
+    zobi::Scenario scenario;
+    EXPECT_THROW(scenario.addBeaconEvent(0, 0, nullptr), std::out_of_range);
+    scenario.repeatEvery = 0;
+    EXPECT_THROW(zobi::playScenario(scenario, trial.platform, trial.platform.world()), std::invalid_argument);
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
-// What a repeated advertisement of a live beacon allocates. A program of its own, which counts.
+// What a repeated advertisement of a live beacon allocates, through a forwarding layer. A program of its own,
+// which counts.
 
 #include <cstdlib>
 #include <new>
 #include <vector>
 
-#include "platform/simulation/PayloadEncoder.h"
+#include "Layers.h"
+#include "SeamRecorders.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "support.h"
 
 namespace {
@@ -30,22 +33,26 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 namespace {
 
 TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
-    zobi::platform::simulation::SimulatedPlatform platform(
+    auto simulated = std::make_unique<zobi::platform::simulation::SimulatedPlatform>(
         zobi::platform::StandardPlatform::Time::virtualTime);
-    platform.log().setSink(nullptr);
+    simulated->log().setSink(nullptr);
+    Layer platform(std::move(simulated));
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto delegate = std::make_shared<RecordingDelegate>();
     delegate->expectedManager = manager;
     manager->setDelegate(delegate);
     platform.runLoop().processPending();
-    const auto payload = zobi::platform::simulation::encodePayload({.major = 1, .minor = 7});
+    const auto payload = zobi::encodePayload({.major = 1, .minor = 7});
     const std::vector<zobi::platform::CBServiceData> serviceData{
         {zobi::platform::CBUUID::UUIDWithString("180F"), {}},
         {zobi::platform::CBUUID::UUIDWithString("180A"), payload}};
     const zobi::platform::CBAdvertisementData data{"morvane", serviceData};
+    const auto central = manager->centralManager();
+    const auto handle = std::make_shared<RecordingPeripheral>();
     const auto advertise = [&] {
-        manager->centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-            *manager->centralManager(), nullptr, data, zobi::platform::NSNumber::numberWithInt(-60));
+        dynamic_cast<zobi::platform::CBCentralManagerDelegate&>(*central)
+            .centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+                *central, handle, data, zobi::platform::NSNumber::numberWithInt(-60));
     };
     advertise();
     ASSERT_EQ(manager->liveBeacons().size(), 1U);

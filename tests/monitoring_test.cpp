@@ -258,8 +258,8 @@ TEST_F(MonitoringTest, AnExceptionOfADelegateLeavesTheLoopAndNothingIsLost) {
     addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
     manager->startMonitoring();
     delegate->onReport = [] { throw std::runtime_error("from a report"); };
-    delegate->onButton = [] { throw std::out_of_range("from a button"); };
-    EXPECT_THROW(pass(10), std::out_of_range) << "an application's own mistake is not a malformed payload";
+    delegate->onButton = [] { ZOKProtocolUtils::beaconFromData({}); };
+    EXPECT_THROW(pass(10), zobi::platform::DataRangeError) << "the application's own bytes, not the beacon's";
     EXPECT_THROW(pass(10), std::runtime_error);
     delegate->onReport = [] {};
     delegate->onButton = [] {};
@@ -308,7 +308,7 @@ TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {
         zobi::platform::simulation::SimulatedPlatform own(
             zobi::platform::StandardPlatform::Time::virtualTime);
         own.log().setSink(nullptr);
-        own.world().addBeacon({}).comeIntoRange();
+        zobi::addBeacon(own.world(), {}).comeIntoRange();
         outlives = ZOKManager::managerOnPlatform(own);
         const auto dies = ZOKManager::managerOnPlatform(own);
         weak = dies;

@@ -2,13 +2,13 @@
 
 #include "payload_table.h"
 
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "support.h"
 
 namespace {
 
+using zobi::BeaconDescription;
 using zobi::platform::NSNumber;
-using zobi::platform::simulation::BeaconDescription;
 
 class PayloadTest : public ManagerTest {
 protected:

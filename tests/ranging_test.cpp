@@ -1,17 +1,17 @@
 // Advertisements and the live beacons; the report each second, the expiry of silent beacons.
 
 #include "SeamRecorders.h"
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "support.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::encodePayload;
+using zobi::SimulatedBeacon;
 using zobi::platform::CBPeripheralState;
 using zobi::platform::CBUUID;
-using zobi::platform::simulation::encodePayload;
-using zobi::platform::simulation::SimulatedBeacon;
 
 const CBUUID deviceInformation = CBUUID::UUIDWithString("180A");
 const CBUUID battery = CBUUID::UUIDWithString("180F");
@@ -304,20 +304,6 @@ TEST_F(RangingTest, AWallClockThatIsSetMovesExpiryButNoTimer) {
     pass(10);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
     EXPECT_EQ(delegate->reports.size(), 40U);
-}
-
-TEST_F(RangingTest, TenThousandBeaconsAreRangedAndDropped) {
-    platform.log().setSink(nullptr);
-    for (int i = 0; i < 10'000; ++i) {
-        addBeacon(
-            {.major = static_cast<std::uint16_t>(i / 100), .minor = static_cast<std::uint16_t>(i % 100)})
-            .comeIntoRange();
-    }
-    pass(0.5);
-    EXPECT_EQ(manager->liveBeacons().size(), 10'000U);
-    for (const auto& beacon : platform.world().beacons()) beacon->goOutOfRange();
-    pass(30);
-    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
 }
 
 }  // namespace

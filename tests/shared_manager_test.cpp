@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "Layers.h"
 #include "support.h"
 
 namespace {
@@ -19,8 +20,10 @@ TEST(SharedManagerTest, APlatformIsInstalledOnceAndBeforeItsFirstUse) {
     auto platform = std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real);
     platform->log().setSink(nullptr);
     installed = platform.get();
-    Platform::install(std::move(platform));
-    EXPECT_EQ(&Platform::current(), installed);
+    auto layers = inLayers(std::move(platform));
+    const Platform* const outermost = layers.get();
+    Platform::install(std::move(layers));
+    EXPECT_EQ(&Platform::current(), outermost);
     EXPECT_THROW(
         Platform::install(std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real)),
         std::logic_error);
@@ -56,8 +59,7 @@ TEST(SharedManagerTest, WorksOnTheInstalledPlatform) {
     const auto delegate = std::make_shared<RecordingDelegate>();
     delegate->expectedManager = ZOKManager::shared();
     ZOKManager::shared()->setDelegate(delegate);
-    installed->world()
-        .addBeacon({.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
+    zobi::addBeacon(installed->world(), {.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
         .comeIntoRange();
     ZOKManager::shared()->startMonitoring();
     delegate->onButton = [] { installed->runLoop().stop(); };

@@ -12,6 +12,8 @@ using namespace zobi::platform;
 using namespace zobi::platform::simulation;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using zobi::BeaconDescription;
+using zobi::SimulatedBeacon;
 
 class SimulatedConnectionTest : public ManagerTest {
 protected:
@@ -136,39 +138,6 @@ TEST_F(SimulatedConnectionTest, OfTwoLinksThatComeUpTogetherOneIsReported) {
     EXPECT_EQ(takeEvents(), connected) << "asking again has it reported";
 }
 
-TEST_F(SimulatedConnectionTest, EachLinkOfAStormIsReportedAndComesBack) {
-    SimulatedBeacon& beacon = addLive({});
-    connect();
-    pass(1);
-    EXPECT_EQ(takeEvents(), connected);
-    Events round = lost;
-    round.insert(round.end(), connected.begin(), connected.end());
-    for (int i = 0; i < 200; ++i) {
-        // Code 6 of whatever cause: the beacon ends the link, or falls silent.
-        if (i % 2 == 0) {
-            beacon.endLink(error(CBError::connectionTimeout));
-            pass(1);
-        } else {
-            beacon.goOutOfRange();
-            pass(1.999);
-            ASSERT_THAT(application->events, IsEmpty());
-            pass(0.002);
-            ASSERT_EQ(application->events, lost) << "after the supervision timeout";
-            beacon.comeIntoRange();
-            pass(1);
-        }
-        ASSERT_EQ(takeEvents(), round) << i;
-    }
-    EXPECT_EQ(manager->liveBeacons().size(), 1U);
-    // Cancelled before it is up again.
-    beacon.endLink(error(CBError::connectionTimeout));
-    pass(0.1);
-    manager->disconnectBeacon(record());
-    pass(10);
-    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 6", "ZOKBeaconDidDisconnectNotification",
-                                          "disconnected", "ZOKBeaconDidDisconnectNotification"));
-}
-
 TEST_F(SimulatedConnectionTest, MissingDoubledAndFailingServices) {
     const auto without = [](std::string_view service) {
         BeaconDescription beacon;
@@ -233,6 +202,16 @@ TEST_F(SimulatedConnectionTest, ErrorsAreDroppedAndLateAnswersAreNot) {
     EXPECT_THAT(takeEvents(), ElementsAre("temperature 20", "ZOKBeaconDidTemperatureChangeNotification 20"));
     pass(5);
     EXPECT_THAT(takeEvents(), IsEmpty()) << "the link was not lost";
+    beacon.goOutOfRange();
+    pass(1.999);
+    EXPECT_THAT(takeEvents(), IsEmpty());
+    pass(0.002);
+    EXPECT_EQ(takeEvents(), lost) << "after the supervision timeout";
+    beacon.comeIntoRange();
+    pass(1);
+    EXPECT_EQ(takeEvents(), connected);
+    manager->setBatteryNotificationsForBeacon(true, record());
+    pass(1);
     beacon.endLink(std::nullopt);
     beacon.setBatteryLevel(4);
     pass(1);
@@ -352,6 +331,31 @@ TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     manager->disconnectBeacon(record());
     pass(1);
     EXPECT_LE(loop.timerCount(), 1U) << "its advertisements' alone";
+}
+
+TEST_F(SimulatedConnectionTest, AGeneratorThatFailsKeepsNoLinkFromBeingReported) {
+    BeaconDescription description;
+    const auto generate = [&](std::size_t service, const auto& next) {
+        description.services[service].characteristics[0].generated = GeneratedValue{1, next};
+    };
+    generate(1, [](auto&) -> std::vector<std::uint8_t> { throw std::runtime_error("mine"); });
+    generate(3, [](auto&) { return std::vector<std::uint8_t>(maximumValueSize + 1); });
+    generate(5, [](auto&) { return std::vector<std::uint8_t>{0, 25}; });
+    SimulatedBeacon& beacon = addLive(description);
+    connect();
+    EXPECT_THROW(pass(1), std::runtime_error) << "with the link";
+    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::connected);
+    pass(0.9);
+    EXPECT_EQ(takeEvents(), connected);
+    EXPECT_THAT(*beacon.gatt().value(ZOKGATTProfile::temperatureCharacteristic), ElementsAre(0, 25));
+    for (int tick = 0; tick < 2; ++tick) {
+        EXPECT_THROW(pass(0.5), std::runtime_error);
+        EXPECT_THROW(pass(0.5), std::invalid_argument);
+        pass(0.5);
+    }
+    manager->disconnectBeacon(record());
+    pass(5);
+    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::disconnected);
 }
 
 TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <set>
 #include <stdexcept>
 
 #include "support.h"
@@ -12,7 +11,7 @@ namespace {
 using namespace zobi::platform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using zobi::platform::simulation::SimulatedBeacon;
+using zobi::SimulatedBeacon;
 using zobi::platform::simulation::SimulatedPlatform;
 
 /// Notes every event of a central manager, with its time.
@@ -77,15 +76,20 @@ TEST_F(SimulationTest, TheFirstStateComesThroughTheLoopAndEachChangeByItself) {
     EXPECT_EQ(central->state(), CBManagerState::poweredOn);
     loop.processPending();
     EXPECT_THAT(delegate->events, ElementsAre("state 5", "state 4", "state 1", "state 5"));
+    platform.world().setRadioState(CBManagerState::unknown);
+    const auto late = platform.makeCentralManager(delegate);
+    delegate->events.clear();
+    loop.processPending();
+    EXPECT_THAT(delegate->events, ElementsAre("state 0", "state 0")) << "a first state, whatever it is";
 }
 
 TEST_F(SimulationTest, TheServiceFilterTakesAnyOfItsServices) {
     const auto uuid = [](const char* text) { return CBUUID::UUIDWithString(text); };
-    platform.world()
-        .addBeacon({.localName = "a", .advertisedServices = {uuid("180F"), uuid("1320")}})
+    zobi::addBeacon(platform.world(), {.localName = "a", .advertisedServices = {uuid("180F"), uuid("1320")}})
         .comeIntoRange();
-    platform.world().addBeacon({.localName = "b", .advertisedServices = {uuid("FFE0")}}).comeIntoRange();
-    platform.world().addBeacon({.localName = "c", .advertisedServices = {}}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.localName = "b", .advertisedServices = {uuid("FFE0")}})
+        .comeIntoRange();
+    zobi::addBeacon(platform.world(), {.localName = "c", .advertisedServices = {}}).comeIntoRange();
     loop.processPending();
     const auto heardWith = [&](std::vector<CBUUID> services) {
         delegate->peripherals.clear();
@@ -100,7 +104,7 @@ TEST_F(SimulationTest, TheServiceFilterTakesAnyOfItsServices) {
 }
 
 TEST_F(SimulationTest, AnyStateButOnEndsTheScanForGood) {
-    platform.world().addBeacon({}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {}).comeIntoRange();
     scan();
     EXPECT_FALSE(central->isScanning()) << "the radio has not started";
     loop.processPending();
@@ -143,9 +147,26 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
     }
 }
 
+TEST_F(SimulationTest, AScanForgetsWhatIsIdleAndInNobodysHands) {
+    for (int i = 0; i < 2; ++i) platform.world().addBeacon({}).comeIntoRange();
+    loop.processPending();
+    scan();
+    loop.runFor(1);
+    central->connectPeripheral(delegate->peripherals.at(0));
+    loop.processPending();
+    const std::weak_ptr<CBPeripheral> awaited = delegate->peripherals.at(0);
+    const std::weak_ptr<CBPeripheral> idle = delegate->peripherals.at(1);
+    delegate->peripherals.clear();
+    EXPECT_FALSE(idle.expired());
+    scan();
+    EXPECT_TRUE(idle.expired());
+    EXPECT_FALSE(awaited.expired());
+}
+
 TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
-    SimulatedBeacon& beacon = platform.world().addBeacon(
-        {.minor = 1, .layoutVersion = 5, .advertisingJitter = 0, .signalStrengthSpread = 4});
+    SimulatedBeacon& beacon =
+        zobi::addBeacon(platform.world(),
+                        {.minor = 1, .layoutVersion = 5, .advertisingJitter = 0, .signalStrengthSpread = 4});
     loop.processPending();
     scan();
     beacon.sendOnce({});
@@ -159,6 +180,7 @@ TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
     loop.runFor(1);
     beacon.setLocalName(std::nullopt);
     beacon.setServiceData({{{CBUUID::UUIDWithString("FFF0"), {1, 2}}}});
+    beacon.setBatteryLevel(8);
     loop.runFor(1);
     beacon.setServiceData(std::nullopt);
     beacon.goOutOfRange();
@@ -170,28 +192,68 @@ TEST_F(SimulationTest, WhatHappensToABeaconIsHeardInItsNextAdvertisements) {
     EXPECT_THAT(delegate->events[1], ::testing::MatchesRegex("2000100000 \\(none\\) -[0-9]+ FFF0:1.2."));
     for (const int signal : delegate->signals) EXPECT_LE(std::abs(signal + 60), 4);
     EXPECT_THROW(beacon.setTemperature(70'000), std::invalid_argument);
-    EXPECT_EQ(beacon.description().temperature, 20);
-    EXPECT_THROW(platform.world().addBeacon({.advertisingInterval = 0}), std::invalid_argument);
-    EXPECT_THROW(platform.world().addBeacon({.temperature = 70'000, .serviceData = {{}}}),
+    EXPECT_EQ(beacon.temperature(), 20);
+    EXPECT_THROW(zobi::addBeacon(platform.world(), {.advertisingInterval = 0}), std::invalid_argument);
+    EXPECT_THROW(zobi::addBeacon(platform.world(), {.temperature = 70'000, .serviceData = {{}}}),
                  std::invalid_argument);
-    EXPECT_THROW(platform.world().addBeacon({.advertisingJitter = -1}), std::invalid_argument);
+    EXPECT_THROW(zobi::addBeacon(platform.world(), {.advertisingJitter = -1}), std::invalid_argument);
 }
 
 TEST_F(SimulationTest, AButtonStaysPressedForItsTimeAndTheLastPressDecides) {
-    SimulatedBeacon& beacon = platform.world().addBeacon({});
+    SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {});
     beacon.pressButton(1, 5);
     beacon.pressButton(2, 2);
     loop.runFor(1.9);
-    EXPECT_EQ(beacon.description().buttonAction, 2);
+    EXPECT_EQ(beacon.buttonAction(), 2);
     loop.runFor(0.1);
-    EXPECT_EQ(beacon.description().buttonAction, 0);
+    EXPECT_EQ(beacon.buttonAction(), 0);
     beacon.pressButton(3, 5);
     loop.runFor(4);
-    EXPECT_EQ(beacon.description().buttonAction, 3);
+    EXPECT_EQ(beacon.buttonAction(), 3);
+}
+
+TEST_F(SimulationTest, ADeviceTellsItsObserversOnceOfAllThatHasChanged) {
+    struct Observer final : simulation::SimulatedDeviceObserver {
+        void simulatedDeviceDidChange(simulation::SimulatedDevice& /*device*/) override {
+            ++count;
+            if (isFailing) throw std::runtime_error("observer");
+        }
+        int count = 0;
+        bool isFailing = false;
+    };
+    SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {});
+    const auto failing = std::make_shared<Observer>();
+    const auto observer = std::make_shared<Observer>();
+    beacon.addObserver(failing);
+    beacon.addObserver(std::make_shared<Observer>());
+    beacon.addObserver(observer);
+    const auto timesTold = [&](const std::function<void()>& change) {
+        observer->count = 0;
+        change();
+        EXPECT_EQ(observer->count, 0) << "not from inside the call";
+        loop.processPending();
+        return observer->count;
+    };
+    EXPECT_EQ(timesTold([] {}), 0);
+    EXPECT_EQ(timesTold([&] { beacon.setLocalName("renamed"); }), 1);
+    EXPECT_EQ(timesTold([&] { beacon.setServiceData(std::nullopt); }), 1);
+    EXPECT_EQ(timesTold([&] { beacon.gatt().setValue(CBUUID::UUIDWithString("2A19"), {1}); }), 1);
+    EXPECT_EQ(timesTold([&] { beacon.gatt().write({2, 0}, {1}); }), 1) << "by a central";
+    const auto move = [&] { beacon.isInRange() ? beacon.goOutOfRange() : beacon.comeIntoRange(); };
+    EXPECT_EQ(timesTold(move), 1);
+    EXPECT_EQ(timesTold(move), 1);
+    EXPECT_EQ(timesTold([&] { beacon.pressButton(1, 1); }), 1) << "once, for advertisement and value";
+    failing->isFailing = true;
+    beacon.setTemperature(7);
+    observer->count = 0;
+    EXPECT_THROW(loop.processPending(), std::runtime_error);
+    EXPECT_EQ(observer->count, 1) << "whoever else fails";
+    EXPECT_THROW(loop.runFor(1), std::runtime_error);
+    EXPECT_EQ(observer->count, 2) << "the button is released";
 }
 
 TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
-    SimulatedBeacon& beacon = platform.world().addBeacon({.minor = 1, .buttonAction = 1});
+    SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {.minor = 1, .buttonAction = 1});
     beacon.comeIntoRange();
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto listener = std::make_shared<RecordingDelegate>();
@@ -201,7 +263,7 @@ TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
         beacon.setServiceData({{{CBUUID::UUIDWithString("180A"), {}}}});
         beacon.setLocalName("a much longer name than the one before, which is gone");
         beacon.goOutOfRange();
-        platform.world().addBeacon({.minor = 2}).comeIntoRange();
+        zobi::addBeacon(platform.world(), {.minor = 2}).comeIntoRange();
     };
     loop.processPending();
     manager->startMonitoring();
@@ -210,8 +272,8 @@ TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
 }
 
 TEST_F(SimulationTest, JitterAndSignalSpreadOverTheirWholeRangeWhoeverListens) {
-    SimulatedBeacon& beacon = platform.world().addBeacon(
-        {.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3});
+    SimulatedBeacon& beacon = zobi::addBeacon(
+        platform.world(), {.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3});
     loop.processPending();
     scan();
     beacon.comeIntoRange();
@@ -227,8 +289,8 @@ TEST_F(SimulationTest, JitterAndSignalSpreadOverTheirWholeRangeWhoeverListens) {
     again.log().setSink(nullptr);
     const auto lateDelegate = std::make_shared<RecordingCentralDelegate>(again);
     const auto late = again.makeCentralManager(lateDelegate);
-    again.world()
-        .addBeacon({.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3})
+    zobi::addBeacon(again.world(),
+                    {.advertisingInterval = 1, .advertisingJitter = 0.5, .signalStrengthSpread = 3})
         .comeIntoRange();
     again.runLoop().runFor(1000);
     late->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
@@ -256,7 +318,7 @@ TEST_F(SimulationTest, ADelegateThatThrowsKeepsNothingFromTheOthers) {
     loop.processPending();
     first->scanForPeripheralsWithServicesOptions({}, {});
     last->scanForPeripheralsWithServicesOptions({}, {});
-    platform.world().addBeacon({}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {}).comeIntoRange();
     EXPECT_THROW(loop.runFor(0.5), std::runtime_error);
     EXPECT_EQ(lastDelegate->peripherals.size(), 1U);
     platform.world().setRadioState(CBManagerState::poweredOff);
@@ -269,7 +331,7 @@ TEST_F(SimulationTest, ADelegateThatThrowsKeepsNothingFromTheOthers) {
 TEST_F(SimulationTest, AWorldMayDieBeforeItsRunLoop) {
     {
         simulation::World world(loop, 0);
-        SimulatedBeacon& beacon = world.addBeacon({});
+        SimulatedBeacon& beacon = zobi::addBeacon(world, {});
         beacon.comeIntoRange();
         beacon.pressButton(1, 1);
         beacon.sendOnce({});
@@ -277,15 +339,6 @@ TEST_F(SimulationTest, AWorldMayDieBeforeItsRunLoop) {
     }
     loop.runFor(5);
     EXPECT_EQ(loop.timerCount(), 0U);
-}
-
-TEST(FirstStateTest, IsReportedWhateverItIs) {
-    SimulatedPlatform platform(StandardPlatform::Time::virtualTime);
-    platform.world().setRadioState(CBManagerState::unknown);
-    const auto delegate = std::make_shared<RecordingCentralDelegate>(platform);
-    const auto central = platform.makeCentralManager(delegate);
-    platform.runLoop().processPending();
-    EXPECT_THAT(delegate->events, ElementsAre("state 0"));
 }
 
 /// A run of some beacons with all the randomness there is, told in full.
@@ -296,9 +349,9 @@ std::vector<std::string> eventsWithSeed(std::uint64_t seed, int beacons) {
     platform.runLoop().processPending();
     central->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
     for (int i = 0; i < beacons; ++i) {
-        platform.world()
-            .addBeacon(
-                {.minor = static_cast<std::uint16_t>(i), .advertisingJitter = 0.3, .signalStrengthSpread = 9})
+        zobi::addBeacon(
+            platform.world(),
+            {.minor = static_cast<std::uint16_t>(i), .advertisingJitter = 0.3, .signalStrengthSpread = 9})
             .comeIntoRange();
     }
     platform.runLoop().runFor(60);

@@ -9,10 +9,13 @@
 #include <deque>
 #include <functional>
 #include <random>
-#include <unordered_map>
+#include <utility>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/standard/ForwardingPlatform.h"
+#include "zobi/platform/standard/WrappingCentral.h"
 
 namespace {
 
@@ -34,15 +37,13 @@ bool hasCode(const NSError* error, CBError code) {
 
 /// Each request on a link has one answer, in the order of the requests and before the link's end is reported.
 /// Nothing else comes but notifications, over the link.
-class CheckedPeripheral final : public CBPeripheral,
-                                public CBPeripheralDelegate,
-                                public std::enable_shared_from_this<CheckedPeripheral> {
-public:
-    CheckedPeripheral(Peripheral checked, Counts& counted) : real(std::move(checked)), counts(counted) {}
+class CheckedPeripheral final : public ForwardingPeripheral {
+    using Base = ForwardingPeripheral;
 
-    const Peripheral real;
+public:
+    CheckedPeripheral(const Peripheral& real, Counts& counted) : Base(real), counts(counted) {}
+
     Counts& counts;
-    std::weak_ptr<CBPeripheralDelegate> manager;
     bool isPending = false;
     bool isLinked = false;
     /// The live record since the link was made. Not owned, for it owns the peripheral.
@@ -50,51 +51,43 @@ public:
     /// What each request that has no answer yet is about.
     std::deque<std::shared_ptr<const void>> due;
 
-    std::shared_ptr<CBPeripheralDelegate> delegate() const override { return manager.lock(); }
-    void setDelegate(std::weak_ptr<CBPeripheralDelegate> delegate) override { manager = std::move(delegate); }
-    CBPeripheralState state() const override { return real->state(); }
-    const std::optional<std::vector<Service>>& services() const override { return real->services(); }
     void discoverServices(std::span<const CBUUID> uuids) override {
         request(nullptr);
-        real->discoverServices(uuids);
+        Base::discoverServices(uuids);
     }
     void discoverCharacteristicsForService(std::span<const CBUUID> uuids, const Service& service) override {
         request(service);
-        real->discoverCharacteristicsForService(uuids, service);
+        Base::discoverCharacteristicsForService(uuids, service);
     }
     void readValueForCharacteristic(const Characteristic& characteristic) override {
         request(characteristic);
-        real->readValueForCharacteristic(characteristic);
+        Base::readValueForCharacteristic(characteristic);
     }
     void writeValueForCharacteristicType(std::span<const std::uint8_t> value, const Characteristic& written,
                                          CBCharacteristicWriteType type) override {
         if (type == CBCharacteristicWriteType::withResponse) request(written);
-        real->writeValueForCharacteristicType(value, written, type);
+        Base::writeValueForCharacteristicType(value, written, type);
     }
     void setNotifyValueForCharacteristic(bool enabled, const Characteristic& characteristic) override {
         request(characteristic);
-        real->setNotifyValueForCharacteristic(enabled, characteristic);
+        Base::setNotifyValueForCharacteristic(enabled, characteristic);
     }
     void readRSSI() override {
         request(nullptr);
-        real->readRSSI();
+        Base::readRSSI();
     }
 
-    void peripheralDidDiscoverServices(const Peripheral&, const NSError* error) override {
-        answer(nullptr, error, [&] { delegate()->peripheralDidDiscoverServices(shared_from_this(), error); });
+    void peripheralDidDiscoverServices(const Peripheral& real, const NSError* error) override {
+        answer(nullptr, error, [&] { Base::peripheralDidDiscoverServices(real, error); });
     }
-    void peripheralDidDiscoverCharacteristicsForServiceError(const Peripheral&, const Service& service,
+    void peripheralDidDiscoverCharacteristicsForServiceError(const Peripheral& real, const Service& service,
                                                              const NSError* error) override {
-        answer(service, error, [&] {
-            delegate()->peripheralDidDiscoverCharacteristicsForServiceError(shared_from_this(), service,
-                                                                            error);
-        });
+        answer(service, error,
+               [&] { Base::peripheralDidDiscoverCharacteristicsForServiceError(real, service, error); });
     }
-    void peripheralDidUpdateValueForCharacteristicError(const Peripheral&, const Characteristic& updated,
+    void peripheralDidUpdateValueForCharacteristicError(const Peripheral& real, const Characteristic& updated,
                                                         const NSError* error) override {
-        const auto tell = [&] {
-            delegate()->peripheralDidUpdateValueForCharacteristicError(shared_from_this(), updated, error);
-        };
+        const auto tell = [&] { Base::peripheralDidUpdateValueForCharacteristicError(real, updated, error); };
         // Nothing here is both read and notified.
         if (!updated->isNotifying()) return answer(updated, error, tell);
         EXPECT_TRUE(isLinked && !error);
@@ -110,9 +103,8 @@ public:
                                                                     const NSError* error) override {
         answer(switched, error, [] {});
     }
-    void peripheralDidReadRSSIError(const Peripheral&, NSNumber rssi, const NSError* error) override {
-        answer(nullptr, error,
-               [&] { delegate()->peripheralDidReadRSSIError(shared_from_this(), rssi, error); });
+    void peripheralDidReadRSSIError(const Peripheral& real, NSNumber rssi, const NSError* error) override {
+        answer(nullptr, error, [&] { Base::peripheralDidReadRSSIError(real, rssi, error); });
     }
 
 private:
@@ -138,23 +130,16 @@ private:
 
 /// Each attempt has one outcome, each link one end, and a live record meanwhile. A link that is up is
 /// reported once more for each request to connect; one that was lost, and no other, is asked for again.
-class CheckedCentral final : public CBCentralManager, public CBCentralManagerDelegate {
+class CheckedCentral final : public WrappingCentral<CheckedPeripheral> {
 public:
-    CheckedCentral(MainQueue& mainQueue, ZOKManager& client) : queue(mainQueue), manager(client) {}
+    CheckedCentral(MainQueue& mainQueue, std::weak_ptr<CBCentralManagerDelegate> client)
+        : WrappingCentral(std::move(client)), queue(mainQueue) {}
 
     MainQueue& queue;
-    ZOKManager& manager;
-    std::shared_ptr<CBCentralManager> radio;
-    std::unordered_map<Peripheral, std::shared_ptr<CheckedPeripheral>> peripherals;
+    ZOKManager* manager = nullptr;
+    std::vector<std::shared_ptr<CheckedPeripheral>> peripherals;
     Counts counts{};
 
-    CBManagerState state() const override { return radio->state(); }
-    bool isScanning() const override { return radio->isScanning(); }
-    void scanForPeripheralsWithServicesOptions(std::span<const CBUUID> uuids,
-                                               CBScanOptions options) override {
-        radio->scanForPeripheralsWithServicesOptions(uuids, options);
-    }
-    void stopScan() override { radio->stopScan(); }
     void connectPeripheral(const Peripheral& peripheral) override {
         ++counts.connectionsRequested;
         const auto checked = std::static_pointer_cast<CheckedPeripheral>(peripheral);
@@ -163,44 +148,27 @@ public:
             isDueNow_ = checked->isLinked || state() != CBManagerState::poweredOn;
             if (!isDueNow_) checked->isPending = true;
         });
-        radio->connectPeripheral(checked->real);
+        WrappingCentral::connectPeripheral(peripheral);
         queue.dispatchAsync([this] { EXPECT_FALSE(isDueNow_); });
     }
-    void cancelPeripheralConnection(const Peripheral& peripheral) override {
-        radio->cancelPeripheralConnection(std::static_pointer_cast<CheckedPeripheral>(peripheral)->real);
-    }
 
-    void centralManagerDidUpdateState(CBCentralManager&) override {
-        manager.centralManagerDidUpdateState(*this);
-    }
-    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(CBCentralManager&,
-                                                                  const Peripheral& peripheral,
-                                                                  const CBAdvertisementData& data,
-                                                                  NSNumber rssi) override {
-        auto& checked = peripherals[peripheral];
-        if (!checked) {
-            checked = std::make_shared<CheckedPeripheral>(peripheral, counts);
-            peripheral->setDelegate(checked);
-        }
-        manager.centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*this, checked, data, rssi);
-    }
-    void centralManagerDidConnectPeripheral(CBCentralManager&, const Peripheral& peripheral) override {
-        const auto& checked = peripherals.at(peripheral);
+    void centralManagerDidConnectPeripheral(CBCentralManager& radio, const Peripheral& real) override {
+        const auto checked = wrapperOf(real);
         takeOutcome(*checked, checked->isLinked);
         counts.links += !std::exchange(checked->isLinked, true);
-        checked->record = manager.beaconFromPeripheral(checked);
-        manager.centralManagerDidConnectPeripheral(*this, checked);
+        checked->record = manager->beaconFromPeripheral(checked);
+        WrappingCentral::centralManagerDidConnectPeripheral(radio, real);
     }
-    void centralManagerDidFailToConnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
+    void centralManagerDidFailToConnectPeripheralError(CBCentralManager& radio, const Peripheral& real,
                                                        const NSError* error) override {
-        const auto& checked = peripherals.at(peripheral);
+        const auto checked = wrapperOf(real);
         takeOutcome(*checked, !checked->isLinked && state() != CBManagerState::poweredOn);
         ++counts.failures;
-        manager.centralManagerDidFailToConnectPeripheralError(*this, checked, error);
+        WrappingCentral::centralManagerDidFailToConnectPeripheralError(radio, real, error);
     }
-    void centralManagerDidDisconnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
+    void centralManagerDidDisconnectPeripheralError(CBCentralManager& radio, const Peripheral& real,
                                                     const NSError* error) override {
-        const auto& checked = peripherals.at(peripheral);
+        const auto checked = wrapperOf(real);
         EXPECT_NE(checked->isLinked, checked->isPending);
         EXPECT_TRUE(checked->due.empty()) << "a request without an answer";
         if (checked->isLinked) expectRecord(checked);
@@ -209,22 +177,38 @@ public:
         const bool isLost = hasCode(error, CBError::connectionTimeout);
         counts.lost += isLost;
         const int expected = counts.connectionsRequested + (isLost ? 1 : 0);
-        manager.centralManagerDidDisconnectPeripheralError(*this, checked, error);
+        WrappingCentral::centralManagerDidDisconnectPeripheralError(radio, real, error);
         EXPECT_EQ(counts.connectionsRequested, expected);
     }
 
     void expectRecord(const std::shared_ptr<CheckedPeripheral>& linked) const {
         const auto record = linked->record.lock();
-        EXPECT_TRUE(record && manager.beaconFromPeripheral(linked) == record);
+        EXPECT_TRUE(record && manager->beaconFromPeripheral(linked) == record);
     }
 
 private:
+    std::shared_ptr<CheckedPeripheral> makeWrapper(const Peripheral& real) override {
+        return peripherals.emplace_back(std::make_shared<CheckedPeripheral>(real, counts));
+    }
+
     void takeOutcome(CheckedPeripheral& checked, bool mayBeDueNow) {
         if (mayBeDueNow && std::exchange(isDueNow_, false)) return;
         EXPECT_TRUE(std::exchange(checked.isPending, false)) << "no attempt was pending";
     }
 
     bool isDueNow_ = false;
+};
+
+struct CheckedPlatform final : ForwardingPlatform {
+    using ForwardingPlatform::ForwardingPlatform;
+
+    std::shared_ptr<CBCentralManager> makeCentralManager(
+        std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+        central = std::make_shared<CheckedCentral>(runLoop(), std::move(delegate));
+        return insert(central);
+    }
+
+    std::shared_ptr<CheckedCentral> central;
 };
 
 /// Keeps the first record of each beacon, and asks more of one as soon as it is reported connected.
@@ -259,15 +243,16 @@ class SoakTest : public ::testing::Test {
 protected:
     SoakTest() {
         platform.log().setSink(nullptr);
-        central->radio = platform.makeCentralManager(central);
-        manager->setCentralManager(central);
+        central->manager = manager.get();
         manager->setDelegate(application);
         constexpr std::uint16_t count = 200;
         application->records.resize(count);
-        simulation::BeaconDescription beacon;
+        zobi::BeaconDescription beacon;
         beacon.advertisingInterval = 7;
         beacon.advertisingJitter = 1;
-        for (beacon.minor = 0; beacon.minor < count; ++beacon.minor) platform.world().addBeacon(beacon);
+        for (beacon.minor = 0; beacon.minor < count; ++beacon.minor) {
+            beacons.push_back(&zobi::addBeacon(platform.world(), beacon));
+        }
     }
 
     /// From 0 to `end`, exclusive.
@@ -280,7 +265,7 @@ protected:
     }
 
     /// Something happens to one beacon, or is asked of it.
-    void happenTo(simulation::SimulatedBeacon& beacon, const Record& record) {
+    void happenTo(zobi::SimulatedBeacon& beacon, const Record& record) {
         const auto onConnection = [this](const auto&, const Record& connected, const NSError* error) {
             if (!error) manager->setAccelerometerNotificationsForBeacon(true, connected);
         };
@@ -315,14 +300,14 @@ protected:
     void happen() {
         const std::size_t i = random(application->records.size());
         for (std::size_t left = 1 + random(8); left > 0; --left) {
-            happenTo(*platform.world().beacons()[i], application->records[i]);
+            happenTo(*beacons[i], application->records[i]);
             constexpr std::array pauses{0.0, 0.0, 0.01, 0.1, 0.3, 1.0};
             loop.runFor(pauses.at(random(pauses.size())));
         }
         if (random(500) == 0) platform.world().setRadioState(CBManagerState::poweredOff);
         if (random(3) == 0) platform.world().setRadioState(CBManagerState::poweredOn);
-        for (const auto& [real, checked] : central->peripherals) {
-            EXPECT_EQ(checked->isLinked, real->state() == CBPeripheralState::connected);
+        for (const auto& checked : central->peripherals) {
+            EXPECT_EQ(checked->isLinked, checked->state() == CBPeripheralState::connected);
             if (checked->isLinked) central->expectRecord(checked);
         }
     }
@@ -330,25 +315,29 @@ protected:
     /// All beacons go and all links are cancelled, and nothing of them is left.
     void comeToRest() {
         platform.world().setRadioState(CBManagerState::poweredOn);
-        for (const auto& beacon : platform.world().beacons()) beacon->goOutOfRange();
+        for (const auto& beacon : platform.world().devices()) beacon->goOutOfRange();
         for (const auto& record : application->records) {
             manager->stopRSSIMonitoringForBeacon(record);
             manager->disconnectBeacon(record);
         }
         loop.runFor(40);
         manager->stopMonitoring();
-        for (const auto& [real, checked] : central->peripherals) {
+        for (const auto& checked : central->peripherals) {
             EXPECT_FALSE(checked->isLinked || checked->isPending);
-            EXPECT_EQ(real->state(), CBPeripheralState::disconnected);
+            EXPECT_EQ(checked->state(), CBPeripheralState::disconnected);
         }
         EXPECT_EQ(central->counts.ends, application->ends);
         EXPECT_EQ(loop.timerCount(), 0U);
     }
 
-    simulation::SimulatedPlatform platform{StandardPlatform::Time::virtualTime};
+    std::unique_ptr<simulation::SimulatedPlatform> simulated =
+        std::make_unique<simulation::SimulatedPlatform>(StandardPlatform::Time::virtualTime);
+    simulation::SimulatedPlatform& platform = *simulated;
+    CheckedPlatform checkedPlatform{std::move(simulated)};
     StandardRunLoop& loop = platform.runLoop();
-    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
-    std::shared_ptr<CheckedCentral> central = std::make_shared<CheckedCentral>(loop, *manager);
+    std::vector<zobi::SimulatedBeacon*> beacons;
+    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(checkedPlatform);
+    std::shared_ptr<CheckedCentral> central = checkedPlatform.central;
     std::shared_ptr<Application> application = std::make_shared<Application>();
     std::mt19937 generator{1};
 };
@@ -357,7 +346,7 @@ TEST_F(SoakTest, LinksComeAndGoForALongTime) {
     std::vector<double> heapInUse;
     for (int tenth = 1; tenth <= 10; ++tenth) {
         manager->startMonitoring();
-        for (const auto& beacon : platform.world().beacons()) beacon->comeIntoRange();
+        for (const auto& beacon : platform.world().devices()) beacon->comeIntoRange();
         const std::chrono::duration<double> end(tenth * ZOBI_SOAK_SECONDS / 10);
         while (platform.clock().monotonicTime() < end && !HasFailure()) happen();
         comeToRest();

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 /// Keeps what it was told, and does on the way what a test asks for.
@@ -61,10 +62,9 @@ protected:
     std::vector<std::string> takeLog() { return std::exchange(log, {}); }
 
     /// A beacon without jitter, so that its advertisements can be counted.
-    zobi::platform::simulation::SimulatedBeacon& addBeacon(
-        zobi::platform::simulation::BeaconDescription description) {
+    zobi::SimulatedBeacon& addBeacon(zobi::BeaconDescription description) {
         description.advertisingJitter = 0;
-        return platform.world().addBeacon(std::move(description));
+        return zobi::addBeacon(platform.world(), std::move(description));
     }
 
     void setRadio(zobi::platform::CBManagerState state) {

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "zobi/platform/CBUUID.h"
+#include "zobi/platform/NSData.h"
 #include "zobi/platform/NSNumber.h"
 #include "zobi/platform/standard/StandardClock.h"
 #include "zobi/platform/standard/StandardLog.h"
@@ -16,6 +17,18 @@ namespace {
 
 CBUUID uuid(std::string_view text) {
     return CBUUID::UUIDWithString(text);
+}
+
+TEST(DataRangeErrorTest, IsAboutTheBytesThatWereTooShortByTheirAddress) {
+    const std::vector<std::uint8_t> bytes(8);
+    const std::span<const std::uint8_t> data = std::span(bytes).first(6);
+    const auto isAbout = [&](std::span<const std::uint8_t> read) {
+        return DataRangeError(read, 0, 9).isAbout(data);
+    };
+    EXPECT_TRUE(isAbout(data) && isAbout(data.subspan(2, 3)) && isAbout(data.last(0)));
+    EXPECT_FALSE(isAbout(bytes) || isAbout(std::span(bytes).subspan(5)) || isAbout(std::span(bytes).last(1)));
+    EXPECT_FALSE(isAbout({}) || isAbout(std::vector(bytes)));
+    EXPECT_FALSE(DataRangeError({}, 0, 1).isAbout({})) << "nothing is a part of nothing";
 }
 
 TEST(UUIDTest, IsEqualAcrossFormsAndCase) {

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "benchmarks/bluez/Sender.h"
-#include "platform/simulation/PayloadEncoder.h"
 
 namespace zobi::bench {
 
@@ -21,8 +21,7 @@ int check(int result) {
 
 PlainClient::PlainClient(int socket, std::size_t beacons) {
     for (std::size_t i = 0; i < beacons; ++i) {
-        zobi::floor_work::takeIn(zobi::platform::simulation::encodePayload(numberedBeacon(i)), nullptr,
-                                 records_);
+        zobi::floor_work::takeIn(zobi::encodePayload(numberedBeacon(i)), nullptr, records_);
     }
     check(sd_bus_new(&bus_));
     check(sd_bus_set_fd(bus_, socket, socket));

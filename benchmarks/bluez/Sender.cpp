@@ -27,12 +27,12 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 
 namespace zobi::bench {
 
 using std::chrono::nanoseconds;
-using zobi::platform::simulation::BeaconDescription;
+using zobi::BeaconDescription;
 
 namespace {
 
@@ -232,7 +232,7 @@ private:
     static void appendServiceData(sd_bus_message* message, std::size_t beacon, int code) {
         BeaconDescription description = numberedBeacon(beacon);
         description.buttonAction = static_cast<std::int8_t>(code);
-        const auto payload = zobi::platform::simulation::encodePayload(description);
+        const auto payload = zobi::encodePayload(description);
         open(message, 'e', "sv");
         check(sd_bus_message_append(message, "s", "ServiceData"));
         open(message, 'v', "a{sv}");

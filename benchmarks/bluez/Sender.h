@@ -8,12 +8,12 @@
 #include <cstdint>
 #include <vector>
 
-#include "zobi/platform/simulation/BeaconDescription.h"
+#include "ZobiConnectKit/simulation/BeaconDescription.h"
 
 namespace zobi::bench {
 
 /// Beacons of different numbers differ in address and minor.
-zobi::platform::simulation::BeaconDescription numberedBeacon(std::size_t number);
+zobi::BeaconDescription numberedBeacon(std::size_t number);
 
 /// The codes of the button in what is sent.
 inline constexpr int pressCode = 1;

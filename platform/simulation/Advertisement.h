@@ -6,11 +6,11 @@
 
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/Export.h"
-#include "zobi/platform/simulation/BeaconDescription.h"
+#include "zobi/platform/simulation/DeviceDescription.h"
 
 namespace zobi::platform::simulation {
 
-/// The contents of one advertisement that a simulated beacon sends.
+/// The contents of one advertisement that a simulated device sends.
 class ZOBI_EXPORT Advertisement {
 public:
     /// An advertisement with this local name, if any, and these service data elements, in this order.

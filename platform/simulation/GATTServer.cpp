@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "zobi/platform/standard/ExceptionKeeper.h"
+
 namespace zobi::platform::simulation {
 
 namespace {
@@ -17,8 +19,9 @@ void checkSize(std::size_t size) {
 
 }  // namespace
 
-GATTServer::GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& services)
-    : runLoop_(runLoop), services_(services) {
+GATTServer::GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& services,
+                       std::function<void()> valueChanged)
+    : runLoop_(runLoop), services_(services), valueChanged_(std::move(valueChanged)) {
     for (ServiceDescription& service : services_) {
         for (CharacteristicDescription& characteristic : service.characteristics) {
             if (!characteristic.value) characteristic.value.emplace();
@@ -72,27 +75,30 @@ void GATTServer::setDiscoveryError(const CBUUID& service, const std::optional<NS
         candidate.discoveryError = error;
         isThere = true;
     }
-    if (!isThere) throw std::invalid_argument("the beacon has no service " + service.UUIDString());
+    if (!isThere) throw std::invalid_argument("the device has no service " + service.UUIDString());
 }
 
 void GATTServer::write(GATTPlace place, std::vector<std::uint8_t> value) {
     const std::size_t width = at(place).width;
     if (value.size() < width) value.insert(value.begin(), width - value.size(), 0);
     changeable(place).value = std::move(value);
+    valueChanged_();
 }
 
 void GATTServer::beginLink(Subscriber subscriber, std::minstd_rand& random) {
     subscriber_ = std::move(subscriber);
+    ExceptionKeeper exceptions;
     for (std::size_t s = 0; s < services_.size(); ++s) {
         for (std::size_t c = 0; c < services_[s].characteristics.size(); ++c) {
             const GATTPlace place{s, c};
             const auto& generated = at(place).generated;
             if (!generated) continue;
-            generate(place, random);
+            exceptions.run([&] { generate(place, random); });
             generators_.push_back(
                 runLoop_.every(generated->interval, [=, this, &random] { generate(place, random); }));
         }
     }
+    exceptions.rethrow();
 }
 
 void GATTServer::endLink() {
@@ -116,12 +122,13 @@ bool GATTServer::changeEach(const CBUUID& characteristic, const std::function<vo
 void GATTServer::changeEachOrThrow(const CBUUID& characteristic,
                                    const std::function<void(GATTPlace)>& change) {
     if (changeEach(characteristic, change)) return;
-    throw std::invalid_argument("the beacon has no characteristic " + characteristic.UUIDString());
+    throw std::invalid_argument("the device has no characteristic " + characteristic.UUIDString());
 }
 
 void GATTServer::setValueAt(GATTPlace place, std::vector<std::uint8_t> value) {
     checkSize(value.size());
     changeable(place).value = std::move(value);
+    valueChanged_();
     if (subscriber_) subscriber_(place, *at(place).value);
 }
 

@@ -20,7 +20,7 @@ namespace zobi::platform::simulation {
 /// The maximum length of the value of a characteristic, in bytes, as in the Attribute Protocol.
 inline constexpr std::size_t maximumValueSize = 512;
 
-/// The GATT server of a simulated beacon: its services, their values and their errors. Main thread only.
+/// The GATT server of a simulated device: its services, their values and their errors. Main thread only.
 ///
 /// A value or error that is set for a UUID is set for each characteristic or service with that UUID. It holds
 /// for every request that is answered afterwards.
@@ -32,9 +32,11 @@ public:
     /// @param runLoop runs the timers of generated values; must outlive the server.
     /// @param services the services, which the server changes: a characteristic without a value gets an empty
     ///     one. They must outlive the server, and nothing else may change them.
+    /// @param valueChanged called after each change of a value.
     /// @throws std::invalid_argument for a value or width of more than `maximumValueSize` bytes, and for a
     ///     generated value without an interval above 0 or without a generator.
-    GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& services);
+    GATTServer(RunLoop& runLoop, std::vector<ServiceDescription>& services,
+               std::function<void()> valueChanged);
     ~GATTServer();
     GATTServer(const GATTServer&) = delete;
     GATTServer& operator=(const GATTServer&) = delete;
@@ -80,6 +82,9 @@ public:
 
     /// A link is up: generates values, and calls `subscriber` for each value that is generated or set, until
     /// `endLink`. `random` must outlive the link.
+    /// @throws the first of what the generators throw, and `std::invalid_argument` for a generated value of
+    ///     more than `maximumValueSize` bytes; all else of the link has begun then. Later they throw out of
+    ///     the run loop, and generate their next value when it is due.
     void beginLink(Subscriber subscriber, std::minstd_rand& random);
     /// The link has ended: stops generating values. Does nothing without a link.
     void endLink();
@@ -94,6 +99,7 @@ private:
 
     RunLoop& runLoop_;
     std::vector<ServiceDescription>& services_;
+    std::function<void()> valueChanged_;
     Subscriber subscriber_;
     std::vector<std::shared_ptr<NSTimer>> generators_;
 };

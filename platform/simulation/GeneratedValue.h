@@ -14,7 +14,7 @@ struct GeneratedValue {
     /// Seconds from one value to the next; above 0. The first is generated when the link comes up.
     double interval;
     /// Makes the next value. It takes all its randomness from the generator that it is called with, the one
-    /// of the beacon, so that every run is the same.
+    /// of the device, so that every run is the same.
     std::function<std::vector<std::uint8_t>(std::minstd_rand&)> next;
 };
 

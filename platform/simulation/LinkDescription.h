@@ -6,13 +6,13 @@
 
 namespace zobi::platform::simulation {
 
-/// Describes how attempts to connect to a simulated beacon end, and how its links behave.
+/// Describes how attempts to connect to a simulated device end, and how its links behave.
 struct LinkDescription {
-    /// Seconds that an attempt takes once the beacon is in range and has no other link; not below 0.
+    /// Seconds that an attempt takes once the device is in range and has no other link; not below 0.
     double connectionDelay = 0.2;
     /// The error with which attempts fail, after the same delay; absent for attempts that succeed.
     std::optional<NSError> connectionError = std::nullopt;
-    /// Seconds out of range after which a link is lost, with `CBError::connectionTimeout`; above 0. A beacon
+    /// Seconds out of range after which a link is lost, with `CBError::connectionTimeout`; above 0. A device
     /// that comes back earlier then answers the requests that it missed.
     double supervisionTimeout = 2.0;
     /// Seconds from a request to its answer; not below 0. There is one request at a time.

@@ -6,13 +6,12 @@
 #include <vector>
 
 #include "zobi/platform/CBUUID.h"
-#include "zobi/platform/Export.h"
 #include "zobi/platform/NSError.h"
 #include "zobi/platform/simulation/GeneratedValue.h"
 
 namespace zobi::platform::simulation {
 
-/// The properties of a characteristic. Any other request is refused, with the error code of a real beacon.
+/// The properties of a characteristic. Any other request is refused, with the error code of a real device.
 struct CharacteristicProperties {
     bool read = false;                  ///< It can be read.
     bool write = false;                 ///< It can be written with response.
@@ -20,15 +19,14 @@ struct CharacteristicProperties {
     bool notify = false;                ///< A central can subscribe to it.
 };
 
-/// A characteristic of a simulated beacon. It cannot be made without its UUID.
+/// A characteristic of a simulated device. It cannot be made without its UUID.
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 struct CharacteristicDescription {
     /// Its type.
     CBUUID uuid;
     /// What a central may do with it.
     CharacteristicProperties properties = {};
-    /// Its value, up to `maximumValueSize` bytes. Absent to take that of the beacon: its battery level in
-    /// 2A19, its temperature in FFF2 (two bytes, big-endian), its button action in FFE1; empty in any other.
+    /// Its value, up to `maximumValueSize` bytes; absent for an empty one.
     std::optional<std::vector<std::uint8_t>> value = std::nullopt;
     /// The minimum number of bytes after a write: a shorter value gets zero bytes in front.
     std::size_t width = 0;
@@ -42,7 +40,7 @@ struct CharacteristicDescription {
     std::optional<NSError> notifyError = std::nullopt;
 };
 
-/// A service of a simulated beacon.
+/// A service of a simulated device.
 struct ServiceDescription {
     /// Its type.
     CBUUID uuid;
@@ -51,9 +49,5 @@ struct ServiceDescription {
     /// The error with which discoveries of its characteristics are answered.
     std::optional<NSError> discoveryError = std::nullopt;
 };
-
-/// The seven services of a beacon with all their characteristics. The button mode is 0, the firmware revision
-/// "1.0.0".
-ZOBI_EXPORT std::vector<ServiceDescription> beaconServices();
 
 }  // namespace zobi::platform::simulation

@@ -5,7 +5,7 @@
 #include "platform/simulation/SimulatedPeripheral.h"
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/simulation/Advertisement.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedDevice.h"
 #include "zobi/platform/standard/StandardCentral.h"
 
 namespace zobi::platform::simulation {
@@ -18,10 +18,10 @@ public:
 
     using StandardCentral::enterState;
 
-    /// A beacon advertises, and is received at `signalStrength` dBm.
-    void hear(SimulatedBeacon& beacon, const Advertisement& advertisement, int signalStrength) {
-        if (!isSought(beacon.description().advertisedServices)) return;
-        auto& heard = peripheral<SimulatedPeripheral>(beacon.index(), runLoop_, beacon.weak_from_this());
+    /// A device advertises, and is received at `signalStrength` dBm.
+    void hear(SimulatedDevice& device, const Advertisement& advertisement, int signalStrength) {
+        if (!isSought(device.description().advertisedServices)) return;
+        auto& heard = peripheral<SimulatedPeripheral>(device.index(), runLoop_, device.weak_from_this());
         StandardCentral::hear(heard, advertisement.data(), NSNumber::numberWithInt(signalStrength));
     }
 

@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+#include "zobi/platform/standard/ExceptionKeeper.h"
+
 namespace zobi::platform::simulation {
 
 namespace {
@@ -14,7 +16,7 @@ const std::optional<NSError> success;
 
 std::string SimulatedPeripheral::addressText() const {
     std::string text;
-    for (const std::uint8_t byte : beacon().description().macAddress) {
+    for (const std::uint8_t byte : device().description().address) {
         text += "0123456789ABCDEF"[byte >> 4];
         text += "0123456789ABCDEF"[byte & 0xF];
     }
@@ -24,19 +26,19 @@ std::string SimulatedPeripheral::addressText() const {
 // Requests
 
 StandardPeripheral::Outcome SimulatedPeripheral::listServices(UUIDs& table) {
-    std::ranges::transform(beacon().gatt().services(), std::back_inserter(table), &ServiceDescription::uuid);
-    return beacon().description().link.serviceDiscoveryError;
+    std::ranges::transform(device().gatt().services(), std::back_inserter(table), &ServiceDescription::uuid);
+    return device().description().link.serviceDiscoveryError;
 }
 
 StandardPeripheral::Outcome SimulatedPeripheral::listCharacteristics(std::size_t service, UUIDs& table) {
-    const ServiceDescription& described = beacon().gatt().services()[service];
+    const ServiceDescription& described = device().gatt().services()[service];
     std::ranges::transform(described.characteristics, std::back_inserter(table),
                            &CharacteristicDescription::uuid);
     return described.discoveryError;
 }
 
 void SimulatedPeripheral::read(GATTPlace place, ReadCompletion completion) {
-    const CharacteristicDescription& described = beacon().gatt().at(place);
+    const CharacteristicDescription& described = device().gatt().at(place);
     if (!described.properties.read) {
         return completion(NSError(CBATTError::readNotPermitted, "Reading is not permitted."), {});
     }
@@ -46,7 +48,7 @@ void SimulatedPeripheral::read(GATTPlace place, ReadCompletion completion) {
 void SimulatedPeripheral::write(GATTPlace place, std::vector<std::uint8_t> value,
                                 CBCharacteristicWriteType type, Completion completion) {
     const bool isAnswered = type == CBCharacteristicWriteType::withResponse;
-    const CharacteristicDescription& described = beacon().gatt().at(place);
+    const CharacteristicDescription& described = device().gatt().at(place);
     const auto& [canRead, canWrite, canWriteWithoutResponse, canNotify] = described.properties;
     if (isAnswered ? !canWrite : !canWriteWithoutResponse) {
         return completion(NSError(CBATTError::writeNotPermitted, "Writing is not permitted."));
@@ -55,12 +57,12 @@ void SimulatedPeripheral::write(GATTPlace place, std::vector<std::uint8_t> value
         return completion(NSError(CBATTError::invalidAttributeValueLength, "The value is too long."));
     }
     if (described.writeError && isAnswered) return completion(described.writeError);
-    beacon().gatt().write(place, std::move(value));
+    device().gatt().write(place, std::move(value));
     completion(success);
 }
 
 void SimulatedPeripheral::setNotify(GATTPlace place, bool /*enabled*/, Completion completion) {
-    const CharacteristicDescription& described = beacon().gatt().at(place);
+    const CharacteristicDescription& described = device().gatt().at(place);
     if (!described.properties.notify) {
         return completion(NSError(CBATTError::requestNotSupported, "Notifications are not supported."));
     }
@@ -68,24 +70,24 @@ void SimulatedPeripheral::setNotify(GATTPlace place, bool /*enabled*/, Completio
 }
 
 void SimulatedPeripheral::readSignalStrength(RSSICompletion completion) {
-    if (const auto& error = beacon().description().link.signalReadError) return completion(error, {});
-    completion(success, NSNumber::numberWithInt(beacon().nextSignalReading()));
+    if (const auto& error = device().description().link.signalReadError) return completion(error, {});
+    completion(success, NSNumber::numberWithInt(device().nextSignalReading()));
 }
 
 void SimulatedPeripheral::scheduleNextRequest() {
-    const auto beacon = beacon_.lock();
-    if (!beacon || !beacon->isInRange()) return;
-    answerTimer_ = after(beacon->description().link.responseDelay, &SimulatedPeripheral::serveNext);
+    const auto device = device_.lock();
+    if (!device || !device->isInRange()) return;
+    answerTimer_ = after(device->description().link.responseDelay, &SimulatedPeripheral::serveNext);
 }
 
 void SimulatedPeripheral::serveNext() {
-    if (!beacon_.expired()) sendNextRequest();
+    if (!device_.expired()) sendNextRequest();
 }
 
 void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uint8_t> value) {
     const auto changed = discovered().characteristic(place);
-    const auto beacon = beacon_.lock();
-    if (!changed || !changed->isNotifying() || !beacon || !beacon->isInRange()) return;
+    const auto device = device_.lock();
+    if (!changed || !changed->isNotifying() || !device || !device->isInRange()) return;
     runLoop_.dispatchAsync(
         [weakSelf = weak_from_this(), place, bytes = std::vector(value.begin(), value.end())] {
             // The subscription may have ended meanwhile, by itself or with the link.
@@ -98,28 +100,30 @@ void SimulatedPeripheral::valueChanged(GATTPlace place, std::span<const std::uin
 // The attempt and the link
 
 void SimulatedPeripheral::beginAttempt() {
-    const auto beacon = beacon_.lock();
-    if (!beacon) return abandon();
-    beacon->addAttempt(*this);
+    const auto device = device_.lock();
+    if (!device) return abandon();
+    device->addAttempt(*this);
 }
 
-void SimulatedPeripheral::beaconBecameFree() {
-    const auto beacon = beacon_.lock();
-    attemptTimer_ = after(beacon->description().link.connectionDelay, &SimulatedPeripheral::finishAttempt);
+void SimulatedPeripheral::deviceBecameFree() {
+    const auto device = device_.lock();
+    attemptTimer_ = after(device->description().link.connectionDelay, &SimulatedPeripheral::finishAttempt);
 }
 
-void SimulatedPeripheral::beaconCeasedToBeFree() {
+void SimulatedPeripheral::deviceCeasedToBeFree() {
     attemptTimer_->invalidate();
 }
 
 void SimulatedPeripheral::finishAttempt() {
-    const auto beacon = beacon_.lock();
-    if (!beacon) return;
-    beacon->removeAttempt(*this);
-    if (const auto error = beacon->description().link.connectionError) return attemptFailed(*error);
+    const auto device = device_.lock();
+    if (!device) return;
+    device->removeAttempt(*this);
+    if (const auto error = device->description().link.connectionError) return attemptFailed(*error);
     hasLink_ = true;
-    beacon->beginLink(*this);
-    linkCameUp();
+    ExceptionKeeper exceptions;
+    exceptions.run([&] { device->beginLink(*this); });
+    exceptions.run([&] { linkCameUp(); });
+    exceptions.rethrow();
 }
 
 void SimulatedPeripheral::dropConnection() {
@@ -127,28 +131,28 @@ void SimulatedPeripheral::dropConnection() {
         if (timer) timer->invalidate();
     }
     const bool hadLink = std::exchange(hasLink_, false);
-    const auto beacon = beacon_.lock();
-    if (!beacon) return;
-    beacon->removeAttempt(*this);
-    if (hadLink) beacon->leaveLink();
+    const auto device = device_.lock();
+    if (!device) return;
+    device->removeAttempt(*this);
+    if (hadLink) device->leaveLink();
 }
 
-void SimulatedPeripheral::beaconFellSilent() {
+void SimulatedPeripheral::deviceFellSilent() {
     if (answerTimer_) answerTimer_->invalidate();
-    const auto beacon = beacon_.lock();
-    supervisionTimer_ = after(beacon->description().link.supervisionTimeout, &SimulatedPeripheral::loseLink);
+    const auto device = device_.lock();
+    supervisionTimer_ = after(device->description().link.supervisionTimeout, &SimulatedPeripheral::loseLink);
 }
 
-void SimulatedPeripheral::beaconIsHeardAgain() {
+void SimulatedPeripheral::deviceIsHeardAgain() {
     supervisionTimer_->invalidate();
     if (hasRequests()) scheduleNextRequest();
 }
 
 void SimulatedPeripheral::loseLink() {
-    beaconEndedLink(NSError(CBError::connectionTimeout, "The connection has timed out."));
+    deviceEndedLink(NSError(CBError::connectionTimeout, "The connection has timed out."));
 }
 
-void SimulatedPeripheral::beaconEndedLink(const std::optional<NSError>& error) {
+void SimulatedPeripheral::deviceEndedLink(const std::optional<NSError>& error) {
     dropConnection();
     linkEnded(error);
 }

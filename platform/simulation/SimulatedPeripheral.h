@@ -10,30 +10,32 @@
 
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/RunLoop.h"
+#include "zobi/platform/simulation/CentralEnd.h"
 #include "zobi/platform/simulation/GATTServer.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedDevice.h"
 #include "zobi/platform/standard/StandardPeripheral.h"
 
 namespace zobi::platform::simulation {
 
-/// A simulated beacon as one central has it: the handle, the attempt to connect, and this side of the link.
+/// A simulated device as one central has it: the handle, the attempt to connect, and this side of the link.
 ///
-/// Requests are served one after the other, each after the beacon's response delay.
-class SimulatedPeripheral final : public StandardPeripheral {
+/// Requests are served one after the other, each after the device's response delay.
+class SimulatedPeripheral final : public StandardPeripheral, public CentralEnd {
 public:
-    SimulatedPeripheral(RunLoop& runLoop, std::weak_ptr<SimulatedBeacon> beacon)
-        : runLoop_(runLoop), beacon_(std::move(beacon)) {}
+    SimulatedPeripheral(RunLoop& runLoop, std::weak_ptr<SimulatedDevice> device)
+        : runLoop_(runLoop), device_(std::move(device)) {}
 
     std::string addressText() const override;
 
-    // What the beacon does
+    // What the device does
 
-    void beaconBecameFree();
-    void beaconCeasedToBeFree();
-    void beaconFellSilent();
-    void beaconIsHeardAgain();
-    void beaconEndedLink(const std::optional<NSError>& error);
-    void valueChanged(GATTPlace place, std::span<const std::uint8_t> value);
+    void deviceBecameFree() override;
+    void deviceCeasedToBeFree() override;
+    void deviceFellSilent() override;
+    void deviceIsHeardAgain() override;
+    void deviceEndedLink(const std::optional<NSError>& error) override;
+    void valueChanged(GATTPlace place, std::span<const std::uint8_t> value) override;
+    void deviceIsGone() override { abandon(); }
 
 protected:
     void beginAttempt() override;
@@ -48,14 +50,14 @@ protected:
     void scheduleNextRequest() override;
 
 private:
-    SimulatedBeacon& beacon() const { return *beacon_.lock(); }
+    SimulatedDevice& device() const { return *device_.lock(); }
     void serveNext();
     void finishAttempt();
     void loseLink();
     std::shared_ptr<NSTimer> after(double seconds, void (SimulatedPeripheral::*action)());
 
     RunLoop& runLoop_;
-    std::weak_ptr<SimulatedBeacon> beacon_;
+    std::weak_ptr<SimulatedDevice> device_;
     bool hasLink_ = false;
     std::shared_ptr<NSTimer> attemptTimer_;
     std::shared_ptr<NSTimer> supervisionTimer_;

@@ -12,8 +12,8 @@ namespace zobi::platform::simulation {
 /// A platform with a simulated radio. It needs no hardware, and in virtual time hours pass in a moment.
 ///
 ///     SimulatedPlatform platform(StandardPlatform::Time::virtualTime);
-///     auto manager = ZOKManager::managerOnPlatform(platform);
-///     platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+///     auto central = platform.makeCentralManager(delegate);
+///     platform.world().addDevice({.localName = "thermometer"}).comeIntoRange();
 ///     platform.runLoop().runFor(60);
 class ZOBI_EXPORT SimulatedPlatform final : public StandardPlatform {
 public:
@@ -28,7 +28,7 @@ public:
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override;
 
-    /// The simulated surroundings: beacons, and the state of the radio.
+    /// The simulated surroundings: devices, and the state of the radio.
     World& world() { return world_; }
 
 private:

@@ -11,11 +11,13 @@ World::World(RunLoop& runLoop, std::uint64_t seed) : runLoop_(runLoop), seed_(se
 
 World::~World() = default;
 
-SimulatedBeacon& World::addBeacon(BeaconDescription description) {
-    beacons_.push_back(std::make_shared<SimulatedBeacon>(
-        runLoop_, [this](auto& beacon, const auto& advertisement) { transmit(beacon, advertisement); },
-        beacons_.size(), seed_, std::move(description)));
-    return *beacons_.back();
+SimulatedDevice& World::addDevice(DeviceDescription description) {
+    return add<SimulatedDevice>(std::move(description));
+}
+
+SimulatedDevice::Context World::nextContext() {
+    return {runLoop_, [this](auto& device, const auto& advertisement) { transmit(device, advertisement); },
+            devices_.size(), seed_};
 }
 
 void World::setRadioState(CBManagerState state) {
@@ -43,13 +45,13 @@ void World::start(const std::shared_ptr<SimulatedCentral>& central) {
     central->enterState(radioState_);
 }
 
-void World::transmit(SimulatedBeacon& beacon, const Advertisement& advertisement) {
-    const int signalStrength = beacon.nextSignalReading();
+void World::transmit(SimulatedDevice& device, const Advertisement& advertisement) {
+    const int signalStrength = device.nextSignalReading();
     ExceptionKeeper exceptions;
     for (std::size_t i = 0; i < centrals_.size(); ++i) {
         const auto central = centrals_[i].lock();
         if (!central) continue;
-        exceptions.run([&] { central->hear(beacon, advertisement, signalStrength); });
+        exceptions.run([&] { central->hear(device, advertisement, signalStrength); });
     }
     exceptions.rethrow();
 }

@@ -1,28 +1,30 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/Export.h"
 #include "zobi/platform/Log.h"
 #include "zobi/platform/RunLoop.h"
-#include "zobi/platform/simulation/BeaconDescription.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/DeviceDescription.h"
+#include "zobi/platform/simulation/SimulatedDevice.h"
 
 namespace zobi::platform::simulation {
 
 class SimulatedCentral;
 
-/// The simulated surroundings: the beacons, the radio of this machine, and the central managers that use it.
+/// The simulated surroundings: the devices, the radio of this machine, and the central managers that use it.
 /// Main thread only.
 ///
 /// Everything that happens is a task or timer of the run loop, and all randomness comes from the seed: in
 /// virtual time, the same seed and the same calls give the same events.
 class ZOBI_EXPORT World {
 public:
-    /// A world without beacons, with the radio powered on.
+    /// A world without devices, with the radio powered on.
     /// @param runLoop runs all its events; must outlive the world.
     /// @param seed seeds all randomness.
     World(RunLoop& runLoop, std::uint64_t seed);
@@ -30,12 +32,21 @@ public:
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
-    /// Adds a beacon, out of range. It exists as long as the world.
+    /// Adds a device, out of range. It exists as long as the world.
     /// @throws std::invalid_argument for a description that has a value out of range.
-    SimulatedBeacon& addBeacon(BeaconDescription description);
+    SimulatedDevice& addDevice(DeviceDescription description);
 
-    /// All beacons, in the order in which they were added.
-    const std::vector<std::shared_ptr<SimulatedBeacon>>& beacons() const { return beacons_; }
+    /// Adds a device of a class derived from `SimulatedDevice`. Its constructor is called with a
+    /// `SimulatedDevice::Context` and `description`, and may throw.
+    template <std::derived_from<SimulatedDevice> Device, typename Description>
+    Device& add(Description description) {
+        auto device = std::make_shared<Device>(nextContext(), std::move(description));
+        devices_.push_back(device);
+        return *device;
+    }
+
+    /// All devices, in the order in which they were added.
+    const std::vector<std::shared_ptr<SimulatedDevice>>& devices() const { return devices_; }
 
     /// The state of the radio; powered on at first.
     CBManagerState radioState() const { return radioState_; }
@@ -52,14 +63,15 @@ public:
                                                          std::weak_ptr<CBCentralManagerDelegate> delegate);
 
 private:
+    SimulatedDevice::Context nextContext();
     void start(const std::shared_ptr<SimulatedCentral>& central);
-    void transmit(SimulatedBeacon& beacon, const Advertisement& advertisement);
+    void transmit(SimulatedDevice& device, const Advertisement& advertisement);
 
     RunLoop& runLoop_;
     std::uint64_t seed_;
     CBManagerState radioState_ = CBManagerState::poweredOn;
     std::vector<std::weak_ptr<SimulatedCentral>> centrals_;
-    std::vector<std::shared_ptr<SimulatedBeacon>> beacons_;
+    std::vector<std::shared_ptr<SimulatedDevice>> devices_;
     // Weakly held by tasks, which may come after the world.
     std::shared_ptr<World> self_{this, [](World* /*self*/) {}};
 };

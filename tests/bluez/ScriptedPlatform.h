@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "ScriptedService.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "platform/bluez/central/BlueZCentral.h"
-#include "platform/simulation/PayloadEncoder.h"
 #include "radio/RadioBench.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardPlatform.h"
@@ -119,8 +119,8 @@ public:
 
     /// What the beacon sends.
     static Properties payload(std::uint16_t minor) {
-        return {{longForm(CBUUID::UUIDWithString("180A")),
-                 simulation::encodePayload({.major = 1, .minor = minor})}};
+        return {
+            {longForm(CBUUID::UUIDWithString("180A")), zobi::encodePayload({.major = 1, .minor = minor})}};
     }
 
 private:

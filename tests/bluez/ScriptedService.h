@@ -10,6 +10,7 @@
 #include <set>
 #include <system_error>
 
+#include "ZobiConnectKit/simulation/BeaconDescription.h"
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/bus/Bus.h"
 #include "zobi/platform/RunLoop.h"
@@ -59,7 +60,7 @@ struct ScriptedDevice {
     std::vector<std::string> uuids = {longForm(CBUUID::UUIDWithString("1320"))};
     Properties serviceData = {};
     std::int16_t rssi = -60;
-    std::vector<simulation::ServiceDescription> services = simulation::beaconServices();
+    std::vector<simulation::ServiceDescription> services = zobi::beaconServices();
     bool isInRange = false;
     Attempts attempts = Attempts::succeed;
     // Kept by the service.

@@ -9,6 +9,7 @@
 #include "Clock.h"
 #include "ZobiConnectKit/ZOKManagerDelegate.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
 #include "zobi/platform/Clock.h"
@@ -57,7 +58,7 @@ bool hasItsOwnPlatform(zobi::platform::Platform& theirs) {
 
 int main() {
     SimulatedPlatform platform(SimulatedPlatform::Time::virtualTime);
-    platform.world().addBeacon({.major = 1, .minor = 7}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     const auto manager = ZOKManager::managerOnPlatform(platform);
     const auto delegate = std::make_shared<Delegate>();
     manager->setDelegate(delegate);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +30,8 @@ public:
     /// The handle of the beacon at each sighting.
     std::vector<Peripheral> sightings;
     std::vector<std::uint8_t> lastValue;
+    /// The central managers and peripherals that events have named.
+    std::set<const void*> named;
     /// Called at each sighting, and at each answer that tells a failure.
     std::function<void(const zobi::platform::CBAdvertisementData&)> onSighting = [](const auto& /*data*/) {};
     std::function<void()> onFailedAnswer = [] {};
@@ -42,6 +45,7 @@ public:
     }
 
     void centralManagerDidUpdateState(CBCentralManager& central) override {
+        named.insert(&central);
         note("state " + std::to_string(static_cast<int>(central.state())));
     }
     void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
@@ -55,18 +59,23 @@ public:
         sightings.push_back(peripheral);
         onSighting(data);
     }
-    void centralManagerDidConnectPeripheral(CBCentralManager&, const Peripheral& peripheral) override {
+    void centralManagerDidConnectPeripheral(CBCentralManager& central,
+                                            const Peripheral& peripheral) override {
         EXPECT_EQ(peripheral->state(), zobi::platform::CBPeripheralState::connected);
+        named.insert({&central, peripheral.get()});
         note("connected");
     }
-    void centralManagerDidFailToConnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
+    void centralManagerDidFailToConnectPeripheralError(CBCentralManager& central,
+                                                       const Peripheral& peripheral,
                                                        const NSError* error) override {
         EXPECT_NE(peripheral->state(), zobi::platform::CBPeripheralState::connected);
+        named.insert({&central, peripheral.get()});
         note("failed", error);
     }
-    void centralManagerDidDisconnectPeripheralError(CBCentralManager&, const Peripheral& peripheral,
+    void centralManagerDidDisconnectPeripheralError(CBCentralManager& central, const Peripheral& peripheral,
                                                     const NSError* error) override {
         EXPECT_NE(peripheral->state(), zobi::platform::CBPeripheralState::connected);
+        named.insert({&central, peripheral.get()});
         note("disconnected", error);
     }
     void peripheralDidDiscoverServices(const Peripheral& peripheral, const NSError* error) override {
@@ -113,6 +122,7 @@ private:
     }
     void noteAnswer(std::string event, const Peripheral& peripheral, const NSError* error) {
         EXPECT_EQ(peripheral->state(), zobi::platform::CBPeripheralState::connected) << event;
+        named.insert(peripheral.get());
         note(std::move(event), error);
         if (error) onFailedAnswer();
     }

@@ -10,6 +10,7 @@ namespace {
 using namespace ZOKGATTProfile;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 using zobi::platform::CBCharacteristicWriteType;
 using zobi::platform::CBPeripheralState;
 
@@ -26,6 +27,7 @@ TEST_P(RadioPromises, OneHandleForAPeripheralOverAllItsSightingsAndLinks) {
     ASSERT_TRUE(heard("disconnected error 6"));
     bench->beaconComesIntoRange();
     EXPECT_EQ(sight(), peripheral);
+    EXPECT_THAT(listener->named, UnorderedElementsAre(central.get(), peripheral.get()));
 }
 
 TEST_P(RadioPromises, ServicesAndCharacteristicsAreWhatWasAskedForSinceTheLinkCameUp) {
@@ -99,6 +101,7 @@ TEST_P(RadioPromises, EveryRequestHasOneAnswerInItsTurn) {
     peripheral->readRSSI();
     ASSERT_TRUE(heard("rssi"));
     EXPECT_TRUE(heardNoMoreThan(1));
+    EXPECT_THAT(listener->named, UnorderedElementsAre(central.get(), peripheral.get()));
 }
 
 TEST_P(RadioPromises, WhatIsOutstandingIsAnsweredWithAnErrorBeforeTheEndIsTold) {
@@ -146,6 +149,7 @@ TEST_P(RadioPromises, AnAttemptThatFailsIsToldOnce) {
     EXPECT_TRUE(heardNoMoreThan(1)) << "nothing tries again";
     connect(peripheral);
     ASSERT_TRUE(heard("connected"));
+    EXPECT_THAT(listener->named, UnorderedElementsAre(central.get(), peripheral.get()));
 }
 
 TEST_P(RadioPromises, AnAttemptWaitsForTheBeaconUntilItIsCancelled) {
@@ -307,7 +311,13 @@ TEST_P(RadioPromises, ARequestToNothingIsHarmless) {
     peripheral->discoverServices(requestedServices);
     peripheral->readRSSI();
     central->cancelPeripheralConnection(peripheral);
+    const auto stranger = std::make_shared<Listener>();
+    const auto other = platform.makeCentralManager(stranger);
+    ASSERT_TRUE(bench->runUntil([&] { return !stranger->events.empty(); }));
+    other->connectPeripheral(peripheral);
+    other->cancelPeripheralConnection(peripheral);
     EXPECT_TRUE(heardNoMoreThan(1));
+    EXPECT_THAT(stranger->events, ElementsAre("state 5"));
 }
 
 TEST_P(RadioPromises, TheApplicationsStateChangesBeforeItsBroadcast) {

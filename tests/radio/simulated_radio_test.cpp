@@ -1,12 +1,14 @@
-// The suite over the simulated radio, in virtual time: directly, and with the port of docs/porting.md
-// between.
+// The suite over the simulated radio, in virtual time: directly, with layers in between, which change
+// nothing, and with the port of docs/porting.md in between.
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
+#include "Layers.h"
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "examples/port/RadioPlatform.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
@@ -151,6 +153,17 @@ private:
 struct SimulatedAir {
     simulation::SimulatedPlatform platform{StandardPlatform::Time::virtualTime};
     simulation::World& world = platform.world();
+    Platform& used = platform;
+};
+
+/// The same in layers.
+struct LayeredAir {
+    std::unique_ptr<simulation::SimulatedPlatform> made =
+        std::make_unique<simulation::SimulatedPlatform>(StandardPlatform::Time::virtualTime);
+    simulation::SimulatedPlatform& platform = *made;
+    simulation::World& world = platform.world();
+    std::unique_ptr<Platform> layers = inLayers(std::move(made));
+    Platform& used = *layers;
 };
 
 /// The radio of the guide to porting, with a driver that drives the simulated one.
@@ -159,6 +172,7 @@ struct PortedAir {
 
     RadioPlatform platform{StandardPlatform::Time::virtualTime, std::make_unique<ConditionVariableWaiting>()};
     simulation::World world{platform.runLoop(), 0};
+    Platform& used = platform;
 };
 
 template <typename Air>
@@ -166,7 +180,7 @@ class SimulatedBench final : public RadioBench {
 public:
     SimulatedBench() { air_.platform.log().setSink(nullptr); }
 
-    Platform& platform() override { return air_.platform; }
+    Platform& platform() override { return air_.used; }
     void beaconComesIntoRange() override { beacon_.comeIntoRange(); }
     void beaconFallsSilent() override { beacon_.goOutOfRange(); }
     void beaconEndsLink() override {
@@ -190,16 +204,72 @@ public:
 
 private:
     Air air_;
-    simulation::SimulatedBeacon& beacon_ = air_.world.addBeacon({.major = 1, .minor = 7});
+    zobi::SimulatedBeacon& beacon_ = zobi::addBeacon(air_.world, {.major = 1, .minor = 7});
 };
 
-const auto simulatedRadios = ::testing::Values(
-    RadioUnderTest{"Simulated", [] { return std::make_unique<SimulatedBench<SimulatedAir>>(); }},
-    RadioUnderTest{"Ported", [] { return std::make_unique<SimulatedBench<PortedAir>>(); }});
+template <typename Air>
+RadioUnderTest radioOver(std::string name) {
+    return {std::move(name), [] { return std::make_unique<SimulatedBench<Air>>(); }};
+}
+
+const RadioUnderTest layered = radioOver<LayeredAir>("Layered");
+const auto simulatedRadios =
+    ::testing::Values(radioOver<SimulatedAir>("Simulated"), layered, radioOver<PortedAir>("Ported"));
 const auto nameOf = [](const auto& radio) { return radio.param.name; };
 
 INSTANTIATE_TEST_SUITE_P(Simulated, RadioPromises, simulatedRadios, nameOf);
 INSTANTIATE_TEST_SUITE_P(Simulated, LibraryOverRadio, simulatedRadios, nameOf);
+
+class Layers : public RadioTest {};
+INSTANTIATE_TEST_SUITE_P(Simulated, Layers, ::testing::Values(layered), nameOf);
+
+TEST_P(Layers, ForgetAPeripheralAtAScanWhenItIsDisconnectedAndNobodyHoldsIt) {
+    auto holder = link();
+    const std::weak_ptr<CBPeripheral> peripheral = holder;
+    const auto letGo = [&] {
+        listener->sightings.clear();
+        holder.reset();
+    };
+    letGo();
+    scan();
+    ASSERT_FALSE(peripheral.expired()) << "its link is up";
+    central->cancelPeripheralConnection(peripheral.lock());
+    ASSERT_TRUE(heard("disconnected"));
+    holder = peripheral.lock();
+    ASSERT_TRUE(holder);
+    EXPECT_EQ(sight(), holder);
+    letGo();
+    EXPECT_FALSE(peripheral.expired()) << "the scan goes on";
+    scan();
+    EXPECT_TRUE(peripheral.expired());
+    EXPECT_EQ(link()->state(), CBPeripheralState::connected);
+}
+
+TEST_P(Layers, LetGoOfADelegateInsideItsOwnCallback) {
+    bench->beaconComesIntoRange();
+    scan();
+    const std::weak_ptr<Listener> delegate = listener;
+    listener->onSighting = [&] { listener.reset(); };
+    EXPECT_TRUE(bench->runUntil([&] { return delegate.expired(); }));
+    bench->runUntil([] { return false; }, RadioBench::aWhile);
+    EXPECT_TRUE(central->isScanning());
+}
+
+TEST_P(Layers, OutliveWhatTheyStandOn) {
+    const auto peripheral = link();
+    discover(peripheral);
+    peripheral->readRSSI();
+    central.reset();
+    EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
+    peripheral->readRSSI();
+    EXPECT_TRUE(heardNoMoreThan(0));
+    central = platform.makeCentralManager(listener);
+    ASSERT_TRUE(heard("state 5"));
+    const auto linked = link();
+    bench.reset();
+    EXPECT_EQ(peripheral->services()->size(), ZOKGATTProfile::requestedServices.size());
+    EXPECT_NE(linked, peripheral);
+}
 
 }  // namespace
 

@@ -7,9 +7,6 @@
 
 namespace zobi::tool {
 
-using platform::simulation::BeaconDescription;
-using platform::simulation::SimulatedBeacon;
-
 namespace {
 
 constexpr double roundLength = 120;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "tools/zobiconnect/Scenario.h"
+#include "ZobiConnectKit/simulation/Scenario.h"
 
 namespace zobi::tool {
 

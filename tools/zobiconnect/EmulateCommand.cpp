@@ -11,13 +11,13 @@
 #include <utility>
 #include <vector>
 
+#include "ZobiConnectKit/simulation/Scenario.h"
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/Console.h"
 #include "tools/zobiconnect/EmulateControls.h"
 #include "tools/zobiconnect/EmulatedBeacon.h"
 #include "tools/zobiconnect/Hex.h"
 #include "tools/zobiconnect/OptionChecks.h"
-#include "tools/zobiconnect/Scenario.h"
 #include "tools/zobiconnect/ScenarioFile.h"
 #include "tools/zobiconnect/StopOnSignal.h"
 #include "tools/zobiconnect/Text.h"
@@ -30,8 +30,6 @@ namespace zobi::tool {
 
 using platform::bluez::BlueZPlatform;
 using platform::bluez::PeripheralManager;
-using platform::simulation::BeaconDescription;
-using platform::simulation::SimulatedBeacon;
 using platform::simulation::World;
 
 namespace {
@@ -88,9 +86,9 @@ std::size_t chosenBeacon(const Scenario& scenario, const Options& options) {
 }
 
 int runEmulate(const Options& options) {
-    const auto scenario = std::make_shared<const Scenario>(
-        options.scenario ? scenarioFromFile(*options.scenario) : scenarioOfOneBeacon(options));
-    const std::size_t index = chosenBeacon(*scenario, options);
+    const Scenario scenario =
+        options.scenario ? scenarioFromFile(*options.scenario) : scenarioOfOneBeacon(options);
+    const std::size_t index = chosenBeacon(scenario, options);
 
     BlueZPlatform platform({options.adapter});
     if (!options.log) platform.log().setSink(nullptr);
@@ -99,8 +97,7 @@ int runEmulate(const Options& options) {
     // A reader that has gone away must not end the process while the beacon is on the air.
     ::signal(SIGPIPE, SIG_IGN);
     World world(runLoop, 0);
-    playScenario(scenario, {runLoop, platform.application(), world});
-    SimulatedBeacon& beacon = *world.beacons()[index];
+    SimulatedBeacon& beacon = *playScenario(scenario, platform, world)[index];
 
     const auto start = platform.clock().monotonicTime();
     const auto tell = [&platform, start](const std::string& line) {

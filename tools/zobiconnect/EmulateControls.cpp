@@ -68,8 +68,7 @@ bool hasKeys() {
 
 }  // namespace
 
-EmulateControls::EmulateControls(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon,
-                                 Actions actions)
+EmulateControls::EmulateControls(platform::RunLoop& runLoop, SimulatedBeacon& beacon, Actions actions)
     : runLoop_(runLoop),
       beacon_(beacon),
       actions_(std::move(actions)),
@@ -140,8 +139,8 @@ void EmulateControls::obeyLines(std::string_view input) {
 
 void EmulateControls::obeyKey(char key) {
     constexpr int batteryStep = 5;
-    const int battery = beacon_.description().batteryLevel;
-    const int temperature = beacon_.description().temperature;
+    const int battery = beacon_.batteryLevel();
+    const int temperature = beacon_.temperature();
     switch (key) {
         case '0':
         case '1':

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/RunLoop.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
 
 namespace zobi::tool {
 
@@ -28,8 +28,7 @@ public:
 
     /// Tells what the keys do, if there are some, and reads them from then on.
     /// @param runLoop must outlive it, as `beacon` must.
-    EmulateControls(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon,
-                    Actions actions);
+    EmulateControls(platform::RunLoop& runLoop, SimulatedBeacon& beacon, Actions actions);
     /// Gives the terminal back as it was.
     ~EmulateControls();
     EmulateControls(const EmulateControls&) = delete;
@@ -56,7 +55,7 @@ private:
     void setSilent(bool isSilent);
 
     platform::RunLoop& runLoop_;
-    platform::simulation::SimulatedBeacon& beacon_;
+    SimulatedBeacon& beacon_;
     Actions actions_;
     const bool isTerminal_;
     /// How the terminal was; absent until it is taken.

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
-#include "platform/simulation/PayloadEncoder.h"
 #include "tools/zobiconnect/GATTNames.h"
 #include "tools/zobiconnect/Hex.h"
 #include "tools/zobiconnect/Text.h"
@@ -18,13 +17,13 @@ using platform::NSError;
 using platform::bluez::LocalAdvertisement;
 using platform::bluez::LocalService;
 using platform::bluez::PeripheralManager;
-using platform::simulation::BeaconDescription;
+using platform::simulation::DeviceDescription;
 
 namespace {
 
-std::vector<LocalService> servicesOf(const BeaconDescription& beacon) {
+std::vector<LocalService> servicesOf(const DeviceDescription& device) {
     std::vector<LocalService> services;
-    for (const auto& service : beacon.services) {
+    for (const auto& service : device.services) {
         LocalService local{service.uuid, {}};
         for (const auto& [uuid, properties, value, width, generated, readError, writeError, notifyError] :
              service.characteristics) {
@@ -36,18 +35,13 @@ std::vector<LocalService> servicesOf(const BeaconDescription& beacon) {
     return services;
 }
 
-LocalAdvertisement advertisementOf(const BeaconDescription& beacon) {
-    LocalAdvertisement advertisement{.localName = beacon.localName, .services = beacon.advertisedServices};
-    if (beacon.serviceData) {
-        for (const auto& [service, data] : *beacon.serviceData) {
-            advertisement.serviceData.push_back({service, data});
-        }
-    } else {
-        advertisement.serviceData.push_back(
-            {ZOKGATTProfile::deviceInformationService, platform::simulation::encodePayload(beacon)});
+LocalAdvertisement advertisementOf(const DeviceDescription& device) {
+    LocalAdvertisement advertisement{.localName = device.localName, .services = device.advertisedServices};
+    for (const auto& [service, data] : device.serviceData) {
+        advertisement.serviceData.push_back({service, data});
     }
     // The fastest and the slowest that Bluetooth has.
-    advertisement.interval = std::clamp(beacon.advertisingInterval, 0.02, 10.0);
+    advertisement.interval = std::clamp(device.advertisingInterval, 0.02, 10.0);
     return advertisement;
 }
 
@@ -57,8 +51,7 @@ std::string nameOf(const platform::CBUUID& uuid) {
 
 }  // namespace
 
-EmulatedBeacon::EmulatedBeacon(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon,
-                               Teller tell)
+EmulatedBeacon::EmulatedBeacon(platform::RunLoop& runLoop, SimulatedBeacon& beacon, Teller tell)
     : runLoop_(runLoop), beacon_(beacon), tell_(std::move(tell)) {}
 
 EmulatedBeacon::~EmulatedBeacon() {
@@ -67,12 +60,12 @@ EmulatedBeacon::~EmulatedBeacon() {
 
 void EmulatedBeacon::start(const ManagerMaker& makeManager) {
     manager_ = makeManager(servicesOf(beacon_.description()), weak_from_this());
-    // A simulated beacon tells nobody that it has changed. This is often enough for a person to take it for
-    // at once, and far more often than a beacon advertises.
-    constexpr double interval = 0.05;
-    timer_ = runLoop_.every(interval, [weakSelf = weak_from_this()] {
-        if (const auto self = weakSelf.lock()) self->follow();
-    });
+    beacon_.addObserver(weak_from_this());
+    follow();
+}
+
+void EmulatedBeacon::simulatedDeviceDidChange(platform::simulation::SimulatedDevice& /*device*/) {
+    if (!isEnding_) follow();
 }
 
 void EmulatedBeacon::follow() {
@@ -100,7 +93,6 @@ void EmulatedBeacon::fallSilent() {
 
 void EmulatedBeacon::end(std::function<void()> ended) {
     isEnding_ = true;
-    timer_->invalidate();
     manager_->shutDown(std::move(ended));
 }
 
@@ -122,8 +114,7 @@ void EmulatedBeacon::peripheralManagerDidStartAdvertising(PeripheralManager& /*m
                                                           const NSError* error) {
     if (error) return fail(error->localizedDescription());
     hasBeenOnAir_ = true;
-    const BeaconDescription& beacon = beacon_.description();
-    tell_("on the air as beacon " + std::to_string(beacon.major) + '.' + std::to_string(beacon.minor));
+    tell_("on the air as beacon " + std::to_string(beacon_.major()) + '.' + std::to_string(beacon_.minor()));
 }
 
 void EmulatedBeacon::peripheralManagerDidConnectCentral(PeripheralManager& manager,

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/bluez/PeripheralManager.h"
-#include "zobi/platform/simulation/SimulatedBeacon.h"
 
 namespace zobi::tool {
 
@@ -21,6 +21,7 @@ namespace zobi::tool {
 ///
 /// What the beacon only simulates is left to the air: signal strengths, failing connections and discoveries.
 class EmulatedBeacon final : public platform::bluez::PeripheralManagerDelegate,
+                             public platform::simulation::SimulatedDeviceObserver,
                              public std::enable_shared_from_this<EmulatedBeacon> {
 public:
     /// Told in a line what happens.
@@ -31,7 +32,7 @@ public:
         std::weak_ptr<platform::bluez::PeripheralManagerDelegate> delegate)>;
 
     /// @param runLoop,beacon must outlive it.
-    EmulatedBeacon(platform::RunLoop& runLoop, platform::simulation::SimulatedBeacon& beacon, Teller tell);
+    EmulatedBeacon(platform::RunLoop& runLoop, SimulatedBeacon& beacon, Teller tell);
     ~EmulatedBeacon() override;
     EmulatedBeacon(const EmulatedBeacon&) = delete;
     EmulatedBeacon& operator=(const EmulatedBeacon&) = delete;
@@ -48,6 +49,7 @@ public:
     /// Takes the beacon off the air, and calls `ended` when it is.
     void end(std::function<void()> ended);
 
+    void simulatedDeviceDidChange(platform::simulation::SimulatedDevice& device) override;
     void peripheralManagerDidUpdateState(platform::bluez::PeripheralManager& manager) override;
     void peripheralManagerDidStartAdvertising(platform::bluez::PeripheralManager& manager,
                                               const platform::NSError* error) override;
@@ -72,7 +74,7 @@ private:
     void tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value);
 
     platform::RunLoop& runLoop_;
-    platform::simulation::SimulatedBeacon& beacon_;
+    SimulatedBeacon& beacon_;
     Teller tell_;
     std::shared_ptr<platform::bluez::PeripheralManager> manager_;
     std::optional<platform::bluez::LocalAdvertisement> onAir_;
@@ -81,7 +83,6 @@ private:
     bool hasBeenOnAir_ = false;
     bool isEnding_ = false;
     std::string failure_;
-    std::shared_ptr<platform::NSTimer> timer_;
     /// Ends the links when a silence is over that they do not outlive.
     std::shared_ptr<platform::NSTimer> silenceTimer_;
 };

@@ -11,7 +11,6 @@
 #include "tools/zobiconnect/Monitor.h"
 #include "tools/zobiconnect/OptionChecks.h"
 #include "tools/zobiconnect/RadioOptions.h"
-#include "tools/zobiconnect/Scenario.h"
 #include "tools/zobiconnect/StopOnSignal.h"
 #include "tools/zobiconnect/TableView.h"
 
@@ -38,8 +37,12 @@ std::unique_ptr<MonitorView> makeView(const Options& options) {
 void changeApplicationStateAt(const std::vector<double>& moments, UIApplicationState state) {
     platform::Platform& platform = platform::Platform::current();
     for (const double moment : moments) {
-        happenAfter(platform.runLoop(), moment,
-                    [&platform, state] { platform.application().setApplicationState(state); });
+        const auto change = [&platform, state] { platform.application().setApplicationState(state); };
+        if (moment > 0) {
+            platform.runLoop().after(moment, change);
+        } else {
+            change();
+        }
     }
 }
 

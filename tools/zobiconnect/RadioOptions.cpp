@@ -45,16 +45,14 @@ std::unique_ptr<SimulatedPlatform> makeSimulatedPlatform(const RadioOptions& opt
 
 Radio makeSimulatedRadio(const RadioOptions& options) {
     if (options.adapter) throw UsageError("--adapter is for the radio bluez, not for a simulated one");
-    const auto scenario = std::make_shared<const Scenario>(
-        options.scenario
-            ? scenarioFromFile(*options.scenario)
-            : demoScenario(options.simulate.value_or(beaconsByDefault), options.seed.value_or(0)));
+    const Scenario scenario = options.scenario ? scenarioFromFile(*options.scenario)
+                                               : demoScenario(options.simulate.value_or(beaconsByDefault),
+                                                              options.seed.value_or(0));
     auto simulated = makeSimulatedPlatform(options);
     SimulatedPlatform& platform = *simulated;
     if (!options.log) platform.log().setSink(nullptr);
-    return {std::move(simulated), [scenario, &platform] {
-                playScenario(scenario, {platform.runLoop(), platform.application(), platform.world()});
-            }};
+    return {std::move(simulated),
+            [scenario, &platform] { playScenario(scenario, platform, platform.world()); }};
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 namespace zobi::tool {
 
 using nlohmann::json;
-using platform::simulation::BeaconDescription;
 using platform::simulation::CharacteristicDescription;
 using platform::simulation::CharacteristicProperties;
 using platform::simulation::GeneratedValue;
@@ -118,7 +117,7 @@ ServiceDescription readService(CheckedObject& object) {
 
 /// The service that beacons have under a UUID.
 ServiceDescription usualService(const json& uuid, const std::string& path) {
-    const auto usual = platform::simulation::beaconServices();
+    const auto usual = beaconServices();
     const auto found = std::ranges::find(usual, uuidFrom(uuid, path), &ServiceDescription::uuid);
     if (found == usual.end()) {
         throw Mistake(path, "is no usual service of beacons: describe it in an object");

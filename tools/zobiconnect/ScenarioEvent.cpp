@@ -16,11 +16,9 @@ using platform::CBManagerState;
 using platform::CBUUID;
 using platform::NSError;
 using platform::UIApplicationState;
-using platform::simulation::BeaconDescription;
 using platform::simulation::CharacteristicDescription;
 using platform::simulation::GATTServer;
 using platform::simulation::ServiceDescription;
-using platform::simulation::SimulatedBeacon;
 
 namespace {
 
@@ -169,7 +167,7 @@ void readEvent(CheckedObject& event, const BeaconIndices& beacons, Scenario& sce
         const auto state =
             names[action] == "becomeActive" ? UIApplicationState::active : UIApplicationState::background;
         scenario.timeline.push_back(
-            {at, [=](const Stage& stage) { stage.application.setApplicationState(state); }});
+            {at, [=](const Stage& stage) { stage.platform.application().setApplicationState(state); }});
     }
 }
 

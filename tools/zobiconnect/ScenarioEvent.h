@@ -4,8 +4,8 @@
 #include <map>
 #include <string>
 
+#include "ZobiConnectKit/simulation/Scenario.h"
 #include "tools/zobiconnect/CheckedJson.h"
-#include "tools/zobiconnect/Scenario.h"
 
 namespace zobi::tool {
 

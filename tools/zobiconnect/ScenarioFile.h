@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/zobiconnect/Scenario.h"
+#include "ZobiConnectKit/simulation/Scenario.h"
 
 namespace zobi::tool {
 

@@ -8,7 +8,7 @@
 #include "tools/zobiconnect/CheckedJson.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSError.h"
-#include "zobi/platform/simulation/BeaconDescription.h"
+#include "zobi/platform/simulation/DeviceDescription.h"
 
 namespace zobi::tool {
 

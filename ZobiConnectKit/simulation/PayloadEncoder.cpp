@@ -1,9 +1,9 @@
-#include "platform/simulation/PayloadEncoder.h"
+#include "ZobiConnectKit/simulation/PayloadEncoder.h"
 
 #include <stdexcept>
 #include <string>
 
-namespace zobi::platform::simulation {
+namespace zobi {
 
 namespace {
 
@@ -42,4 +42,4 @@ std::vector<std::uint8_t> encodePayload(const BeaconDescription& beacon) {
     return payload;
 }
 
-}  // namespace zobi::platform::simulation
+}  // namespace zobi

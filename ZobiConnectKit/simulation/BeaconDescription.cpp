@@ -1,8 +1,12 @@
-#include "zobi/platform/simulation/ServiceDescription.h"
+#include "ZobiConnectKit/simulation/BeaconDescription.h"
 
 #include <string_view>
 
-namespace zobi::platform::simulation {
+namespace zobi {
+
+using platform::CBUUID;
+using platform::simulation::CharacteristicProperties;
+using platform::simulation::ServiceDescription;
 
 namespace {
 
@@ -36,4 +40,4 @@ std::vector<ServiceDescription> beaconServices() {
     };
 }
 
-}  // namespace zobi::platform::simulation
+}  // namespace zobi
