@@ -79,7 +79,10 @@ protected:
         if (phase == waiting) pass(5);
         service.calls.clear();
         connect(peripheral);
-        if (phase == waiting) pass(60);
+        if (phase == waiting) {
+            pass(60);
+            EXPECT_TRUE(wasCalled("StopDiscovery")) << "all devices are to be reported again";
+        }
         EXPECT_EQ(bench->runUntil([&] { return wasCalled("Connect"); }, 5), phase != waiting)
             << "an attempt is made when the beacon was heard";
         pass(1.5);
@@ -542,8 +545,11 @@ TEST_P(BlueZRadio, TheEndOfALinkIsToldWithItsReasonOrSoonWithoutIt) {
         const bool isKnown = isRecent || (hasChannel && delay < never);
         for (const auto& [reason, code] : {std::pair(0x08, 6), {0x13, 7}, {0x16, 0}, {0x22, 0}}) {
             SCOPED_TRACE(std::to_string(reason) + (isKnown ? " known" : " not known"));
-            link();
+            const auto peripheral = link();
             service.endLink(beacon, static_cast<std::uint8_t>(reason));
+            pass(0.01);
+            // It comes too late to end anything.
+            central->cancelPeripheralConnection(peripheral);
             ASSERT_TRUE(within(1, "disconnected error " + std::to_string(isKnown ? code : 0)));
             // A reason that comes too late is not taken for the next link's.
             EXPECT_THAT(eventsIn(delay + 1), SizeIs(1));

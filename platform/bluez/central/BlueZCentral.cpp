@@ -29,6 +29,7 @@ BlueZCentral::BlueZCentral(const RadioContext& context, std::weak_ptr<CBCentralM
 }
 
 BlueZCentral::~BlueZCentral() {
+    // First, so that none of those that wait gets a turn now.
     if (context_->attempts) context_->attempts->clear();
     // BlueZ would keep the links up for nobody, and the devices would not advertise meanwhile.
     for (const auto& [key, peripheral] : peripherals()) peripheral->abandon();

@@ -121,16 +121,16 @@ void LinkOperations::write(GATTPlace place, const std::vector<std::uint8_t>& val
 
 void LinkOperations::setNotify(GATTPlace place, bool enabled, Completion completion) {
     const std::string& path = pathOf(place);
-    const bool isNew = enabled && subscribed_.insert(path).second;
+    // Even a call that fails or is not answered may have had its effect.
+    if (enabled) subscribed_.insert(path);
     operate(path, enabled ? "StartNotify" : "StopNotify", nullptr,
-            [this, path, enabled, isNew, completion = std::move(completion)](MessageReader& /*reply*/,
-                                                                             const BusError* error) {
+            [this, path, enabled, completion = std::move(completion)](MessageReader& /*reply*/,
+                                                                      const BusError* error) {
                 // Where there is no subscription, none is to be ended.
                 if (!error || (!enabled && error->message == "No notify session started")) {
                     if (!enabled) subscribed_.erase(path);
                     return completion(std::nullopt);
                 }
-                if (isNew) subscribed_.erase(path);
                 fail(GATTOperation::notify, *error, completion);
             });
 }
