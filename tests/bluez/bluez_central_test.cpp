@@ -667,6 +667,11 @@ TEST_P(BlueZRadio, AReadIsToldOnceAndANotificationDuringItIsKept) {
 }
 
 TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
+    link();
+    service.endLink(beacon, 0x13);
+    ASSERT_TRUE(heard("disconnected error 7"));
+    takeEvents();
+    // Of its services, the next link brings signals of the new one alone.
     beacon.services.push_back(beacon.services[1]);
     service.calls.clear();
     const auto peripheral = link();
