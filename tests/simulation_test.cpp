@@ -126,7 +126,7 @@ TEST_F(SimulationTest, AnyStateButOnEndsTheScanForGood) {
 }
 
 TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePower) {
-    platform.world().addBeacon({}).comeIntoRange();
+    zobi::addBeacon(platform.world(), {}).comeIntoRange();
     loop.processPending();
     scan();
     loop.runFor(1);
@@ -148,7 +148,7 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
 }
 
 TEST_F(SimulationTest, AScanForgetsWhatIsIdleAndInNobodysHands) {
-    for (int i = 0; i < 2; ++i) platform.world().addBeacon({}).comeIntoRange();
+    for (int i = 0; i < 2; ++i) zobi::addBeacon(platform.world(), {}).comeIntoRange();
     loop.processPending();
     scan();
     loop.runFor(1);

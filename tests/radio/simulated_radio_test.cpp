@@ -79,7 +79,7 @@ private:
                                                                   const CBAdvertisementData& data,
                                                                   NSNumber rssi) override {
         peripheral_ = peripheral;
-        const auto& services = air.world->beacons()[0]->description().advertisedServices;
+        const auto& services = air.world->devices()[0]->description().advertisedServices;
         if (const auto events = events_.lock()) events->heard(1, services, data, rssi.integerValue());
     }
     void centralManagerDidConnectPeripheral(Central&, Peripheral) override {
@@ -249,7 +249,7 @@ TEST_P(Layers, LetGoOfADelegateInsideItsOwnCallback) {
     bench->beaconComesIntoRange();
     scan();
     const std::weak_ptr<Listener> delegate = listener;
-    listener->onSighting = [&] { listener.reset(); };
+    listener->onSighting = [&](const auto& /*data*/) { listener.reset(); };
     EXPECT_TRUE(bench->runUntil([&] { return delegate.expired(); }));
     bench->runUntil([] { return false; }, RadioBench::aWhile);
     EXPECT_TRUE(central->isScanning());
