@@ -158,12 +158,9 @@ void SimulatedPeripheral::deviceEndedLink(const std::optional<NSError>& error) {
 }
 
 std::shared_ptr<NSTimer> SimulatedPeripheral::after(double seconds, void (SimulatedPeripheral::*action)()) {
-    return runLoop_.scheduledTimerWithTimeIntervalActionUserInfoRepeats(
-        seconds,
-        [weakSelf = weak_from_this(), action](const auto& /*timer*/) {
-            if (const auto self = weakSelf.lock()) (static_cast<SimulatedPeripheral&>(*self).*action)();
-        },
-        nullptr, false);
+    return runLoop_.after(seconds, [weakSelf = weak_from_this(), action] {
+        if (const auto self = weakSelf.lock()) (static_cast<SimulatedPeripheral&>(*self).*action)();
+    });
 }
 
 }  // namespace zobi::platform::simulation
