@@ -19,7 +19,7 @@ struct Service {
     std::vector<zobi::platform::CBUUID> characteristics;
 };
 
-enum class LinkEnd { wanted, timeout, peer };
+enum class LinkEnd { host, timeout, peer };
 
 /// Receives what happens to one attempt to connect, and to the link that it makes.
 class ConnectionEvents {

@@ -66,7 +66,6 @@ private:
     }
     void connectionFailed() override { attemptFailed({CBError::connectionFailed, "It did not answer."}); }
     void disconnected(LinkEnd end) override {
-        if (end == LinkEnd::wanted) return linkEnded(std::nullopt);
         const bool isLost = end == LinkEnd::timeout;
         linkEnded(
             NSError(isLost ? CBError::connectionTimeout : CBError::peripheralDisconnected, "It ended."));

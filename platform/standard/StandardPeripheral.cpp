@@ -204,6 +204,7 @@ void StandardPeripheral::cancel() {
         reportEnd(std::nullopt);
     } else if (phase_ == Phase::linked) {
         phase_ = Phase::ending;
+        isEndWanted_ = true;
         endLink();
     }
 }
@@ -228,6 +229,7 @@ void StandardPeripheral::endLink() {
 void StandardPeripheral::linkCameUp() {
     if (phase_ != Phase::pending) return;
     phase_ = Phase::linked;
+    isEndWanted_ = false;
     discovered_.clear();
     reportConnection();
 }
@@ -245,7 +247,8 @@ void StandardPeripheral::linkIsEnding() {
 void StandardPeripheral::linkEnded(const Outcome& error) {
     if (!isLinked()) return;
     phase_ = Phase::ended;
-    finishLink(error);
+    // Whatever the radio says of it: a lost link is connected again.
+    finishLink(isEndWanted_ ? std::nullopt : error);
 }
 
 void StandardPeripheral::finishLink(const Outcome& error) {

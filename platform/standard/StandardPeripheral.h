@@ -64,7 +64,8 @@ public:
     void linkCameUp();
     /// The attempt has failed.
     void attemptFailed(const NSError& error);
-    /// The link has ended: answers all requests with `CBError::notConnected`, and then reports the end.
+    /// The link has ended: answers all requests with `CBError::notConnected`, and then reports the end. One
+    /// that the application has asked for is reported without the error.
     void linkEnded(const Outcome& error);
     /// The link is ending, and `linkEnded` will follow: nothing more is sent. For a radio that hears of the
     /// end first and of its reason later.
@@ -126,7 +127,7 @@ protected:
     /// Ends the attempt or the link at once, as far as there is still something to end: the attempt was
     /// cancelled, the radio is off, or the central manager is gone. No event of it may follow later.
     virtual void dropConnection() = 0;
-    /// Ends the link, as it was cancelled; `linkEnded` is to follow, without an error. A radio whose links
+    /// Ends the link, as it was cancelled; `linkEnded` is to follow. A radio whose links
     /// are down at once need not override this: `dropConnection` is called, and the end is told.
     virtual void endLink();
 
@@ -198,6 +199,8 @@ private:
     MainQueue* queue_ = nullptr;
     std::weak_ptr<CBPeripheralDelegate> delegate_;
     Phase phase_ = Phase::idle;
+    /// The application has asked for the end of the link.
+    bool isEndWanted_ = false;
     std::size_t announcedConnects_ = 0;
     std::uint64_t order_ = 0;
     std::uint64_t lastReportedInScan_ = 0;

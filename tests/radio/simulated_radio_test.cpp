@@ -112,8 +112,9 @@ private:
         isUp_ = false;
         const auto events = connection_.lock();
         if (!events) return;
-        const bool isLost = error && error->code() == static_cast<int>(CBError::connectionTimeout);
-        events->disconnected(isLost ? LinkEnd::timeout : error ? LinkEnd::peer : LinkEnd::wanted);
+        // Of an end that this side has asked for it tells the worst.
+        const bool isEndOfPeer = error && error->code() == static_cast<int>(CBError::peripheralDisconnected);
+        events->disconnected(isEndOfPeer ? LinkEnd::peer : LinkEnd::timeout);
     }
     void peripheralDidUpdateValueForCharacteristicError(Peripheral, Characteristic of, Error error) override {
         const auto value = of->value().value_or(Bytes());
