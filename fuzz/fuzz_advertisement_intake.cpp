@@ -24,7 +24,7 @@ struct Witness final : ForwardingCentral {
     void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         CBCentralManager& central, const std::shared_ptr<CBPeripheral>& peripheral,
         const CBAdvertisementData& data, NSNumber rssi) override {
-        sightings += dynamic_cast<BlueZPeripheral&>(*peripheral).address().bytes.back() == 0x01;
+        sightings += dynamic_cast<BlueZPeripheral&>(*peripheral).addressText().ends_with("01");
         bool isRefused = false;
         for (const auto& [service, payload] : data.serviceData) {
             if (isRefused || data.localName != "morvane" || service != payloadService) continue;

@@ -22,7 +22,7 @@ DataRangeError::~DataRangeError() = default;
 
 bool DataRangeError::isAbout(std::span<const std::uint8_t> data) const noexcept {
     // The addresses may be of different objects, which only the library's own order compares.
-    const std::less_equal<const std::uint8_t*> isNotAfter;
+    const std::less_equal<> isNotAfter;
     return begin_ && isNotAfter(data.data(), begin_) && isNotAfter(end_, data.data() + data.size());
 }
 

@@ -46,7 +46,8 @@ public:
 
     /// Watches a descriptor, for as long as the source is held. While it is ready `ready` is called again and
     /// again, each time in a task of its own. Once the source is released, `ready` is not called any more; it
-    /// may release the source itself.
+    /// may release the source itself. Other tasks run in between, and may have read what there was: use a
+    /// descriptor that does not block.
     /// @param descriptor stays the caller's, who releases the source before closing it.
     /// @throws std::logic_error if the loop waits without descriptors.
     [[nodiscard]] virtual std::shared_ptr<RunLoopSource> addSource(RunLoopDescriptor descriptor,

@@ -221,10 +221,14 @@ TEST_F(RunLoopTest, StopEndsTheRunAfterTheCurrentCallbackAndLosesNothing) {
 }
 
 TEST_F(RunLoopTest, RefusesToBeRunFromItsOwnCallbacks) {
-    loop.dispatchAsync([this] { EXPECT_THROW(loop.runFor(1), std::logic_error); });
     loop.dispatchAsync([this] { EXPECT_THROW(loop.processPending(), std::logic_error); });
     loop.runFor(1);
-    EXPECT_EQ(now(), 1);
+    loop.dispatchAsync([this] {
+        loop.stop();
+        EXPECT_THROW(loop.runFor(1), std::logic_error);
+    });
+    loop.runFor(1);
+    EXPECT_EQ(now(), 1) << "the stop was for the run outside";
 }
 
 TEST_F(RunLoopTest, AForeignLoopIsToldWhenThereIsWork) {
@@ -444,6 +448,36 @@ TEST_F(SourceTest, LeavesItsDescriptorUnreadWhileItRests) {
     first.source->restUntil(std::nullopt);
     loop.run();
     EXPECT_EQ(time.monotonicTime(), 3 * rest);
+}
+
+TEST_F(SourceTest, AForeignLoopIsWokenWhenWhatIsWatchedChangesBetweenItsTurns) {
+    const auto isWoken = [&] {
+        pollfd woken{loop.descriptors().front().fd, POLLIN, 0};
+        ::poll(&woken, 1, 0);
+        loop.processPending();
+        return woken.revents != 0;
+    };
+    watch(first, "first");
+    EXPECT_TRUE(isWoken());
+    EXPECT_FALSE(isWoken());
+    first.source->restUntil(std::chrono::hours(1));
+    EXPECT_TRUE(isWoken());
+    first.source->restUntil(std::nullopt);
+    EXPECT_TRUE(isWoken());
+    first.source->setEvents(POLLIN);
+    EXPECT_FALSE(isWoken()) << "nothing has changed";
+    first.source->setEvents(0);
+    EXPECT_TRUE(isWoken());
+}
+
+TEST_F(SourceTest, IsNotCalledOnceItIsToldToRestAndIsServedByARunOfNoTime) {
+    watch(first, "first");
+    watch(second, "second");
+    first.fill();
+    second.fill();
+    first.act = [&] { second.source->setEvents(0); };
+    loop.runFor(0);
+    EXPECT_THAT(calls, ElementsAre("first"));
 }
 
 TEST_F(SourceTest, MayOutliveItsLoopAndIsRefusedByOneWithoutDescriptors) {

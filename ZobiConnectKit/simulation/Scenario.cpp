@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "zobi/platform/standard/ExceptionKeeper.h"
+
 namespace zobi {
 
 namespace {
@@ -14,13 +16,17 @@ struct Play {
 };
 
 void playRound(const std::shared_ptr<const Play>& play) {
-    for (const Scenario::Event& event : play->scenario.timeline) {
+    const auto& timeline = play->scenario.timeline;
+    for (const Scenario::Event& event : timeline) {
         if (event.at > 0) {
             play->stage.platform.runLoop().after(event.at, [play, &event] { event.happen(play->stage); });
-        } else {
-            event.happen(play->stage);
         }
     }
+    platform::ExceptionKeeper exceptions;
+    for (const Scenario::Event& event : timeline) {
+        if (!(event.at > 0)) exceptions.run([&] { event.happen(play->stage); });
+    }
+    exceptions.rethrow();
 }
 
 }  // namespace
@@ -41,10 +47,11 @@ std::vector<SimulatedBeacon*> playScenario(Scenario scenario, platform::Platform
         stage.beacons.push_back(&addBeacon(world, beacon));
     }
     const auto play = std::make_shared<const Play>(Play{std::move(scenario), std::move(stage)});
-    playRound(play);
+    // First, so that the scenario goes on though an event at its start throws.
     if (play->scenario.repeatEvery) {
         platform.runLoop().every(*play->scenario.repeatEvery, [play] { playRound(play); });
     }
+    playRound(play);
     return play->stage.beacons;
 }
 

@@ -60,7 +60,7 @@ public:
 
 private:
     // Of each connection, the first end is this process's, and the second the other one's.
-    std::array<int, 2> bus_;
+    std::array<int, 2> bus_{-1, -1};
     std::array<int, 2> control_;
     pid_t daemon_ = 0;
     pid_t process_ = 0;

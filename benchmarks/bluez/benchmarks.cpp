@@ -142,7 +142,7 @@ double realTime(const std::function<void()>& work) {
 void takeAllUnderGLib(PlainClient& client) {
     struct Taking {
         PlainClient& client;
-        GMainLoop* loop;
+        GMainLoop* loop = nullptr;
         // An exception must not pass through GLib.
         zobi::platform::ExceptionKeeper exceptions{};
     } taking{client, g_main_loop_new(nullptr, FALSE)};

@@ -83,7 +83,7 @@ public:
     /// A link is up: generates values, and calls `subscriber` for each value that is generated or set, until
     /// `endLink`. `random` must outlive the link.
     /// @throws the first of what the generators throw, and `std::invalid_argument` for a generated value of
-    ///     more than `maximumValueSize` bytes; all else of the link has begun then. Later they throw out of
+    ///     more than `maximumValueSize` bytes; the link is complete nevertheless. Later they throw out of
     ///     the run loop, and generate their next value when it is due.
     void beginLink(Subscriber subscriber, std::minstd_rand& random);
     /// The link has ended: stops generating values. Does nothing without a link.

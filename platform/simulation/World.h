@@ -21,7 +21,8 @@ class SimulatedCentral;
 /// Main thread only.
 ///
 /// Everything that happens is a task or timer of the run loop, and all randomness comes from the seed: in
-/// virtual time, the same seed and the same calls give the same events.
+/// virtual time, the same seed and the same calls give the same events. It may not be destroyed from inside a
+/// callback.
 class ZOBI_EXPORT World {
 public:
     /// A world without devices, with the radio powered on.

@@ -91,37 +91,28 @@ void StandardCentral::forget(Key key) {
 
 // Connecting
 
+// Connecting and cancelling each take a turn of their own, so that they happen in the order in which they
+// were asked for, and what was asked of a link before stays outstanding until it ends.
+
 void StandardCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
     const auto connected = ownPeripheral(peripheral);
     if (!connected) return;
     connected->announceConnect();
     const bool isPoweredOn = state_ == CBManagerState::poweredOn;
-    takeTurn(connected, [isPoweredOn, losses = powerLosses_](StandardCentral& self, StandardPeripheral& own) {
-        // Power that comes and goes before the turn does not count.
-        if (!isPoweredOn || self.powerLosses_ != losses) return own.refuseConnect(radioIsOff());
-        own.connect(++self.attemptsStarted_);
-    });
+    connected->takeTurn(
+        [weakSelf = weak_from_this(), isPoweredOn, losses = powerLosses_](StandardPeripheral& own) {
+            const auto self = weakSelf.lock();
+            if (!self) return;
+            // Power that comes and goes before the turn does not count.
+            if (!isPoweredOn || self->powerLosses_ != losses) return own.refuseConnect(radioIsOff());
+            own.connect(++self->attemptsStarted_);
+        });
 }
 
 void StandardCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
-    const auto cancelled = ownPeripheral(peripheral);
-    if (!cancelled) return;
-    takeTurn(cancelled, [](StandardCentral& /*self*/, StandardPeripheral& own) { own.cancel(); });
-}
-
-/// Connecting and cancelling each take a turn of their own, so that they happen in the order in which they
-/// were asked for, and what was asked of a link before stays outstanding until it ends. While a link is
-/// ending they wait.
-void StandardCentral::takeTurn(const std::shared_ptr<StandardPeripheral>& peripheral, Turn turn) {
-    queue_.dispatchAsync([self = shared_from_this(), peripheral, turn = std::move(turn)] {
-        if (!peripheral->isEnding()) return turn(*self, *peripheral);
-        // Weakly, as the peripheral keeps it.
-        peripheral->whenEnded([weakSelf = self->weak_from_this(), weak = std::weak_ptr(peripheral), turn] {
-            const auto central = weakSelf.lock();
-            const auto own = weak.lock();
-            if (central && own) central->takeTurn(own, turn);
-        });
-    });
+    if (const auto cancelled = ownPeripheral(peripheral)) {
+        cancelled->takeTurn([](StandardPeripheral& own) { own.cancel(); });
+    }
 }
 
 std::shared_ptr<StandardPeripheral> StandardCentral::ownPeripheral(

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <span>
 #include <unordered_map>
@@ -16,12 +15,13 @@
 
 namespace zobi::platform {
 
-/// What all radios' central managers share: the state, the scan and what of the air it lets through, the
-/// handles of the devices, and the turns of the requests to connect. It keeps the promises of
+/// What all radios' central managers share: the state, the scan and its filter, the peripherals, and the
+/// order of the requests to connect. It keeps the promises of
 /// `CBCentralManager`. A radio derives its central manager from it, carries out what the hooks ask for, and
 /// tells what happens. Main thread only.
 ///
-/// An event is told from a task or a timer of the run loop, by whoever holds the central manager meanwhile.
+/// The radio tells events from a task or a timer of the run loop, and holds the central manager for the
+/// length of the call. A hook does not throw.
 class ZOBI_EXPORT StandardCentral : public CBCentralManager,
                                     public std::enable_shared_from_this<StandardCentral> {
 public:
@@ -69,12 +69,13 @@ protected:
     /// and that nobody else holds.
     template <typename Peripheral, typename... Arguments>
     Peripheral& peripheral(Key key, Arguments&&... arguments) {
-        auto& known = peripherals_[key];
-        if (!known) {
-            known = std::make_shared<Peripheral>(std::forward<Arguments>(arguments)...);
-            known->adopt(weak_from_this(), delegate_, queue_);
+        auto known = peripherals_.find(key);
+        if (known == peripherals_.end()) {
+            auto made = std::make_shared<Peripheral>(std::forward<Arguments>(arguments)...);
+            made->adopt(weak_from_this(), delegate_, queue_);
+            known = peripherals_.emplace(key, std::move(made)).first;
         }
-        return static_cast<Peripheral&>(*known);
+        return static_cast<Peripheral&>(*known->second);
     }
     /// The peripheral of the device with this key; null if there is none.
     template <typename Peripheral>
@@ -86,8 +87,7 @@ protected:
     const std::unordered_map<Key, std::shared_ptr<StandardPeripheral>>& peripherals() const {
         return peripherals_;
     }
-    /// The system has forgotten the device: forgets its peripheral, if one that is made anew cannot be told
-    /// from it.
+    /// The system has forgotten the device: forgets its peripheral, unless it is in use or someone holds it.
     void forget(Key key);
 
     /// @}
@@ -104,11 +104,8 @@ protected:
     /// @}
 
 private:
-    using Turn = std::function<void(StandardCentral& self, StandardPeripheral& own)>;
-
     /// Null for a peripheral that is not this central manager's.
     std::shared_ptr<StandardPeripheral> ownPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) const;
-    void takeTurn(const std::shared_ptr<StandardPeripheral>& peripheral, Turn turn);
     std::vector<std::shared_ptr<StandardPeripheral>> activePeripherals() const;
 
     MainQueue& queue_;

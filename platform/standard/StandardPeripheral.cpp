@@ -14,12 +14,32 @@ NSError foreignAttribute() {
 
 }  // namespace
 
+/// Finishes a request with its outcome, if it still awaits that.
+class StandardPeripheral::Finish {
+public:
+    Finish(std::weak_ptr<StandardPeripheral> peripheral, std::uint64_t number)
+        : peripheral_(std::move(peripheral)), number_(number) {}
+
+    bool isAwaited() const {
+        const auto peripheral = peripheral_.lock();
+        return peripheral && peripheral->isAwaited(number_);
+    }
+    void operator()(const Outcome& outcome) const {
+        const auto peripheral = peripheral_.lock();
+        if (peripheral && peripheral->isAwaited(number_)) peripheral->finish(outcome);
+    }
+
+private:
+    std::weak_ptr<StandardPeripheral> peripheral_;
+    std::uint64_t number_;
+};
+
 void StandardPeripheral::discoverServices(std::span<const CBUUID> serviceUUIDs) {
-    enqueue({[this, wanted = UUIDs(serviceUUIDs.begin(), serviceUUIDs.end())](const Completion& completion) {
+    enqueue({[this, wanted = UUIDs(serviceUUIDs.begin(), serviceUUIDs.end())](const Finish& finish) {
                  UUIDs table;
                  const Outcome outcome = listServices(table);
                  if (!outcome) discovered_.discover(table, wanted);
-                 completion(outcome);
+                 finish(outcome);
              },
              [this](CBPeripheralDelegate& delegate, const NSError* error) {
                  delegate.peripheralDidDiscoverServices(shared_from_this(), error);
@@ -29,14 +49,14 @@ void StandardPeripheral::discoverServices(std::span<const CBUUID> serviceUUIDs) 
 void StandardPeripheral::discoverCharacteristicsForService(std::span<const CBUUID> characteristicUUIDs,
                                                            const std::shared_ptr<CBService>& service) {
     if (!service) return;
-    enqueue({[this, service, wanted = UUIDs(characteristicUUIDs.begin(), characteristicUUIDs.end())](
-                 const Completion& completion) {
+    enqueue({[this, service,
+              wanted = UUIDs(characteristicUUIDs.begin(), characteristicUUIDs.end())](const Finish& finish) {
                  const auto known = discovered_.find(service);
-                 if (!known) return completion(foreignAttribute());
+                 if (!known) return finish(foreignAttribute());
                  UUIDs table;
                  const Outcome outcome = listCharacteristics(known->place(), table);
                  if (!outcome) known->discover(table, wanted);
-                 completion(outcome);
+                 finish(outcome);
              },
              [this, service](CBPeripheralDelegate& delegate, const NSError* error) {
                  delegate.peripheralDidDiscoverCharacteristicsForServiceError(shared_from_this(), service,
@@ -46,13 +66,14 @@ void StandardPeripheral::discoverCharacteristicsForService(std::span<const CBUUI
 
 void StandardPeripheral::readValueForCharacteristic(const std::shared_ptr<CBCharacteristic>& characteristic) {
     if (!characteristic) return;
-    enqueue({[this, characteristic](const Completion& completion) {
+    enqueue({[this, characteristic](const Finish& finish) {
                  const auto known = discovered_.find(characteristic);
-                 if (!known) return completion(foreignAttribute());
+                 if (!known) return finish(foreignAttribute());
                  read(known->place(),
-                      [known, completion](const Outcome& outcome, std::span<const std::uint8_t> value) {
+                      [known, finish](const Outcome& outcome, std::span<const std::uint8_t> value) {
+                          if (!finish.isAwaited()) return;
                           if (!outcome) known->setValue({value.begin(), value.end()});
-                          completion(outcome);
+                          finish(outcome);
                       });
              },
              [this, characteristic](CBPeripheralDelegate& delegate, const NSError* error) {
@@ -65,16 +86,15 @@ void StandardPeripheral::writeValueForCharacteristicType(
     std::span<const std::uint8_t> value, const std::shared_ptr<CBCharacteristic>& characteristic,
     CBCharacteristicWriteType type) {
     if (!characteristic) return;
-    Request request{[this, characteristic, type,
-                     bytes = std::vector(value.begin(), value.end())](const Completion& completion) {
-                        const auto known = discovered_.find(characteristic);
-                        if (!known) return completion(foreignAttribute());
-                        write(known->place(), bytes, type, completion);
-                    },
-                    [this, characteristic](CBPeripheralDelegate& delegate, const NSError* error) {
-                        delegate.peripheralDidWriteValueForCharacteristicError(shared_from_this(),
-                                                                               characteristic, error);
-                    }};
+    Request request{
+        [this, characteristic, type, bytes = std::vector(value.begin(), value.end())](const Finish& finish) {
+            const auto known = discovered_.find(characteristic);
+            if (!known) return finish(foreignAttribute());
+            write(known->place(), bytes, type, finish);
+        },
+        [this, characteristic](CBPeripheralDelegate& delegate, const NSError* error) {
+            delegate.peripheralDidWriteValueForCharacteristicError(shared_from_this(), characteristic, error);
+        }};
     if (type == CBCharacteristicWriteType::withoutResponse) request.report = nullptr;
     enqueue(std::move(request));
 }
@@ -82,12 +102,13 @@ void StandardPeripheral::writeValueForCharacteristicType(
 void StandardPeripheral::setNotifyValueForCharacteristic(
     bool enabled, const std::shared_ptr<CBCharacteristic>& characteristic) {
     if (!characteristic) return;
-    enqueue({[this, characteristic, enabled](const Completion& completion) {
+    enqueue({[this, characteristic, enabled](const Finish& finish) {
                  const auto known = discovered_.find(characteristic);
-                 if (!known) return completion(foreignAttribute());
-                 setNotify(known->place(), enabled, [known, enabled, completion](const Outcome& outcome) {
+                 if (!known) return finish(foreignAttribute());
+                 setNotify(known->place(), enabled, [known, enabled, finish](const Outcome& outcome) {
+                     if (!finish.isAwaited()) return;
                      if (!outcome) known->setNotifying(enabled);
-                     completion(outcome);
+                     finish(outcome);
                  });
              },
              [this, characteristic](CBPeripheralDelegate& delegate, const NSError* error) {
@@ -98,10 +119,11 @@ void StandardPeripheral::setNotifyValueForCharacteristic(
 
 void StandardPeripheral::readRSSI() {
     const auto reading = std::make_shared<NSNumber>();
-    enqueue({[this, reading](const Completion& completion) {
-                 readSignalStrength([reading, completion](const Outcome& outcome, NSNumber rssi) {
+    enqueue({[this, reading](const Finish& finish) {
+                 readSignalStrength([reading, finish](const Outcome& outcome, NSNumber rssi) {
+                     if (!finish.isAwaited()) return;
                      *reading = rssi;
-                     completion(outcome);
+                     finish(outcome);
                  });
              },
              [this, reading](CBPeripheralDelegate& delegate, const NSError* error) {
@@ -129,15 +151,15 @@ void StandardPeripheral::sendNextRequest() {
     request.isSent = true;
     // A copy, as the request may end, and go, while it is carried out.
     const auto send = request.send;
-    send([weakSelf = weak_from_this(), number = request.number](const Outcome& outcome) {
-        if (const auto self = weakSelf.lock()) self->finish(number, outcome);
-    });
+    send(Finish(weak_from_this(), request.number));
+}
+
+bool StandardPeripheral::isAwaited(std::uint64_t number) const {
+    return !requests_.empty() && requests_.front().number == number;
 }
 
 // The outcome is a copy, as what it came from may change while it is told.
-void StandardPeripheral::finish(std::uint64_t number,
-                                Outcome outcome) {  // NOLINT(performance-unnecessary-value-param)
-    if (requests_.empty() || requests_.front().number != number) return;
+void StandardPeripheral::finish(Outcome outcome) {  // NOLINT(performance-unnecessary-value-param)
     const Request request = std::move(requests_.front());
     requests_.pop_front();
     // First, so that the others are served though a delegate throws.
@@ -274,8 +296,24 @@ void StandardPeripheral::abandon() {
     takeWaitingTurns();
 }
 
+void StandardPeripheral::takeTurn(Turn turn) {
+    turns_.push_back(std::move(turn));
+    scheduleTurn();
+}
+
+void StandardPeripheral::scheduleTurn() {
+    queue_->dispatchAsync([central = central_.lock(), self = shared_from_this()] { self->takeNextTurn(); });
+}
+
+void StandardPeripheral::takeNextTurn() {
+    if (phase_ == Phase::ending || turns_.empty()) return;
+    const Turn turn = std::move(turns_.front());
+    turns_.pop_front();
+    turn(*this);
+}
+
 void StandardPeripheral::takeWaitingTurns() {
-    for (const auto& action : std::exchange(whenEnded_, {})) action();
+    for (std::size_t i = 0; i < turns_.size(); ++i) scheduleTurn();
 }
 
 /// What was discovered stays, but no longer notifies.

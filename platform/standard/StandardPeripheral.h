@@ -72,7 +72,8 @@ public:
     void linkIsEnding();
     /// A value was notified: passes it to the delegate if it is subscribed to the characteristic.
     void deliverNotification(GATTPlace place, std::span<const std::uint8_t> value);
-    /// The device is gone, and with it the attempt or the link. Nobody is told.
+    /// The device is gone together with all that would be told of it: with a simulated world, for example.
+    /// Nobody is told of the end of the attempt or the link.
     void abandon();
 
     /// @}
@@ -97,10 +98,11 @@ public:
     void loseRadio(const NSError& error);
     /// Whether there is neither an attempt nor a link.
     bool isIdle() const { return phase_ == Phase::idle; }
-    /// Whether a link is being ended.
-    bool isEnding() const { return phase_ == Phase::ending; }
-    /// Calls `action` when the link that is ending has ended.
-    void whenEnded(std::function<void()> action) { whenEnded_.push_back(std::move(action)); }
+    /// What is asked for in a turn.
+    using Turn = std::function<void(StandardPeripheral& self)>;
+    /// Calls `turn` in a task of its own, after the turns that were asked for before. While a link is ending,
+    /// turns wait.
+    void takeTurn(Turn turn);
     /// The sequence number of the last attempt.
     std::uint64_t order() const { return order_; }
     /// Whether it was reported in this scan.
@@ -175,8 +177,9 @@ private:
     /// Ending: the end of the link was asked for or heard of. Ended: it is being told.
     enum class Phase : std::uint8_t { idle, pending, linked, ending, ended };
 
+    class Finish;
     struct Request {
-        std::function<void(const Completion& completion)> send;
+        std::function<void(const Finish& finish)> send;
         /// Passes the outcome to the delegate; empty for a request without an answer.
         std::function<void(CBPeripheralDelegate&, const NSError*)> report;
         std::uint64_t number = 0;
@@ -188,10 +191,13 @@ private:
     void reportFailure(const NSError& error);
     void reportEnd(const Outcome& error);
     void finishLink(const Outcome& error);
+    void scheduleTurn();
+    void takeNextTurn();
     void takeWaitingTurns();
     void stopNotifying();
     void enqueue(Request request);
-    void finish(std::uint64_t number, Outcome outcome);
+    bool isAwaited(std::uint64_t number) const;
+    void finish(Outcome outcome);
     void answer(const Request& request, const NSError* error);
 
     std::weak_ptr<CBCentralManager> central_;
@@ -204,7 +210,7 @@ private:
     std::size_t announcedConnects_ = 0;
     std::uint64_t order_ = 0;
     std::uint64_t lastReportedInScan_ = 0;
-    std::vector<std::function<void()>> whenEnded_;
+    std::deque<Turn> turns_;
     DiscoveredServices discovered_;
     // The first is in progress, or the next to be sent.
     std::deque<Request> requests_;

@@ -93,16 +93,32 @@ private:
 
 StandardRunLoop::Timer::~Timer() = default;
 
+/// How the loop waits.
+struct StandardRunLoop::Watch {
+    std::unique_ptr<Waiting> waiting;
+    bool isProcessing = false;
+
+    /// What is watched has changed. A foreign loop asks for it after `processPending` alone, which it calls
+    /// when it is woken.
+    void tellChange() const {
+        if (!isProcessing) waiting->wake();
+    }
+};
+
 class StandardRunLoop::Source final : public RunLoopSource {
 public:
-    Source(RunLoopDescriptor descriptor, std::function<void()> ready)
-        : descriptor_(descriptor), ready_(std::move(ready)) {}
+    Source(std::weak_ptr<Watch> watch, RunLoopDescriptor descriptor, std::function<void()> ready)
+        : watch_(std::move(watch)), descriptor_(descriptor), ready_(std::move(ready)) {}
     ~Source() override;
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
 
-    void setEvents(short events) override { descriptor_.events = events; }
-    void restUntil(std::optional<nanoseconds> moment) override { restsUntil_ = moment; }
+    void setEvents(short events) override {
+        if (std::exchange(descriptor_.events, events) != events) tellChange();
+    }
+    void restUntil(std::optional<nanoseconds> moment) override {
+        if (std::exchange(restsUntil_, moment) != moment) tellChange();
+    }
 
     RunLoopDescriptor descriptor() const { return descriptor_; }
     std::optional<nanoseconds> restsUntil() const { return restsUntil_; }
@@ -116,10 +132,16 @@ public:
 
     void run() {
         isQueued_ = false;
-        ready_();
+        // It may have been asked for a rest, or for no events, since it was queued.
+        if (!restsUntil_ && descriptor_.events != 0) ready_();
     }
 
 private:
+    void tellChange() const {
+        if (const auto watch = watch_.lock()) watch->tellChange();
+    }
+
+    std::weak_ptr<Watch> watch_;
     RunLoopDescriptor descriptor_;
     std::function<void()> ready_;
     std::optional<nanoseconds> restsUntil_;
@@ -129,10 +151,15 @@ private:
 StandardRunLoop::Source::~Source() = default;
 
 StandardRunLoop::StandardRunLoop(const SystemTime& time, std::unique_ptr<Waiting> waiting)
-    : clock_(time), waiting_(std::move(waiting)), timers_(std::make_shared<Timers>()) {}
+    : clock_(time),
+      watch_(std::make_shared<Watch>(std::move(waiting))),
+      timers_(std::make_shared<Timers>()) {}
 
 StandardRunLoop::StandardRunLoop(VirtualTime& time, std::unique_ptr<Waiting> waiting)
-    : clock_(time), virtualTime_(&time), waiting_(std::move(waiting)), timers_(std::make_shared<Timers>()) {}
+    : clock_(time),
+      virtualTime_(&time),
+      watch_(std::make_shared<Watch>(std::move(waiting))),
+      timers_(std::make_shared<Timers>()) {}
 
 StandardRunLoop::~StandardRunLoop() {
     clear();
@@ -144,7 +171,7 @@ void StandardRunLoop::dispatchAsync(std::function<void()> task) {
         queue_.push_back(std::move(task));
         return queue_.size() == 1;
     }();
-    if (isFirst) waiting_->wake();
+    if (isFirst) watch_->waiting->wake();
 }
 
 std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats(
@@ -160,12 +187,13 @@ std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeIntervalActionUs
 
 std::shared_ptr<RunLoopSource> StandardRunLoop::addSource(RunLoopDescriptor descriptor,
                                                           std::function<void()> ready) {
-    if (!waiting_->wakeDescriptor()) {
+    if (!watch_->waiting->wakeDescriptor()) {
         throw std::logic_error("a source was added to a run loop that waits without descriptors");
     }
     std::erase_if(sources_, [](const auto& known) { return known.expired(); });
-    auto source = std::make_shared<Source>(descriptor, std::move(ready));
+    auto source = std::make_shared<Source>(watch_, descriptor, std::move(ready));
     sources_.push_back(source);
+    watch_->tellChange();
     return source;
 }
 
@@ -179,10 +207,11 @@ void StandardRunLoop::runFor(double seconds) {
 
 void StandardRunLoop::stop() noexcept {
     isStopping_ = true;
-    waiting_->wakeFromSignal();
+    watch_->waiting->wakeFromSignal();
 }
 
 void StandardRunLoop::processPending() {
+    requireOutsideCallbacks();
     wait(nanoseconds::zero());
     process(Stopping::ignored);
 }
@@ -201,7 +230,7 @@ std::optional<nanoseconds> StandardRunLoop::nextDeadline() const {
 
 std::vector<RunLoopDescriptor> StandardRunLoop::descriptors() const {
     std::vector<RunLoopDescriptor> all;
-    if (const auto wakeDescriptor = waiting_->wakeDescriptor()) all.push_back(*wakeDescriptor);
+    if (const auto wakeDescriptor = watch_->waiting->wakeDescriptor()) all.push_back(*wakeDescriptor);
     for (const auto& weakSource : sources_) {
         const auto source = weakSource.lock();
         if (source && !source->restsUntil()) all.push_back(source->descriptor());
@@ -233,7 +262,7 @@ void StandardRunLoop::wait(std::optional<nanoseconds> timeout) {
         if (source) source->endRest(now);
         waited_.push_back({source && source->isPolled() ? source->descriptor() : RunLoopDescriptor{-1, 0}});
     }
-    waiting_->wait(timeout, waited_);
+    watch_->waiting->wait(timeout, waited_);
     for (std::size_t i = 0; i < waited_.size(); ++i) {
         const auto ready = sources_[i].lock();
         if (!ready || !waited_[i].isReady) continue;
@@ -252,6 +281,8 @@ void StandardRunLoop::runUntil(std::optional<nanoseconds> end) {
         const std::optional<nanoseconds> deadline = nextDeadline();
         return deadline && end ? std::min(deadline, end) : deadline ? deadline : end;
     };
+    requireOutsideCallbacks();
+    wait(nanoseconds::zero());
     while (true) {
         const nanoseconds processed = processUnlessStopped();
         if (isStopping_.exchange(false)) return;
@@ -271,6 +302,12 @@ void StandardRunLoop::runUntil(std::optional<nanoseconds> end) {
     }
 }
 
+void StandardRunLoop::requireOutsideCallbacks() const {
+    if (watch_->isProcessing) {
+        throw std::logic_error("the run loop was run from inside one of its callbacks");
+    }
+}
+
 nanoseconds StandardRunLoop::processUnlessStopped() {
     try {
         return process(Stopping::obeyed);
@@ -282,12 +319,11 @@ nanoseconds StandardRunLoop::processUnlessStopped() {
 }
 
 nanoseconds StandardRunLoop::process(Stopping stopping) {
-    if (isProcessing_) throw std::logic_error("the run loop was run from inside one of its callbacks");
-    isProcessing_ = true;
+    watch_->isProcessing = true;
     struct Afterwards {
         bool& isProcessing;
         ~Afterwards() { isProcessing = false; }
-    } const afterwards{isProcessing_};
+    } const afterwards{watch_->isProcessing};
     const nanoseconds now = clock_.monotonicTime();
     do {
         runQueuedTasks(stopping);

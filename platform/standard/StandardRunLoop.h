@@ -56,6 +56,7 @@ public:
 private:
     class Timer;
     class Source;
+    struct Watch;
     struct TimerKey {
         std::chrono::nanoseconds deadline;
         std::uint64_t orderOfScheduling;
@@ -70,6 +71,8 @@ private:
 
     enum class Stopping { obeyed, ignored };
 
+    /// @throws std::logic_error
+    void requireOutsideCallbacks() const;
     /// Waits for the sources too, and queues the callbacks of those that are ready.
     void wait(std::optional<std::chrono::nanoseconds> timeout);
     void runUntil(std::optional<std::chrono::nanoseconds> end);
@@ -83,7 +86,8 @@ private:
 
     const Clock& clock_;
     VirtualTime* virtualTime_ = nullptr;
-    std::unique_ptr<Waiting> waiting_;
+    // Shared with the sources, which may outlive the loop.
+    std::shared_ptr<Watch> watch_;
     std::shared_ptr<Timers> timers_;
     std::uint64_t timersScheduled_ = 0;
     std::vector<std::weak_ptr<Source>> sources_;
@@ -92,7 +96,6 @@ private:
     mutable std::mutex queueMutex_;
     std::deque<std::function<void()>> queue_;
     std::atomic<bool> isStopping_ = false;
-    bool isProcessing_ = false;
 };
 
 }  // namespace zobi::platform

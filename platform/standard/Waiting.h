@@ -12,10 +12,10 @@
 
 namespace zobi::platform {
 
-/// A descriptor in a wait.
+/// A descriptor that a wait looks at.
 struct WaitedDescriptor {
     /// What to wait for. A negative descriptor is passed over.
-    RunLoopDescriptor descriptor;
+    RunLoopDescriptor descriptor{-1, 0};
     /// Whether the wait found it ready. False before.
     bool isReady = false;
 };

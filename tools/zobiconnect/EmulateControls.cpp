@@ -250,7 +250,11 @@ void EmulateControls::turn() {
 }
 
 void EmulateControls::setSilent(bool isSilent) {
-    isSilent ? beacon_.goOutOfRange() : beacon_.comeIntoRange();
+    if (isSilent) {
+        beacon_.goOutOfRange();
+    } else {
+        beacon_.comeIntoRange();
+    }
 }
 
 }  // namespace zobi::tool

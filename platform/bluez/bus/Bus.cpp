@@ -1,5 +1,7 @@
 #include "platform/bluez/bus/Bus.h"
 
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <exception>
@@ -22,9 +24,11 @@ constexpr nanoseconds fast = std::chrono::milliseconds(5);
 // Long enough to take dozens of a crowd's signals at once, and short beside the time after which a person
 // takes a pressed button for ignored.
 constexpr nanoseconds gatheringTime = std::chrono::milliseconds(25);
-// The cost of waking up counts little when so many share it. A socket holds a few times as many before its
-// sender has to wait.
-constexpr int messagesToGather = 64;
+// The cost of waking up counts little when so many bytes share it: some dozens of signals.
+constexpr int bytesToGather = 20 * 1024;
+// A socket that holds so much may be full, with its sender waiting: its limit is about 200 KiB, of which most
+// is the kernel's own.
+constexpr int bytesOfFullSocket = 32 * 1024;
 
 std::string_view orEmpty(const char* text) {
     return text ? std::string_view(text) : std::string_view();
@@ -180,27 +184,33 @@ void Bus::serveSoon() {
 void Bus::serve() {
     struct Afterwards {
         Bus& bus;
+        int waiting;
         int served = 0;
 
         ~Afterwards() {
             // What was read already makes no descriptor ready; nor does what an exception kept from its turn.
             if (served == messagesInOneTurn || std::uncaught_exceptions() > 0) bus.serveSoon();
             const nanoseconds now = bus.context_.clock.monotonicTime();
-            const nanoseconds rest = bus.restAfter(served, now);
+            const nanoseconds rest = bus.restAfter(served, waiting, now);
             bus.restsUntil_ = rest > nanoseconds::zero() ? std::optional(now + rest) : std::nullopt;
             if (served > 0) bus.lastServed_ = now;
             bus.updateSource();
         }
-    } afterwards{*this};
+    } afterwards{*this, gathers_ ? bytesWaiting() : 0};
     while (afterwards.served < messagesInOneTurn && serveOne()) ++afterwards.served;
 }
 
-nanoseconds Bus::restAfter(int served, nanoseconds now) const {
-    if (served == 0) return nanoseconds::zero();
-    // The socket may have been full, with its sender waiting.
-    if (served >= 2 * messagesToGather) return nanoseconds::zero();
-    const nanoseconds interval = (now - lastServed_) / served;
-    return interval < fast ? std::min(gatheringTime, messagesToGather * interval) : nanoseconds::zero();
+int Bus::bytesWaiting() const {
+    int bytes = 0;
+    return bus_ && ::ioctl(sd_bus_get_fd(bus_), FIONREAD, &bytes) == 0 ? bytes : 0;
+}
+
+nanoseconds Bus::restAfter(int served, int waiting, nanoseconds now) const {
+    if (served == 0 || served == messagesInOneTurn) return nanoseconds::zero();
+    if (waiting == 0 || waiting >= bytesOfFullSocket) return nanoseconds::zero();
+    const nanoseconds elapsed = now - lastServed_;
+    if (elapsed / served >= fast) return nanoseconds::zero();
+    return std::min(gatheringTime, elapsed * bytesToGather / waiting);
 }
 
 bool Bus::serveOne() {

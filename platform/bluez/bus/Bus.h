@@ -144,8 +144,13 @@ private:
     static std::shared_ptr<Bus> start(sd_bus* bus, const Context& context);
     void serveSoon();
     void serve();
-    /// How long to leave unread what comes after so many messages, the last of them read at `now`.
-    std::chrono::nanoseconds restAfter(int served, std::chrono::nanoseconds now) const;
+    /// How many bytes have arrived and are not read yet.
+    int bytesWaiting() const;
+    /// How long to leave unread what comes next.
+    /// @param served the number of messages that were read.
+    /// @param waiting the number of bytes that had arrived before.
+    /// @param now when the last message was read.
+    std::chrono::nanoseconds restAfter(int served, int waiting, std::chrono::nanoseconds now) const;
     /// Has the loop watch for what the connection waits for now.
     void updateSource();
     /// Whether there was something to do.

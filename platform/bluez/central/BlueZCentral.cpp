@@ -91,7 +91,7 @@ void BlueZCentral::hear(const Device& device, const DeviceChange& change) {
         // Whatever the scan asks for now.
         context_->attempts->deviceWasHeard();
     }
-    // BlueZ filters too, by the packet itself. Here is filtered what it lets through for other programs.
+    // BlueZ filters too, by the packet itself, but lets through what other programs ask for.
     const auto& advertised = device.advertisedServices;
     if (!isScanning() || (advertised && !isSought(*advertised))) return;
     if (!known) {

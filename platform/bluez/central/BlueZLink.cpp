@@ -20,7 +20,7 @@ constexpr std::chrono::nanoseconds failuresInARow = std::chrono::minutes(1);
 // BlueZ takes two seconds to end a link.
 constexpr double endDeadline = 5;
 constexpr double disconnectedDelay = 1;
-// Reasons do not come with the end itself, and the adapter's going off may be signalled after it.
+// The reason of an end comes separately. If the adapter was turned off, that may be signalled after the end.
 constexpr double reasonDeadline = 0.3;
 
 }  // namespace
@@ -73,7 +73,7 @@ void BlueZLink::begin() {
 void BlueZLink::waitForTurn(CentralContext& context) {
     enter(context, Phase::waiting);
     const Device* const known = device(context);
-    // By another client of BlueZ; a link that is being ended is none.
+    // Another client of BlueZ may have connected it. A link that is being ended does not count.
     if (known && known->isConnected && !isDisconnecting_) return deviceIsConnected(context, *known);
     context.attempts->add({peripheral_.shared_from_this(), this});
 }
@@ -97,7 +97,7 @@ void BlueZLink::connectWasAnswered(CentralContext& context, const BusError* erro
     if (phase_ != Phase::connecting || !known) return;
     const ConnectRefusal refusal = error ? refusalOf(*error) : ConnectRefusal::open;
     if (refusal == ConnectRefusal::open) {
-        // Success need not be a link yet, nor ever: the property tells.
+        // BlueZ may answer before the link is up, or though it never will be: the property tells.
         phaseCall_ = context.service->checkConnected(*known);
         return;
     }

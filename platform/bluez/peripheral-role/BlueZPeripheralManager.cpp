@@ -304,7 +304,8 @@ void BlueZPeripheralManager::deviceDidAppear(const Device& device) {
 
 void BlueZPeripheralManager::deviceDidChange(const Device& device, const DeviceChange& change) {
     if (!change.hasConnected) return;
-    device.isConnected ? linkIsThere(device) : linkIsGone(device.path);
+    if (device.isConnected) return linkIsThere(device);
+    linkIsGone(device.path);
 }
 
 void BlueZPeripheralManager::deviceDidVanish(const Device& device) {

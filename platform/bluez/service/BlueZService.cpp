@@ -156,7 +156,7 @@ void BlueZService::ownerIs(const std::string& owner) {
     if (owner == owner_) return;
     const bool wasInUse = !owner_.empty();
     owner_ = owner;
-    // What the former owner still answers is about a life that is over.
+    // The answers of the former owner do not count any more.
     loading_.reset();
     forgetObjects();
     if (owner_.empty()) {
