@@ -49,7 +49,8 @@ public:
     virtual void scan(bool isOn) = 0;
     /// Tries until it succeeds, fails or is called off.
     virtual void connect(std::uint64_t address, std::weak_ptr<ConnectionEvents> events) = 0;
-    /// Calls off the attempt, of which nothing more is told, or ends the link, which is told when it is down.
+    /// Calls off the attempt, of which nothing more is told, or ends the link, which is told when it is down,
+    /// and before the next link is up.
     virtual void disconnect(std::uint64_t address) = 0;
     virtual void read(std::uint64_t address, zobi::platform::GATTPlace place, Answer answer) = 0;
     virtual void write(std::uint64_t address, zobi::platform::GATTPlace place,

@@ -27,6 +27,7 @@ namespace zobi::platform {
 ///
 /// The requests are queued, and one of them is in progress at a time: `sendNextRequest` calls one of the
 /// functions from `listServices` to `readSignalStrength`, which returns the outcome or calls its completion.
+/// A hook does not throw.
 class ZOBI_EXPORT StandardPeripheral : public CBPeripheral,
                                        public std::enable_shared_from_this<StandardPeripheral> {
 public:
@@ -85,6 +86,8 @@ public:
                MainQueue& queue);
     /// Whether it belongs to `central`.
     bool belongsTo(const CBCentralManager& central) const { return central_.lock().get() == &central; }
+    /// Whether an attempt is pending that a request to connect joins: nothing was asked for since.
+    bool isJoinable() const { return phase_ == Phase::pending && turns_.empty(); }
     /// A request to connect is on its way to `connect` or `refuseConnect`.
     void announceConnect() { ++announcedConnects_; }
     /// Begins an attempt, joins the one that is pending, or reports the link that is up once more.
