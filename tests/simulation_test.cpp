@@ -147,8 +147,8 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
     }
     central->connectPeripheral(peripheral);
     loop.processPending();
-    central->connectPeripheral(peripheral);
     platform.world().setRadioState(off);
+    central->connectPeripheral(peripheral);
     delegate->events.clear();
     loop.runFor(5);
     EXPECT_THAT(delegate->events, ::testing::Contains("CBErrorDomain 5").Times(1)) << "both were one";
