@@ -49,6 +49,7 @@ public:
     /// may release the source itself. Other tasks run in between, and may have read what there was: use a
     /// descriptor that does not block.
     /// @param descriptor stays the caller's, who releases the source before closing it.
+    /// @param ready called while the descriptor is ready.
     /// @throws std::logic_error if the loop waits without descriptors.
     [[nodiscard]] virtual std::shared_ptr<RunLoopSource> addSource(RunLoopDescriptor descriptor,
                                                                    std::function<void()> ready) = 0;

@@ -25,9 +25,9 @@ class ZOBI_EXPORT Waiting {
 public:
     virtual ~Waiting();
 
-    /// Waits until `wake` was called since the last wait, a descriptor is ready, or `timeout` has passed.
-    /// Without a timeout it waits without a limit; with zero it only polls. It may return earlier. Main
-    /// thread only.
+    /// Waits until `wake` was called since the last wait, a descriptor is ready, or `timeout` has passed. It
+    /// may return earlier. Main thread only.
+    /// @param timeout absent to wait without a limit; zero only to poll.
     /// @param descriptors empty if there is no `wakeDescriptor`.
     virtual void wait(std::optional<std::chrono::nanoseconds> timeout,
                       std::span<WaitedDescriptor> descriptors) = 0;
