@@ -95,6 +95,8 @@ StandardRunLoop::Timer::~Timer() = default;
 
 /// How the loop waits.
 struct StandardRunLoop::Watch {
+    explicit Watch(std::unique_ptr<Waiting> way) : waiting(std::move(way)) {}
+
     std::unique_ptr<Waiting> waiting;
     bool isProcessing = false;
 
