@@ -90,7 +90,7 @@ void StandardPeripheral::writeValueForCharacteristicType(
         [this, characteristic, type, bytes = std::vector(value.begin(), value.end())](const Finish& finish) {
             const auto known = discovered_.find(characteristic);
             if (!known) return finish(foreignAttribute());
-            write(known->place(), bytes, type, finish);
+            write(known->place(), bytes, type, [finish](const Outcome& outcome) { finish(outcome); });
         },
         [this, characteristic](CBPeripheralDelegate& delegate, const NSError* error) {
             delegate.peripheralDidWriteValueForCharacteristicError(shared_from_this(), characteristic, error);
