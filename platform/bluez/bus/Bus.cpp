@@ -184,7 +184,7 @@ void Bus::serveSoon() {
 void Bus::serve() {
     struct Afterwards {
         Bus& bus;
-        int waiting;
+        int waiting = 0;
         int served = 0;
 
         ~Afterwards() {
