@@ -96,7 +96,7 @@ void StandardCentral::forget(Key key) {
 
 void StandardCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
     const auto connected = ownPeripheral(peripheral);
-    if (!connected || connected->isJoinable()) return;
+    if (!connected) return;
     connected->announceConnect();
     const bool isPoweredOn = state_ == CBManagerState::poweredOn;
     connected->takeTurn(

@@ -86,8 +86,6 @@ public:
                MainQueue& queue);
     /// Whether it belongs to `central`.
     bool belongsTo(const CBCentralManager& central) const { return central_.lock().get() == &central; }
-    /// Whether an attempt is pending that a request to connect joins: nothing was asked for since.
-    bool isJoinable() const { return phase_ == Phase::pending && turns_.empty(); }
     /// A request to connect is on its way to `connect` or `refuseConnect`.
     void announceConnect() { ++announcedConnects_; }
     /// Begins an attempt, joins the one that is pending, or reports the link that is up once more.
