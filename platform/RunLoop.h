@@ -38,10 +38,12 @@ public:
     virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) = 0;
 
-    /// Schedules a timer that runs `task` once, after `seconds`.
+    /// Schedules a timer that runs `task` once, after `seconds`. The loop owns the timer: keep it only to
+    /// invalidate it.
     std::shared_ptr<NSTimer> after(double seconds, std::function<void()> task);
 
-    /// Schedules a timer that runs `task` every `seconds`, first after that time.
+    /// Schedules a timer that runs `task` every `seconds`, first after that time. It runs until it is
+    /// invalidated.
     std::shared_ptr<NSTimer> every(double seconds, std::function<void()> task);
 
     /// Watches a descriptor, for as long as the source is held. While it is ready `ready` is called again and

@@ -313,6 +313,7 @@ void StandardPeripheral::takeNextTurn() {
 }
 
 void StandardPeripheral::takeWaitingTurns() {
+    // Their own tasks may have run while the link was ending. A task too many finds no turn.
     for (std::size_t i = 0; i < turns_.size(); ++i) scheduleTurn();
 }
 
