@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKBeacon.h"
-#include "tests/payload_table.h"
+#include "tests/support/payload_table.h"
 #include "zobi/platform/standard/KeyedArchive.h"
 
 namespace {

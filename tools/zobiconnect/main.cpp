@@ -3,7 +3,7 @@
 #include <string>
 
 #include "tools/zobiconnect/Command.h"
-#include "tools/zobiconnect/Console.h"
+#include "tools/zobiconnect/terminal/Console.h"
 
 namespace {
 

@@ -1,0 +1,63 @@
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/beacon/BeaconVisit.h"
+#include "tools/zobiconnect/options/OptionChecks.h"
+#include "tools/zobiconnect/terminal/Console.h"
+
+namespace zobi::tool {
+
+namespace {
+
+struct Options {
+    BeaconOptions beacon;
+    std::optional<std::int32_t> value;
+};
+
+int runButtonMode(const Options& options) {
+    BeaconVisit visit(options.beacon);
+    BeaconClient& client = visit.client();
+    std::int32_t mode = 0;
+    visit.carryOut([&] {
+        visit.connect();
+        visit.require(ZOKGATTProfile::buttonModeCharacteristic, ZOKGATTProfile::configurationService);
+        const auto& manager = ZOKManager::shared();
+        if (options.value) manager->setButtonModeForBeacon(*options.value, client.beacon());
+        // A write that fails is not reported. What is read after it tells whether it did.
+        manager->buttonModeForBeaconWithCompletion(client.beacon(), nullptr);
+        visit.await("reading the button mode of " + client.name(),
+                    [&] { return client.latest(Quantity::buttonMode).has_value(); });
+        mode = std::get<platform::NSNumber>(*client.latest(Quantity::buttonMode)).integerValue();
+    });
+    if (options.value && mode != *options.value) {
+        throw Failure("the button mode of " + client.name() + " is " + std::to_string(mode) + ", though " +
+                      std::to_string(*options.value) + " was written");
+    }
+    printOut(std::to_string(mode) + '\n');
+    flushOut();
+    return success;
+}
+
+}  // namespace
+
+Command addButtonModeCommand(CLI::App& tool) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const app = tool.add_subcommand("button-mode", "Read or set the button mode of a beacon");
+    app->group("Commands");
+    addBeaconOptions(*app, options->beacon, "Give up after so much time in all");
+    app->add_option("VALUE", options->value, "The mode to set, 0 to 255; without it the mode is only read")
+        ->check(isNumberUpTo(std::numeric_limits<std::uint8_t>::max()))
+        ->option_text(" ");
+    app->footer(
+        "Waits until the beacon is heard, connects to it, sets the mode if a value is given, reads it,\n"
+        "disconnects, and prints what was read. The exit status is 0 only if that is the value.\n"
+        "\n"
+        "Example: zobiconnect button-mode 1 7 2");
+    return {app, [options] { return runButtonMode(*options); }};
+}
+
+}  // namespace zobi::tool

@@ -1,0 +1,65 @@
+#include "tools/zobiconnect/radio/MachineRadio.h"
+
+#include "tools/zobiconnect/terminal/Console.h"
+
+#ifdef ZOBI_BLUEZ
+
+#include "zobi/platform/CBCentralManager.h"
+#include "zobi/platform/bluez/BlueZPlatform.h"
+
+namespace zobi::tool {
+
+namespace {
+
+using platform::CBCentralManager;
+using platform::CBManagerState;
+
+class StateListener final : public platform::CBCentralManagerDelegate {
+public:
+    explicit StateListener(platform::RunLoop& runLoop) : runLoop_(runLoop) {}
+
+    void centralManagerDidUpdateState(CBCentralManager& /*central*/) override { runLoop_.stop(); }
+
+private:
+    platform::RunLoop& runLoop_;
+};
+
+std::string obstacle(CBManagerState state) {
+    switch (state) {
+        case CBManagerState::poweredOff:
+            return "Bluetooth is off";
+        case CBManagerState::unauthorized:
+            return "this user may not use Bluetooth";
+        default:
+            return "this machine has no Bluetooth that can be used";
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log) {
+    auto platform = std::make_unique<platform::bluez::BlueZPlatform>(platform::bluez::BlueZOptions{adapter});
+    if (!log) platform->log().setSink(nullptr);
+    const auto listener = std::make_shared<StateListener>(platform->runLoop());
+    const auto central = platform->makeCentralManager(listener);
+    while (central->state() == CBManagerState::unknown) platform->runLoop().run();
+    if (central->state() != CBManagerState::poweredOn) {
+        throw Failure(obstacle(central->state()) +
+                      ": 'zobiconnect doctor' tells why, and --radio simulated needs none");
+    }
+    return platform;
+}
+
+}  // namespace zobi::tool
+
+#else
+
+namespace zobi::tool {
+
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& /*adapter*/, bool /*log*/) {
+    throw Failure("this tool was built without the radio of this machine");
+}
+
+}  // namespace zobi::tool
+
+#endif

@@ -1,0 +1,105 @@
+#include "tools/zobiconnect/radio/RadioOptions.h"
+
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "tools/zobiconnect/options/OptionChecks.h"
+#include "tools/zobiconnect/radio/MachineRadio.h"
+#include "tools/zobiconnect/scenario/DemoScenario.h"
+#include "tools/zobiconnect/scenario/ScenarioFile.h"
+#include "tools/zobiconnect/terminal/Console.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/standard/PollWaiting.h"
+
+namespace zobi::tool {
+
+using platform::ConditionVariableWaiting;
+using platform::PollWaiting;
+using platform::StandardPlatform;
+using platform::simulation::SimulatedPlatform;
+
+namespace {
+
+constexpr std::size_t beaconsByDefault = 8;
+
+bool describesSimulation(const RadioOptions& options) {
+    return options.simulate || options.scenario || options.seed || options.virtualTime;
+}
+
+bool isSimulated(const RadioOptions& options) {
+    if (options.radio) return *options.radio == "simulated";
+    return !hasMachineRadio || describesSimulation(options);
+}
+
+std::unique_ptr<SimulatedPlatform> makeSimulatedPlatform(const RadioOptions& options) {
+    const std::uint64_t seed = options.seed.value_or(0);
+    if (options.virtualTime) {
+        return std::make_unique<SimulatedPlatform>(StandardPlatform::Time::virtualTime, seed,
+                                                   std::make_unique<ConditionVariableWaiting>());
+    }
+    // Its waits end at once when a signal stops the run loop.
+    return std::make_unique<SimulatedPlatform>(StandardPlatform::Time::real, seed,
+                                               std::make_unique<PollWaiting>());
+}
+
+Radio makeSimulatedRadio(const RadioOptions& options) {
+    if (options.adapter) throw UsageError("--adapter is for the radio bluez, not for a simulated one");
+    const Scenario scenario = options.scenario ? scenarioFromFile(*options.scenario)
+                                               : demoScenario(options.simulate.value_or(beaconsByDefault),
+                                                              options.seed.value_or(0));
+    auto simulated = makeSimulatedPlatform(options);
+    SimulatedPlatform& platform = *simulated;
+    if (!options.log) platform.log().setSink(nullptr);
+    return {std::move(simulated),
+            [scenario, &platform] { playScenario(scenario, platform, platform.world()); }};
+}
+
+}  // namespace
+
+std::string RadioOptions::caption() const {
+    if (isSimulated(*this)) return "seed " + std::to_string(seed.value_or(0));
+    return adapter ? "adapter " + *adapter : "radio bluez";
+}
+
+void addRadioOptions(CLI::App& command, RadioOptions& options) {
+    std::vector<std::string> radios{"simulated"};
+    if (hasMachineRadio) radios.insert(radios.begin(), "bluez");
+    command
+        .add_option("--radio", options.radio,
+                    "What to listen with: 'bluez', the radio of this machine, where the tool was built with "
+                    "it, or 'simulated', which the options below imply")
+        ->check(CLI::IsMember(radios))
+        ->option_text("RADIO [" + radios.front() + "]");
+    command
+        .add_option("--adapter", options.adapter,
+                    "Which adapter of this machine, by its name (hci0) or address; any by default")
+        ->option_text("ADAPTER");
+    CLI::Option* const simulate =
+        command
+            .add_option("--simulate", options.simulate,
+                        "Simulate so many beacons, which come, change, fall silent and return")
+            ->check(CLI::Range(1, 10000))
+            ->option_text("N [" + std::to_string(beaconsByDefault) + ']');
+    command
+        .add_option("--scenario", options.scenario,
+                    "Simulate what a JSON file describes (see docs/scenarios.md)")
+        ->excludes(simulate)
+        ->option_text("FILE");
+    command.add_option("--seed", options.seed, "Decides all that is random in the simulation")
+        ->check(isNumberUpTo(std::numeric_limits<std::uint64_t>::max()))
+        ->option_text("NUMBER [0]");
+    command.add_flag("--virtual-time", options.virtualTime,
+                     "Simulate as fast as the machine goes; the same seed gives the same output");
+    command.add_flag("--log", options.log, "Print the library's log lines on stderr");
+}
+
+Radio makeRadio(const RadioOptions& options) {
+    if (isSimulated(options)) return makeSimulatedRadio(options);
+    if (describesSimulation(options)) {
+        throw UsageError("--simulate, --scenario, --seed and --virtual-time are for a simulated radio");
+    }
+    return {makeMachineRadio(options.adapter.value_or(""), options.log), [] {}};
+}
+
+}  // namespace zobi::tool

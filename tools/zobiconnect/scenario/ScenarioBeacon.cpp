@@ -1,0 +1,177 @@
+#include "tools/zobiconnect/scenario/ScenarioBeacon.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "tools/zobiconnect/scenario/ScenarioValues.h"
+#include "zobi/platform/simulation/GATTServer.h"
+
+namespace zobi::tool {
+
+using nlohmann::json;
+using platform::simulation::CharacteristicDescription;
+using platform::simulation::CharacteristicProperties;
+using platform::simulation::GeneratedValue;
+using platform::simulation::LinkDescription;
+using platform::simulation::ServiceDescription;
+
+namespace {
+
+constexpr double shortestInterval = 0.01;
+constexpr double longestInterval = 3600;
+
+LinkDescription readLink(CheckedObject& object) {
+    LinkDescription link;
+    if (object.find("delay")) link.connectionDelay = object.number("delay", 0, longestInterval);
+    if (object.find("error")) link.connectionError = readError(object, "error");
+    if (object.find("supervisionTimeout")) {
+        link.supervisionTimeout = object.number("supervisionTimeout", shortestInterval, longestInterval);
+    }
+    if (object.find("responseDelay")) {
+        link.responseDelay = object.number("responseDelay", 0, longestInterval);
+    }
+    if (object.find("serviceDiscoveryError")) {
+        link.serviceDiscoveryError = readError(object, "serviceDiscoveryError");
+    }
+    if (object.find("signalReadError")) link.signalReadError = readError(object, "signalReadError");
+    return link;
+}
+
+CharacteristicProperties readProperties(CheckedObject& object) {
+    struct Property {
+        std::string_view name;
+        bool CharacteristicProperties::*field;
+    };
+    constexpr auto known = std::to_array<Property>({
+        {"read", &CharacteristicProperties::read},
+        {"write", &CharacteristicProperties::write},
+        {"writeWithoutResponse", &CharacteristicProperties::writeWithoutResponse},
+        {"notify", &CharacteristicProperties::notify},
+    });
+    CharacteristicProperties properties;
+    std::size_t index = 0;
+    for (const json& name : object.list("properties")) {
+        const auto* const found = std::ranges::find_if(
+            known, [&](const Property& property) { return name == std::string(property.name); });
+        if (found == known.end()) {
+            throw Mistake(elementPath(object.path("properties"), index),
+                          "must be read, write, writeWithoutResponse or notify");
+        }
+        properties.*found->field = true;
+        ++index;
+    }
+    return properties;
+}
+
+GeneratedValue readGenerated(CheckedObject& object) {
+    constexpr auto kinds = std::to_array<std::string_view>({"drift", "swing", "pick"});
+    const std::string_view kind = kinds[object.oneOf("kind", kinds)];
+    const double interval = object.number("interval", shortestInterval, longestInterval);
+    if (kind == "pick") {
+        std::vector<std::vector<std::uint8_t>> values;
+        for (const json& value : object.list("values")) {
+            values.push_back(valueFrom(value, elementPath(object.path("values"), values.size())));
+        }
+        if (values.empty()) object.fail("values", "must not be empty");
+        return platform::simulation::pickedValue(interval, std::move(values));
+    }
+    const auto smallest = object.integer<std::uint16_t>("smallest");
+    const auto largest = object.integer<std::uint16_t>("largest", smallest);
+    if (kind == "drift") {
+        const auto step = object.integer<std::uint16_t>("step");
+        return platform::simulation::driftingValue(interval, smallest, largest, step);
+    }
+    const double period = object.number("period", shortestInterval, longestInterval);
+    return platform::simulation::swingingValue(interval, smallest, largest, period);
+}
+
+CharacteristicDescription readCharacteristic(CheckedObject& object) {
+    CharacteristicDescription characteristic{.uuid = readUUID(object, "uuid")};
+    if (object.find("properties")) characteristic.properties = readProperties(object);
+    if (object.find("value")) {
+        characteristic.value = valueFrom(object.get("value"), object.path("value"));
+    }
+    if (object.find("width")) {
+        constexpr double largest = platform::simulation::maximumValueSize;
+        characteristic.width = object.integer<std::size_t>("width", 0, largest);
+    }
+    if (object.find("generate")) characteristic.generated = object.object("generate", readGenerated);
+    if (object.find("readError")) characteristic.readError = readError(object, "readError");
+    if (object.find("writeError")) characteristic.writeError = readError(object, "writeError");
+    if (object.find("notifyError")) characteristic.notifyError = readError(object, "notifyError");
+    return characteristic;
+}
+
+ServiceDescription readService(CheckedObject& object) {
+    ServiceDescription service{.uuid = readUUID(object, "uuid")};
+    if (object.find("characteristics")) {
+        object.forEach("characteristics", [&](CheckedObject& characteristic) {
+            service.characteristics.push_back(readCharacteristic(characteristic));
+        });
+    }
+    if (object.find("discoveryError")) service.discoveryError = readError(object, "discoveryError");
+    return service;
+}
+
+/// The service that beacons have under a UUID.
+ServiceDescription usualService(const json& uuid, const std::string& path) {
+    const auto usual = beaconServices();
+    const auto found = std::ranges::find(usual, uuidFrom(uuid, path), &ServiceDescription::uuid);
+    if (found == usual.end()) {
+        throw Mistake(path, "is no usual service of beacons: describe it in an object");
+    }
+    return *found;
+}
+
+std::vector<ServiceDescription> readServices(CheckedObject& object) {
+    std::vector<ServiceDescription> services;
+    for (const json& value : object.list("services")) {
+        const std::string path = elementPath(object.path("services"), services.size());
+        if (value.is_string()) {
+            services.push_back(usualService(value, path));
+            continue;
+        }
+        CheckedObject service(value, path);
+        services.push_back(readService(service));
+        service.refuseOtherKeys();
+    }
+    return services;
+}
+
+}  // namespace
+
+BeaconDescription readBeacon(CheckedObject& object) {
+    BeaconDescription beacon;
+    const auto mac = readHex(object, "mac");
+    if (mac.size() != beacon.macAddress.size()) object.fail("mac", "must be 12 hexadecimal digits");
+    std::ranges::copy(mac, beacon.macAddress.begin());
+    beacon.major = object.integer<std::uint16_t>("major");
+    beacon.minor = object.integer<std::uint16_t>("minor");
+    if (object.find("layoutVersion")) beacon.layoutVersion = object.integer<std::int8_t>("layoutVersion");
+    if (object.find("battery")) beacon.batteryLevel = readBattery(object);
+    if (object.find("temperature")) beacon.temperature = readTemperature(object);
+    if (object.find("localName")) beacon.localName = readLocalName(object);
+    if (object.find("advertisedServices")) {
+        beacon.advertisedServices.clear();
+        for (const json& value : object.list("advertisedServices")) {
+            const auto path =
+                elementPath(object.path("advertisedServices"), beacon.advertisedServices.size());
+            beacon.advertisedServices.push_back(uuidFrom(value, path));
+        }
+    }
+    if (object.find("interval")) {
+        beacon.advertisingInterval = object.number("interval", shortestInterval, longestInterval);
+    }
+    if (object.find("jitter")) beacon.advertisingJitter = object.number("jitter", 0, longestInterval);
+    if (object.find("signalStrength")) beacon.signalStrength = readSignalStrength(object);
+    if (object.find("signalStrengthSpread")) {
+        beacon.signalStrengthSpread = object.integer<int>("signalStrengthSpread", 0, 100);
+    }
+    if (object.find("link")) beacon.link = object.object("link", readLink);
+    if (object.find("services")) beacon.services = readServices(object);
+    return beacon;
+}
+
+}  // namespace zobi::tool

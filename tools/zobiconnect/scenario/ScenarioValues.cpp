@@ -1,0 +1,104 @@
+#include "tools/zobiconnect/scenario/ScenarioValues.h"
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include "tools/zobiconnect/text/Hex.h"
+#include "zobi/platform/simulation/GATTServer.h"
+
+namespace zobi::tool {
+
+using nlohmann::json;
+using platform::CBError;
+using platform::CBUUID;
+using platform::NSError;
+
+namespace {
+
+std::vector<std::uint8_t> bytesFrom(const json& value, const std::string& path) {
+    if (!value.is_string()) throw Mistake(path, "must be a text");
+    try {
+        return bytesFromHex(value.get<std::string>());
+    } catch (const std::invalid_argument& error) {
+        throw Mistake(path, error.what());
+    }
+}
+
+/// What an error is called that has no text of its own.
+std::string usualText(const std::string& domain, int code) {
+    constexpr auto texts = std::to_array<std::pair<CBError, const char*>>({
+        {CBError::operationCancelled, "Bluetooth is off."},
+        {CBError::connectionTimeout, "The connection has timed out."},
+        {CBError::peripheralDisconnected, "The beacon has ended the connection."},
+        {CBError::connectionFailed, "The connection could not be made."},
+    });
+    for (const auto& [known, text] : texts) {
+        if (domain == platform::CBErrorDomain && code == static_cast<int>(known)) return text;
+    }
+    return "An error was reported.";
+}
+
+}  // namespace
+
+CBUUID uuidFrom(const json& value, const std::string& path) {
+    if (!value.is_string()) throw Mistake(path, "must be a text");
+    try {
+        return CBUUID::UUIDWithString(value.get<std::string>());
+    } catch (const std::invalid_argument&) {
+        throw Mistake(path, "must be a UUID of 4, 8 or 36 characters");
+    }
+}
+
+CBUUID readUUID(CheckedObject& object, const std::string& key) {
+    return uuidFrom(object.get(key), object.path(key));
+}
+
+std::vector<std::uint8_t> readHex(CheckedObject& object, const std::string& key) {
+    return bytesFrom(object.get(key), object.path(key));
+}
+
+std::vector<std::uint8_t> valueFrom(const json& value, const std::string& path) {
+    constexpr std::size_t largest = platform::simulation::maximumValueSize;
+    auto bytes = bytesFrom(value, path);
+    if (bytes.size() > largest) throw Mistake(path, "must be up to " + std::to_string(largest) + " bytes");
+    return bytes;
+}
+
+std::optional<NSError> readError(CheckedObject& object, const std::string& key) {
+    if (object.get(key).is_null()) return std::nullopt;
+    return object.object(key, [](CheckedObject& error) {
+        const int code = error.integer<int>("code");
+        const std::string domain =
+            error.find("domain") ? error.text("domain") : std::string(platform::CBErrorDomain);
+        return NSError(domain, code, error.find("text") ? error.text("text") : usualText(domain, code));
+    });
+}
+
+std::optional<std::string> readLocalName(CheckedObject& object) {
+    if (object.get("localName").is_null()) return std::nullopt;
+    return object.text("localName");
+}
+
+std::vector<platform::simulation::ServiceData> readServiceData(CheckedObject& object) {
+    std::vector<platform::simulation::ServiceData> elements;
+    object.forEach("serviceData", [&](CheckedObject& element) {
+        const CBUUID service = readUUID(element, "service");
+        elements.push_back({service, readHex(element, "data")});
+    });
+    return elements;
+}
+
+std::uint8_t readBattery(CheckedObject& object) {
+    return object.integer<std::uint8_t>("battery");
+}
+
+std::int32_t readTemperature(CheckedObject& object) {
+    return object.integer<std::int32_t>("temperature", -4, 65531);
+}
+
+int readSignalStrength(CheckedObject& object) {
+    return object.integer<int>("signalStrength", -127, 20);
+}
+
+}  // namespace zobi::tool

@@ -1,0 +1,52 @@
+#include "tools/zobiconnect/text/Text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace zobi::tool {
+
+std::string numberText(double number) {
+    using nlohmann::json;
+    return number == std::floor(number) ? json(static_cast<std::int64_t>(number)).dump()
+                                        : json(number).dump();
+}
+
+std::string secondsText(std::int64_t seconds) {
+    return std::to_string(seconds) + 's';
+}
+
+std::string counted(std::uint64_t count, const std::string& noun) {
+    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
+std::string listed(const std::vector<std::string>& texts) {
+    std::string list;
+    for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + text;
+    return list;
+}
+
+std::string signalText(platform::NSNumber rssi) {
+    constexpr int weakest = -100;
+    constexpr int stepPerSign = 11;
+    constexpr int signs = 5;
+    if (!rssi.hasValue()) return "-";
+    const int full = std::clamp((rssi.integerValue() - weakest) / stepPerSign, 0, signs);
+    return rssi.description() + ' ' + std::string(static_cast<std::size_t>(full), '#') +
+           std::string(static_cast<std::size_t>(signs - full), '.');
+}
+
+std::string valueText(const platform::NSUserInfo::Value& value) {
+    if (const auto* const text = std::get_if<std::string>(&value)) return *text;
+    return std::get<platform::NSNumber>(value).description();
+}
+
+std::string errorText(const platform::NSError& error) {
+    return error.localizedDescription() + " (" + error.domain() + ' ' + std::to_string(error.code()) + ')';
+}
+
+std::int64_t age(double now, double moment) {
+    return std::max<std::int64_t>(0, static_cast<std::int64_t>(now) - static_cast<std::int64_t>(moment));
+}
+
+}  // namespace zobi::tool
