@@ -1,9 +1,8 @@
 // From the bytes of an advertisement to a record, and from a simulated beacon to the bytes.
 
-#include "payload_table.h"
-
+#include "ManagerTest.h"
 #include "ZobiConnectKit/simulation/PayloadEncoder.h"
-#include "support.h"
+#include "payload_table.h"
 
 namespace {
 

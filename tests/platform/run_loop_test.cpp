@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <csignal>
@@ -49,6 +50,8 @@ TEST_F(RunLoopTest, RepeatingTimersFireInTheirPhaseUpToTheVeryEnd) {
     loop.runFor(0.9);
     EXPECT_THAT(times, ElementsAre(0.3, 0.6, 0.9));
     EXPECT_EQ(now(), 0.9);
+    time.jumpTo(std::chrono::milliseconds(100));
+    EXPECT_EQ(now(), 0.9) << "time does not go back";
 }
 
 TEST_F(RunLoopTest, TimersDueTogetherFireInTheOrderTheyWereScheduledAlsoWhenRepeated) {
@@ -297,22 +300,19 @@ TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
 
 TYPED_TEST(WaitingTest, AWakeEndsOneWaitAndNoMore) {
     TypeParam way;
-    way.wake();
-    way.wait(std::nullopt, {});
-    const auto start = this->time.monotonicTime();
-    way.wait(std::chrono::milliseconds(20), {});
-    EXPECT_GE(this->time.monotonicTime() - start, std::chrono::milliseconds(20));
-}
-
-TYPED_TEST(WaitingTest, TimersWaitForTheirTime) {
-    const auto start = this->time.monotonicTime();
-    std::chrono::nanoseconds fired{};
-    this->loop.after(0.02, [&] {
-        fired = this->time.monotonicTime();
-        this->loop.stop();
-    });
-    this->loop.run();
-    EXPECT_GE(fired - start, std::chrono::milliseconds(20));
+    const auto durationOfWait = [&](std::optional<nanoseconds> timeout) {
+        const nanoseconds start = this->time.monotonicTime();
+        way.wait(timeout, {});
+        return this->time.monotonicTime() - start;
+    };
+    // Only a wait that misses its wake is always long, however slow the machine is.
+    nanoseconds shortest = nanoseconds::max();
+    for (int i = 0; i < 20; ++i) {
+        way.wake();
+        shortest = std::min(shortest, durationOfWait(std::nullopt));
+    }
+    EXPECT_LT(shortest, std::chrono::milliseconds(20));
+    EXPECT_GE(durationOfWait(std::chrono::milliseconds(20)), std::chrono::milliseconds(20));
 }
 
 TEST(PollWaitingTest, ATaskFromAnotherThreadMakesADescriptorReadableUntilItIsProcessed) {
