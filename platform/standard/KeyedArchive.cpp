@@ -104,17 +104,17 @@ public:
         if (data_.size() > keyedArchiveMaximumSize) {
             fail(keyedArchiveMaximumSize, "the data is longer than an archive may be");
         }
-        const Head map = readHead();
-        if (map.type != Type::map) fail(map.offset, "the archive is not a map");
+        readHead();
+        if (type_ != Type::map) fail("the archive is not a map");
         std::map<std::string, Value, std::less<>> values;
         // Each entry takes a byte at least or fails, so the data runs out long before a claimed count that it
         // does not have.
-        for (std::uint64_t i = 0; i < map.argument; ++i) {
-            const Head head = readHead();
-            if (head.type != Type::text) fail(head.offset, "the key is not a text");
-            const auto [entry, isNew] = values.try_emplace(readText(head));
+        for (std::uint64_t left = argument_; left > 0; --left) {
+            readHead();
+            if (type_ != Type::text) fail("the key is not a text");
+            const auto [entry, isNew] = values.try_emplace(readText());
             key_ = entry->first;
-            if (!isNew) fail(head.offset, "the key is repeated");
+            if (!isNew) fail("the key is repeated");
             entry->second = readValue();
             key_.reset();
         }
@@ -123,69 +123,63 @@ public:
     }
 
 private:
-    /// What an item begins with.
-    struct Head {
-        std::size_t offset = 0;
-        Type type{};
-        std::uint64_t argument = 0;
-    };
-
-    Head readHead() {
-        const std::size_t start = offset_;
-        if (start == data_.size()) fail(start, "the data ends before the archive does");
+    /// Reads what the next item begins with.
+    void readHead() {
+        start_ = offset_;
+        if (start_ == data_.size()) fail("the data ends before the archive does");
         const std::uint8_t initial = data_[offset_++];
-        const unsigned information = initial & 0x1F;
-        if (information > eightByteArgument) fail(start, "the item is of no definite length");
-        Head head{start, static_cast<Type>(initial >> 5), information};
-        if (information < oneByteArgument) return head;
-        head.argument = 0;
-        for (const std::uint8_t byte :
-             readBytes(start, std::uint64_t{1} << (information - oneByteArgument))) {
-            head.argument = head.argument << 8 | byte;
-        }
-        return head;
+        type_ = static_cast<Type>(initial >> 5);
+        argument_ = initial & 0x1F;
+        if (argument_ < oneByteArgument) return;
+        if (argument_ > eightByteArgument) fail("the item is of no definite length");
+        const auto bytes = readBytes(std::uint64_t{1} << (argument_ - oneByteArgument));
+        argument_ = 0;
+        for (const std::uint8_t byte : bytes) argument_ = argument_ << 8 | byte;
     }
 
-    /// The next bytes, which belong to the item that begins at `start`.
-    std::span<const std::uint8_t> readBytes(std::size_t start, std::uint64_t count) {
-        if (count > data_.size() - offset_) fail(start, "the data ends inside an item");
+    std::span<const std::uint8_t> readBytes(std::uint64_t count) {
+        if (count > data_.size() - offset_) fail("the data ends inside an item");
         const auto bytes = data_.subspan(offset_, static_cast<std::size_t>(count));
         offset_ += bytes.size();
         return bytes;
     }
 
-    std::string readText(const Head& head) {
-        const auto bytes = readBytes(head.offset, head.argument);
+    std::string readText() {
+        const auto bytes = readBytes(argument_);
         std::string text(bytes.begin(), bytes.end());
-        if (!isValidUTF8(text)) fail(head.offset, "the text is not UTF-8");
+        if (!isValidUTF8(text)) fail("the text is not UTF-8");
         return text;
     }
 
     Value readValue() {
-        const Head head = readHead();
-        Value value{head.offset, std::nullopt, {}};
-        if (head.type == Type::text) {
-            value.text = readText(head);
-        } else if (head.type == Type::unsignedInteger || head.type == Type::negativeInteger) {
+        readHead();
+        Value value{start_, std::nullopt, {}};
+        if (type_ == Type::text) {
+            value.text = readText();
+        } else if (type_ == Type::unsignedInteger || type_ == Type::negativeInteger) {
             // A negative integer's argument is -1 minus its value, so one bound serves both.
-            if (head.argument > std::uint64_t{std::numeric_limits<std::int32_t>::max()}) {
-                fail(head.offset, "the integer is beyond 32 signed bits");
+            if (argument_ > std::uint64_t{std::numeric_limits<std::int32_t>::max()}) {
+                fail("the integer is beyond 32 signed bits");
             }
-            const auto number = static_cast<std::int32_t>(head.argument);
-            value.number = NSNumber::numberWithInt(head.type == Type::negativeInteger ? -1 - number : number);
-        } else if (data_[head.offset] != nullByte) {
-            fail(head.offset, "the value is neither a text nor an integer nor null");
+            const auto number = static_cast<std::int32_t>(argument_);
+            value.number = NSNumber::numberWithInt(type_ == Type::negativeInteger ? -1 - number : number);
+        } else if (data_[start_] != nullByte) {
+            fail("the value is neither a text nor an integer nor null");
         }
         return value;
     }
 
+    [[noreturn]] void fail(std::string_view reason) const { fail(start_, reason); }
     [[noreturn]] void fail(std::size_t offset, std::string_view reason) const {
         refuse(offset, key_, reason);
     }
 
     std::span<const std::uint8_t> data_;
     std::size_t offset_ = 0;
-    /// What the value being read stands under, for messages.
+    // The item that is being read: where it begins, its head, and what key it stands under.
+    std::size_t start_ = 0;
+    Type type_{};
+    std::uint64_t argument_ = 0;
     std::optional<std::string_view> key_;
 };
 

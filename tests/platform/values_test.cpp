@@ -104,13 +104,10 @@ TEST(LogTest, FormatsByType) {
     log.log("DeltaTime: %f", 20.000001);
     log.log("DeltaTime: %f", -std::numeric_limits<double>::max());
     log.log("Nb services found: %lu, %d", std::size_t{7}, -1);
-    ASSERT_EQ(lines.size(), 6U);
-    EXPECT_EQ(lines[0], "plain");
-    EXPECT_EQ(lines[1], "text and YES");
-    EXPECT_EQ(lines[2], "Beacon [300, (null)] removed");
-    EXPECT_EQ(lines[3], "DeltaTime: 20.000001");
-    EXPECT_EQ(lines[4].size(), std::string("DeltaTime: -.000000").size() + 309);
-    EXPECT_EQ(lines[5], "Nb services found: 7, -1");
+    const std::size_t size = std::string("DeltaTime: -.000000").size() + 309;
+    EXPECT_THAT(lines, ::testing::ElementsAre("plain", "text and YES", "Beacon [300, (null)] removed",
+                                              "DeltaTime: 20.000001", ::testing::SizeIs(size),
+                                              "Nb services found: 7, -1"));
 }
 
 TEST(LogTest, ASinkMaySetAnother) {
