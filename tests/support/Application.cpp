@@ -108,6 +108,12 @@ std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& 
     return application;
 }
 
+Events Application::takeEvents() {
+    reports.clear();
+    buttons.clear();
+    return std::exchange(events, {});
+}
+
 ZOKBeaconCompletion Application::completion(const std::string& name) {
     return [this, name](const auto& /*manager*/, const auto& beacon, const NSError* error) {
         noteEnd(name, beacon, error);

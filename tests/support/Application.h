@@ -37,7 +37,8 @@ public:
     /// Called before the report is kept, to show whether it is a snapshot.
     std::function<void()> onReport = [] {};
 
-    Events takeEvents() { return std::exchange(events, {}); }
+    /// The events since the last call. Reports and actions go too.
+    Events takeEvents();
     /// A completion that writes down that it was called.
     ZOKBeaconCompletion completion(const std::string& name);
 
