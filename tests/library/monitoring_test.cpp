@@ -129,12 +129,6 @@ TEST_F(MonitoringTest, WithoutBluetoothOnlyTheRangingTimersRunAndNothingTriesAga
     EXPECT_FALSE(isScanning());
 }
 
-TEST_F(MonitoringTest, AnApplicationThatComesLateMonitorsByTheStateOfTheCentral) {
-    zobi::monitorIfPoweredOn(*manager, static_cast<int>(manager->centralManager()->state()));
-    loop.processPending();
-    EXPECT_TRUE(isScanning());
-}
-
 TEST_F(MonitoringTest, AStopInTheTurnOfTheStartStillLetsTheQueuedScanBeginWhichFollowsNothing) {
     manager->startMonitoring();
     manager->stopMonitoring();

@@ -50,28 +50,6 @@ TEST_F(RangingTest, ABeaconBecomesARecordAndLaterAdvertisementsOnlyStampIt) {
     EXPECT_EQ(record->rssi(), 0);
 }
 
-TEST_F(RangingTest, AnotherBeaconOfTheSameNumbersOnlyStampsTheLiveRecord) {
-    addBeacon({.macAddress = {0, 0, 0, 0, 0, 1},
-               .major = 1,
-               .minor = 7,
-               .layoutVersion = 3,
-               .buttonAction = 1,
-               .advertisingInterval = 60})
-        .comeIntoRange();
-    pass(0.5);
-    const auto record = manager->liveBeacons().at(0);
-    const auto peripheral = record->peripheral();
-    addBeacon(
-        {.macAddress = {0, 0, 0, 0, 0, 2}, .major = 1, .minor = 7, .layoutVersion = 2, .buttonAction = 2})
-        .comeIntoRange();
-    pass(5.25);
-    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
-    EXPECT_EQ(record->macAddress(), "000000000001");
-    EXPECT_EQ(record->peripheral(), peripheral);
-    EXPECT_NE(application->buttons.back().second->peripheral(), peripheral);
-    EXPECT_EQ(record->timestamp(), static_cast<std::int64_t>(wallTime()));
-}
-
 TEST_F(RangingTest, OnlyTheExactNameWithDeviceInformationIsAccepted) {
     for (const char* name : {"morvan", "morvane2", "Morvane", "morvane ", ""}) {
         addBeacon({.minor = 1, .buttonAction = 1, .localName = name}).comeIntoRange();
@@ -151,8 +129,10 @@ TEST_F(RangingTest, TheListHoldsAnObjectOnceAndABeaconPerhapsTwice) {
     addBeacon({.major = 1, .minor = 7}).comeIntoRange();
     pass(0.5);
     EXPECT_THAT(manager->liveBeacons(), ElementsAre(first, second));
-    EXPECT_GT(first->timestamp(), 0);
-    EXPECT_EQ(first->timestamp(), second->timestamp());
+    for (const auto& record : {first, second}) {
+        EXPECT_GT(record->timestamp(), 0) << "it is only stamped, whoever has its numbers";
+        EXPECT_FALSE(record->peripheral() || record->macAddress() || record->scanRspVersion().hasValue());
+    }
 
     const auto handle = RecordingPeripheral::make();
     for (const auto& record : {first, second}) record->setPeripheral(handle);

@@ -2,26 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <stdexcept>
-
 #include "LibraryOverRadio.h"
+#include "Listener.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
 namespace {
 
 using namespace ZOKGATTProfile;
 using ::testing::ElementsAre;
-
-/// The service in which the profile has a characteristic.
-zobi::platform::CBUUID serviceOf(const zobi::platform::CBUUID& characteristic) {
-    for (const CharacteristicRequest& request : characteristicRequests) {
-        if (std::ranges::find(request.characteristics, characteristic) != request.characteristics.end()) {
-            return request.service;
-        }
-    }
-    throw std::invalid_argument(characteristic.UUIDString());
-}
 
 TEST_P(LibraryOverRadio, RangesConnectsAndDisconnectsABeaconAndDropsItWhenItFallsSilent) {
     const auto beacon = range();
@@ -63,8 +51,7 @@ TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
 
     const auto notify = [&](const zobi::platform::CBUUID& characteristic, std::vector<std::uint8_t> value) {
         ASSERT_TRUE(bench->runUntil([&] {
-            const auto subscribed = ZOKManager::characteristicFromServiceAndPeripheral(
-                characteristic, serviceOf(characteristic), beacon->peripheral());
+            const auto subscribed = discoveredCharacteristic(*beacon->peripheral(), characteristic);
             return subscribed && subscribed->isNotifying();
         }));
         bench->setValue(characteristic, std::move(value));

@@ -106,19 +106,6 @@ TEST_F(SimulatedConnectionTest, PowerOffDuringAttemptAndLinkIsTold) {
     EXPECT_THAT(takeEvents(), ElementsAre("state 5")) << "nothing connects again by itself";
 }
 
-TEST_F(SimulatedConnectionTest, OfTwoLinksThatComeUpTogetherOneIsReported) {
-    addLive({.minor = 1});
-    addLive({.minor = 2});
-    connect(0);
-    connect(1);
-    pass(5);
-    EXPECT_EQ(takeEvents(), connected) << "there is one count for both";
-    EXPECT_EQ(manager->nbChars(), 14);
-    connect(1);
-    pass(5);
-    EXPECT_EQ(takeEvents(), connected) << "asking again has it reported";
-}
-
 TEST_F(SimulatedConnectionTest, MissingDoubledAndFailingServices) {
     const auto without = [](std::string_view service) {
         BeaconDescription beacon;
@@ -336,14 +323,7 @@ TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     const auto peripheral = record()->peripheral();
     const auto listener = Listener::make();
     peripheral->setDelegate(listener);
-    const auto find = [&](const CBUUID& characteristic) {
-        for (const auto& service : *peripheral->services()) {
-            for (const auto& it : *service->characteristics()) {
-                if (it->UUID() == characteristic) return it;
-            }
-        }
-        throw std::invalid_argument(characteristic.UUIDString());
-    };
+    const auto find = [&](const CBUUID& uuid) { return discoveredCharacteristic(*peripheral, uuid); };
     using namespace ZOKGATTProfile;
     const auto mode = find(buttonModeCharacteristic);
     const auto write = [&](const auto& characteristic, std::size_t size, CBCharacteristicWriteType type) {

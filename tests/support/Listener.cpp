@@ -112,3 +112,15 @@ void Listener::quietly(const std::function<void()>& call) {
     call();
     isInsideCall_ = false;
 }
+
+std::shared_ptr<CBCharacteristic> discoveredCharacteristic(const CBPeripheral& peripheral,
+                                                           const CBUUID& uuid) {
+    if (!peripheral.services()) return nullptr;
+    for (const auto& service : *peripheral.services()) {
+        if (!service->characteristics()) continue;
+        for (const auto& candidate : *service->characteristics()) {
+            if (candidate->UUID() == uuid) return candidate;
+        }
+    }
+    return nullptr;
+}

@@ -40,3 +40,7 @@ protected:
     Listener() = default;
     bool isInsideCall_ = false;
 };
+
+/// The characteristic with this UUID; null if it was not discovered.
+std::shared_ptr<zobi::platform::CBCharacteristic> discoveredCharacteristic(
+    const zobi::platform::CBPeripheral& peripheral, const zobi::platform::CBUUID& uuid);
