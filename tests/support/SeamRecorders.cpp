@@ -1,5 +1,8 @@
 #include "SeamRecorders.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "zobi/platform/standard/DiscoveredServices.h"
 
 using namespace zobi::platform;
@@ -73,7 +76,7 @@ Service foundService(std::string_view uuid) {
 
 Service foundService(std::string_view uuid, const std::vector<std::string_view>& characteristics) {
     std::vector<CBUUID> uuids;
-    for (const auto each : characteristics) uuids.push_back(CBUUID::UUIDWithString(each));
+    std::ranges::transform(characteristics, std::back_inserter(uuids), &CBUUID::UUIDWithString);
     auto found = std::make_shared<DiscoveredService>(CBUUID::UUIDWithString(uuid), 0);
     found->discover(uuids, uuids);
     return found;
