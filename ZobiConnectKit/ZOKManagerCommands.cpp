@@ -6,6 +6,7 @@
 #include "ZobiConnectKit/ZobiConnectKit.h"
 
 using namespace ZOKGATTProfile;
+using zobi::platform::CBCharacteristic;
 using zobi::platform::CBCharacteristicWriteType;
 using zobi::platform::CBPeripheral;
 using zobi::platform::CBUUID;
@@ -43,6 +44,20 @@ void setNotify(bool enabled, const CBUUID& characteristicUUID, const CBUUID& ser
 
 }  // namespace
 
+std::shared_ptr<CBCharacteristic> ZOKManager::characteristicFromServiceAndPeripheral(
+    const CBUUID& characteristicUUID, const CBUUID& serviceUUID,
+    const std::shared_ptr<CBPeripheral>& peripheral) {
+    if (!peripheral || !peripheral->services()) return nullptr;
+    for (const auto& service : *peripheral->services()) {
+        // A beacon may have the service twice, and the characteristic in the second.
+        if (service->UUID() != serviceUUID || !service->characteristics()) continue;
+        for (const auto& characteristic : *service->characteristics()) {
+            if (characteristic->UUID() == characteristicUUID) return characteristic;
+        }
+    }
+    return nullptr;
+}
+
 // They are the manager's, though none needs anything of it.
 // NOLINTBEGIN(readability-convert-member-functions-to-static)
 
@@ -75,7 +90,7 @@ void ZOKManager::firmwareVersionForBeaconWithCompletion(const std::shared_ptr<ZO
 void ZOKManager::setAccelerometerNotificationsForBeacon(bool enabled,
                                                         const std::shared_ptr<ZOKBeacon>& beacon) {
     const auto peripheral = peripheralOf(beacon);
-    std::array<std::shared_ptr<zobi::platform::CBCharacteristic>, accelerometerAxes.size()> found;
+    std::array<std::shared_ptr<CBCharacteristic>, accelerometerAxes.size()> found;
     for (std::size_t i = 0; i < found.size(); ++i) {
         found[i] =
             characteristicFromServiceAndPeripheral(accelerometerAxes[i], accelerometerService, peripheral);

@@ -1,4 +1,4 @@
-// Starting, stopping and restarting the scan.
+// Starting, stopping and restarting the scan; foreground and background.
 
 #include <array>
 #include <utility>
@@ -86,4 +86,21 @@ void ZOKManager::stopMonitoring() {
     invalidateIfSet(updateRestartMonitoringTimer_);
     invalidateIfSet(checkRangedBeaconsTimer_);
     invalidateIfSet(updateRangedBeaconsTimer_);
+}
+
+void ZOKManager::observeApplication() {
+    const auto restart = [self = shared_from_this()](const zobi::platform::NSNotification& /*notification*/) {
+        self->restartMonitoringIfRunning();
+    };
+    zobi::platform::NSNotificationCenter& center = platform_.notificationCenter();
+    center.addObserverForNameObjectUsingBlock(zobi::platform::UIApplicationDidBecomeActiveNotification,
+                                              nullptr, restart);
+    center.addObserverForNameObjectUsingBlock(zobi::platform::UIApplicationDidEnterBackgroundNotification,
+                                              nullptr, restart);
+}
+
+void ZOKManager::restartMonitoringIfRunning() {
+    if (!monitoring_) return;
+    stopMonitoring();
+    startMonitoring();
 }

@@ -17,7 +17,7 @@
 #include "zobi/platform/Platform.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
-#if __has_include("tests/support.h") ||                                                \
+#if __has_include("tests/support/ManagerTest.h") ||                                    \
                   __has_include("tools/zobiconnect/Command.h") ||                      \
                                 __has_include("platform/CBUUID.h") ||                  \
                                               __has_include("zobi/platform/UTF8.h") || \

@@ -1,8 +1,7 @@
 // Connections as the library sees them: the very calls, lines and callbacks, and their order.
 
-#include "Application.h"
+#include "ManagerTest.h"
 #include "SeamRecorders.h"
-#include "support.h"
 
 namespace {
 
@@ -18,11 +17,11 @@ const std::string configurationUUID = "F0002013-0451-4000-B000-000000000000";
 class ConnectionTest : public ManagerTest {
 protected:
     ConnectionTest() {
-        application->start(*manager, platform);
         manager->setCentralManager(central);
         record->setPeripheral(peripheral);
         platform.virtualTime()->setTimeIntervalSince1970(1'700'000'000.9);
         takeLog();
+        takeEvents();
     }
 
     void linkUp() { manager->centralManagerDidConnectPeripheral(*central, peripheral); }
@@ -37,25 +36,20 @@ protected:
     void deliver(std::string_view uuid, std::optional<std::vector<std::uint8_t>> value,
                  const NSError* error = nullptr) {
         manager->peripheralDidUpdateValueForCharacteristicError(
-            peripheral, std::make_shared<FoundCharacteristic>(uuid, std::move(value)), error);
+            peripheral, foundCharacteristic(uuid, std::move(value)), error);
     }
     /// All that the library uses was discovered.
     void discoverAll() {
-        const auto service = [](std::string_view uuid, const std::vector<std::string_view>& characteristics) {
-            return std::make_shared<FoundService>(uuid, characteristics);
-        };
-        peripheral->found = {{service("1802", {"2A06"}), service("180F", {"2A19"}), service("FFE0", {"FFE1"}),
-                              service("FFA0", {"FFA2", "FFA3", "FFA4"}),
-                              service(configurationUUID, {modeUUID}), service("FFF0", {"FFF2"}),
-                              service("180A", {"2A26"})}};
+        peripheral->found = {{foundService("1802", {"2A06"}), foundService("180F", {"2A19"}),
+                              foundService("FFE0", {"FFE1"}), foundService("FFA0", {"FFA2", "FFA3", "FFA4"}),
+                              foundService(configurationUUID, {modeUUID}), foundService("FFF0", {"FFF2"}),
+                              foundService("180A", {"2A26"})}};
     }
-    Events takeEvents() { return std::exchange(application->events, {}); }
 
     const NSError lost{CBError::connectionTimeout, "It is gone"};
     const NSError ended{CBError::peripheralDisconnected, "It hung up"};
-    std::shared_ptr<Application> application = std::make_shared<Application>();
-    std::shared_ptr<RecordingCentral> central = std::make_shared<RecordingCentral>();
-    std::shared_ptr<RecordingPeripheral> peripheral = std::make_shared<RecordingPeripheral>();
+    std::shared_ptr<RecordingCentral> central = RecordingCentral::make();
+    std::shared_ptr<RecordingPeripheral> peripheral = RecordingPeripheral::make();
     std::shared_ptr<ZOKBeacon> record = makeRecord(12, 345, 5);
 };
 
@@ -84,7 +78,7 @@ TEST_F(ConnectionTest, ConnectingTakesItsStepsInOrder) {
     }
     EXPECT_THAT(central->calls, ::testing::Each(Pair("connect", peripheral)));
 
-    const auto other = std::make_shared<RecordingPeripheral>();
+    const auto other = RecordingPeripheral::make();
     const auto othersDelegate = std::make_shared<CBPeripheralDelegate>();
     other->setDelegate(othersDelegate);
     record->setPeripheral(other);
@@ -215,7 +209,7 @@ TEST_F(ConnectionTest, EachKnownServiceIsAskedForItsCharacteristicsInTheOrderItI
     for (const std::string_view uuid :
          {"FFF0", "1801", "180A", "0000ffa0-0000-1000-8000-00805f9b34fb", "FFF0", "180F",
           "f0002013-0451-4000-b000-000000000000", "1802", "FFE0", "FEED"}) {
-        peripheral->found->push_back(std::make_shared<FoundService>(uuid));
+        peripheral->found->push_back(foundService(uuid));
     }
     manager->peripheralDidDiscoverServices(peripheral, nullptr);
     EXPECT_THAT(takeLog(), ElementsAre("didDiscoverServices", "Nb services found: 10"));
@@ -236,8 +230,10 @@ TEST_F(ConnectionTest, TheSeventhAnswerSinceTheLinkCameUpReportsTheBeacon) {
     EXPECT_THAT(takeEvents(), IsEmpty());
     EXPECT_EQ(manager->nbChars(), 15);
     linkUp();
-    answerCharacteristics(7);
-    EXPECT_EQ(takeEvents().size(), 3U) << "the completion is still there";
+    manager->centralManagerDidConnectPeripheral(*central, RecordingPeripheral::make());
+    answerCharacteristics(14);
+    EXPECT_EQ(takeEvents().size(), 3U)
+        << "one report for two links, with the completion, which is still there";
     linkUp();
     manager->setLiveBeacons({});
     takeLog();
@@ -252,14 +248,12 @@ TEST_F(ConnectionTest, TheLookupSearchesEveryServiceWithTheUUID) {
             CBUUID::UUIDWithString(characteristic), CBUUID::UUIDWithString(service), peripheral);
     };
     EXPECT_EQ(lookUp("2A06", "1802"), nullptr);
-    const auto first = std::make_shared<FoundService>("FFA0", std::vector<std::string_view>{"FFA2"});
-    const auto unasked = std::make_shared<FoundService>("FFA0");
-    unasked->found.reset();
-    const auto second = std::make_shared<FoundService>("FFA0", std::vector<std::string_view>{"FFA2", "FFA3"});
-    peripheral->found = {{std::make_shared<FoundService>("FFF0", std::vector<std::string_view>{"FFA3"}),
-                          first, unasked, second}};
-    EXPECT_EQ(lookUp("FFA3", "FFA0"), (*second->found)[1]);
-    EXPECT_EQ(lookUp("FFA2", "0000FFA0-0000-1000-8000-00805F9B34FB"), (*first->found)[0]);
+    const auto first = foundService("FFA0", {"FFA2"});
+    const auto unasked = foundService("FFA0");
+    const auto second = foundService("FFA0", {"FFA2", "FFA3"});
+    peripheral->found = {{foundService("FFF0", {"FFA3"}), first, unasked, second}};
+    EXPECT_EQ(lookUp("FFA3", "FFA0"), second->characteristics()->at(1));
+    EXPECT_EQ(lookUp("FFA2", "0000FFA0-0000-1000-8000-00805F9B34FB"), first->characteristics()->at(0));
     EXPECT_EQ(lookUp("FFA4", "FFA0"), nullptr);
     EXPECT_EQ(lookUp("FFA0", "FFA3"), nullptr);
     EXPECT_EQ(lookUp("FFA3", "FFE0"), nullptr);
@@ -274,18 +268,19 @@ TEST_F(ConnectionTest, EachCommandSendsItsOneRequest) {
     manager->buttonModeForBeaconWithCompletion(record, never);
     manager->temperatureForBeaconWithCompletion(record, never);
     manager->firmwareVersionForBeaconWithCompletion(record, never);
-    manager->setAccelerometerNotificationsForBeacon(true, record);
-    manager->setBatteryNotificationsForBeacon(true, record);
-    manager->setTemperatureNotificationsForBeacon(true, record);
-    manager->setButtonActionsNotificationsForBeacon(false, record);
-    EXPECT_THAT(peripheral->takeCalls(),
-                ElementsAre("write 2A06 1 type 1", "write " + modeUUID + " 2 type 0",
-                            "write " + modeUUID + " 255 type 0", "read " + modeUUID, "read FFF2", "read 2A26",
-                            "subscribe FFA2", "subscribe FFA3", "subscribe FFA4", "subscribe 2A19",
-                            "unsubscribe FFE1"));
-    peripheral->found = {
-        {std::make_shared<FoundService>("FFA0", std::vector<std::string_view>{"FFA4", "FFA2"}),
-         std::make_shared<FoundService>(configurationUUID, std::vector<std::string_view>{"FFF2"})}};
+    EXPECT_THAT(peripheral->takeCalls(), ElementsAre("write 2A06 1 type 1", "write " + modeUUID + " 2 type 0",
+                                                     "write " + modeUUID + " 255 type 0", "read " + modeUUID,
+                                                     "read FFF2", "read 2A26"));
+    for (const bool enabled : {true, false}) {
+        manager->setAccelerometerNotificationsForBeacon(enabled, record);
+        manager->setBatteryNotificationsForBeacon(enabled, record);
+        manager->setTemperatureNotificationsForBeacon(enabled, record);
+        manager->setButtonActionsNotificationsForBeacon(enabled, record);
+        const std::string call = enabled ? "subscribe " : "unsubscribe ";
+        EXPECT_THAT(peripheral->takeCalls(),
+                    ElementsAre(call + "FFA2", call + "FFA3", call + "FFA4", call + "2A19", call + "FFE1"));
+    }
+    peripheral->found = {{foundService("FFA0", {"FFA4", "FFA2"}), foundService(configurationUUID, {"FFF2"})}};
     manager->setAccelerometerNotificationsForBeacon(false, record);
     manager->setTemperatureNotificationsForBeacon(true, record);
     manager->pingBeacon(record);
@@ -295,7 +290,6 @@ TEST_F(ConnectionTest, EachCommandSendsItsOneRequest) {
 }
 
 TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
-    using Lines = std::vector<std::string>;
     struct Row {
         std::string uuid;
         std::optional<std::vector<std::uint8_t>> value;
@@ -322,8 +316,9 @@ TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
          {"temperature 65535", temperature + "65535"},
          {}},
         {"FFF2", {{0x2C}}, {"temperature 44", temperature + "44"}, {}},
-        {"FFA3", {{0xAA, 0x01, 0x02}}, {axisY + "258"}, {"AxisY: 258"}},
         {"FFA3", {{}}, {axisY + "0"}, {"AxisY: 0"}},
+        {"FFA3", {{0xAA, 0x01, 0x02}}, {axisY + "258"}, {"AxisY: 258"}},
+        {"FFA4", {{0x07}}, {"ZOKBeaconDidAccelerometerAxisZChangeNotification 7"}, {"AxisZ: 7"}},
         {modeUUID, {{0xFF, 0xFE}}, {mode + "65534"}, {"ButtonMode: 65534"}},
         {modeUUID, {{0x02}}, {mode + "2"}, {"ButtonMode: 2"}},
         {"2A26", {{'1', '.', '2', 0, 'A'}}, {firmware + "1.2"}, {}},
@@ -337,6 +332,7 @@ TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
         deliver(row.uuid, row.value);
         EXPECT_EQ(takeEvents(), row.events) << row.uuid;
         EXPECT_EQ(takeLog(), row.log);
+        EXPECT_EQ(std::exchange(application->lastRecord, {}).lock(), row.events.empty() ? nullptr : record);
         if (row.uuid == "2A26") {
             const auto expected =
                 row.events.empty() ? std::nullopt : std::optional(row.events[0].substr(firmware.size()));
@@ -348,8 +344,14 @@ TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
     }
     EXPECT_FALSE(record->batteryLevel().hasValue());
     EXPECT_FALSE(record->temperature().hasValue());
+    manager->peripheralDidReadRSSIError(peripheral, NSNumber::numberWithInt(-70), nullptr);
+    manager->peripheralDidReadRSSIError(peripheral, NSNumber::numberWithInt(-71), &ended);
     manager->peripheralDidWriteValueForCharacteristicError(peripheral, nullptr, &ended);
-    EXPECT_THAT(takeEvents(), IsEmpty());
+    EXPECT_THAT(takeEvents(), ElementsAre("ZOKBeaconDidRSSIChangeNotification"));
+    EXPECT_EQ(application->lastSignal, NSNumber::numberWithInt(-70));
+    EXPECT_EQ(application->lastRecord.lock(), record);
+    EXPECT_EQ(record->rssi(), 0);
+    EXPECT_EQ(record->accelerometer(), (ZOKAccelerometerAxes{0, 258, 7}));
 }
 
 TEST_F(ConnectionTest, AValueIsToldThenLoggedThenStored) {
@@ -370,9 +372,6 @@ TEST_F(ConnectionTest, AValueIsToldThenLoggedThenStored) {
     EXPECT_THAT(steps,
                 ElementsAre("ZOKBeaconDidAccelerometerAxisXChangeNotification 65534", "AxisX: 65534 of 5",
                             "ZOKBeaconButtonModeNotification 1", "ButtonMode: 1 of 5"));
-    application->onEvent = [](const auto& /*event*/) {};
-    deliver("FFA4", {{0, 9}});
-    EXPECT_EQ(record->accelerometer(), (ZOKAccelerometerAxes{5, 2, 9}));
 }
 
 TEST_F(ConnectionTest, ValuesOfAnUnknownPeripheralAreToldWithoutARecord) {
@@ -385,29 +384,6 @@ TEST_F(ConnectionTest, ValuesOfAnUnknownPeripheralAreToldWithoutARecord) {
                             "ZOKBeaconDidRSSIChangeNotification of nothing"));
     const std::string unknown = "No beacon returned from peripheral";
     EXPECT_THAT(takeLog(), ElementsAre(unknown, unknown, unknown, unknown, "AxisX: 1", unknown, unknown));
-}
-
-TEST_F(ConnectionTest, NotificationsCarryTheRecordAndANumberOfTheRightKind) {
-    manager->addLiveBeacon(record);
-    std::vector<NSNumber> numbers;
-    for (const auto name :
-         {ZOKBeaconDidTemperatureChangeNotification, ZOKBeaconButtonModeNotification,
-          ZOKBeaconDidAccelerometerAxisZChangeNotification, ZOKBeaconDidRSSIChangeNotification}) {
-        platform.notificationCenter().addObserverForNameObjectUsingBlock(
-            name, record, [&](const NSNotification& notification) {
-                EXPECT_EQ(notification.object, record);
-                numbers.push_back(std::get<NSNumber>(*notification.userInfo.objectForKey("value")));
-            });
-    }
-    deliver("FFF2", {{0xFF, 0xFF}});
-    deliver(modeUUID, {{0, 1}});
-    deliver("FFA4", {{0, 2}});
-    manager->peripheralDidReadRSSIError(peripheral, NSNumber::numberWithInt(-70), nullptr);
-    manager->peripheralDidReadRSSIError(peripheral, NSNumber::numberWithInt(-71), &ended);
-    EXPECT_THAT(numbers,
-                ElementsAre(NSNumber::numberWithUnsignedShort(65535), NSNumber::numberWithUnsignedShort(1),
-                            NSNumber::numberWithUnsignedShort(2), NSNumber::numberWithInt(-70)));
-    EXPECT_EQ(record->rssi(), 0);
 }
 
 TEST_F(ConnectionTest, AnRSSITimerLastsUntilItIsStopped) {

@@ -1,14 +1,17 @@
 // What a repeated advertisement of a live beacon allocates, through a forwarding layer. A program of its own,
 // which counts.
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <new>
 #include <vector>
 
+#include "Application.h"
 #include "Layers.h"
 #include "SeamRecorders.h"
 #include "ZobiConnectKit/simulation/PayloadEncoder.h"
-#include "support.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
@@ -38,9 +41,7 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
     simulated->log().setSink(nullptr);
     Layer platform(std::move(simulated));
     const auto manager = ZOKManager::managerOnPlatform(platform);
-    const auto delegate = std::make_shared<RecordingDelegate>();
-    delegate->expectedManager = manager;
-    manager->setDelegate(delegate);
+    const auto application = Application::of(manager);
     platform.runLoop().processPending();
     const auto payload = zobi::encodePayload({.major = 1, .minor = 7});
     const std::vector<zobi::platform::CBServiceData> serviceData{
@@ -48,7 +49,7 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
         {zobi::platform::CBUUID::UUIDWithString("180A"), payload}};
     const zobi::platform::CBAdvertisementData data{"morvane", serviceData};
     const auto central = manager->centralManager();
-    const auto handle = std::make_shared<RecordingPeripheral>();
+    const auto handle = RecordingPeripheral::make();
     const auto advertise = [&] {
         dynamic_cast<zobi::platform::CBCentralManagerDelegate&>(*central)
             .centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(

@@ -1,8 +1,7 @@
 // The state of Bluetooth; starting, stopping and restarting the scan; foreground and background.
 
-#include <stdexcept>
-
-#include "support.h"
+#include "ManagerTest.h"
+#include "SeamRecorders.h"
 
 namespace {
 
@@ -24,7 +23,7 @@ TEST_F(MonitoringTest, TheVersionSymbolsStand) {
 TEST_F(MonitoringTest, EveryStateIsLoggedAndPassedOnAndStartsNothing) {
     EXPECT_THAT(takeLog(), ElementsAre("centralManagerDidUpdateState", "---->centralManagerDidUpdateState",
                                        "----->State powered up and ready (CBCentralManagerStatePoweredOn)"));
-    EXPECT_THAT(delegate->states, ElementsAre(5));
+    EXPECT_THAT(takeEvents(), ElementsAre("state 5"));
     const std::vector<std::pair<int, std::string>> states{
         {0, "----->State unknown (CBCentralManagerStateUnknown)"},
         {1, "----->State resetting (CBCentralManagerStateUnknown)"},
@@ -38,11 +37,19 @@ TEST_F(MonitoringTest, EveryStateIsLoggedAndPassedOnAndStartsNothing) {
         setRadio(static_cast<CBManagerState>(state));
         EXPECT_THAT(takeLog(),
                     ElementsAre("centralManagerDidUpdateState", "---->centralManagerDidUpdateState", line));
-        EXPECT_EQ(delegate->states.back(), state);
+        EXPECT_THAT(takeEvents(), ElementsAre("state " + std::to_string(state)));
     }
     EXPECT_FALSE(manager->isMonitoring());
     EXPECT_FALSE(isScanning());
     EXPECT_EQ(loop.timerCount(), 0U);
+
+    const auto other = RecordingCentral::make();
+    platform.log().setSink([&](std::string_view line) {
+        if (line.starts_with("----->")) other->theState = CBManagerState::resetting;
+    });
+    manager->centralManagerDidUpdateState(*other);
+    EXPECT_THAT(takeEvents(), ElementsAre("state 1"))
+        << "that of the central that reports it, at the moment of the report";
 }
 
 TEST_F(MonitoringTest, StartsTimersAtOnceAndTheScanInALaterTurn) {
@@ -64,14 +71,16 @@ TEST_F(MonitoringTest, StartsTimersAtOnceAndTheScanInALaterTurn) {
     EXPECT_THAT(takeLog(), ElementsAre("StopMonitoring"));
     EXPECT_FALSE(isScanning());
     EXPECT_EQ(loop.timerCount(), 0U);
-    EXPECT_NE(manager->updateRangedBeaconsTimer(), nullptr);
+    for (const auto& timer : {manager->updateRangedBeaconsTimer(), manager->checkRangedBeaconsTimer(),
+                              manager->updateRestartMonitoringTimer()}) {
+        EXPECT_TRUE(timer && !timer->isValid()) << "the field keeps it";
+    }
     manager->stopMonitoring();
     EXPECT_THAT(takeLog(), ElementsAre("StopMonitoring"));
 }
 
 TEST_F(MonitoringTest, ScansForTheBeaconServiceWithDuplicatesInTheForegroundOnly) {
-    int heard = 0;
-    delegate->onButton = [&] { ++heard; };
+    takeEvents();
     addBeacon({.minor = 1, .buttonAction = 1, .advertisingInterval = 0.5}).comeIntoRange();
     addBeacon({.minor = 2,
                .buttonAction = 1,
@@ -79,11 +88,11 @@ TEST_F(MonitoringTest, ScansForTheBeaconServiceWithDuplicatesInTheForegroundOnly
         .comeIntoRange();
     manager->startMonitoring();
     pass(2.4);
-    EXPECT_EQ(heard, 5) << "every advertisement of the one beacon that has the service";
+    EXPECT_EQ(takeEvents(), Events(5, "button 0"))
+        << "every advertisement of the one beacon that has the service";
     platform.application().setApplicationState(UIApplicationState::background);
-    heard = 0;
     pass(10);
-    EXPECT_EQ(heard, 1) << "each beacon once in a scan";
+    EXPECT_THAT(takeEvents(), ElementsAre("button 0")) << "each beacon once in a scan";
     EXPECT_EQ(manager->liveBeacons().size(), 1U);
 }
 
@@ -98,9 +107,9 @@ TEST_F(MonitoringTest, AStartWhileMonitoringOnlyRestartsTheRangingTimers) {
     EXPECT_EQ(manager->updateRestartMonitoringTimer(), restart);
     EXPECT_FALSE(report->isValid());
     pass(0.75);
-    EXPECT_THAT(delegate->reports, IsEmpty()) << "the phase starts anew";
+    EXPECT_THAT(application->reports, IsEmpty()) << "the phase starts anew";
     pass(0.25);
-    EXPECT_EQ(delegate->reports.size(), 1U);
+    EXPECT_EQ(application->reports.size(), 1U);
     EXPECT_EQ(loop.timerCount(), 3U);
 }
 
@@ -116,30 +125,27 @@ TEST_F(MonitoringTest, WithoutBluetoothOnlyTheRangingTimersRunAndNothingTriesAga
     platform.application().setApplicationState(UIApplicationState::background);
     platform.application().setApplicationState(UIApplicationState::active);
     pass(60);
-    EXPECT_EQ(delegate->reports.size(), 60U);
+    EXPECT_EQ(application->reports.size(), 60U);
     EXPECT_FALSE(isScanning());
 }
 
-TEST_F(MonitoringTest, AnApplicationThatComesLateMonitorsByTheStateOfTheCentral) {
-    zobi::monitorIfPoweredOn(*manager, static_cast<int>(manager->centralManager()->state()));
-    loop.processPending();
-    EXPECT_TRUE(isScanning());
-}
-
-TEST_F(MonitoringTest, AStopInTheTurnOfTheStartStillLetsTheQueuedScanBegin) {
+TEST_F(MonitoringTest, AStopInTheTurnOfTheStartStillLetsTheQueuedScanBeginWhichFollowsNothing) {
     manager->startMonitoring();
     manager->stopMonitoring();
     EXPECT_FALSE(manager->isMonitoring());
     loop.processPending();
     EXPECT_TRUE(isScanning());
     EXPECT_EQ(loop.timerCount(), 0U);
+    takeLog();
+    platform.application().setApplicationState(UIApplicationState::background);
+    EXPECT_THAT(takeLog(), IsEmpty());
 }
 
 TEST_F(MonitoringTest, TheScanRestartsEvery30SecondsInTheForegroundWithDuplicates) {
     manager->startMonitoringWithAllowDuplicate(false);
     addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
     pass(29);
-    EXPECT_EQ(delegate->buttons.size(), 1U);
+    EXPECT_EQ(application->buttons.size(), 1U);
     takeLog();
     bool wasScanning = true;
     platform.log().setSink([&](std::string_view line) {
@@ -152,37 +158,30 @@ TEST_F(MonitoringTest, TheScanRestartsEvery30SecondsInTheForegroundWithDuplicate
     EXPECT_FALSE(wasScanning) << "the scan is stopped before it starts again";
     EXPECT_TRUE(manager->isMonitoring());
     pass(10);
-    EXPECT_EQ(delegate->buttons.size(), 11U);
+    EXPECT_EQ(application->buttons.size(), 11U);
     pass(20);
     EXPECT_THAT(takeLog(), ::testing::Contains("---->Restarting Monitoring timer").Times(1));
-    EXPECT_THAT(delegate->reports, IsEmpty()) << "the ranging timers are startMonitoring's alone";
+    EXPECT_THAT(application->reports, IsEmpty()) << "the ranging timers are startMonitoring's alone";
 }
 
-TEST_F(MonitoringTest, TheRestartTimerIsSpentInTheBackground) {
-    platform.application().setApplicationState(UIApplicationState::background);
-    takeLog();
-    manager->startMonitoring();
-    loop.processPending();
-    EXPECT_THAT(takeLog(),
-                ElementsAre("StartMonitoring with active: NO", "Restarting updateRestartMonitoringTimer",
-                            "Starting background monitoring for community scanning with allowDuplicate: NO"));
-    pass(100);
-    EXPECT_THAT(takeLog(), IsEmpty());
-    EXPECT_TRUE(manager->isMonitoring());
-    EXPECT_TRUE(isScanning());
-    EXPECT_FALSE(manager->updateRestartMonitoringTimer()->isValid());
-    EXPECT_EQ(loop.timerCount(), 2U);
-}
-
-TEST_F(MonitoringTest, AnInactiveApplicationScansAsInTheBackground) {
-    platform.application().setApplicationState(UIApplicationState::inactive);
-    takeLog();
-    manager->startMonitoringWithAllowDuplicate(true);
-    loop.processPending();
-    EXPECT_THAT(
-        takeLog(),
-        ElementsAre("Restarting updateRestartMonitoringTimer",
-                    "Starting background monitoring for community scanning with allowDuplicate: YES"));
+TEST_F(MonitoringTest, TheRestartTimerIsSpentWhileTheApplicationIsNotActive) {
+    for (const auto state : {UIApplicationState::background, UIApplicationState::inactive}) {
+        for (const bool allowDuplicate : {false, true}) {
+            platform.application().setApplicationState(state);
+            takeLog();
+            manager->startMonitoringWithAllowDuplicate(allowDuplicate);
+            pass(100);
+            EXPECT_THAT(
+                takeLog(),
+                ElementsAre("Restarting updateRestartMonitoringTimer",
+                            "Starting background monitoring for community scanning with allowDuplicate: " +
+                                std::string(allowDuplicate ? "YES" : "NO")));
+            EXPECT_TRUE(isScanning());
+            EXPECT_FALSE(manager->updateRestartMonitoringTimer()->isValid());
+            EXPECT_EQ(loop.timerCount(), 0U);
+            manager->stopMonitoring();
+        }
+    }
 }
 
 TEST_F(MonitoringTest, PowerOffEndsTheScanButNotMonitoringUntilTheRestartIsRefused) {
@@ -203,7 +202,7 @@ TEST_F(MonitoringTest, PowerOffEndsTheScanButNotMonitoringUntilTheRestartIsRefus
     platform.application().setApplicationState(UIApplicationState::background);
     pass(60);
     EXPECT_FALSE(isScanning());
-    EXPECT_EQ(delegate->reports.size(), 90U);
+    EXPECT_EQ(application->reports.size(), 90U);
 }
 
 TEST_F(MonitoringTest, ARunningScanFollowsTheApplication) {
@@ -217,7 +216,7 @@ TEST_F(MonitoringTest, ARunningScanFollowsTheApplication) {
                             "Restarting updateRestartMonitoringTimer",
                             "Starting background monitoring for community scanning with allowDuplicate: NO"));
     pass(0.75);
-    EXPECT_THAT(delegate->reports, IsEmpty()) << "the ranging timers start anew";
+    EXPECT_THAT(application->reports, IsEmpty()) << "the ranging timers start anew";
     takeLog();
     platform.application().setApplicationState(UIApplicationState::active);
     loop.processPending();
@@ -233,19 +232,19 @@ TEST_F(MonitoringTest, ARunningScanFollowsTheApplication) {
 
 TEST_F(MonitoringTest, ADelegateMayVanishStopOrStartInsideItsCallbacks) {
     manager->startMonitoring();
-    delegate->onReport = [&] { manager->stopMonitoring(); };
+    application->onReport = [&] { manager->stopMonitoring(); };
     pass(3);
-    EXPECT_EQ(delegate->reports.size(), 1U);
+    EXPECT_EQ(application->reports.size(), 1U);
     EXPECT_EQ(loop.timerCount(), 0U);
 
-    delegate->onReport = [&] { manager->startMonitoring(); };
+    application->onReport = [&] { manager->startMonitoring(); };
     manager->startMonitoring();
     pass(3);
-    EXPECT_EQ(delegate->reports.size(), 4U);
+    EXPECT_EQ(application->reports.size(), 4U);
     EXPECT_EQ(loop.timerCount(), 3U);
 
-    std::weak_ptr<RecordingDelegate> weak = delegate;
-    delegate->onReport = [this] { delegate.reset(); };
+    const std::weak_ptr<Application> weak = application;
+    application->onReport = [this] { application.reset(); };
     pass(1);
     EXPECT_TRUE(weak.expired());
     EXPECT_EQ(manager->delegate(), nullptr);
@@ -254,43 +253,12 @@ TEST_F(MonitoringTest, ADelegateMayVanishStopOrStartInsideItsCallbacks) {
     EXPECT_EQ(manager->liveBeacons().size(), 1U) << "the library goes on without a delegate";
 }
 
-TEST_F(MonitoringTest, AnExceptionOfADelegateLeavesTheLoopAndNothingIsLost) {
-    addBeacon({.minor = 1, .buttonAction = 1}).comeIntoRange();
-    manager->startMonitoring();
-    delegate->onReport = [] { throw std::runtime_error("from a report"); };
-    delegate->onButton = [] { ZOKProtocolUtils::beaconFromData({}); };
-    EXPECT_THROW(pass(10), zobi::platform::DataRangeError) << "the application's own bytes, not the beacon's";
-    EXPECT_THROW(pass(10), std::runtime_error);
-    delegate->onReport = [] {};
-    delegate->onButton = [] {};
-    pass(2);
-    EXPECT_EQ(delegate->reports.size(), 2U);
-    EXPECT_EQ(manager->liveBeacons().size(), 1U);
-}
-
-TEST_F(MonitoringTest, TheStateIsThatOfTheCentralThatReportsIt) {
-    const auto other = platform.makeCentralManager(manager);
-    delegate->states.clear();
-    manager->centralManagerDidUpdateState(*other);
-    EXPECT_THAT(delegate->states, ElementsAre(0)) << "the other has not started, the manager's own has";
-}
-
 TEST_F(MonitoringTest, TheApplicationStateCountsAtTheStartOfTheScanNotWhenItBegins) {
     manager->startMonitoringWithAllowDuplicate(true);
     manager->setMonitoring(false);
     platform.application().setApplicationState(UIApplicationState::background);
     takeLog();
     loop.processPending();
-    EXPECT_THAT(takeLog(), IsEmpty());
-}
-
-TEST_F(MonitoringTest, AScanThatRunsWithoutMonitoringDoesNotFollowTheApplication) {
-    manager->startMonitoring();
-    manager->stopMonitoring();
-    loop.processPending();
-    ASSERT_TRUE(isScanning());
-    takeLog();
-    platform.application().setApplicationState(UIApplicationState::background);
     EXPECT_THAT(takeLog(), IsEmpty());
 }
 
@@ -310,13 +278,13 @@ TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {
         own.log().setSink(nullptr);
         zobi::addBeacon(own.world(), {}).comeIntoRange();
         outlives = ZOKManager::managerOnPlatform(own);
-        const auto dies = ZOKManager::managerOnPlatform(own);
-        weak = dies;
+        weak = ZOKManager::managerOnPlatform(own);
         own.runLoop().processPending();
-        dies->startMonitoring();
+        ASSERT_FALSE(weak.expired()) << "the application needs no reference of its own";
+        weak.lock()->startMonitoring();
         outlives->startMonitoring();
         own.runLoop().runFor(1.5);
-        EXPECT_EQ(dies->liveBeacons().size(), 1U);
+        EXPECT_EQ(weak.lock()->liveBeacons().size(), 1U);
     }
     EXPECT_TRUE(weak.expired());
     EXPECT_EQ(outlives->liveBeacons().size(), 1U);

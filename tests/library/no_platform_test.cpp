@@ -1,26 +1,28 @@
 // A process that installs no platform: everything works but the radio. A program of its own, for the first
 // use decides.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <stdexcept>
 
-#include "support.h"
+#include "Application.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
 TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     ::testing::internal::CaptureStderr();
     EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), zobi::platform::DataRangeError);
-    const auto delegate = std::make_shared<RecordingDelegate>();
     const auto manager = ZOKManager::shared();
-    delegate->expectedManager = manager;
-    manager->setDelegate(delegate);
+    const auto application = Application::of(manager);
     auto& loop = zobi::platform::Platform::current().runLoop();
     manager->startMonitoring();
-    delegate->onReport = [&] { loop.stop(); };
+    application->onReport = [&] { loop.stop(); };
     manager->updateRangedBeaconsTimerFired(nullptr);
     loop.run();
     loop.processPending();
-    EXPECT_THAT(delegate->states, ::testing::ElementsAre(2));
+    EXPECT_THAT(application->events, ::testing::ElementsAre("state 2"));
     EXPECT_FALSE(manager->isMonitoring());
     EXPECT_THROW(
         zobi::platform::Platform::install(std::make_unique<zobi::platform::simulation::SimulatedPlatform>(

@@ -1,9 +1,8 @@
 // From the bytes of an advertisement to a record, and from a simulated beacon to the bytes.
 
-#include "payload_table.h"
-
+#include "ManagerTest.h"
 #include "ZobiConnectKit/simulation/PayloadEncoder.h"
-#include "support.h"
+#include "payload_table.h"
 
 namespace {
 
@@ -91,11 +90,10 @@ TEST_F(PayloadTest, ASimulatedBeaconSendsTheBytesOfItsLayout) {
         payload[6] = 0;
         return payload;
     };
-    EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[0]));
-    beacon.layoutVersion = 2;
-    EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[1]));
-    beacon.layoutVersion = 1;
-    EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[2]));
+    for (const std::size_t row : {0U, 1U, 2U}) {
+        beacon.layoutVersion = static_cast<std::int8_t>(3 - row);
+        EXPECT_EQ(encodePayload(beacon), expected(payloadCases()[row]));
+    }
     beacon.layoutVersion = -1;
     EXPECT_EQ(encodePayload(beacon).size(), 13U);
     EXPECT_EQ(decode(encodePayload(beacon))->scanRspVersion().integerValue(), -1);

@@ -1,8 +1,8 @@
 // Advertisements and the live beacons; the report each second, the expiry of silent beacons.
 
+#include "ManagerTest.h"
 #include "SeamRecorders.h"
 #include "ZobiConnectKit/simulation/PayloadEncoder.h"
-#include "support.h"
 
 namespace {
 
@@ -50,41 +50,6 @@ TEST_F(RangingTest, ABeaconBecomesARecordAndLaterAdvertisementsOnlyStampIt) {
     EXPECT_EQ(record->rssi(), 0);
 }
 
-TEST_F(RangingTest, AnotherBeaconOfTheSameNumbersOnlyStampsTheLiveRecord) {
-    addBeacon({.macAddress = {0, 0, 0, 0, 0, 1},
-               .major = 1,
-               .minor = 7,
-               .layoutVersion = 3,
-               .buttonAction = 1,
-               .advertisingInterval = 60})
-        .comeIntoRange();
-    pass(0.5);
-    const auto record = manager->liveBeacons().at(0);
-    const auto peripheral = record->peripheral();
-    addBeacon(
-        {.macAddress = {0, 0, 0, 0, 0, 2}, .major = 1, .minor = 7, .layoutVersion = 2, .buttonAction = 2})
-        .comeIntoRange();
-    pass(5.25);
-    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
-    EXPECT_EQ(record->macAddress(), "000000000001");
-    EXPECT_EQ(record->scanRspVersion().integerValue(), 3);
-    EXPECT_EQ(record->advertAction().integerValue(), 1);
-    EXPECT_EQ(record->peripheral(), peripheral);
-    EXPECT_NE(delegate->buttons.back().second->peripheral(), peripheral);
-    EXPECT_EQ(record->timestamp(), static_cast<std::int64_t>(wallTime()));
-}
-
-TEST_F(RangingTest, LiveBeaconsStandInTheOrderTheyWereFirstSeenIn) {
-    for (const int minor : {3, 1, 2}) {
-        addBeacon({.minor = static_cast<std::uint16_t>(minor)}).comeIntoRange();
-        pass(0.3);
-    }
-    pass(5);
-    std::vector<int> order;
-    for (const auto& record : delegate->reports.back()) order.push_back(record->minor().integerValue());
-    EXPECT_THAT(order, ElementsAre(3, 1, 2));
-}
-
 TEST_F(RangingTest, OnlyTheExactNameWithDeviceInformationIsAccepted) {
     for (const char* name : {"morvan", "morvane2", "Morvane", "morvane ", ""}) {
         addBeacon({.minor = 1, .buttonAction = 1, .localName = name}).comeIntoRange();
@@ -97,22 +62,24 @@ TEST_F(RangingTest, OnlyTheExactNameWithDeviceInformationIsAccepted) {
     addBeacon({.localName = "other", .serviceData = {{{deviceInformation, {1, 2, 3}}}}}).comeIntoRange();
     pass(3);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
-    EXPECT_THAT(delegate->buttons, IsEmpty());
+    EXPECT_THAT(application->buttons, IsEmpty());
     EXPECT_THAT(takeLog(), IsEmpty());
 }
 
-TEST_F(RangingTest, AllServiceDataIsWalkedInItsOrder) {
-    const auto first = encodePayload({.minor = 1, .buttonAction = 1});
-    const auto second = encodePayload({.minor = 2, .buttonAction = 2});
+TEST_F(RangingTest, AllServiceDataIsWalkedAndTheLiveBeaconsStandInItsOrder) {
+    const auto first = encodePayload({.minor = 2, .buttonAction = 1});
+    const auto second = encodePayload({.minor = 1, .buttonAction = 2});
     addBeacon({.serviceData = {{{battery, {}},
                                 {deviceInformation, first},
                                 {CBUUID::UUIDWithString("0000180a-0000-1000-8000-00805f9b34fb"), second}}}})
         .comeIntoRange();
-    pass(0.5);
-    ASSERT_EQ(delegate->buttons.size(), 2U);
-    EXPECT_EQ(delegate->buttons[0].first, 0);
-    EXPECT_EQ(delegate->buttons[1].first, 1);
-    EXPECT_EQ(manager->liveBeacons().size(), 2U);
+    takeEvents();
+    pass(1.5);
+    EXPECT_THAT(takeEvents(), ElementsAre("button 0", "button 1", "button 0", "button 1"))
+        << "of live beacons too";
+    std::vector<int> minors;
+    for (const auto& record : manager->liveBeacons()) minors.push_back(record->minor().integerValue());
+    EXPECT_THAT(minors, ElementsAre(2, 1));
 }
 
 TEST_F(RangingTest, AButtonIsReportedOncePerAdvertisementWithTheFreshRecord) {
@@ -122,8 +89,8 @@ TEST_F(RangingTest, AButtonIsReportedOncePerAdvertisementWithTheFreshRecord) {
     beacon.setBatteryLevel(42);
     beacon.pressButton(3, 3);
     pass(10);
-    ASSERT_EQ(delegate->buttons.size(), 3U) << "there is no edge detection";
-    for (const auto& [action, record] : delegate->buttons) {
+    ASSERT_EQ(application->buttons.size(), 3U) << "there is no edge detection";
+    for (const auto& [action, record] : application->buttons) {
         EXPECT_EQ(record->peripheral(), manager->liveBeacons()[0]->peripheral());
         EXPECT_EQ(action, 2);
         EXPECT_EQ(record->advertBatteryLevel().integerValue(), 42);
@@ -131,13 +98,13 @@ TEST_F(RangingTest, AButtonIsReportedOncePerAdvertisementWithTheFreshRecord) {
     }
     for (const int code : {0, -1, -128, 4, 127})
         beacon.pressButton(static_cast<std::int8_t>(code), 2), pass(2);
-    EXPECT_EQ(delegate->buttons.size(), 3U);
+    EXPECT_EQ(application->buttons.size(), 3U);
 }
 
 TEST_F(RangingTest, TheButtonIsReportedBeforeTheListIsConsulted) {
     std::vector<std::size_t> live;
-    delegate->onButton = [&] {
-        EXPECT_NE(delegate->buttons.back().second->peripheral(), nullptr);
+    application->onEvent = [&](const auto& /*button*/) {
+        EXPECT_NE(application->buttons.back().second->peripheral(), nullptr);
         live.push_back(manager->liveBeacons().size());
         manager->setLiveBeacons({});
     };
@@ -162,9 +129,15 @@ TEST_F(RangingTest, TheListHoldsAnObjectOnceAndABeaconPerhapsTwice) {
     addBeacon({.major = 1, .minor = 7}).comeIntoRange();
     pass(0.5);
     EXPECT_THAT(manager->liveBeacons(), ElementsAre(first, second));
-    EXPECT_GT(first->timestamp(), 0);
-    EXPECT_EQ(first->timestamp(), second->timestamp());
+    for (const auto& record : {first, second}) {
+        EXPECT_GT(record->timestamp(), 0) << "it is only stamped, whoever has its numbers";
+        EXPECT_FALSE(record->peripheral() || record->macAddress() || record->scanRspVersion().hasValue());
+    }
 
+    const auto handle = RecordingPeripheral::make();
+    for (const auto& record : {first, second}) record->setPeripheral(handle);
+    EXPECT_EQ(manager->beaconFromPeripheral(handle), first);
+    second->setPeripheral(nullptr);
     takeLog();
     EXPECT_EQ(manager->beaconFromPeripheral(nullptr), nullptr)
         << "records without a peripheral are not its own";
@@ -186,21 +159,22 @@ TEST_F(RangingTest, AMalformedPayloadCostsOneLineAndThatAdvertisement) {
                             "Advertisement from ABCDEF123456 dropped: 6 bytes at offset 0 read from data of "
                             "0 bytes"));
     pass(2);
-    EXPECT_EQ(delegate->buttons.size(), 3U);
+    EXPECT_EQ(application->buttons.size(), 3U);
     EXPECT_EQ(manager->liveBeacons().size(), 1U);
 }
 
 TEST_F(RangingTest, TheReportIsASnapshotOfTheLiveRecordsEachSecond) {
     pass(2);
-    EXPECT_THAT(delegate->reports, ElementsAre(IsEmpty(), IsEmpty()));
+    EXPECT_THAT(application->reports, ElementsAre(IsEmpty(), IsEmpty()));
     const auto first = makeRecord(1, 1, 1);
     const auto second = makeRecord(1, 2, 1);
     manager->setLiveBeacons({first, second});
-    delegate->onReport = [&] { manager->setLiveBeacons({second}); };
+    application->onReport = [&] { manager->setLiveBeacons({second}); };
     pass(1);
-    EXPECT_THAT(delegate->reports.back(), ElementsAre(first, second)) << "the list changed under the report";
+    EXPECT_THAT(application->reports.back(), ElementsAre(first, second))
+        << "the list changed under the report";
     pass(1);
-    EXPECT_THAT(delegate->reports.back(), ElementsAre(second));
+    EXPECT_THAT(application->reports.back(), ElementsAre(second));
 }
 
 TEST_F(RangingTest, ARecordExpiresJustAfter20SecondsAndNotBefore) {
@@ -225,7 +199,7 @@ TEST_F(RangingTest, ARecordExpiresJustAfter20SecondsAndNotBefore) {
 
 TEST_F(RangingTest, AConnectedRecordIsStampedInsteadAndAgesAfterwards) {
     setWallTime(1'700'000'100.75);
-    const auto handle = std::make_shared<RecordingPeripheral>();
+    const auto handle = RecordingPeripheral::make();
     handle->theState = CBPeripheralState::connected;
     const auto record = makeRecord(1, 1, 1'700'000'000);
     record->setPeripheral(handle);
@@ -244,6 +218,10 @@ TEST_F(RangingTest, AConnectedRecordIsStampedInsteadAndAgesAfterwards) {
         check();
         EXPECT_THAT(manager->liveBeacons(), IsEmpty());
     }
+    manager->setLiveBeacons({record});
+    platform.log().setSink([&](auto /*line*/) { handle->theState = CBPeripheralState::connected; });
+    check();
+    EXPECT_EQ(manager->liveBeacons().size(), 1U) << "connected since it was looked at first";
 }
 
 TEST_F(RangingTest, ASilentBeaconLeavesWithin30SecondsAndComesBackAsANewRecord) {
@@ -253,8 +231,8 @@ TEST_F(RangingTest, ASilentBeaconLeavesWithin30SecondsAndComesBackAsANewRecord) 
     beacon.goOutOfRange();
     const auto record = manager->liveBeacons()[0];
     pass(20);
-    EXPECT_EQ(delegate->reports.back().size(), 1U);
-    const auto before = delegate->reports.back();
+    EXPECT_EQ(application->reports.back().size(), 1U);
+    const auto before = application->reports.back();
     pass(5);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
     EXPECT_THAT(before, ElementsAre(record)) << "an earlier list keeps its records";
@@ -266,44 +244,35 @@ TEST_F(RangingTest, ASilentBeaconLeavesWithin30SecondsAndComesBackAsANewRecord) 
         << "one handle over all its lives";
 }
 
-TEST_F(RangingTest, InTheBackgroundTheListRunsEmptyAsEachBeaconIsHeardOnce) {
-    addBeacon({.minor = 1}).comeIntoRange();
-    platform.application().setApplicationState(zobi::platform::UIApplicationState::background);
-    pass(20);
-    EXPECT_EQ(manager->liveBeacons().size(), 1U);
-    pass(10);
-    EXPECT_THAT(manager->liveBeacons(), IsEmpty());
-}
-
-TEST_F(RangingTest, AWallClockThatIsSetBackTakesTheTimeStampsAlong) {
-    addBeacon({.minor = 1}).comeIntoRange();
-    pass(1.5);
-    setWallTime(wallTime() - 3600);
-    pass(1);
-    EXPECT_EQ(manager->liveBeacons().at(0)->timestamp(), static_cast<std::int64_t>(wallTime() - 0.4));
-}
-
-TEST_F(RangingTest, ALogThatChangesTheListDuringTheCheckDoesNoHarm) {
-    manager->setLiveBeacons({makeRecord(1, 1, 1), makeRecord(1, 2, 1)});
+TEST_F(RangingTest, ALogThatChangesListAndClockDuringTheCheckDoesNoHarm) {
+    setWallTime(1'700'000'000);
+    manager->setLiveBeacons({makeRecord(1, 1, 1'600'000'000), makeRecord(1, 2, 1'600'000'001)});
     platform.log().setSink([this](std::string_view line) {
         log.emplace_back(line);
         manager->setLiveBeacons({});
+        setWallTime(wallTime() + 1);
     });
     check();
-    EXPECT_EQ(takeLog().size(), 4U);
+    EXPECT_THAT(takeLog(), ElementsAre("DeltaTime: 100000000.000000", "Beacon [1, 1] removed",
+                                       "DeltaTime: 99999999.000000", "Beacon [1, 2] removed"));
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
 }
 
-TEST_F(RangingTest, AWallClockThatIsSetMovesExpiryButNoTimer) {
+TEST_F(RangingTest, AWallClockThatIsSetMovesStampsAndExpiryButNoTimer) {
     addBeacon({.minor = 1, .advertisingInterval = 60}).comeIntoRange();
-    pass(1);
+    SimulatedBeacon& often = addBeacon({.minor = 2});
+    often.comeIntoRange();
+    pass(1.5);
     setWallTime(wallTime() - 3600);
-    pass(29);
-    EXPECT_EQ(manager->liveBeacons().size(), 1U) << "seen in the future, so not silent";
+    pass(1);
+    EXPECT_EQ(manager->liveBeacons().at(1)->timestamp(), static_cast<std::int64_t>(wallTime() - 0.4));
+    often.goOutOfRange();
+    pass(27.5);
+    EXPECT_EQ(manager->liveBeacons().size(), 1U) << "the first was seen in the future, so it is not silent";
     setWallTime(wallTime() + 7200);
     pass(10);
     EXPECT_THAT(manager->liveBeacons(), IsEmpty());
-    EXPECT_EQ(delegate->reports.size(), 40U);
+    EXPECT_EQ(application->reports.size(), 40U);
 }
 
 }  // namespace

@@ -1,12 +1,16 @@
 // The process's one platform and one manager. A program of its own, for there is but one of each; its tests
 // run in their order, in one process.
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <stdexcept>
 #include <thread>
 
+#include "Application.h"
 #include "Layers.h"
-#include "support.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
 
@@ -56,15 +60,13 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
 }
 
 TEST(SharedManagerTest, WorksOnTheInstalledPlatform) {
-    const auto delegate = std::make_shared<RecordingDelegate>();
-    delegate->expectedManager = ZOKManager::shared();
-    ZOKManager::shared()->setDelegate(delegate);
+    const auto application = Application::of(ZOKManager::shared());
     zobi::addBeacon(installed->world(), {.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
         .comeIntoRange();
     ZOKManager::shared()->startMonitoring();
-    delegate->onButton = [] { installed->runLoop().stop(); };
+    application->onEvent = [](const auto& /*button*/) { installed->runLoop().stop(); };
     installed->runLoop().run();
-    EXPECT_EQ(delegate->buttons.size(), 1U);
+    EXPECT_EQ(application->buttons.size(), 1U);
     const std::vector<std::uint8_t> payload(11);
     // Truncated: between the whole seconds before and after.
     const double before = installed->clock().timeIntervalSince1970();

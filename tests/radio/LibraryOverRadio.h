@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "Application.h"
 #include "RadioBench.h"
@@ -12,10 +11,10 @@
 /// The library over each radio under test: an application that monitors whenever Bluetooth is on.
 class LibraryOverRadio : public ::testing::TestWithParam<RadioUnderTest> {
 protected:
-    LibraryOverRadio() { application->start(*manager, platform); }
+    LibraryOverRadio() { application->monitors = true; }
 
     bool heard(const std::string& event, std::size_t count = 1);
-    Events takeEvents() { return std::exchange(application->events, {}); }
+    Events takeEvents() { return application->takeEvents(); }
     /// Waits until the beacon is live.
     std::shared_ptr<ZOKBeacon> range();
     /// Waits until the beacon is live and connected.
@@ -23,6 +22,6 @@ protected:
 
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
     zobi::platform::Platform& platform = bench->platform();
-    std::shared_ptr<Application> application = std::make_shared<Application>();
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
+    std::shared_ptr<Application> application = Application::of(manager, platform);
 };

@@ -68,11 +68,6 @@ void RadioTest::discover(const std::shared_ptr<CBPeripheral>& peripheral) {
 
 std::shared_ptr<CBCharacteristic> RadioTest::find(const std::shared_ptr<CBPeripheral>& peripheral,
                                                   const CBUUID& characteristic) {
-    for (const auto& service : *peripheral->services()) {
-        if (!service->characteristics()) continue;
-        for (const auto& candidate : *service->characteristics()) {
-            if (candidate->UUID() == characteristic) return candidate;
-        }
-    }
+    if (auto found = discoveredCharacteristic(*peripheral, characteristic)) return found;
     throw std::runtime_error("the characteristic was not discovered");
 }

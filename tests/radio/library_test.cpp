@@ -2,10 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <stdexcept>
-
 #include "LibraryOverRadio.h"
+#include "Listener.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
 namespace {
@@ -13,26 +11,9 @@ namespace {
 using namespace ZOKGATTProfile;
 using ::testing::ElementsAre;
 
-/// The service in which the profile has a characteristic.
-zobi::platform::CBUUID serviceOf(const zobi::platform::CBUUID& characteristic) {
-    for (const CharacteristicRequest& request : characteristicRequests) {
-        if (std::ranges::find(request.characteristics, characteristic) != request.characteristics.end()) {
-            return request.service;
-        }
-    }
-    throw std::invalid_argument(characteristic.UUIDString());
-}
-
-TEST_P(LibraryOverRadio, RangesABeaconAndDropsItWhenItFallsSilent) {
+TEST_P(LibraryOverRadio, RangesConnectsAndDisconnectsABeaconAndDropsItWhenItFallsSilent) {
     const auto beacon = range();
     EXPECT_EQ(beacon->macAddress()->size(), 12U);
-    EXPECT_NE(beacon->peripheral(), nullptr);
-    bench->beaconFallsSilent();
-    EXPECT_TRUE(bench->runUntil([&] { return manager->liveBeacons().empty(); }));
-}
-
-TEST_P(LibraryOverRadio, ConnectsAndDisconnectsInOneOrder) {
-    const auto beacon = range();
     takeEvents();
     manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
     ASSERT_TRUE(heard("connection complete"));
@@ -42,6 +23,8 @@ TEST_P(LibraryOverRadio, ConnectsAndDisconnectsInOneOrder) {
     ASSERT_TRUE(heard("disconnection complete"));
     EXPECT_THAT(takeEvents(),
                 ElementsAre("disconnected", "ZOKBeaconDidDisconnectNotification", "disconnection complete"));
+    bench->beaconFallsSilent();
+    EXPECT_TRUE(bench->runUntil([&] { return manager->liveBeacons().empty(); }));
 }
 
 TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
@@ -68,8 +51,7 @@ TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
 
     const auto notify = [&](const zobi::platform::CBUUID& characteristic, std::vector<std::uint8_t> value) {
         ASSERT_TRUE(bench->runUntil([&] {
-            const auto subscribed = ZOKManager::characteristicFromServiceAndPeripheral(
-                characteristic, serviceOf(characteristic), beacon->peripheral());
+            const auto subscribed = discoveredCharacteristic(*beacon->peripheral(), characteristic);
             return subscribed && subscribed->isNotifying();
         }));
         bench->setValue(characteristic, std::move(value));

@@ -116,8 +116,8 @@ TEST_P(LibraryOverStack, ABeaconIsKnownByTheNameItAdvertises) {
     // Another client finds the device under the other name.
     bluez::BlueZPlatform otherPlatform({.adapter = "hci0"});
     const auto otherManager = ZOKManager::managerOnPlatform(otherPlatform);
-    const auto otherApplication = std::make_shared<Application>();
-    otherApplication->start(*otherManager, otherPlatform);
+    const auto otherApplication = Application::of(otherManager);
+    otherApplication->monitors = true;
     otherPlatform.runLoop().runFor(RadioBench::aWhile);
     EXPECT_THAT(otherManager->liveBeacons(), ::testing::IsEmpty());
 

@@ -1,0 +1,131 @@
+#include "Application.h"
+
+#include <gtest/gtest.h>
+
+#include <string_view>
+#include <variant>
+
+using zobi::platform::NSError;
+using zobi::platform::NSNotification;
+using zobi::platform::NSNumber;
+
+namespace {
+
+class Delegate final : public Application, public std::enable_shared_from_this<Delegate> {
+    using Manager = std::shared_ptr<ZOKManager>;
+
+public:
+    explicit Delegate(const Manager& manager) : manager_(manager) {}
+
+    void observe(zobi::platform::Platform& platform) {
+        for (const std::string_view name :
+             {ZOKBeaconDidConnectNotification, ZOKBeaconDidDisconnectNotification,
+              ZOKBeaconDidTemperatureChangeNotification, ZOKBeaconDidAccelerometerAxisXChangeNotification,
+              ZOKBeaconDidAccelerometerAxisYChangeNotification,
+              ZOKBeaconDidAccelerometerAxisZChangeNotification, ZOKBeaconButtonModeNotification,
+              ZOKBeaconFirmwareVersionNotification, ZOKBeaconDidRSSIChangeNotification}) {
+            platform.notificationCenter().addObserverForNameObjectUsingBlock(
+                name, nullptr, [weakSelf = weak_from_this()](const NSNotification& notification) {
+                    if (const auto self = weakSelf.lock()) self->noteBroadcast(notification);
+                });
+        }
+    }
+
+private:
+    void zobiConnectManagerDidBluetoothStateChanged(const Manager& manager, int state) override {
+        expectOwn(manager);
+        // The scan ended with the power, whatever the manager thinks.
+        if (monitors && manager->isMonitoring()) manager->stopMonitoring();
+        if (monitors) manager->startMonitoring();
+        events.push_back("state " + std::to_string(state));
+    }
+    void zobiConnectManagerDidRangeBeacon(const Manager& manager,
+                                          const std::vector<Beacon>& beacons) override {
+        expectOwn(manager);
+        onReport();
+        reports.push_back(beacons);
+    }
+    void zobiConnectManagerDidBeaconConnected(const Manager& manager, const Beacon& beacon) override {
+        expectOwn(manager);
+        note("connected", beacon);
+    }
+    void zobiConnectManagerDidBeaconDisconnectedWithError(const Manager& manager, const Beacon& beacon,
+                                                          const NSError* error) override {
+        expectOwn(manager);
+        noteEnd("disconnected", beacon, error);
+    }
+    void zobiConnectManagerDidBatteryValueChangedForBeacon(const Manager& manager, int level,
+                                                           const Beacon& beacon) override {
+        expectOwn(manager);
+        note("battery " + std::to_string(level), beacon);
+    }
+    void zobiConnectManagerDidTemperatureValueChangedForBeacon(const Manager& manager,
+                                                               std::uint16_t temperature,
+                                                               const Beacon& beacon) override {
+        expectOwn(manager);
+        note("temperature " + std::to_string(temperature), beacon);
+    }
+    void zobiConnectManagerDidButtonActionChangedForBeacon(const Manager& manager, int action,
+                                                           const Beacon& beacon) override {
+        expectOwn(manager);
+        buttons.emplace_back(action, beacon);
+        note("button " + std::to_string(action), beacon);
+    }
+
+    void expectOwn(const Manager& manager) const { EXPECT_EQ(manager, manager_.lock()); }
+    void noteBroadcast(const NSNotification& notification) {
+        std::string event(notification.name);
+        const auto* const value = notification.userInfo.objectForKey("value");
+        const auto* const number = value ? std::get_if<NSNumber>(value) : nullptr;
+        if (number && notification.name == ZOKBeaconDidRSSIChangeNotification) {
+            // It is another each time.
+            lastSignal = *number;
+        } else if (number) {
+            event += ' ' + number->description();
+            const auto twoBytes = static_cast<std::uint16_t>(number->integerValue());
+            EXPECT_EQ(*number, NSNumber::numberWithUnsignedShort(twoBytes)) << event;
+        } else if (value) {
+            event += ' ' + std::get<std::string>(*value);
+        }
+        note(event, std::static_pointer_cast<ZOKBeacon>(notification.object));
+    }
+
+    std::weak_ptr<ZOKManager> manager_;
+};
+
+}  // namespace
+
+std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& manager) {
+    auto delegate = std::make_shared<Delegate>(manager);
+    manager->setDelegate(delegate);
+    return delegate;
+}
+
+std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& manager,
+                                             zobi::platform::Platform& platform) {
+    auto application = of(manager);
+    static_cast<Delegate&>(*application).observe(platform);
+    return application;
+}
+
+Events Application::takeEvents() {
+    reports.clear();
+    buttons.clear();
+    return std::exchange(events, {});
+}
+
+ZOKBeaconCompletion Application::completion(const std::string& name) {
+    return [this, name](const auto& /*manager*/, const auto& beacon, const NSError* error) {
+        noteEnd(name, beacon, error);
+    };
+}
+
+void Application::note(const std::string& event, const Beacon& beacon) {
+    onEvent(event);
+    lastRecord = beacon;
+    events.push_back(beacon ? event : event + " of nothing");
+}
+
+void Application::noteEnd(const std::string& event, const Beacon& beacon, const NSError* error) {
+    note(error ? event + " error " + std::to_string(error->code()) : event, beacon);
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Application.h"
+#include "ZobiConnectKit/simulation/SimulatedBeacon.h"
+#include "zobi/platform/simulation/SimulatedPlatform.h"
+
+using Lines = std::vector<std::string>;
+
+/// A manager with its application on a simulated platform in virtual time, its log kept.
+class ManagerTest : public ::testing::Test {
+protected:
+    ManagerTest();
+
+    /// Lets some virtual time pass.
+    void pass(double seconds) { loop.runFor(seconds); }
+    /// What was told since the last call.
+    Events takeEvents() { return application->takeEvents(); }
+    /// What was logged since the last call.
+    Lines takeLog() { return std::exchange(log, {}); }
+    /// A beacon without jitter, so that its advertisements can be counted.
+    zobi::SimulatedBeacon& addBeacon(zobi::BeaconDescription description);
+    void setRadio(zobi::platform::CBManagerState state);
+
+    zobi::platform::simulation::SimulatedPlatform platform{
+        zobi::platform::StandardPlatform::Time::virtualTime};
+    zobi::platform::StandardRunLoop& loop = platform.runLoop();
+    Lines log;
+    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
+    std::shared_ptr<Application> application = Application::of(manager, platform);
+};
+
+std::shared_ptr<ZOKBeacon> makeRecord(int major, int minor, std::int64_t timestamp = 0);
