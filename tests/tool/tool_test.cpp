@@ -1,24 +1,16 @@
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
+#include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
-#include <sstream>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "RunTool.h"
 #include "tools/zobiconnect/scenario/ScenarioFile.h"
 #include "tools/zobiconnect/terminal/Console.h"
 
@@ -26,99 +18,6 @@ namespace zobi::tool {
 namespace {
 
 using nlohmann::json;
-using Arguments = std::vector<std::string>;
-
-// Where a wall clock in virtual time starts.
-constexpr double startTime = 1'704'067'200;
-
-/// The tool as a process of its own, its stdout and stderr on one pipe or, of the size given, terminal.
-class Tool {
-public:
-    explicit Tool(Arguments arguments, std::optional<winsize> terminal = std::nullopt) {
-        std::array<int, 2> ends{};
-        const int opened = terminal ? ::openpty(ends.data(), ends.data() + 1, nullptr, nullptr, &*terminal)
-                                    : ::pipe(ends.data());
-        if (opened != 0) throw std::system_error(errno, std::generic_category(), "no terminal or pipe");
-        ::setenv("TERM", "xterm", 1);
-        arguments.insert(arguments.begin(), ZOBI_TOOL_PATH);
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) pointers.push_back(argument.data());
-        pointers.push_back(nullptr);
-        process_ = ::fork();
-        if (process_ == 0) {
-            ::close(ends[0]);
-            ::dup2(ends[1], STDOUT_FILENO);
-            ::dup2(ends[1], STDERR_FILENO);
-            ::close(ends[1]);
-            ::execv(ZOBI_TOOL_PATH, pointers.data());
-            ::_exit(127);
-        }
-        ::close(ends[1]);
-        output_ = ends[0];
-    }
-    ~Tool() { ::close(output_); }
-    Tool(const Tool&) = delete;
-    Tool& operator=(const Tool&) = delete;
-
-    /// Waits until the tool has written `text`, and then sends it a signal. False when it ends without.
-    bool signalAfter(const std::string& text, int signal) {
-        while (written.find(text) == std::string::npos) {
-            if (!readSome()) return false;
-        }
-        return ::kill(process_, signal) == 0;
-    }
-
-    /// Reads to the end. @returns the exit status, or -1 when a signal ended the process.
-    int end() {
-        while (readSome()) {
-        }
-        int status = 0;
-        EXPECT_EQ(::waitpid(process_, &status, 0), process_);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    /// All that was read so far.
-    std::string written;
-
-private:
-    bool readSome() {
-        std::array<char, 4096> buffer{};
-        const ssize_t count = ::read(output_, buffer.data(), buffer.size());
-        if (count > 0) written.append(buffer.data(), static_cast<std::size_t>(count));
-        return count > 0;
-    }
-
-    pid_t process_ = -1;
-    int output_ = -1;
-};
-
-/// What the tool writes, once it has ended with `status`.
-std::string outputOf(Arguments arguments, int status = 0) {
-    Tool tool(std::move(arguments));
-    EXPECT_EQ(tool.end(), status) << tool.written;
-    return tool.written;
-}
-
-std::vector<json> eventsOf(const std::string& output) {
-    std::vector<json> events;
-    std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);) events.push_back(json::parse(line));
-    return events;
-}
-
-class ScenarioFile {
-public:
-    explicit ScenarioFile(const std::string& text) { std::ofstream(name) << text; }
-    ~ScenarioFile() { std::remove(name.c_str()); }
-    ScenarioFile(const ScenarioFile&) = delete;
-    ScenarioFile& operator=(const ScenarioFile&) = delete;
-
-    const std::string name = ::testing::TempDir() + "scenario-" + std::to_string(::getpid()) + ".json";
-};
-
-std::vector<json> eventsOfScenario(const std::string& file, const std::string& seconds) {
-    return eventsOf(outputOf({"monitor", "--virtual-time", "--for", seconds, "--scenario", file}));
-}
 
 // Advertises half a second after each full second: never together with a report.
 constexpr auto eventfulScenario = R"({
@@ -158,7 +57,7 @@ TEST(ToolMonitor, TellsEachEventOfAScenario) {
     std::vector<double> reportsWithBeacon;
     json reportAfterChange;
     json summary;
-    for (const json& event : eventsOfScenario(file.name, "85")) {
+    for (const json& event : eventsOf(outputOnScenario({"monitor", "--for", "85"}, file.name))) {
         const double time = event["time"].get<double>() - startTime;
         const json detail = event.value("state", event.value("action", json()));
         if (event["event"] != "report") {
@@ -198,7 +97,8 @@ TEST(ToolMonitor, TellsEachEventOfAScenario) {
 }
 
 TEST(ToolMonitor, PlaysTheExampleAgainAndAgain) {
-    const json summary = eventsOfScenario(ZOBI_SCENARIOS "/office.json", "240").back();
+    const json summary =
+        eventsOf(outputOnScenario({"monitor", "--for", "240"}, ZOBI_SCENARIOS "/office.json")).back();
     EXPECT_EQ(summary["beacons"], 3);
     EXPECT_EQ(summary["buttonActions"], 2 * 4);
     EXPECT_EQ(summary["malformedAdvertisements"], 2);
@@ -263,12 +163,6 @@ TEST(ToolScreen, CutsOffWhatHasNoRoom) {
 
 const std::string connectionsExample = ZOBI_SCENARIOS "/connections.json";
 
-/// What a command for one beacon writes in virtual time, once it has ended with `status`.
-std::string outputOnScenario(Arguments arguments, const std::string& file, int status) {
-    arguments.insert(arguments.end(), {"--virtual-time", "--scenario", file});
-    return outputOf(std::move(arguments), status);
-}
-
 // All in range at once, so that a connection is asked for at 1 and is up soon after. "bare" has the seven
 // services that make a connection, but one of them twice in place of another.
 constexpr auto beaconsToConnect = R"({
@@ -296,7 +190,7 @@ constexpr auto beaconsToConnect = R"({
 
 TEST(ToolBeacon, IsInspected) {
     const ScenarioFile file(beaconsToConnect);
-    const json whole = json::parse(outputOnScenario({"inspect", "1", "1", "--format", "json"}, file.name, 0));
+    const json whole = json::parse(outputOnScenario({"inspect", "1", "1", "--format", "json"}, file.name));
     EXPECT_EQ(whole["firmwareVersion"], "1.0.0");
     EXPECT_EQ(whole["temperature"], 22);
     EXPECT_EQ(whole["buttonMode"], 0);
@@ -305,7 +199,7 @@ TEST(ToolBeacon, IsInspected) {
     EXPECT_EQ(whole["services"].size(), 7U);
     EXPECT_EQ(whole["services"][3], json::parse(R"({"uuid": "FFE0", "name": "button", "characteristics": [
                                                       {"uuid": "FFE1", "name": "button action"}]})"));
-    EXPECT_NE(outputOnScenario({"inspect", "1", "2"}, file.name, 0).find("battery level     -\n"),
+    EXPECT_NE(outputOnScenario({"inspect", "1", "2"}, file.name).find("battery level     -\n"),
               std::string::npos);
     const std::string mute = outputOnScenario({"inspect", "1", "3", "--timeout", "5"}, file.name, 1);
     EXPECT_NE(mute.find("  firmware version  -\n  temperature       20\n"), std::string::npos) << mute;
@@ -315,11 +209,10 @@ TEST(ToolBeacon, IsInspected) {
 
 TEST(ToolBeacon, IsCommandedOrTheFailureTold) {
     const ScenarioFile file(beaconsToConnect);
-    EXPECT_EQ(outputOnScenario({"ping", "1", "1"}, file.name, 0), "pinged beacon 1.1\n");
-    EXPECT_EQ(outputOnScenario({"ping", "1", "3"}, file.name, 0), "pinged beacon 1.3\n")
-        << "no answer is due";
-    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1"}, file.name, 0), "0\n");
-    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1", "255"}, file.name, 0), "255\n");
+    EXPECT_EQ(outputOnScenario({"ping", "1", "1"}, file.name), "pinged beacon 1.1\n");
+    EXPECT_EQ(outputOnScenario({"ping", "1", "3"}, file.name), "pinged beacon 1.3\n") << "no answer is due";
+    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1"}, file.name), "0\n");
+    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1", "255"}, file.name), "255\n");
     const std::vector<std::pair<Arguments, std::string>> failures{
         {{"ping", "1", "9"}, "no connection within 30 s: beacon 1.9 was not heard"},
         {{"ping", "1", "9", "--timeout", "60"},
@@ -350,7 +243,7 @@ TEST(ToolBeacon, IsWatchedOverTheEndsOfItsLink) {
     std::vector<std::string> events;
     std::map<std::string, std::vector<int>> values;
     for (const json& event :
-         eventsOf(outputOnScenario({"watch", "2", "1", "--for", "40"}, connectionsExample, 0))) {
+         eventsOf(outputOnScenario({"watch", "2", "1", "--for", "40"}, connectionsExample))) {
         if (event["event"] != "value") {
             const auto time = std::lround(event["time"].get<double>() - startTime);
             const json error = event.value("error", json());
@@ -390,9 +283,9 @@ TEST(ToolBeacon, IsKeptInSightThoughTheLibraryDropsIt) {
                      {"at": 20, "beacon": "it", "do": "comeIntoRange"},
                      {"at": 20.5, "beacon": "it", "do": "goOutOfRange"},
                      {"at": 80, "beacon": "it", "do": "comeIntoRange"}]})");
-    const auto events = eventsOf(outputOnScenario({"watch", "1", "1", "--for", "90"}, file.name, 0));
+    const auto events = eventsOf(outputOnScenario({"watch", "1", "1", "--for", "90"}, file.name));
     EXPECT_EQ(events.back()["connections"], 2);
-    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1"}, file.name, 0), "0\n");
+    EXPECT_EQ(outputOnScenario({"button-mode", "1", "1"}, file.name), "0\n");
 }
 
 TEST(ToolBeacon, OfTheDemonstrationIsLively) {
