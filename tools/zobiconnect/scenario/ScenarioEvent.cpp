@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "tools/zobiconnect/scenario/ScenarioValues.h"
-#include "tools/zobiconnect/radio/RadioStateNames.h"
+#include "tools/zobiconnect/text/Names.h"
 
 namespace zobi::tool {
 
