@@ -100,7 +100,7 @@ TEST(ToolBeacon, IsLeftWhenInterrupted) {
     EXPECT_TRUE(watch.signalAfter("s  connected", SIGINT));
     EXPECT_EQ(watch.end(), 0);
     EXPECT_NE(watch.written.find("the link to beacon 1.1 has ended"), std::string::npos) << watch.written;
-    EXPECT_NE(watch.written.find("\x1b[?1049lEnded after "), std::string::npos) << watch.written;
+    EXPECT_NE(watch.written.find("\x1b[?1049lbeacon 1.1 | "), std::string::npos) << watch.written;
     EXPECT_NE(watch.written.find("s: 1 connection, "), std::string::npos) << watch.written;
 }
 

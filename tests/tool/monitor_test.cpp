@@ -126,8 +126,8 @@ TEST(ToolMonitor, PrintsTablesAndTheLog) {
 
 TEST(ToolMonitor, EndsWithASummaryWhenInterrupted) {
     for (const int signal : {SIGINT, SIGTERM}) {
-        for (const Arguments& arguments :
-             {Arguments{"monitor", "--simulate", "8"}, Arguments{"monitor", "--virtual-time"}}) {
+        for (const Arguments& arguments : {Arguments{"monitor", "--simulate", "8"},
+                                           Arguments{"monitor", "--virtual-time", "--for", "1e9"}}) {
             Tool tool(arguments);
             EXPECT_TRUE(tool.signalAfter("\n", signal));
             EXPECT_EQ(tool.end(), 0);

@@ -52,6 +52,8 @@ TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
         {withEvent(R"("beacon": "b", "do": "goOutOfRange")"), "timeline[0].beacon: there is no beacon \"b\""},
         {withEvent(R"("beacon": "a", "do": "goOutOfRange", "seconds": 2)"),
          "timeline[0].seconds: unknown key; known here: at, do, beacon"},
+        {withEvent(R"("beacon": "a", "do": "setBattery", "level": 3)"),
+         "timeline[0].level: unknown key; known here: at, do, beacon, battery"},
         {withEvent(R"("beacon": "a", "do": "pressButton", "action": 128)"),
          "timeline[0].action: 128 is not from -128 to 127"},
         {withEvent(R"("beacon": "a", "do": "sendOnce", "serviceData": [{"service": "180A", "data": "1"}])"),

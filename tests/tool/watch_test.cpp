@@ -42,7 +42,7 @@ TEST(ToolBeacon, IsWatchedOverTheEndsOfItsLink) {
     EXPECT_EQ(values["signalStrength"].size(), 6U + 5U + 1U);
     // At each connection, and at 5, 10 and 30.
     EXPECT_EQ(values["temperature"].size(), 3U + 3U);
-    EXPECT_TRUE(outputOnScenario({"watch", "2", "3"}, connectionsExample, 1)
+    EXPECT_TRUE(outputOnScenario({"watch", "2", "3", "--for", "60"}, connectionsExample, 1)
                     .ends_with("lacks the services that make a connection: temperature (FFF0)\n"));
 }
 
