@@ -1,11 +1,13 @@
 #pragma once
 
+#include <gmock/gmock.h>
 #include <sys/ioctl.h>
 #include <sys/types.h>
 
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zobi::tool {
@@ -45,21 +47,11 @@ private:
 std::string outputOf(Arguments arguments, int status = 0);
 
 /// What the tool writes in virtual time about a scenario, once it has ended with `status`.
+/// @param file its path from the top of the tree.
 std::string outputOnScenario(Arguments arguments, const std::string& file, int status = 0);
 
 /// The JSON objects in the lines of what the tool wrote.
 /// @throws std::exception, which fails the test, when there is no line, or one that is no JSON.
 std::vector<nlohmann::json> eventsOf(const std::string& output);
-
-/// A scenario in a file of its own. A process has one at a time.
-class ScenarioFile {
-public:
-    explicit ScenarioFile(const std::string& text);
-    ~ScenarioFile();
-    ScenarioFile(const ScenarioFile&) = delete;
-    ScenarioFile& operator=(const ScenarioFile&) = delete;
-
-    const std::string name;
-};
 
 }  // namespace zobi::tool

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -72,9 +71,8 @@ private:
 
 TEST(ToolScreen, IsGivenBackWhileStoppedAndDrawnAnewAfterIt) {
     // With Bluetooth off there are no reports, which would draw it.
-    const ScenarioFile off(
-        R"({"beacons": [], "timeline": [{"at": 0, "do": "setRadio", "state": "poweredOff"}]})");
-    Shell shell("$tool monitor --scenario " + off.name + "; echo has stopped; fg; echo status $?");
+    Shell shell("$tool monitor --scenario '" ZOBI_SOURCES
+                "/tests/tool/scenarios/off.json'; echo has stopped; fg; echo status $?");
     EXPECT_THAT(shell.readTo("poweredOff"), StartsWith(takeScreen));
     shell.type('\x1a');
     EXPECT_THAT(shell.readTo("has stopped"), HasSubstr(giveBackScreen));
