@@ -52,7 +52,7 @@ CLI::Validator isOneOf(const std::vector<std::string>& names) {
 
 void addFormatOption(CLI::App& command, std::string& format, const std::string& forPeople) {
     // What one object a line is called elsewhere.
-    const auto nameJson = [](std::string text) { return text == "jsonl" ? "json" : text; };
+    const auto nameJson = [](const std::string& text) { return text == "jsonl" ? "json" : text; };
     std::string help = '\'' + forPeople + "', or 'json': one object a line";
     if (format.empty()) {
         help +=
