@@ -50,7 +50,7 @@ TEST_P(ToolTranscript, IsWhatTheToolPrints) {
 }
 
 std::vector<std::string> transcripts() {
-    std::vector<std::string> names{"beacon_commands", "command_line", "decode", "monitor"};
+    std::vector<std::string> names{"beacon_commands", "command_line", "decode", "monitor", "watch"};
 #ifdef ZOBI_BLUEZ
     names.emplace_back("machine_radio");
 #endif
