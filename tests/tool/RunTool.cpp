@@ -56,7 +56,7 @@ bool Tool::signalAfter(const std::string& text, int signal) {
 
 int Tool::end() {
     // A tool that writes more does not stop at its time.
-    constexpr std::size_t tooMuch = 8'000'000;
+    constexpr std::size_t tooMuch = 2'000'000;
     while (readSome()) {
         if (written.size() > tooMuch) ::kill(process_, SIGKILL);
     }

@@ -6,7 +6,9 @@ namespace zobi::tool {
 namespace {
 
 using nlohmann::json;
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 // Its beacon advertises half a second after each full second: never together with a report.
 const std::string eventful = "tests/tool/scenarios/eventful.json";
@@ -62,10 +64,19 @@ TEST(ToolMonitor, TellsEachEventOfAScenario) {
         "latest": {"rssi": -71, "scanRspVersion": 3, "advertBatteryLevel": 80, "temperature": 25,
                    "advertAction": 0}})"));
     // Monitoring starts anew at 45 and at 52, before the reports there, and at 83.375 for the last time.
-    // Advertisements are heard at 0.5 to 8.5, at 50.5 to 52.5 and at 83.5, and two were sent once.
+    // Advertisements are heard at 0.5 to 8.5, at 50.5 to 52.5 and at 83.5; two were sent once, and one is a
+    // stranger's.
     EXPECT_EQ(summary, json::parse(R"({"event": "summary", "time": 1704067285.0, "seconds": 85, "beacons": 1,
-                                       "reports": 81, "buttonActions": 2, "advertisements": 15,
+                                       "reports": 81, "buttonActions": 2, "advertisements": 16,
                                        "malformedAdvertisements": 1})"));
+}
+
+TEST(ToolMonitor, DrawsFaintWhatWasNotHeardOfLateAndErasesTheRest) {
+    Tool tool({"monitor", "--virtual-time", "--for", "14", "--scenario", ZOBI_SOURCES "/" + eventful},
+              winsize{24, 80, 0, 0});
+    EXPECT_EQ(tool.end(), 0);
+    EXPECT_THAT(tool.written, HasSubstr("\x1b[K1.7     ABCDEF123456    3   4s"));
+    EXPECT_THAT(tool.written, ContainsRegex("\x1b\\[2m1.7     ABCDEF123456    3   5s.*\r\n\x1b\\[J"));
 }
 
 TEST(ToolMonitor, EndsWithASummaryWhenInterrupted) {

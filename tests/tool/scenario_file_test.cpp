@@ -70,6 +70,8 @@ TEST(ToolScenario, IsReadToTheLastKey) {
                           characteristic.notifyError.value().code()};
     };
     EXPECT_THAT(errors(), ElementsAre(1, 2, 3, 4, 5, 6, 7));
+    EXPECT_EQ(characteristic.writeError.value().domain(), "D");
+    EXPECT_EQ(characteristic.writeError.value().localizedDescription(), "T");
     EXPECT_EQ(device.localName, std::nullopt);
     platform.runLoop().runFor(2);
     EXPECT_THAT(errors(), ElementsAre(11, 12, 13, 14, 15, 16, 17));
