@@ -1,58 +1,110 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
+#include <csignal>
+#include <cstdio>
 #include <exception>
+#include <memory>
 #include <string>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/terminal/Console.h"
+
+namespace zobi::tool {
 
 namespace {
 
-std::string usageMessage(const CLI::App* app, const CLI::Error& error) {
-    const auto commands = app->get_subcommands();
-    if (commands.empty() && error.get_name() == "RequiredError") {
-        const auto unknown = app->remaining();
-        if (unknown.empty()) return app->help();
-        return "zobiconnect: there is no command \"" + zobi::tool::printable(unknown.front()) +
-               "\"\nTry: zobiconnect --help\n";
+/// Has a standard descriptor that is closed fail or be empty, so that none that is opened later takes its
+/// place.
+void occupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(descriptor, F_GETFD) < 0) ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
-    const std::string command = commands.empty() ? "" : ' ' + commands.front()->get_name();
-    return "zobiconnect: " + zobi::tool::printable(error.what()) + "\nTry: zobiconnect" + command +
-           " --help\n";
+}
+
+int refuse(const std::string& mistake, const std::string& command = "") {
+    complain(mistake);
+    std::fputs(("Try: zobiconnect" + command + " --help\n").c_str(), stderr);
+    return usage;
+}
+
+/// To be added last: it knows the commands before it.
+Command addHelpCommand(CLI::App& tool) {
+    const auto name = std::make_shared<std::string>();
+    CLI::App* const app = tool.add_subcommand("help", "Print this help, or that of a command");
+    app->group("Commands");
+    app->add_option("COMMAND", *name, "Which command; without it, this help")
+        ->check(isOneOf(commandNames(tool)))
+        ->option_text(" ");
+    return {app, [&tool, name]() -> int {
+                const CLI::App* const about = name->empty() ? &tool : tool.get_subcommand(*name);
+                const std::string title = tool.get_name() + (name->empty() ? "" : ' ' + *name);
+                printOut(tool.get_formatter()->make_help(about, title, CLI::AppFormatMode::Normal));
+                flushOut();
+                return success;
+            }};
+}
+
+int run(int argc, char** argv) {
+    CLI::App tool("Finds beacons, connects to them, and explains what they advertise.", "zobiconnect");
+    tool.set_version_flag("--version", "zobiconnect " ZOBICONNECT_VERSION, "Print the version and exit");
+    tool.set_help_flag("-h,--help", "Print this help and exit");
+    tool.require_subcommand(1);
+    // In place of CLI11's word for it.
+    tool.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    tool.footer(
+        "Each command has its own: zobiconnect help COMMAND\n"
+        "\n"
+        "Exit status: 0 for success, 1 for a failure, 2 for a mistake on the command line or in a "
+        "scenario.");
+    const std::array commands{addMonitorCommand(tool), addInspectCommand(tool),    addWatchCommand(tool),
+                              addPingCommand(tool),    addButtonModeCommand(tool), addDecodeCommand(tool),
+                              addDoctorCommand(tool),
+#ifdef ZOBI_BLUEZ
+                              addEmulateCommand(tool),
+#endif
+                              addHelpCommand(tool)};
+    const auto parsedCommand = [&] {
+        const auto parsed = tool.get_subcommands();
+        return parsed.empty() ? "" : ' ' + parsed.front()->get_name();
+    };
+    try {
+        tool.parse(argc, argv);
+    } catch (const CLI::CallForHelp& call) {
+        if (parsedCommand().empty() && tool.remaining_size() > 0) return refuse(mistakeText(tool, call));
+        printOut(tool.help());
+        flushOut();
+        return success;
+    } catch (const CLI::CallForVersion& call) {
+        printOut(std::string(call.what()) + '\n');
+        flushOut();
+        return success;
+    } catch (const CLI::ParseError& error) {
+        if (argc > 1) return refuse(mistakeText(tool, error), parsedCommand());
+        std::fputs(tool.help().c_str(), stderr);
+        return usage;
+    }
+    for (const Command& command : commands) {
+        if (command.app->parsed()) return command.run();
+    }
+    return usage;
 }
 
 }  // namespace
 
+}  // namespace zobi::tool
+
 int main(int argc, char** argv) {
     using namespace zobi::tool;
+    occupyStandardDescriptors();
+    // A reader that has gone away ends the output. There may be a link to end, too.
+    ::signal(SIGPIPE, SIG_IGN);
     try {
-        CLI::App tool("Finds beacons, connects to them, and explains what they advertise.", "zobiconnect");
-        tool.set_version_flag("--version", "zobiconnect " ZOBICONNECT_VERSION, "Print the version and exit");
-        tool.set_help_flag("-h,--help", "Print this help and exit");
-        tool.require_subcommand(1);
-        // In place of CLI11's word for it.
-        tool.get_formatter()->label("SUBCOMMAND", "COMMAND");
-        tool.failure_message(usageMessage);
-        tool.footer(
-            "Each command has its own: zobiconnect COMMAND --help\n"
-            "\n"
-            "Exit status: 0 for success, 1 for a failure, 2 for a mistake on the command line or in a "
-            "scenario.");
-        const std::array commands{addMonitorCommand(tool), addInspectCommand(tool),    addWatchCommand(tool),
-                                  addPingCommand(tool),    addButtonModeCommand(tool), addDecodeCommand(tool),
-                                  addDoctorCommand(tool),
-#ifdef ZOBI_BLUEZ
-                                  addEmulateCommand(tool)
-#endif
-        };
-        try {
-            tool.parse(argc, argv);
-        } catch (const CLI::ParseError& error) {
-            return tool.exit(error) == 0 ? success : usage;
-        }
-        for (const Command& command : commands) {
-            if (command.app->parsed()) return command.run();
-        }
-        return usage;
+        return run(argc, argv);
+    } catch (const OutputClosed&) {
+        return success;
     } catch (const UsageError& error) {
         complain(error.what());
         return usage;

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/zobiconnect/radio/RadioStateNames.h"
-#include "tools/zobiconnect/text/GATTNames.h"
+#include "tools/zobiconnect/text/Names.h"
 #include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {

@@ -1,9 +1,8 @@
 #include "tools/zobiconnect/beacon/BeaconVisit.h"
 
-#include <csignal>
 #include <utility>
 
-#include "tools/zobiconnect/text/GATTNames.h"
+#include "tools/zobiconnect/text/Names.h"
 #include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {
@@ -33,9 +32,7 @@ BeaconVisit::BeaconVisit(const BeaconOptions& options)
       platform_(install(std::move(radio_.platform))),
       stopOnSignal_(platform_.runLoop()),
       deadline_(platform_.runLoop(), options.timeout),
-      client_(std::make_shared<BeaconClient>(platform_, BeaconIdentity(options.major, options.minor))) {
-    // A reader that has gone away must not end the process while there is a link.
-    ::signal(SIGPIPE, SIG_IGN);
+      client_(std::make_shared<BeaconClient>(platform_, options.identity)) {
     client_->start();
     radio_.play();
 }

@@ -1,25 +1,17 @@
 #include <cstdint>
-#include <limits>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/beacon/BeaconVisit.h"
-#include "tools/zobiconnect/options/OptionChecks.h"
 #include "tools/zobiconnect/terminal/Console.h"
 
 namespace zobi::tool {
 
 namespace {
 
-struct Options {
-    BeaconOptions beacon;
-    std::optional<std::int32_t> value;
-};
-
-int runButtonMode(const Options& options) {
-    BeaconVisit visit(options.beacon);
+int runButtonMode(const BeaconOptions& options) {
+    BeaconVisit visit(options);
     BeaconClient& client = visit.client();
     std::int32_t mode = 0;
     visit.carryOut([&] {
@@ -45,18 +37,16 @@ int runButtonMode(const Options& options) {
 }  // namespace
 
 Command addButtonModeCommand(CLI::App& tool) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<BeaconOptions>();
     CLI::App* const app = tool.add_subcommand("button-mode", "Read or set the button mode of a beacon");
     app->group("Commands");
-    addBeaconOptions(*app, options->beacon, "Give up after so much time in all");
-    app->add_option("VALUE", options->value, "The mode to set, 0 to 255; without it the mode is only read")
-        ->check(isNumberUpTo(std::numeric_limits<std::uint8_t>::max()))
-        ->option_text(" ");
+    addBeaconOptions(*app, *options, "Give up after so much time in all",
+                     "The mode to set, 0 to 255; without it the mode is only read");
     app->footer(
         "Waits until the beacon is heard, connects to it, sets the mode if a value is given, reads it,\n"
         "disconnects, and prints what was read. The exit status is 0 only if that is the value.\n"
         "\n"
-        "Example: zobiconnect button-mode 1 7 2");
+        "Example: zobiconnect button-mode 1.7 2");
     return {app, [options] { return runButtonMode(*options); }};
 }
 

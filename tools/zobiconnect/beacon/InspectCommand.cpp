@@ -7,10 +7,11 @@
 #include <vector>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/beacon/BeaconVisit.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/text/BeaconJson.h"
-#include "tools/zobiconnect/text/GATTNames.h"
+#include "tools/zobiconnect/text/Names.h"
 #include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {
@@ -159,9 +160,7 @@ Command addInspectCommand(CLI::App& tool) {
     const auto options = std::make_shared<Options>();
     CLI::App* const app = tool.add_subcommand("inspect", "Connect to a beacon and print what it is");
     app->group("Commands");
-    app->add_option("--format", options->format, "'text', or 'json': one object in a line")
-        ->check(CLI::IsMember({"text", "json"}))
-        ->option_text("FORMAT [text]");
+    addFormatOption(*app, options->format, "text");
     addBeaconOptions(*app, options->beacon, "Give up after so much time in all");
     app->footer(
         "Waits until the beacon is heard, connects to it, reads its values, prints them and the services\n"
@@ -170,7 +169,7 @@ Command addInspectCommand(CLI::App& tool) {
         "\n"
         "The battery level can only be listened to: if none comes in 2 s, the advertised one is printed.\n"
         "\n"
-        "Example: zobiconnect inspect 1 7");
+        "Example: zobiconnect inspect 1.7");
     return {app, [options] { return runInspect(*options); }};
 }
 

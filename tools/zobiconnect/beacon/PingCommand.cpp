@@ -42,7 +42,7 @@ Command addPingCommand(CLI::App& tool) {
         "Waits until the beacon is heard, connects to it, pings it and disconnects. A beacon does not\n"
         "confirm a ping: the exit status is 0 when it was sent, and the link still stood after it.\n"
         "\n"
-        "Example: zobiconnect ping 1 7");
+        "Example: zobiconnect ping 1.7");
     return {app, [options] { return runPing(*options); }};
 }
 

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -13,9 +12,9 @@
 
 #include "ZobiConnectKit/simulation/Scenario.h"
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/emulate/EmulateControls.h"
 #include "tools/zobiconnect/emulate/EmulatedBeacon.h"
-#include "tools/zobiconnect/options/OptionChecks.h"
 #include "tools/zobiconnect/scenario/ScenarioFile.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/StopOnSignal.h"
@@ -43,26 +42,25 @@ struct Options {
     int battery = 100;
     int temperature = 20;
     std::optional<std::string> scenario;
+    std::optional<double> duration;
     bool log = false;
 };
 
-std::array<std::uint8_t, 6> macAddressIn(const std::string& text) {
-    std::array<std::uint8_t, 6> address{};
-    std::vector<std::uint8_t> bytes;
-    try {
-        bytes = bytesFromHex(text);
-    } catch (const std::invalid_argument&) {
-        // It is refused as one of another length is.
-    }
-    if (bytes.size() != address.size())
-        throw UsageError("--mac: \"" + text + "\" is not 12 hexadecimal digits");
-    std::ranges::copy(bytes, address.begin());
-    return address;
+CLI::Validator isMacAddress() {
+    const auto check = [](const std::string& text) -> std::string {
+        try {
+            if (bytesFromHex(text).size() == BeaconDescription().macAddress.size()) return "";
+        } catch (const std::invalid_argument&) {
+            // It is refused as one of another length is.
+        }
+        return '"' + text + "\" is not 12 hexadecimal digits";
+    };
+    return {check, "", "MAC address"};
 }
 
 Scenario scenarioOfOneBeacon(const Options& options) {
     BeaconDescription beacon;
-    beacon.macAddress = macAddressIn(options.macAddress);
+    std::ranges::copy(bytesFromHex(options.macAddress), beacon.macAddress.begin());
     beacon.major = options.major.value_or(1);
     beacon.minor = options.minor.value_or(1);
     beacon.layoutVersion = static_cast<std::int8_t>(options.layoutVersion);
@@ -94,8 +92,6 @@ int runEmulate(const Options& options) {
     if (!options.log) platform.log().setSink(nullptr);
     platform::RunLoop& runLoop = platform.runLoop();
     const StopOnSignal stopOnSignal(runLoop);
-    // A reader that has gone away must not end the process while the beacon is on the air.
-    ::signal(SIGPIPE, SIG_IGN);
     World world(runLoop, 0);
     SimulatedBeacon& beacon = *playScenario(scenario, platform, world)[index];
 
@@ -111,14 +107,14 @@ int runEmulate(const Options& options) {
         return PeripheralManager::makeOnPlatform(platform, std::move(services), std::move(delegate));
     });
     bool isOver = false;
+    const auto quit = [&] {
+        isOver = true;
+        runLoop.stop();
+    };
     std::optional<EmulateControls> controls;
     controls.emplace(runLoop, beacon,
-                     EmulateControls::Actions{[&] { emulated->disconnectCentrals(); },
-                                              [&] {
-                                                  isOver = true;
-                                                  runLoop.stop();
-                                              },
-                                              tell});
+                     EmulateControls::Actions{[&] { emulated->disconnectCentrals(); }, quit, tell});
+    if (options.duration) runLoop.after(*options.duration, quit);
 
     platform::ExceptionKeeper exceptions;
     exceptions.run([&] {
@@ -146,34 +142,36 @@ Command addEmulateCommand(CLI::App& tool) {
     app->add_option("--adapter", options->adapter,
                     "Which adapter of this machine, by its name (hci0) or address; any by default")
         ->option_text("ADAPTER");
-    const CLI::Validator isIdentity = isNumberUpTo(std::numeric_limits<std::uint16_t>::max());
+    const CLI::Validator identity = wholeNumber<std::uint16_t>(0, std::numeric_limits<std::uint16_t>::max());
     app->add_option("--major", options->major, "The beacon's major number,")
-        ->check(isIdentity)
+        ->transform(identity)
         ->option_text("NUMBER [1]");
     app->add_option("--minor", options->minor, "and its minor number")
-        ->check(isIdentity)
+        ->transform(identity)
         ->option_text("NUMBER [1]");
     CLI::Option* const scenario =
         app->add_option("--scenario", options->scenario,
                         "Do what happens to a beacon of a JSON file (see docs/scenarios.md): the first, or "
-                        "the one with these numbers")
+                        "the one with these numbers; - is stdin")
             ->option_text("FILE");
     app->add_option("--mac", options->macAddress, "The MAC address that it advertises")
+        ->check(isMacAddress())
         ->excludes(scenario)
         ->option_text("MAC [00:00:00:00:00:00]");
     app->add_option("--layout", options->layoutVersion, "Version of the layout of what it advertises")
-        ->check(CLI::Range(-128, 127))
+        ->transform(wholeNumber(-128, 127))
         ->excludes(scenario)
         ->option_text("NUMBER [3]");
     app->add_option("--battery", options->battery, "Its battery level at first")
-        ->check(CLI::Range(0, 255))
+        ->transform(wholeNumber(0, 255))
         ->excludes(scenario)
         ->option_text("PERCENT [100]");
     app->add_option("--temperature", options->temperature, "Its temperature at first")
-        ->check(CLI::Range(-4, 65531))
+        ->transform(wholeNumber(-4, 65531))
         ->excludes(scenario)
         ->option_text("DEGREES [20]");
-    app->add_flag("--log", options->log, "Print the library's log lines on stderr");
+    addDurationOption(*app, options->duration);
+    app->add_flag("--log", options->log, "Print the library's log lines on stderr")->disable_flag_override();
     app->footer(
         "The beacon advertises and can be connected to, as real ones; what centrals do is told line by "
         "line.\n"

@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdint>
 #include <limits>
 #include <utility>
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "tools/zobiconnect/terminal/Console.h"
+#include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {
 
@@ -44,16 +44,6 @@ std::vector<std::string_view> wordsOf(std::string_view line) {
         words.push_back(line.substr(0, end));
         line.remove_prefix(end);
     }
-}
-
-/// The number that is the whole word, if it is one in these bounds.
-template <typename Number>
-std::optional<Number> numberIn(std::string_view word, Number smallest, Number largest) {
-    Number number{};
-    const char* const end = word.data() + word.size();
-    const auto [rest, error] = std::from_chars(word.data(), end, number);
-    const bool isNumber = error == std::errc() && rest == end && number >= smallest && number <= largest;
-    return isNumber ? std::optional(number) : std::nullopt;
 }
 
 std::vector<std::uint8_t> bigEndian(int number) {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
-#include "tools/zobiconnect/text/GATTNames.h"
 #include "tools/zobiconnect/text/Hex.h"
+#include "tools/zobiconnect/text/Names.h"
 #include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {

@@ -1,7 +1,7 @@
 #include "tools/zobiconnect/monitor/JsonLinesView.h"
 
-#include "tools/zobiconnect/radio/RadioStateNames.h"
 #include "tools/zobiconnect/terminal/Console.h"
+#include "tools/zobiconnect/text/Names.h"
 
 namespace zobi::tool {
 

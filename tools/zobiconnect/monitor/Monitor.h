@@ -8,7 +8,7 @@
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "tools/zobiconnect/monitor/MonitorView.h"
-#include "tools/zobiconnect/radio/ObservedPlatform.h"
+#include "tools/zobiconnect/monitor/ObservedPlatform.h"
 
 namespace zobi::tool {
 

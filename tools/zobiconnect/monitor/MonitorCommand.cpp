@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/monitor/JsonLinesView.h"
 #include "tools/zobiconnect/monitor/Monitor.h"
+#include "tools/zobiconnect/monitor/ObservedPlatform.h"
 #include "tools/zobiconnect/monitor/TableView.h"
-#include "tools/zobiconnect/options/Display.h"
-#include "tools/zobiconnect/options/OptionChecks.h"
 #include "tools/zobiconnect/radio/RadioOptions.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/StopOnSignal.h"
@@ -75,10 +75,8 @@ Command addMonitorCommand(CLI::App& tool) {
     const auto options = std::make_shared<Options>();
     CLI::App* const app = tool.add_subcommand("monitor", "Show the beacons in range, until Ctrl-C");
     app->group("Commands");
-    addDisplayOption(*app, options->format);
-    app->add_option("--for", options->duration, "End after so much time")
-        ->check(isSeconds())
-        ->option_text("SECONDS");
+    addFormatOption(*app, options->format, "table");
+    addDurationOption(*app, options->duration);
     app->add_option("--background-at", options->backgroundAt,
                     "Send the application to the background then; may be repeated")
         ->check(isSeconds())
@@ -100,7 +98,7 @@ Command addMonitorCommand(CLI::App& tool) {
         "  latest         signal strength, battery level and temperature as last advertised\n"
         "  BUTTON         the last action, 0 to 2, and how long ago it was heard\n"
         "\n"
-        "Events of jsonl, each with its time in seconds since 1970:\n"
+        "Events of json, each with its time in seconds since 1970:\n"
         "  state          of Bluetooth: 0 unknown, 1 resetting, 2 unsupported, 3 unauthorized,\n"
         "                 4 poweredOff, 5 poweredOn\n"
         "  application    0 active, 2 background\n"
@@ -111,7 +109,7 @@ Command addMonitorCommand(CLI::App& tool) {
         "\n"
         "Examples:\n"
         "  zobiconnect monitor --simulate 20\n"
-        "  zobiconnect monitor --for 3600 --virtual-time --format jsonl | grep '\"event\":\"button\"'");
+        "  zobiconnect monitor --for 3600 --virtual-time --format json | grep '\"event\":\"button\"'");
     return {app, [options] { return runMonitor(*options); }};
 }
 

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <utility>
 
-#include "tools/zobiconnect/radio/RadioStateNames.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/TextTable.h"
+#include "tools/zobiconnect/text/Names.h"
 #include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {
@@ -59,9 +59,7 @@ std::vector<std::string> cells(double now, const ZOKBeacon& beacon, const Sighti
 
 }  // namespace
 
-TableView::TableView(Display display, std::string note) : note_(std::move(note)) {
-    if (display == Display::liveTable) screen_.emplace();
-}
+TableView::TableView(Display display, std::string note) : screen_(display), note_(std::move(note)) {}
 
 void TableView::bluetoothStateChanged(const Moment& moment) {
     draw(moment);
@@ -96,7 +94,7 @@ void TableView::beaconsRanged(const Moment& moment, const std::vector<std::share
 }
 
 void TableView::ended(const Moment& moment, const Totals& totals) {
-    screen_.reset();
+    screen_.end();
     printOut("Ended after " + secondsText(std::llround(moment.elapsed)) + ": " +
              counted(totals.beacons, "beacon") + " in " + counted(totals.reports, "report") + ", " +
              counted(totals.buttonActions, "button action") + ", " +
@@ -111,17 +109,7 @@ void TableView::draw(const Moment& moment) {
     if (!headings_.empty()) lines.push_back({""});
     lines.insert(lines.end(), headings_.begin(), headings_.end());
     lines.insert(lines.end(), rows_.begin(), rows_.end());
-    if (screen_) {
-        const std::size_t height = Screen::size().rows;
-        if (lines.size() > height && height > 0) {
-            const std::size_t hidden = lines.size() - (height - 1);
-            lines.resize(height - 1);
-            lines.push_back({"... and " + counted(hidden, "more row"), Screen::Style::faint});
-        }
-        Screen::show(lines);
-        return;
-    }
-    Screen::print(lines);
+    screen_.show(std::move(lines));
 }
 
 std::string TableView::statusLine(const Moment& moment) const {

@@ -2,12 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/zobiconnect/monitor/MonitorView.h"
-#include "tools/zobiconnect/options/Display.h"
 #include "tools/zobiconnect/terminal/Screen.h"
 
 namespace zobi::tool {
@@ -30,7 +28,7 @@ private:
     void draw(const Moment& moment);
     std::string statusLine(const Moment& moment) const;
 
-    std::optional<Screen> screen_;
+    Screen screen_;
     std::string note_;
     std::size_t beaconCount_ = 0;
     std::vector<Screen::Line> headings_;

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/zobiconnect/options/OptionChecks.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/radio/MachineRadio.h"
 #include "tools/zobiconnect/scenario/DemoScenario.h"
 #include "tools/zobiconnect/scenario/ScenarioFile.h"
@@ -67,9 +67,9 @@ void addRadioOptions(CLI::App& command, RadioOptions& options) {
     if (hasMachineRadio) radios.insert(radios.begin(), "bluez");
     command
         .add_option("--radio", options.radio,
-                    "What to listen with: 'bluez', the radio of this machine, where the tool was built with "
-                    "it, or 'simulated', which the options below imply")
-        ->check(CLI::IsMember(radios))
+                    "What to listen with: 'bluez', the radio of this machine, where the tool was\n"
+                    "built with it, or 'simulated', which the options below imply")
+        ->check(isOneOf(radios))
         ->option_text("RADIO [" + radios.front() + "]");
     command
         .add_option("--adapter", options.adapter,
@@ -79,19 +79,25 @@ void addRadioOptions(CLI::App& command, RadioOptions& options) {
         command
             .add_option("--simulate", options.simulate,
                         "Simulate so many beacons, which come, change, fall silent and return")
-            ->check(CLI::Range(1, 10000))
+            ->transform(wholeNumber(1, 10000))
             ->option_text("N [" + std::to_string(beaconsByDefault) + ']');
     command
         .add_option("--scenario", options.scenario,
-                    "Simulate what a JSON file describes (see docs/scenarios.md)")
+                    "Simulate what a JSON file describes (see docs/scenarios.md); - is stdin")
         ->excludes(simulate)
         ->option_text("FILE");
     command.add_option("--seed", options.seed, "Decides all that is random in the simulation")
-        ->check(isNumberUpTo(std::numeric_limits<std::uint64_t>::max()))
+        ->transform(wholeNumber<std::uint64_t>(0, std::numeric_limits<std::uint64_t>::max()))
         ->option_text("NUMBER [0]");
-    command.add_flag("--virtual-time", options.virtualTime,
-                     "Simulate as fast as the machine goes; the same seed gives the same output");
-    command.add_flag("--log", options.log, "Print the library's log lines on stderr");
+    CLI::Option* const virtualTime =
+        command
+            .add_flag("--virtual-time", options.virtualTime,
+                      "Simulate as fast as the machine goes; the same seed gives the same output")
+            ->disable_flag_override();
+    // A command without it has a timeout.
+    if (CLI::Option* const duration = command.get_option_no_throw("--for")) virtualTime->needs(duration);
+    command.add_flag("--log", options.log, "Print the library's log lines on stderr")
+        ->disable_flag_override();
 }
 
 Radio makeRadio(const RadioOptions& options) {

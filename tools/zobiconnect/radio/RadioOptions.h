@@ -26,7 +26,7 @@ struct RadioOptions {
     std::string caption() const;
 };
 
-/// Adds them to a command.
+/// Adds them to a command. If it has --for, virtual time requires that.
 /// @param options must outlive the command.
 void addRadioOptions(CLI::App& command, RadioOptions& options);
 

@@ -105,50 +105,42 @@ void CheckedObject::fail(const std::string& key, const std::string& reason) cons
     throw Mistake(path(key), reason);
 }
 
-const json* CheckedObject::find(const std::string& key) {
-    if (std::ranges::find(known_, key) == known_.end()) known_.push_back(key);
+void CheckedObject::allowOnly(const std::vector<std::string>& keys) const {
+    for (const auto& [key, value] : value_.items()) {
+        if (std::ranges::find(keys, key) == keys.end()) {
+            fail(key, "unknown key; known here: " + listed(keys));
+        }
+    }
+}
+
+const json& CheckedObject::get(const std::string& key) const {
     const auto found = value_.find(key);
-    return found == value_.end() ? nullptr : &*found;
+    if (found == value_.end()) fail(key, "missing");
+    return *found;
 }
 
-const json& CheckedObject::get(const std::string& key) {
-    if (const json* value = find(key)) return *value;
-    fail(key, "missing");
-}
-
-std::string CheckedObject::text(const std::string& key) {
+std::string CheckedObject::text(const std::string& key) const {
     const json& value = get(key);
     if (!value.is_string()) fail(key, "must be a text");
     return value;
 }
 
-double CheckedObject::number(const std::string& key, double smallest, double largest) {
+double CheckedObject::number(const std::string& key, double smallest, double largest) const {
     const json& value = get(key);
     if (!value.is_number()) fail(key, "must be a number");
     return inRange(key, value, smallest, largest);
 }
 
-const json& CheckedObject::list(const std::string& key) {
+const json& CheckedObject::list(const std::string& key) const {
     const json& value = get(key);
     if (!value.is_array()) fail(key, "must be a list");
     return value;
 }
 
-void CheckedObject::forEach(const std::string& key, const std::function<void(CheckedObject&)>& read) {
+void CheckedObject::forEach(const std::string& key,
+                            const std::function<void(const CheckedObject&)>& read) const {
     std::size_t index = 0;
-    for (const json& value : list(key)) {
-        CheckedObject element(value, elementPath(path(key), index++));
-        read(element);
-        element.refuseOtherKeys();
-    }
-}
-
-void CheckedObject::refuseOtherKeys() const {
-    for (const auto& [key, value] : value_.items()) {
-        if (std::ranges::find(known_, key) == known_.end()) {
-            fail(key, "unknown key; known here: " + listed(known_));
-        }
-    }
+    for (const json& value : list(key)) read(CheckedObject(value, elementPath(path(key), index++)));
 }
 
 double CheckedObject::inRange(const std::string& key, const json& value, double smallest,

@@ -30,8 +30,7 @@ nlohmann::json parseJson(std::string_view text);
 /// As in "beacons[3]".
 std::string elementPath(const std::string& path, std::size_t index);
 
-/// One object of a file. What it gives is of the kind that was asked for, or else a `Mistake`. It notes which
-/// keys it was asked for: what it has besides is a mistake too.
+/// One object of a file. What it gives is of the kind that was asked for, or else a `Mistake`.
 class CheckedObject {
 public:
     using json = nlohmann::json;
@@ -43,39 +42,38 @@ public:
 
     [[noreturn]] void fail(const std::string& key, const std::string& reason) const;
 
-    /// The value under `key`, or null when the key is missing.
-    const json* find(const std::string& key);
+    /// Refuses all other keys. To be called first: who misspelt a key is told so, and not that it is missing.
+    void allowOnly(const std::vector<std::string>& keys) const;
 
-    const json& get(const std::string& key);
+    bool has(const std::string& key) const { return value_.contains(key); }
 
-    std::string text(const std::string& key);
+    const json& get(const std::string& key) const;
 
-    double number(const std::string& key, double smallest, double largest);
+    std::string text(const std::string& key) const;
+
+    double number(const std::string& key, double smallest, double largest) const;
 
     template <typename Integer>
     Integer integer(const std::string& key, double smallest = std::numeric_limits<Integer>::min(),
-                    double largest = std::numeric_limits<Integer>::max()) {
+                    double largest = std::numeric_limits<Integer>::max()) const {
         const json& value = get(key);
         if (!value.is_number_integer()) fail(key, "must be a whole number");
         return static_cast<Integer>(inRange(key, value, smallest, largest));
     }
 
-    const json& list(const std::string& key);
+    const json& list(const std::string& key) const;
 
     /// Reads each object of a list.
-    void forEach(const std::string& key, const std::function<void(CheckedObject&)>& read);
+    void forEach(const std::string& key, const std::function<void(const CheckedObject&)>& read) const;
 
     /// Reads the object under `key`.
     template <typename Read>
-    auto object(const std::string& key, const Read& read) {
-        CheckedObject object(get(key), path(key));
-        auto result = read(object);
-        object.refuseOtherKeys();
-        return result;
+    auto object(const std::string& key, const Read& read) const {
+        return read(CheckedObject(get(key), path(key)));
     }
 
     /// One of `names`, as its place among them.
-    std::size_t oneOf(const std::string& key, const auto& names) {
+    std::size_t oneOf(const std::string& key, const auto& names) const {
         const std::string name = text(key);
         const auto found = std::ranges::find(names, name);
         if (found == names.end()) {
@@ -84,15 +82,11 @@ public:
         return static_cast<std::size_t>(found - names.begin());
     }
 
-    /// To be called last.
-    void refuseOtherKeys() const;
-
 private:
     double inRange(const std::string& key, const json& value, double smallest, double largest) const;
 
     const json& value_;
     std::string path_;
-    std::vector<std::string> known_;
 };
 
 }  // namespace zobi::tool

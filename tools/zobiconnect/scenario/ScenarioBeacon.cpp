@@ -22,24 +22,26 @@ namespace {
 constexpr double shortestInterval = 0.01;
 constexpr double longestInterval = 3600;
 
-LinkDescription readLink(CheckedObject& object) {
+LinkDescription readLink(const CheckedObject& object) {
+    object.allowOnly({"delay", "error", "supervisionTimeout", "responseDelay", "serviceDiscoveryError",
+                      "signalReadError"});
     LinkDescription link;
-    if (object.find("delay")) link.connectionDelay = object.number("delay", 0, longestInterval);
-    if (object.find("error")) link.connectionError = readError(object, "error");
-    if (object.find("supervisionTimeout")) {
+    if (object.has("delay")) link.connectionDelay = object.number("delay", 0, longestInterval);
+    if (object.has("error")) link.connectionError = readError(object, "error");
+    if (object.has("supervisionTimeout")) {
         link.supervisionTimeout = object.number("supervisionTimeout", shortestInterval, longestInterval);
     }
-    if (object.find("responseDelay")) {
+    if (object.has("responseDelay")) {
         link.responseDelay = object.number("responseDelay", 0, longestInterval);
     }
-    if (object.find("serviceDiscoveryError")) {
+    if (object.has("serviceDiscoveryError")) {
         link.serviceDiscoveryError = readError(object, "serviceDiscoveryError");
     }
-    if (object.find("signalReadError")) link.signalReadError = readError(object, "signalReadError");
+    if (object.has("signalReadError")) link.signalReadError = readError(object, "signalReadError");
     return link;
 }
 
-CharacteristicProperties readProperties(CheckedObject& object) {
+CharacteristicProperties readProperties(const CheckedObject& object) {
     struct Property {
         std::string_view name;
         bool CharacteristicProperties::*field;
@@ -65,9 +67,14 @@ CharacteristicProperties readProperties(CheckedObject& object) {
     return properties;
 }
 
-GeneratedValue readGenerated(CheckedObject& object) {
+GeneratedValue readGenerated(const CheckedObject& object) {
     constexpr auto kinds = std::to_array<std::string_view>({"drift", "swing", "pick"});
     const std::string_view kind = kinds[object.oneOf("kind", kinds)];
+    std::vector<std::string> keys{"kind", "interval", "smallest", "largest"};
+    if (kind == "pick") keys = {"kind", "interval", "values"};
+    if (kind == "drift") keys.emplace_back("step");
+    if (kind == "swing") keys.emplace_back("period");
+    object.allowOnly(keys);
     const double interval = object.number("interval", shortestInterval, longestInterval);
     if (kind == "pick") {
         std::vector<std::vector<std::uint8_t>> values;
@@ -87,31 +94,34 @@ GeneratedValue readGenerated(CheckedObject& object) {
     return platform::simulation::swingingValue(interval, smallest, largest, period);
 }
 
-CharacteristicDescription readCharacteristic(CheckedObject& object) {
+CharacteristicDescription readCharacteristic(const CheckedObject& object) {
+    object.allowOnly(
+        {"uuid", "properties", "value", "width", "generate", "readError", "writeError", "notifyError"});
     CharacteristicDescription characteristic{.uuid = readUUID(object, "uuid")};
-    if (object.find("properties")) characteristic.properties = readProperties(object);
-    if (object.find("value")) {
+    if (object.has("properties")) characteristic.properties = readProperties(object);
+    if (object.has("value")) {
         characteristic.value = valueFrom(object.get("value"), object.path("value"));
     }
-    if (object.find("width")) {
+    if (object.has("width")) {
         constexpr double largest = platform::simulation::maximumValueSize;
         characteristic.width = object.integer<std::size_t>("width", 0, largest);
     }
-    if (object.find("generate")) characteristic.generated = object.object("generate", readGenerated);
-    if (object.find("readError")) characteristic.readError = readError(object, "readError");
-    if (object.find("writeError")) characteristic.writeError = readError(object, "writeError");
-    if (object.find("notifyError")) characteristic.notifyError = readError(object, "notifyError");
+    if (object.has("generate")) characteristic.generated = object.object("generate", readGenerated);
+    if (object.has("readError")) characteristic.readError = readError(object, "readError");
+    if (object.has("writeError")) characteristic.writeError = readError(object, "writeError");
+    if (object.has("notifyError")) characteristic.notifyError = readError(object, "notifyError");
     return characteristic;
 }
 
-ServiceDescription readService(CheckedObject& object) {
+ServiceDescription readService(const CheckedObject& object) {
+    object.allowOnly({"uuid", "characteristics", "discoveryError"});
     ServiceDescription service{.uuid = readUUID(object, "uuid")};
-    if (object.find("characteristics")) {
-        object.forEach("characteristics", [&](CheckedObject& characteristic) {
+    if (object.has("characteristics")) {
+        object.forEach("characteristics", [&](const CheckedObject& characteristic) {
             service.characteristics.push_back(readCharacteristic(characteristic));
         });
     }
-    if (object.find("discoveryError")) service.discoveryError = readError(object, "discoveryError");
+    if (object.has("discoveryError")) service.discoveryError = readError(object, "discoveryError");
     return service;
 }
 
@@ -125,7 +135,7 @@ ServiceDescription usualService(const json& uuid, const std::string& path) {
     return *found;
 }
 
-std::vector<ServiceDescription> readServices(CheckedObject& object) {
+std::vector<ServiceDescription> readServices(const CheckedObject& object) {
     std::vector<ServiceDescription> services;
     for (const json& value : object.list("services")) {
         const std::string path = elementPath(object.path("services"), services.size());
@@ -133,27 +143,23 @@ std::vector<ServiceDescription> readServices(CheckedObject& object) {
             services.push_back(usualService(value, path));
             continue;
         }
-        CheckedObject service(value, path);
-        services.push_back(readService(service));
-        service.refuseOtherKeys();
+        services.push_back(readService(CheckedObject(value, path)));
     }
     return services;
 }
 
-}  // namespace
-
-BeaconDescription readBeacon(CheckedObject& object) {
+BeaconDescription readDescription(const CheckedObject& object) {
     BeaconDescription beacon;
     const auto mac = readHex(object, "mac");
     if (mac.size() != beacon.macAddress.size()) object.fail("mac", "must be 12 hexadecimal digits");
     std::ranges::copy(mac, beacon.macAddress.begin());
     beacon.major = object.integer<std::uint16_t>("major");
     beacon.minor = object.integer<std::uint16_t>("minor");
-    if (object.find("layoutVersion")) beacon.layoutVersion = object.integer<std::int8_t>("layoutVersion");
-    if (object.find("battery")) beacon.batteryLevel = readBattery(object);
-    if (object.find("temperature")) beacon.temperature = readTemperature(object);
-    if (object.find("localName")) beacon.localName = readLocalName(object);
-    if (object.find("advertisedServices")) {
+    if (object.has("layoutVersion")) beacon.layoutVersion = object.integer<std::int8_t>("layoutVersion");
+    if (object.has("battery")) beacon.batteryLevel = readBattery(object);
+    if (object.has("temperature")) beacon.temperature = readTemperature(object);
+    if (object.has("localName")) beacon.localName = readLocalName(object);
+    if (object.has("advertisedServices")) {
         beacon.advertisedServices.clear();
         for (const json& value : object.list("advertisedServices")) {
             const auto path =
@@ -161,17 +167,30 @@ BeaconDescription readBeacon(CheckedObject& object) {
             beacon.advertisedServices.push_back(uuidFrom(value, path));
         }
     }
-    if (object.find("interval")) {
+    if (object.has("interval")) {
         beacon.advertisingInterval = object.number("interval", shortestInterval, longestInterval);
     }
-    if (object.find("jitter")) beacon.advertisingJitter = object.number("jitter", 0, longestInterval);
-    if (object.find("signalStrength")) beacon.signalStrength = readSignalStrength(object);
-    if (object.find("signalStrengthSpread")) {
+    if (object.has("jitter")) beacon.advertisingJitter = object.number("jitter", 0, longestInterval);
+    if (object.has("signalStrength")) beacon.signalStrength = readSignalStrength(object);
+    if (object.has("signalStrengthSpread")) {
         beacon.signalStrengthSpread = object.integer<int>("signalStrengthSpread", 0, 100);
     }
-    if (object.find("link")) beacon.link = object.object("link", readLink);
-    if (object.find("services")) beacon.services = readServices(object);
+    if (object.has("link")) beacon.link = object.object("link", readLink);
+    if (object.has("services")) beacon.services = readServices(object);
     return beacon;
+}
+
+}  // namespace
+
+void readBeacon(const CheckedObject& object, BeaconIndices& indices, Scenario& scenario) {
+    object.allowOnly({"name", "mac", "major", "minor", "layoutVersion", "battery", "temperature", "localName",
+                      "advertisedServices", "interval", "jitter", "signalStrength", "signalStrengthSpread",
+                      "link", "services"});
+    const std::string name = object.text("name");
+    if (!indices.emplace(name, scenario.beacons.size()).second) {
+        object.fail("name", "another beacon is named \"" + name + "\" already");
+    }
+    scenario.beacons.push_back(readDescription(object));
 }
 
 }  // namespace zobi::tool

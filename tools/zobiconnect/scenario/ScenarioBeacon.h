@@ -1,12 +1,19 @@
 #pragma once
 
-#include "ZobiConnectKit/simulation/BeaconDescription.h"
+#include <cstddef>
+#include <map>
+#include <string>
+
+#include "ZobiConnectKit/simulation/Scenario.h"
 #include "tools/zobiconnect/scenario/CheckedJson.h"
 
 namespace zobi::tool {
 
-/// A beacon of a scenario file, but for its name.
+/// By their names: the places of the beacons in their scenario.
+using BeaconIndices = std::map<std::string, std::size_t>;
+
+/// Adds a beacon of a scenario file to the scenario.
 /// @throws Mistake
-BeaconDescription readBeacon(CheckedObject& object);
+void readBeacon(const CheckedObject& object, BeaconIndices& indices, Scenario& scenario);
 
 }  // namespace zobi::tool

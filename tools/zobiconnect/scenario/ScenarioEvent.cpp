@@ -7,8 +7,8 @@
 #include <optional>
 #include <string_view>
 
-#include "tools/zobiconnect/radio/RadioStateNames.h"
 #include "tools/zobiconnect/scenario/ScenarioValues.h"
+#include "tools/zobiconnect/text/Names.h"
 
 namespace zobi::tool {
 
@@ -25,7 +25,7 @@ namespace {
 using BeaconAction = std::function<void(SimulatedBeacon&)>;
 using OptionalError = std::optional<NSError>;
 
-CBUUID readOwnCharacteristic(CheckedObject& event, const BeaconDescription& beacon) {
+CBUUID readOwnCharacteristic(const CheckedObject& event, const BeaconDescription& beacon) {
     const CBUUID uuid = readUUID(event, "characteristic");
     const bool isOwn = std::ranges::any_of(beacon.services, [&](const ServiceDescription& service) {
         return std::ranges::find(service.characteristics, uuid, &CharacteristicDescription::uuid) !=
@@ -35,7 +35,7 @@ CBUUID readOwnCharacteristic(CheckedObject& event, const BeaconDescription& beac
     return uuid;
 }
 
-CBUUID readOwnService(CheckedObject& event, const BeaconDescription& beacon) {
+CBUUID readOwnService(const CheckedObject& event, const BeaconDescription& beacon) {
     const CBUUID uuid = readUUID(event, "service");
     if (std::ranges::find(beacon.services, uuid, &ServiceDescription::uuid) == beacon.services.end()) {
         event.fail("service", "the beacon has no service " + uuid.UUIDString());
@@ -43,11 +43,11 @@ CBUUID readOwnService(CheckedObject& event, const BeaconDescription& beacon) {
     return uuid;
 }
 
-BeaconAction readBeaconError(CheckedObject& event, void (SimulatedBeacon::*set)(OptionalError)) {
+BeaconAction readBeaconError(const CheckedObject& event, void (SimulatedBeacon::*set)(OptionalError)) {
     return [set, error = readError(event, "error")](auto& beacon) { (beacon.*set)(error); };
 }
 
-BeaconAction readGATTError(CheckedObject& event, const CBUUID& uuid,
+BeaconAction readGATTError(const CheckedObject& event, const CBUUID& uuid,
                            void (GATTServer::*set)(const CBUUID&, const OptionalError&)) {
     return
         [set, uuid, error = readError(event, "error")](auto& beacon) { (beacon.gatt().*set)(uuid, error); };
@@ -55,41 +55,51 @@ BeaconAction readGATTError(CheckedObject& event, const CBUUID& uuid,
 
 struct ReadableBeaconAction {
     std::string_view name;
+    /// Those that it has besides those of all events; empty texts fill the list up.
+    std::array<std::string_view, 2> keys;
     /// @param beacon as it is at the start.
-    BeaconAction (*read)(CheckedObject& event, const BeaconDescription& beacon);
+    BeaconAction (*read)(const CheckedObject& event, const BeaconDescription& beacon);
 };
 
 const auto& beaconActions() {
-    using Event = CheckedObject;
+    using Event = const CheckedObject;
     using Beacon = BeaconDescription;
     static constexpr auto actions = std::to_array<ReadableBeaconAction>({
         {"comeIntoRange",
+         {},
          [](Event&, const Beacon&) -> BeaconAction { return &SimulatedBeacon::comeIntoRange; }},
         {"goOutOfRange",
+         {},
          [](Event&, const Beacon&) -> BeaconAction { return &SimulatedBeacon::goOutOfRange; }},
         {"pressButton",
+         {"action", "seconds"},
          [](Event& event, const Beacon&) -> BeaconAction {
              const auto action = event.integer<std::int8_t>("action");
-             const double seconds = event.find("seconds") ? event.number("seconds", 0, longestTime) : 1;
+             const double seconds = event.has("seconds") ? event.number("seconds", 0, longestTime) : 1;
              return [=](auto& beacon) { beacon.pressButton(action, seconds); };
          }},
         {"setBattery",
+         {"battery"},
          [](Event& event, const Beacon&) -> BeaconAction {
              return [level = readBattery(event)](auto& beacon) { beacon.setBatteryLevel(level); };
          }},
         {"setTemperature",
+         {"temperature"},
          [](Event& event, const Beacon&) -> BeaconAction {
              return [degrees = readTemperature(event)](auto& beacon) { beacon.setTemperature(degrees); };
          }},
         {"setSignalStrength",
+         {"signalStrength"},
          [](Event& event, const Beacon&) -> BeaconAction {
              return [dBm = readSignalStrength(event)](auto& beacon) { beacon.setSignalStrength(dBm); };
          }},
         {"setLocalName",
+         {"localName"},
          [](Event& event, const Beacon&) -> BeaconAction {
              return [name = readLocalName(event)](auto& beacon) { beacon.setLocalName(name); };
          }},
         {"setServiceData",
+         {"serviceData"},
          [](Event& event, const Beacon&) -> BeaconAction {
              if (event.get("serviceData").is_null()) {
                  return [](auto& beacon) { beacon.setServiceData(std::nullopt); };
@@ -97,42 +107,52 @@ const auto& beaconActions() {
              return [data = readServiceData(event)](auto& beacon) { beacon.setServiceData(data); };
          }},
         {"sendOnce",
+         {"serviceData"},
          [](Event& event, const Beacon&) -> BeaconAction {
              return [data = readServiceData(event)](auto& beacon) { beacon.sendOnce(data); };
          }},
         {"endLink",
+         {"error"},
          [](Event& event, const Beacon&) { return readBeaconError(event, &SimulatedBeacon::endLink); }},
         {"setConnectionError",
+         {"error"},
          [](Event& event, const Beacon&) {
              return readBeaconError(event, &SimulatedBeacon::setConnectionError);
          }},
         {"setServiceDiscoveryError",
+         {"error"},
          [](Event& event, const Beacon&) {
              return readBeaconError(event, &SimulatedBeacon::setServiceDiscoveryError);
          }},
         {"setSignalReadError",
+         {"error"},
          [](Event& event, const Beacon&) {
              return readBeaconError(event, &SimulatedBeacon::setSignalReadError);
          }},
         {"setValue",
+         {"characteristic", "value"},
          [](Event& event, const Beacon& beacon) -> BeaconAction {
              const CBUUID uuid = readOwnCharacteristic(event, beacon);
              const auto value = valueFrom(event.get("value"), event.path("value"));
              return [=](auto& changed) { changed.gatt().setValue(uuid, value); };
          }},
         {"setReadError",
+         {"characteristic", "error"},
          [](Event& event, const Beacon& beacon) {
              return readGATTError(event, readOwnCharacteristic(event, beacon), &GATTServer::setReadError);
          }},
         {"setWriteError",
+         {"characteristic", "error"},
          [](Event& event, const Beacon& beacon) {
              return readGATTError(event, readOwnCharacteristic(event, beacon), &GATTServer::setWriteError);
          }},
         {"setNotifyError",
+         {"characteristic", "error"},
          [](Event& event, const Beacon& beacon) {
              return readGATTError(event, readOwnCharacteristic(event, beacon), &GATTServer::setNotifyError);
          }},
         {"setDiscoveryError",
+         {"service", "error"},
          [](Event& event, const Beacon& beacon) {
              return readGATTError(event, readOwnService(event, beacon), &GATTServer::setDiscoveryError);
          }},
@@ -145,7 +165,7 @@ constexpr auto otherActions =
 
 }  // namespace
 
-void readEvent(CheckedObject& event, const BeaconIndices& beacons, Scenario& scenario) {
+void readEvent(const CheckedObject& event, const BeaconIndices& beacons, Scenario& scenario) {
     const double at = event.number("at", 0, longestTime);
     if (scenario.repeatEvery && at >= *scenario.repeatEvery) {
         event.fail("at", "must be less than repeatEvery");
@@ -155,15 +175,23 @@ void readEvent(CheckedObject& event, const BeaconIndices& beacons, Scenario& sce
     names.insert(names.end(), otherActions.begin(), otherActions.end());
     const std::size_t action = event.oneOf("do", names);
     if (action < beaconActions().size()) {
-        const std::string name = event.text("beacon");
-        const auto beacon = beacons.find(name);
-        if (beacon == beacons.end()) event.fail("beacon", "there is no beacon \"" + name + '"');
+        const auto& [name, ownKeys, read] = beaconActions()[action];
+        std::vector<std::string> keys{"at", "do", "beacon"};
+        for (const std::string_view key : ownKeys) {
+            if (!key.empty()) keys.emplace_back(key);
+        }
+        event.allowOnly(keys);
+        const std::string beaconName = event.text("beacon");
+        const auto beacon = beacons.find(beaconName);
+        if (beacon == beacons.end()) event.fail("beacon", "there is no beacon \"" + beaconName + '"');
         const std::size_t index = beacon->second;
-        scenario.addBeaconEvent(at, index, beaconActions()[action].read(event, scenario.beacons[index]));
+        scenario.addBeaconEvent(at, index, read(event, scenario.beacons[index]));
     } else if (names[action] == "setRadio") {
+        event.allowOnly({"at", "do", "state"});
         const auto state = static_cast<CBManagerState>(event.oneOf("state", radioStateNames));
         scenario.timeline.push_back({at, [=](const Stage& stage) { stage.world.setRadioState(state); }});
     } else {
+        event.allowOnly({"at", "do"});
         const auto state =
             names[action] == "becomeActive" ? UIApplicationState::active : UIApplicationState::background;
         scenario.timeline.push_back(

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -16,21 +17,17 @@ namespace zobi::tool {
 
 namespace {
 
-Scenario readScenario(CheckedObject& top) {
+constexpr std::size_t largestFile = 16 * 1024 * 1024;
+
+Scenario readScenario(const CheckedObject& top) {
+    top.allowOnly({"beacons", "repeatEvery", "timeline"});
     Scenario scenario;
     BeaconIndices indices;
-    top.forEach("beacons", [&](CheckedObject& beacon) {
-        const std::string name = beacon.text("name");
-        if (!indices.emplace(name, scenario.beacons.size()).second) {
-            beacon.fail("name", "another beacon is named \"" + name + "\" already");
-        }
-        scenario.beacons.push_back(readBeacon(beacon));
-    });
-    if (top.find("repeatEvery")) scenario.repeatEvery = top.number("repeatEvery", 1, longestTime);
-    if (top.find("timeline")) {
-        top.forEach("timeline", [&](CheckedObject& event) { readEvent(event, indices, scenario); });
+    top.forEach("beacons", [&](const CheckedObject& beacon) { readBeacon(beacon, indices, scenario); });
+    if (top.has("repeatEvery")) scenario.repeatEvery = top.number("repeatEvery", 1, longestTime);
+    if (top.has("timeline")) {
+        top.forEach("timeline", [&](const CheckedObject& event) { readEvent(event, indices, scenario); });
     }
-    top.refuseOtherKeys();
     return scenario;
 }
 
@@ -39,24 +36,26 @@ Scenario readScenario(CheckedObject& top) {
 Scenario scenarioFromText(std::string_view text, const std::string& fileName) {
     try {
         const auto value = parseJson(text);
-        CheckedObject top(value, "");
-        return readScenario(top);
+        return readScenario(CheckedObject(value, ""));
     } catch (const Mistake& mistake) {
         throw UsageError(fileName + ": " + mistake.what());
     }
 }
 
 Scenario scenarioFromFile(const std::string& fileName) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(fileName.c_str(), "rb"),
-                                                               std::fclose);
+    const bool isInput = fileName == "-";
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
+        isInput ? nullptr : std::fopen(fileName.c_str(), "rb"), std::fclose);
+    std::FILE* const file = isInput ? stdin : opened.get();
     const auto failToRead = [&] { throw UsageError(fileName + ": cannot be read: " + std::strerror(errno)); };
     if (!file) failToRead();
     std::string text;
     std::array<char, 4096> buffer{};
-    while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
+    while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), file)) {
         text.append(buffer.data(), count);
+        if (text.size() > largestFile) throw UsageError(fileName + ": larger than 16 MiB");
     }
-    if (std::ferror(file.get())) failToRead();
+    if (std::ferror(file)) failToRead();
     return scenarioFromText(text, fileName);
 }
 

@@ -13,7 +13,8 @@ namespace zobi::tool {
 Scenario scenarioFromText(std::string_view text, const std::string& fileName);
 
 /// The scenario in a file.
-/// @throws UsageError for a mistake in it, and when it cannot be read.
+/// @param fileName "-" for stdin.
+/// @throws UsageError for a mistake in it, when it is larger than 16 MiB, and when it cannot be read.
 Scenario scenarioFromFile(const std::string& fileName);
 
 }  // namespace zobi::tool

@@ -50,11 +50,11 @@ CBUUID uuidFrom(const json& value, const std::string& path) {
     }
 }
 
-CBUUID readUUID(CheckedObject& object, const std::string& key) {
+CBUUID readUUID(const CheckedObject& object, const std::string& key) {
     return uuidFrom(object.get(key), object.path(key));
 }
 
-std::vector<std::uint8_t> readHex(CheckedObject& object, const std::string& key) {
+std::vector<std::uint8_t> readHex(const CheckedObject& object, const std::string& key) {
     return bytesFrom(object.get(key), object.path(key));
 }
 
@@ -65,39 +65,41 @@ std::vector<std::uint8_t> valueFrom(const json& value, const std::string& path) 
     return bytes;
 }
 
-std::optional<NSError> readError(CheckedObject& object, const std::string& key) {
+std::optional<NSError> readError(const CheckedObject& object, const std::string& key) {
     if (object.get(key).is_null()) return std::nullopt;
-    return object.object(key, [](CheckedObject& error) {
+    return object.object(key, [](const CheckedObject& error) {
+        error.allowOnly({"code", "domain", "text"});
         const int code = error.integer<int>("code");
         const std::string domain =
-            error.find("domain") ? error.text("domain") : std::string(platform::CBErrorDomain);
-        return NSError(domain, code, error.find("text") ? error.text("text") : usualText(domain, code));
+            error.has("domain") ? error.text("domain") : std::string(platform::CBErrorDomain);
+        return NSError(domain, code, error.has("text") ? error.text("text") : usualText(domain, code));
     });
 }
 
-std::optional<std::string> readLocalName(CheckedObject& object) {
+std::optional<std::string> readLocalName(const CheckedObject& object) {
     if (object.get("localName").is_null()) return std::nullopt;
     return object.text("localName");
 }
 
-std::vector<platform::simulation::ServiceData> readServiceData(CheckedObject& object) {
+std::vector<platform::simulation::ServiceData> readServiceData(const CheckedObject& object) {
     std::vector<platform::simulation::ServiceData> elements;
-    object.forEach("serviceData", [&](CheckedObject& element) {
+    object.forEach("serviceData", [&](const CheckedObject& element) {
+        element.allowOnly({"service", "data"});
         const CBUUID service = readUUID(element, "service");
         elements.push_back({service, readHex(element, "data")});
     });
     return elements;
 }
 
-std::uint8_t readBattery(CheckedObject& object) {
+std::uint8_t readBattery(const CheckedObject& object) {
     return object.integer<std::uint8_t>("battery");
 }
 
-std::int32_t readTemperature(CheckedObject& object) {
+std::int32_t readTemperature(const CheckedObject& object) {
     return object.integer<std::int32_t>("temperature", -4, 65531);
 }
 
-int readSignalStrength(CheckedObject& object) {
+int readSignalStrength(const CheckedObject& object) {
     return object.integer<int>("signalStrength", -127, 20);
 }
 

@@ -18,20 +18,20 @@ namespace zobi::tool {
 inline constexpr double longestTime = 1e9;
 
 platform::CBUUID uuidFrom(const nlohmann::json& value, const std::string& path);
-platform::CBUUID readUUID(CheckedObject& object, const std::string& key);
+platform::CBUUID readUUID(const CheckedObject& object, const std::string& key);
 
-std::vector<std::uint8_t> readHex(CheckedObject& object, const std::string& key);
+std::vector<std::uint8_t> readHex(const CheckedObject& object, const std::string& key);
 
 /// A characteristic's value.
 std::vector<std::uint8_t> valueFrom(const nlohmann::json& value, const std::string& path);
 
 /// Null for none.
-std::optional<platform::NSError> readError(CheckedObject& object, const std::string& key);
+std::optional<platform::NSError> readError(const CheckedObject& object, const std::string& key);
 
-std::optional<std::string> readLocalName(CheckedObject& object);
-std::vector<platform::simulation::ServiceData> readServiceData(CheckedObject& object);
-std::uint8_t readBattery(CheckedObject& object);
-std::int32_t readTemperature(CheckedObject& object);
-int readSignalStrength(CheckedObject& object);
+std::optional<std::string> readLocalName(const CheckedObject& object);
+std::vector<platform::simulation::ServiceData> readServiceData(const CheckedObject& object);
+std::uint8_t readBattery(const CheckedObject& object);
+std::int32_t readTemperature(const CheckedObject& object);
+int readSignalStrength(const CheckedObject& object);
 
 }  // namespace zobi::tool

@@ -15,8 +15,17 @@ namespace zobi::tool {
 
 namespace {
 
+/// The first error of stdout. The stream forgets what it could not write.
+int outputError = 0;
+
+void noteOutputError() {
+    if (outputError == 0) outputError = errno;
+}
+
 [[noreturn]] void failToWrite() {
-    throw std::system_error(errno, std::generic_category(), "cannot write the output");
+    constexpr auto message = "cannot write the output";
+    if (outputError == EPIPE) throw OutputClosed(message);
+    throw std::system_error(outputError, std::generic_category(), message);
 }
 
 }  // namespace
@@ -42,11 +51,14 @@ std::string printable(std::string_view text) {
 }
 
 void printOut(std::string_view text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) failToWrite();
+    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size()) return;
+    noteOutputError();
+    failToWrite();
 }
 
 void flushOut() {
-    if (std::fflush(stdout) != 0) failToWrite();
+    if (std::fflush(stdout) != 0) noteOutputError();
+    if (outputError != 0) failToWrite();
 }
 
 void tellProgress(std::string_view message) {
@@ -57,7 +69,7 @@ void tellProgress(std::string_view message) {
 
 void complain(std::string_view message) {
     // What was printed before stands before it.
-    std::fflush(stdout);
+    if (std::fflush(stdout) != 0) noteOutputError();
     const std::string line = "zobiconnect: " + printable(message) + '\n';
     std::fwrite(line.data(), 1, line.size(), stderr);
 }

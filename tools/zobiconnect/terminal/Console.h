@@ -21,15 +21,21 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// Whoever read stdout reads no more, so nothing is left to do for them.
+class OutputClosed : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The text with its control characters written as "\x0A", so that none of them reaches a terminal. So are
 /// all bytes beyond ASCII in a text that is not UTF-8.
 std::string printable(std::string_view text);
 
 /// Writes to stdout, whose buffer keeps it until `flushOut` or until it is full.
-/// @throws std::system_error when it cannot be written.
+/// @throws OutputClosed when nobody reads it, std::system_error when it cannot be written otherwise.
 void printOut(std::string_view text);
 
-/// @throws std::system_error when what was printed cannot be written.
+/// Throws as `printOut` does, also for what was to be written before.
 void flushOut();
 
 /// One line on stderr, if that is a terminal: what is being done.

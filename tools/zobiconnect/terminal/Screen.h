@@ -1,19 +1,24 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace zobi::tool {
 
-/// The terminal's whole screen, from its making to its end, which gives back the screen as it was.
+/// How a stream of events is shown.
+enum class Display : std::uint8_t { jsonLines, liveTable, printedTables };
+
+/// Without a format it is for people if stdout is a terminal.
+/// @param format "table", "json" or empty.
+/// @param logs whether log lines go to stderr.
+Display chooseDisplay(const std::string& format, bool logs);
+
+/// Where a table is shown again and again. A live one has the terminal's whole screen; Ctrl-Z gives it back
+/// until the process is continued, and a process in the background does not draw. Otherwise one table is
+/// printed after the other.
 class Screen {
 public:
-    struct Size {
-        std::size_t rows;
-        std::size_t columns;
-    };
-
     enum class Style { plain, heading, faint };
 
     struct Line {
@@ -21,21 +26,28 @@ public:
         Style style = Style::plain;
     };
 
-    /// Whether stdout is a terminal that can be drawn on.
-    static bool isAvailable();
-
-    Screen();
+    /// There is one live screen at a time.
+    /// @param display a kind of table.
+    explicit Screen(Display display);
+    /// Gives the terminal's screen back as it was.
     ~Screen();
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
-    static Size size();
+    bool isLive() const { return isLive_; }
 
-    /// Shows the lines, ASCII texts, in place of what stood there, and cuts off what has no room.
-    static void show(const std::vector<Line>& lines);
+    /// Shows the lines, ASCII texts. On a live screen they replace those before, and what has no room is cut
+    /// off.
+    void show(std::vector<Line> lines);
 
-    /// Without a screen: prints the texts of the lines, and an empty line after them.
-    static void print(const std::vector<Line>& lines);
+    /// Gives the terminal's screen back, and leaves what was shown last on it.
+    void end();
+
+private:
+    void giveBack();
+
+    bool isLive_;
+    std::vector<Line> lines_;
 };
 
 }  // namespace zobi::tool

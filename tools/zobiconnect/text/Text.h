@@ -1,8 +1,12 @@
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "zobi/platform/NSError.h"
@@ -10,6 +14,16 @@
 #include "zobi/platform/NSNumber.h"
 
 namespace zobi::tool {
+
+/// The number that is the whole text, if it is one in these bounds.
+template <typename Number>
+std::optional<Number> numberIn(std::string_view text, Number smallest, Number largest) {
+    Number number{};
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    const bool isNumber = error == std::errc() && rest == end && number >= smallest && number <= largest;
+    return isNumber ? std::optional(number) : std::nullopt;
+}
 
 /// In decimal; a whole number without a fraction.
 std::string numberText(double number);

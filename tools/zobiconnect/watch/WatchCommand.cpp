@@ -4,9 +4,8 @@
 #include <string>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/beacon/BeaconVisit.h"
-#include "tools/zobiconnect/options/Display.h"
-#include "tools/zobiconnect/options/OptionChecks.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/watch/WatchJsonLines.h"
 #include "tools/zobiconnect/watch/WatchTable.h"
@@ -97,10 +96,8 @@ Command addWatchCommand(CLI::App& tool) {
     CLI::App* const app =
         tool.add_subcommand("watch", "Connect to a beacon and show what it tells, until Ctrl-C");
     app->group("Commands");
-    addDisplayOption(*app, options->format);
-    app->add_option("--for", options->duration, "End after so much time")
-        ->check(isSeconds())
-        ->option_text("SECONDS");
+    addFormatOption(*app, options->format, "table");
+    addDurationOption(*app, options->duration);
     app->add_option("--rssi-interval", options->rssiInterval, "How often to read the signal strength")
         ->check(isSeconds(0.1))
         ->option_text("SECONDS [2]");
@@ -113,7 +110,7 @@ Command addWatchCommand(CLI::App& tool) {
         "them; the temperature, read every 5 s; the button mode and the firmware version, read once for\n"
         "each connection; and the signal strength.\n"
         "\n"
-        "Events of jsonl, each with its time in seconds since 1970:\n"
+        "Events of json, each with its time in seconds since 1970:\n"
         "  state          of Bluetooth, as in monitor\n"
         "  connecting     the beacon was heard, or its link was lost: a connection is asked for\n"
         "  connected      and which characteristics were not found\n"
@@ -124,8 +121,8 @@ Command addWatchCommand(CLI::App& tool) {
         "  summary        at the end\n"
         "\n"
         "Examples:\n"
-        "  zobiconnect watch 1 7\n"
-        "  zobiconnect watch 1 4 --for 120 --virtual-time --format jsonl | grep '\"event\":\"lost\"'");
+        "  zobiconnect watch 1.7\n"
+        "  zobiconnect watch 1.4 --for 120 --virtual-time --format json | grep '\"event\":\"lost\"'");
     return {app, [options] { return runWatch(*options); }};
 }
 

@@ -1,7 +1,7 @@
 #include "tools/zobiconnect/watch/WatchJsonLines.h"
 
-#include "tools/zobiconnect/radio/RadioStateNames.h"
 #include "tools/zobiconnect/terminal/Console.h"
+#include "tools/zobiconnect/text/Names.h"
 
 namespace zobi::tool {
 

@@ -4,9 +4,9 @@
 #include <utility>
 #include <vector>
 
-#include "tools/zobiconnect/radio/RadioStateNames.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/TextTable.h"
+#include "tools/zobiconnect/text/Names.h"
 #include "tools/zobiconnect/text/Text.h"
 
 namespace zobi::tool {
@@ -36,9 +36,11 @@ std::string linkText(BeaconClient::Link link) {
 }  // namespace
 
 WatchTable::WatchTable(const BeaconClient& client, platform::Clock& clock, Display display, std::string note)
-    : client_(client), clock_(clock), start_(clock.monotonicTime()), note_(std::move(note)) {
-    if (display == Display::liveTable) screen_.emplace();
-}
+    : client_(client),
+      clock_(clock),
+      start_(clock.monotonicTime()),
+      screen_(display),
+      note_(std::move(note)) {}
 
 void WatchTable::show(const BeaconEvent& event) {
     if (event.quantity) {
@@ -46,7 +48,7 @@ void WatchTable::show(const BeaconEvent& event) {
         ++arrivals.count;
         arrivals.time = clock_.timeIntervalSince1970();
         // Printed tables would be too many.
-        if (!screen_) return;
+        if (!screen_.isLive()) return;
     }
     noteLink(event);
     draw();
@@ -81,13 +83,13 @@ void WatchTable::noteLink(const BeaconEvent& event) {
 }
 
 void WatchTable::end(const Totals& totals) {
-    screen_.reset();
+    screen_.end();
     printOut("Ended after " + secondsText(elapsedSeconds()) + ": " +
              counted(totals.connections, "connection") + ", " + counted(totals.values, "value") + '\n');
     flushOut();
 }
 
-void WatchTable::draw() const {
+void WatchTable::draw() {
     constexpr auto right = Column::Alignment::right;
     std::vector<std::vector<std::string>> rows;
     for (std::size_t i = 0; i < arrivals_.size(); ++i) {
@@ -105,7 +107,7 @@ void WatchTable::draw() const {
     }
     lines.push_back({""});
     for (const std::string& line : history_) lines.push_back({line, Screen::Style::faint});
-    screen_ ? Screen::show(lines) : Screen::print(lines);
+    screen_.show(std::move(lines));
 }
 
 std::string WatchTable::statusLine() const {

@@ -4,10 +4,8 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <optional>
 #include <string>
 
-#include "tools/zobiconnect/options/Display.h"
 #include "tools/zobiconnect/terminal/Screen.h"
 #include "tools/zobiconnect/watch/WatchView.h"
 #include "zobi/platform/Clock.h"
@@ -33,14 +31,14 @@ private:
     };
 
     void noteLink(const BeaconEvent& event);
-    void draw() const;
+    void draw();
     std::string statusLine() const;
     std::int64_t elapsedSeconds() const;
 
     const BeaconClient& client_;
     platform::Clock& clock_;
     std::chrono::nanoseconds start_;
-    std::optional<Screen> screen_;
+    Screen screen_;
     std::string note_;
     std::array<Arrivals, quantityNames.size()> arrivals_;
     std::deque<std::string> history_;

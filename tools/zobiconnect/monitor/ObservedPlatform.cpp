@@ -1,8 +1,8 @@
-#include "tools/zobiconnect/radio/ObservedPlatform.h"
+#include "tools/zobiconnect/monitor/ObservedPlatform.h"
 
 #include <utility>
 
-#include "tools/zobiconnect/decode/QuietDecoder.h"
+#include "tools/zobiconnect/QuietDecoder.h"
 #include "zobi/platform/NSData.h"
 
 namespace zobi::tool {

@@ -1,13 +1,18 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/zobiconnect/Command.h"
-#include "tools/zobiconnect/decode/QuietDecoder.h"
+#include "tools/zobiconnect/CommandLine.h"
+#include "tools/zobiconnect/QuietDecoder.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/TextTable.h"
 #include "tools/zobiconnect/text/BeaconJson.h"
@@ -45,7 +50,7 @@ std::string tooShortReason(const Bytes& payload) {
 }
 
 /// Where each value stands in the payload, which the library has found long enough.
-std::vector<std::string> explain(const Bytes& payload, const ZOKBeacon& beacon) {
+std::vector<std::string> fieldTable(const Bytes& payload, const ZOKBeacon& beacon) {
     std::vector<std::vector<std::string>> rows;
     std::size_t offset = 0;
     const auto add = [&](std::size_t size, const std::string& name, const std::string& value) {
@@ -77,7 +82,7 @@ std::vector<std::string> explain(const Bytes& payload, const ZOKBeacon& beacon) 
 void printAsTable(const Bytes& payload, const ZOKBeacon& beacon) {
     printOut(hexText(payload) + ": " + std::to_string(payload.size()) + " bytes, layout version " +
              beacon.scanRspVersion().description() + '\n');
-    for (const std::string& line : explain(payload, beacon)) printOut("  " + line + '\n');
+    for (const std::string& line : fieldTable(payload, beacon)) printOut("  " + line + '\n');
 }
 
 void printAsJson(const Bytes& payload, const ZOKBeacon& beacon) {
@@ -100,34 +105,76 @@ std::string shortened(const std::string& text) {
     return text.substr(0, end) + "...";
 }
 
-int runDecode(const Options& options) {
-    QuietDecoder decoder;
-    int status = success;
-    bool isFirst = true;
-    for (const std::string& text : options.payloads) {
-        const auto refuse = [&](const std::string& reason) {
-            status = failure;
-            complain(shortened(text) + ": " + reason);
-        };
+/// Prints what payloads mean, one after the other.
+class Explainer {
+public:
+    explicit Explainer(bool asJson) : asJson_(asJson) {}
+
+    /// Whether a payload was refused.
+    bool hasRefused() const { return hasRefused_; }
+
+    void explain(const std::string& text) {
         Bytes payload;
         try {
             payload = bytesFromHex(text);
-            const auto beacon = decoder.decode(payload);
-            if (options.format == "json") {
-                printAsJson(payload, *beacon);
-            } else {
-                if (!isFirst) printOut("\n");
-                printAsTable(payload, *beacon);
-            }
-            isFirst = false;
+            print(payload, *decoder_.decode(payload));
         } catch (const std::invalid_argument& error) {
-            refuse(error.what());
+            refuse(text, error.what());
         } catch (const platform::DataRangeError&) {
-            refuse(tooShortReason(payload));
+            refuse(text, tooShortReason(payload));
+        }
+    }
+
+    void refuse(const std::string& text, const std::string& reason) {
+        hasRefused_ = true;
+        complain(shortened(text) + ": " + reason);
+    }
+
+private:
+    void print(const Bytes& payload, const ZOKBeacon& beacon) {
+        if (asJson_) return printAsJson(payload, beacon);
+        if (!std::exchange(isFirst_, false)) printOut("\n");
+        printAsTable(payload, beacon);
+    }
+
+    QuietDecoder decoder_;
+    bool asJson_;
+    bool isFirst_ = true;
+    bool hasRefused_ = false;
+};
+
+/// Each line of stdin that is not blank, as soon as it is there.
+void explainInput(Explainer& explainer) {
+    // Far longer than any payload.
+    constexpr std::size_t longestLine = 4096;
+    std::string line;
+    for (int c = 0; c != EOF;) {
+        c = std::getchar();
+        if (c != '\n' && c != EOF) {
+            line += static_cast<char>(c);
+            if (line.size() <= longestLine) continue;
+            return explainer.refuse(line, "the line is longer than any payload");
+        }
+        while (line.ends_with(' ') || line.ends_with('\r')) line.pop_back();
+        if (line.empty()) continue;
+        explainer.explain(line);
+        flushOut();
+        line.clear();
+    }
+    if (std::ferror(stdin)) explainer.refuse("-", "cannot be read: " + std::string(std::strerror(errno)));
+}
+
+int runDecode(const Options& options) {
+    Explainer explainer(options.format == "json");
+    for (const std::string& text : options.payloads) {
+        if (text == "-") {
+            explainInput(explainer);
+        } else {
+            explainer.explain(text);
         }
     }
     flushOut();
-    return status;
+    return explainer.hasRefused() ? failure : success;
 }
 
 }  // namespace
@@ -138,17 +185,18 @@ Command addDecodeCommand(CLI::App& tool) {
     app->group("Commands");
     app->add_option("HEX", options->payloads,
                     "What a beacon advertises under Device Information (180A), in hexadecimal digits\n"
-                    "of any case; ':', '-' or ' ' may stand between bytes")
+                    "of any case; ':', '-' or ' ' may stand between bytes. A '-' alone stands for\n"
+                    "the lines of stdin")
         ->required()
         ->option_text("...");
-    app->add_option("--format", options->format, "'table', or 'json': one object a line for each payload")
-        ->check(CLI::IsMember({"table", "json"}))
-        ->option_text("FORMAT [table]");
+    addFormatOption(*app, options->format, "table");
     app->footer(
         "A payload that is not hexadecimal, or too short for its layout, costs one line on stderr.\n"
         "The others are decoded all the same, and the exit status is 1.\n"
         "\n"
-        "Example: zobiconnect decode 56:34:12:EF:CD:AB-00-0001-0007-03-5A-001A-00");
+        "Examples:\n"
+        "  zobiconnect decode 56:34:12:EF:CD:AB-00-0001-0007-03-5A-001A-00\n"
+        "  zobiconnect decode --format json - < payloads.txt");
     return {app, [options] { return runDecode(*options); }};
 }
 

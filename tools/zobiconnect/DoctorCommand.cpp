@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/TextTable.h"
 #include "tools/zobiconnect/text/BeaconJson.h"
@@ -84,7 +85,7 @@ void printAsJsonLines(const std::vector<Finding>& findings) {
 
 int runDoctor(const Options& options) {
     const std::vector<Finding> findings = examine(options.adapter);
-    options.format == "jsonl" ? printAsJsonLines(findings) : printAsTable(findings);
+    options.format == "json" ? printAsJsonLines(findings) : printAsTable(findings);
     flushOut();
     return obstaclesAmong(findings).empty() ? success : failure;
 }
@@ -98,9 +99,7 @@ Command addDoctorCommand(CLI::App& tool) {
     app->add_option("--adapter", options->adapter,
                     "Which adapter of this machine, by its name (hci0) or address; any by default")
         ->option_text("ADAPTER");
-    app->add_option("--format", options->format, "'table', or 'jsonl': one JSON object a line")
-        ->check(CLI::IsMember({"table", "jsonl"}))
-        ->option_text("FORMAT [table]");
+    addFormatOption(*app, options->format, "table");
     app->footer(
         "Examines one thing after the other that monitoring beacons depends on, as the user it runs as, and\n"
         "says what can be done about what is found. It changes nothing. docs/linux.md tells more.\n"
@@ -110,7 +109,7 @@ Command addDoctorCommand(CLI::App& tool) {
         "  limited        beacons can be monitored; something else cannot be done\n"
         "  failed         beacons cannot be monitored. What depends on it is not examined\n"
         "\n"
-        "Events of jsonl:\n"
+        "Events of json:\n"
         "  finding        each subject: its state, what was found, and advice or null\n"
         "  verdict        at the end: whether beacons can be monitored\n"
         "\n"

@@ -1,4 +1,4 @@
-#include "tools/zobiconnect/text/GATTNames.h"
+#include "tools/zobiconnect/text/Names.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,64 @@
+// What the tool prints, as its user sees it.
+//
+// In a transcript, a line that starts with "  $ " is a command for the shell, run at the top of the tree. The
+// indented lines after it are all that it prints, but for empty lines, and its exit status unless that is 0.
+// Other lines are comments.
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+std::string printedBy(const std::string& command) {
+    const std::string directory = std::filesystem::path(ZOBI_TOOL_PATH).parent_path();
+    const std::string line = "exec 2>&1; cd '" ZOBI_SOURCES "'; PATH='" + directory + "':$PATH; " + command;
+    std::FILE* const output = ::popen(line.c_str(), "r");
+    if (!output) return "  no shell\n";
+    std::string printed;
+    std::array<char, 65536> buffer{};
+    while (std::fgets(buffer.data(), buffer.size(), output)) {
+        const std::string_view part = buffer.data();
+        if (part != "\n") printed.append("  ").append(part);
+    }
+    const int status = ::pclose(output);
+    if (status == 0) return printed;
+    return printed + "  [" + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + "]\n";
+}
+
+class ToolTranscript : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(ToolTranscript, IsWhatTheToolPrints) {
+    std::ifstream file(ZOBI_SOURCES "/tests/tool/transcripts/" + GetParam() + ".txt");
+    std::string expected;
+    std::string actual;
+    for (std::string line; std::getline(file, line);) {
+        const bool isCommand = line.starts_with("  $ ");
+        expected += line + '\n';
+        if (isCommand || !line.starts_with("  ")) actual += line + '\n';
+        if (isCommand) actual += printedBy(line.substr(4));
+    }
+    EXPECT_NE(expected, "");
+    EXPECT_EQ(actual, expected);
+}
+
+std::vector<std::string> transcripts() {
+    std::vector<std::string> names{"beacon_commands", "command_line", "decode",
+                                   "monitor",         "streams",      "watch"};
+#ifdef ZOBI_BLUEZ
+    names.emplace_back("machine_radio");
+#endif
+    return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ToolTranscript, ::testing::ValuesIn(transcripts()),
+                         [](const auto& tested) { return tested.param; });
+
+}  // namespace
