@@ -26,15 +26,22 @@ class Listener final : public zobi::platform::CBCentralManagerDelegate,
     using Characteristic = std::shared_ptr<zobi::platform::CBCharacteristic>;
 
 public:
+    static std::shared_ptr<Listener> make() { return std::make_shared<Listener>(); }
+
     Events events;
     /// The handle of the beacon at each sighting.
     std::vector<Peripheral> sightings;
     std::vector<std::uint8_t> lastValue;
     /// The central managers and peripherals that events have named.
     std::set<const void*> named;
+    /// If there is one, sightings of all devices are events too: this makes their text.
+    std::function<std::string(const zobi::platform::CBAdvertisementData&, zobi::platform::NSNumber rssi)>
+        describe;
     /// Called at each sighting, and at each answer that tells a failure.
     std::function<void(const zobi::platform::CBAdvertisementData&)> onSighting = [](const auto& /*data*/) {};
     std::function<void()> onFailedAnswer = [] {};
+    /// Called at each event, before it is written down.
+    std::function<void(const std::string& event)> onEvent = [](const auto& /*event*/) {};
 
     /// Calls, with nothing told meanwhile.
     template <typename Call>
@@ -50,12 +57,16 @@ public:
     }
     void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         CBCentralManager&, const Peripheral& peripheral, const zobi::platform::CBAdvertisementData& data,
-        zobi::platform::NSNumber) override {
+        zobi::platform::NSNumber rssi) override {
         EXPECT_FALSE(isInsideCall_);
         const bool hasPayload =
             std::ranges::find(data.serviceData, ZOKGATTProfile::deviceInformationService,
                               &zobi::platform::CBServiceData::service) != data.serviceData.end();
-        if (data.localName != "morvane" || !hasPayload) return;
+        if (describe) {
+            note(describe(data, rssi));
+        } else if (data.localName != "morvane" || !hasPayload) {
+            return;
+        }
         sightings.push_back(peripheral);
         onSighting(data);
     }
@@ -118,6 +129,7 @@ private:
             event += std::to_string(error->code());
             EXPECT_FALSE(error->localizedDescription().empty());
         }
+        onEvent(event);
         events.push_back(std::move(event));
     }
     void noteAnswer(std::string event, const Peripheral& peripheral, const NSError* error) {
