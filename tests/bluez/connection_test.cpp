@@ -163,6 +163,21 @@ TEST_P(BlueZRadio, EachAttemptAndLinkHasOneOutcomeWhateverHappensInWhichPhase) {
     EXPECT_LT(heapThen, heap + 1024);
 }
 
+TEST_P(BlueZRadio, ASecondRequestJoinsThePendingAttempt) {
+    for (const int phase : {waiting, connecting, resolving}) {
+        SCOPED_TRACE(phase);
+        const auto peripheral = reach(phase);
+        service.calls.clear();
+        connect(peripheral);
+        pass(0.5);
+        EXPECT_THAT(service.calls, IsEmpty()) << "nothing begins anew";
+        beacon.attempts = succeed;
+        beacon.isInRange = true;
+        EXPECT_THAT(eventsIn(60), ElementsAre("connected"));
+        unlink(peripheral);
+    }
+}
+
 TEST_P(BlueZRadio, AttemptsTakeTurnsAndLeaveTimeToScan) {
     beacon.isInRange = true;
     std::vector<std::shared_ptr<CBPeripheral>> handles{sight()};
@@ -239,10 +254,12 @@ TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
     for (int phase = waiting; phase < phases; ++phase) {
         SCOPED_TRACE(phase);
         const auto peripheral = reach(phase);
+        service.calls.clear();
         central = nullptr;
         beacon.attempts = succeed;
         peripheral->readRSSI();
         EXPECT_THAT(eventsIn(20), IsEmpty());
+        EXPECT_THAT(service.calls, Each(AnyOf(StartsWith("Disconnect"), StartsWith("StopNotify"))));
         EXPECT_EQ(beacon.link, nullptr);
         central = machine.makeCentralManager(listener);
         ASSERT_TRUE(heard("state 5"));

@@ -92,6 +92,53 @@ TEST_P(BlueZRadio, AReadIsToldOnceAndANotificationDuringItIsKept) {
                                                     StartsWith("StopNotify")));
 }
 
+TEST_P(BlueZRadio, AnAnswerThatComesLateOrTwiceReachesNoOtherRequest) {
+    const auto peripheral = link();
+    discover(peripheral);
+    const auto read = [&] {
+        peripheral->readValueForCharacteristic(find(peripheral, temperatureCharacteristic));
+        pass(0.02);
+    };
+    service.scripts["ReadValue"] = {.repeats = true, .times = 1};
+    read();
+    peripheral->readRSSI();
+    EXPECT_THAT(eventsIn(5), ElementsAre("value FFF2", "rssi"));
+    read();
+    machine.channel->answerRSSI();
+    EXPECT_THAT(eventsIn(0), IsEmpty()) << "it is told already";
+    EXPECT_THAT(eventsIn(5), ElementsAre("value FFF2"));
+
+    // The link goes before the answer, and the next one has a request of its own when it comes. Between the
+    // links nothing can be asked for.
+    machine.channel->answersRSSI = false;
+    listener->onEvent = [&](const std::string& event) {
+        const bool tellsEnd = event.ends_with("error 3");
+        if (tellsEnd) peripheral->readValueForCharacteristic(find(peripheral, temperatureCharacteristic));
+    };
+    for (const bool asksController : {true, false}) {
+        service.scripts["ReadValue"] = {.delay = 6, .times = 1};
+        asksController ? peripheral->readRSSI() : read();
+        service.endLink(beacon, 0x13);
+        EXPECT_THAT(eventsIn(1), ElementsAre(asksController ? "rssi error 3" : "value FFF2 error 3",
+                                             "disconnected error 7"));
+        link();
+        discover(peripheral);
+        service.scripts["ReadValue"] = {.delay = 6, .times = 1};
+        read();
+        machine.channel->answerRSSI();
+        EXPECT_THAT(eventsIn(5.9), IsEmpty()) << "it is late";
+        EXPECT_THAT(eventsIn(5), ElementsAre("value FFF2"));
+    }
+
+    int answers = 0;
+    const auto bus = service.openBus({machine.runLoop(), machine.clock()});
+    service.scripts["GetNameOwner"] = {.repeats = true};
+    const Slot slot = bus->call(bus->makeCall({busName, busPath, busInterface, "GetNameOwner"}),
+                                [&](auto& /*reply*/, const auto* /*error*/) { ++answers; });
+    pass(1);
+    EXPECT_EQ(answers, 1);
+}
+
 TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
     link();
     service.endLink(beacon, 0x13);
