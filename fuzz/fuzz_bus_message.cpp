@@ -3,74 +3,123 @@
 // packets of a controller.
 
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <numeric>
+#include <string>
+#include <vector>
 
-#include "AnyService.h"
+#include "ScriptedPlatform.h"
+#include "platform/UTF8.h"
 #include "platform/bluez/controller/HCIEvent.h"
 #include "platform/bluez/controller/ManagementSocket.h"
 #include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
 #include "platform/bluez/service/BlueZService.h"
+#include "support.h"
 
 namespace {
 
 using namespace zobi::platform;
 using namespace zobi::platform::bluez;
 
-/// The service's own name on the bus, and that of whoever uses it.
+/// One of the words.
+std::string anyWord(Input& input, std::string_view words) {
+    for (auto left = input.byte() % (std::ranges::count(words, ' ') + 1); left > 0; --left) {
+        words.remove_prefix(words.find(' ') + 1);
+    }
+    return std::string(words.substr(0, words.find(' ')));
+}
+
+std::string anyPath(Input& input) {
+    return "/org/bluez/hci" + anyWord(input,
+                                      "0/dev_00_00_5E_00_53_01 0/dev_00_00_5E_00_53_02 0 1 0/dev_00_00 "
+                                      "0/dev_00_00_5E_00_53_01/service0001/char0002 "
+                                      "0/dev_00_00_5E_00_53_01/service0001");
+}
+
+std::string anyText(Input& input) {
+    std::string text =
+        anyWord(input,
+                "org.bluez.Device1 org.bluez.Adapter1 org.bluez.GattCharacteristic1 org.bluez morvane "
+                "0000180a-0000-1000-8000-00805f9b34fb 00001320-0000-1000-8000-00805f9b34fb random :1.1 "
+                "off-blocked org.bluez.Reason.Timeout 00:00:5E:00:53:01 org.bluez.GattService1 ?");
+    if (text != "?") return text;
+    const auto bytes = input.bytes(input.byte());
+    text.assign(bytes.begin(), std::ranges::find(bytes, 0));
+    return isValidUTF8(text) ? text : "?";
+}
+
+/// Appends a value of the type. The texts in it, and the names of properties, mean something or do not.
+void appendAny(sd_bus_message* message, Input& input, const std::string& type) {
+    const std::string inner = type.substr(1);
+    const auto appendContainer = [&](char kind, const std::string& contents, const auto& append) {
+        sd_bus_message_open_container(message, kind, contents.c_str());
+        append();
+        sd_bus_message_close_container(message);
+    };
+    const auto appendVariant = [&](const std::string& contents) {
+        appendContainer('v', contents, [&] { appendAny(message, input, contents); });
+    };
+    if (type[0] == 'v') {
+        appendVariant(anyWord(input, "ay y b n q u x d s o i as aav a{sv} a{ov}"));
+    } else if (type[0] == 'a') {
+        appendContainer('a', inner, [&] {
+            for (int left = input.byte() % (inner == "y" ? 256 : 4); left > 0; --left) {
+                appendAny(message, input, inner);
+            }
+        });
+    } else if (type == "{sv}") {
+        appendContainer('e', "sv", [&] {
+            const std::string property = anyWord(
+                input,
+                "RSSI:n ServiceData:a{sv} Name:s UUIDs:as Connected:b ServicesResolved:b Value:ay "
+                "AddressType:s Address:s Powered:b Discovering:b PowerState:s UUID:s device:o offset:q ?");
+            const auto colon = property.find(':');
+            const std::string name = property == "?" ? anyText(input) : property.substr(0, colon);
+            sd_bus_message_append_basic(message, 's', name.c_str());
+            property == "?" ? appendAny(message, input, "v") : appendVariant(property.substr(colon + 1));
+        });
+    } else if (type[0] == '{') {
+        appendContainer('e', inner.substr(0, inner.size() - 1), [&] {
+            appendAny(message, input, inner.substr(0, 1));
+            appendAny(message, input, inner.substr(1, inner.size() - 2));
+        });
+    } else if (type == "s" || type == "o") {
+        sd_bus_message_append_basic(message, type[0], (type == "s" ? anyText : anyPath)(input).c_str());
+    } else {
+        std::array<std::uint8_t, 8> number{};
+        std::ranges::copy(input.bytes(type == "y" ? 1 : 2), number.begin());
+        sd_bus_message_append_basic(message, type[0], number.data());
+    }
+}
+
+/// Appends values of the types that are due; one may be missing, or another one than it should be.
+void appendArguments(Message& message, Input& input, const std::vector<std::string>& types) {
+    for (const std::string& type : types) {
+        const std::uint8_t choice = input.byte();
+        if (choice == 255) break;
+        appendAny(message.get(), input, choice > 240 ? "v" : type);
+    }
+}
+
+/// The name that the service has on the bus in its first life.
 constexpr const char* serviceName = ":1.1";
-constexpr const char* clientName = ":1.2";
 
-/// A bus with the Bluetooth service on it, which answers every call.
-class AnsweringBus final : public BusDelegate, public std::enable_shared_from_this<AnsweringBus> {
-public:
-    /// Gives whoever lives in this context a connection to it.
-    RadioContext contextOn(const Machine& machine) {
-        RadioContext context = machine.context;
-        context.openBus = [self = shared_from_this()](const auto& busContext) {
-            std::array<int, 2> ends{};
-            require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()) == 0);
-            self->bus_ = Bus::servingSocket(ends[0], busContext);
-            self->bus_->setDelegate(self);
-            return Bus::overSocket(ends[1], busContext);
-        };
-        return context;
-    }
-
-    Bus& bus() const { return *bus_; }
-    /// What is appended to the list of the service's objects. By default, that is an adapter that is on.
-    void setObjects(std::function<void(Message&)> append) { appendObjects_ = std::move(append); }
-    /// False for a message that cannot be sent, as what is in it nests too deep.
-    bool seal(const Message& message) { return sd_bus_message_seal(message.get(), ++serial_, 0) >= 0; }
-
-    void busDidReceiveCall(IncomingCall call) override {
-        Message reply = Bus::makeReply(call);
-        if (call.member == "Hello") reply.string(clientName);
-        if (call.member == "GetNameOwner") reply.string(serviceName);
-        if (call.member == "GetManagedObjects") appendObjects_(reply);
-        if (!seal(reply)) return Bus::replyError(call, {"org.bluez.Error.Failed", ""});
-        bus_->send(reply);
-    }
-    void busDidClose(const std::string& /*reason*/) override {}
-
-    static void appendAdapter(Message& body) {
-        body.objects({{firstAdapter, {{adapterInterface, {{"Powered", true}}}}}});
-    }
-
-private:
-    std::shared_ptr<Bus> bus_;
-    std::function<void(Message&)> appendObjects_ = &appendAdapter;
-    std::uint64_t serial_ = 0;
-};
+/// False for a message that cannot be sent, as what is in it nests too deep.
+bool seal(const Message& message) {
+    static std::uint64_t serial = 0;
+    return sd_bus_message_seal(message.get(), ++serial, 0) >= 0;
+}
 
 /// Lets what was sent arrive, and be answered.
-void settle(Machine& machine) {
+void settle(ScriptedPlatform& machine) {
     for (int i = 0; i < 4; ++i) machine.runLoop().processPending();
 }
 
 /// Touches everything that it is told.
-class Witness final : public BlueZServiceDelegate {
-public:
+struct Witness final : BlueZServiceDelegate {
     void serviceDidChangeAvailability() override {}
     void deviceDidAppear(const Device& device) override { touch(device.name); }
     void deviceDidChange(const Device& device, const DeviceChange& change) override {
@@ -78,18 +127,16 @@ public:
         std::ranges::replace(end, ':', '_');
         require(device.path == firstAdapter + "/dev_" + end);
         touch(change.name.value_or(""));
-        if (!change.serviceData) return;
-        for (const auto& [uuid, data] : *change.serviceData) touch(data);
+        for (const auto& element : change.serviceData.value_or(std::span<const CBServiceData>())) {
+            touch(element.data);
+        }
     }
     void deviceDidVanish(const Device& device) override { touch(device.path); }
-    void deviceDidTellLinkEnd(const Device& /*device*/, const LinkEnd& end) override { touch(end.text); }
     void characteristicDidChange(const Device& /*device*/, std::string_view path,
                                  std::span<const std::uint8_t> value) override {
         touch(path);
         touch(value);
     }
-
-private:
     template <typename Range>
     static void touch(const Range& range) {
         [[maybe_unused]] const volatile auto sum = std::accumulate(range.begin(), range.end(), 0);
@@ -99,21 +146,24 @@ private:
 /// A service that is ready, and stays from one run to the next.
 class Target {
 public:
-    Target() { service_->start(); }
+    Target() {
+        machine_.log().setSink(nullptr);
+        service_->start();
+        machine_.runLoop().runFor(1);
+    }
 
     /// Begins a new life of the service, which lists an adapter that is on.
     void begin() {
-        list(&AnsweringBus::appendAdapter);
+        machine_.service.scripts.clear();
+        machine_.service.calls.clear();
+        beginLife();
         while (service_->availability() != Availability::poweredOn) machine_.runLoop().processPending();
     }
 
     /// Begins a new life of the service, which lists these objects.
     void list(const std::function<void(Message&)>& append) {
-        bus_->setObjects(append);
-        for (const char* const owner : {"", serviceName}) {
-            tell("/", busInterface, "NameOwnerChanged",
-                 [&](Message& body) { body.string(blueZName).string("").string(owner); });
-        }
+        machine_.service.scripts["GetManagedObjects"] = {.answer = append};
+        beginLife();
     }
 
     /// Reads the table of a device, if it is there.
@@ -136,22 +186,24 @@ public:
 
     void tell(const std::string& path, const std::string& interface, const std::string& member,
               const std::function<void(Message&)>& append) {
-        Message message = bus_->bus().makeSignal(path, interface, member);
-        append(message);
-        if (!bus_->seal(message)) return;
-        MessageReader body(message.get());
-        service_->busDidReceiveSignal(
-            {interface == busInterface ? busName : serviceName, path, interface, member, body});
+        const char* const sender = interface == busInterface ? busName : serviceName;
+        machine_.service.emitFrom(sender, path, interface, member, append);
         // It may have asked for something.
         settle(machine_);
     }
 
 private:
-    Machine machine_;
-    std::shared_ptr<AnsweringBus> bus_ = std::make_shared<AnsweringBus>();
+    void beginLife() {
+        for (const char* const owner : {"", serviceName}) {
+            tell("/", busInterface, "NameOwnerChanged",
+                 [&](Message& body) { body.string(blueZName).string("").string(owner); });
+        }
+    }
+
+    ScriptedPlatform machine_;
     std::shared_ptr<Witness> witness_ = std::make_shared<Witness>();
-    std::shared_ptr<BlueZService> service_ = std::make_shared<BlueZService>(
-        std::make_shared<const RadioContext>(bus_->contextOn(machine_)), witness_);
+    std::shared_ptr<BlueZService> service_ =
+        std::make_shared<BlueZService>(std::make_shared<const RadioContext>(machine_.context()), witness_);
 };
 
 void takeSignalsAndLists(Input& input) {
@@ -186,25 +238,6 @@ void takeSignalsAndLists(Input& input) {
     }
 }
 
-/// Has a value that centrals read and write.
-struct Holder final : PeripheralManagerDelegate {
-    void peripheralManagerDidUpdateState(PeripheralManager& /*manager*/) override {}
-    ReadAnswer peripheralManagerDidReceiveRead(PeripheralManager& /*manager*/, GATTPlace /*place*/,
-                                               const std::string& /*central*/) override {
-        return value;
-    }
-    std::optional<NSError> peripheralManagerDidReceiveWrite(PeripheralManager& /*manager*/,
-                                                            GATTPlace /*place*/,
-                                                            std::span<const std::uint8_t> written,
-                                                            const std::string& /*central*/) override {
-        if (written.size() > 20) return NSError(CBATTError::invalidAttributeValueLength, "It is too long.");
-        value.assign(written.begin(), written.end());
-        return std::nullopt;
-    }
-
-    Bytes value{1, 2, 3};
-};
-
 void takeCalls(Input& input) {
     struct Operation {
         std::string name;
@@ -212,39 +245,32 @@ void takeCalls(Input& input) {
     };
     static const std::array<Operation, 4> operations{
         {{"ReadValue", {"a{sv}"}}, {"WriteValue", {"ay", "a{sv}"}}, {"StartNotify", {}}, {"StopNotify", {}}}};
-    Machine machine;
-    const auto bus = std::make_shared<AnsweringBus>();
-    const auto holder = std::make_shared<Holder>();
+    ScriptedPlatform machine;
     const LocalService battery{CBUUID::UUIDWithString("180F"), {{.uuid = CBUUID::UUIDWithString("2A19")}}};
-    const auto manager =
-        std::make_shared<BlueZPeripheralManager>(bus->contextOn(machine), std::vector{battery}, holder);
+    const auto manager = std::make_shared<BlueZPeripheralManager>(machine.context(), std::vector{battery},
+                                                                  std::weak_ptr<PeripheralManagerDelegate>());
     manager->start();
     // Only then has the service been told of the value.
     manager->startAdvertising({});
     while (!manager->isAdvertising()) machine.runLoop().processPending();
     while (!input.isAtEnd()) {
         const auto& [member, types] = operations.at(input.byte() % operations.size());
-        const bool isRead = member == "ReadValue";
-        Message call = bus->bus().makeCall(
-            {clientName, LocalObjects::characteristicPath({0, 0}), gattCharacteristicInterface, member});
-        sd_bus_message_set_sender(call.get(), serviceName);
-        appendArguments(call, input, types);
-        if (!bus->seal(call)) continue;
+        bool isSent = false;
         int answers = 0;
-        const Slot slot = bus->bus().call(call, [&](MessageReader& reply, const BusError* error) {
-            ++answers;
-            if (error || !isRead) return;
-            const auto rest = reply.bytes();
-            require(reply.isGood() && rest.size() <= holder->value.size());
-            require(std::ranges::equal(rest, std::span(holder->value).last(rest.size())));
-        });
+        const auto append = [&, &due = types](Message& call) {
+            appendArguments(call, input, due);
+            isSent = seal(call);
+        };
+        const Slot slot = machine.service.callFrom(
+            serviceName, LocalObjects::characteristicPath({0, 0}), gattCharacteristicInterface, member,
+            append, [&](MessageReader& /*reply*/, const BusError* /*error*/) { ++answers; });
         settle(machine);
-        require(answers == 1);
+        require(answers == (isSent ? 1 : 0));
     }
 }
 
 void readPackets(Input& input) {
-    Machine machine;
+    ScriptedPlatform machine;
     std::array<int, 2> ends{};
     require(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()) == 0);
     const auto management = std::make_shared<ManagementSocket>(ends[0], 0, machine.runLoop());

@@ -1,78 +1,28 @@
-#include <gtest/gtest.h>
-#include <sys/socket.h>
+// What the examination finds, and what it advises, on machines that lack something.
 
-#include <array>
+#include <gtest/gtest.h>
+
 #include <map>
 #include <string>
+#include <vector>
 
-#include "platform/bluez/controller/HCISocket.h"
+#include "ScriptedPlatform.h"
 #include "platform/bluez/diagnosis/Examination.h"
-#include "zobi/platform/standard/PollWaiting.h"
-#include "zobi/platform/standard/StandardPlatform.h"
 
 namespace zobi::platform::bluez {
 namespace {
 
-/// A bus that answers each call by its name: with an error, with a reply, or not at all.
-struct BusOfMachine final : BusDelegate {
-    std::vector<ManagedObject> objects{
-        {"/org/bluez/hci0",
-         {{"org.bluez.Adapter1",
-           {{"Address", "00:00:5E:00:53:01"},
-            {"Powered", true},
-            {"Roles", std::vector<std::string>{"central"}}}},
-          {"org.bluez.GattManager1", {}},
-          {"org.bluez.LEAdvertisingManager1", {{"SupportedInstances", std::uint8_t{5}}}}}}};
-    std::map<std::string, std::function<void(Message&)>, std::less<>> replies{
-        {"Hello", [](Message& body) { body.string(":1.7"); }},
-        {"GetNameOwner", [](Message& body) { body.string(":1.3"); }},
-        {"GetManagedObjects", [this](Message& body) { body.objects(objects); }},
-        {"GetDiscoveryFilters", [](Message& body) {
-             body.strings({"DuplicateData", "Pattern"});
-         }}};
-    std::map<std::string, std::string, std::less<>> errors;
-    std::string errorText = "Sender is not authorized to send message";
-    std::string dropsAt;
-    std::shared_ptr<Bus> bus;
+using Texts = std::vector<std::string>;
 
-    void busDidReceiveCall(IncomingCall call) override {
-        if (call.member == dropsAt) return bus.reset();
-        if (const auto error = errors.find(call.member); error != errors.end()) {
-            return Bus::replyError(call, {"org.freedesktop.DBus.Error." + error->second, errorText});
-        }
-        const auto reply = replies.find(call.member);
-        if (reply == replies.end()) return;
-        Message message = Bus::makeReply(call);
-        reply->second(message);
-        bus->send(message);
-    }
-    void busDidClose(const std::string& /*reason*/) override {}
-};
-
-class DoctorTest : public ::testing::Test {
+class Doctor : public ::testing::Test {
 protected:
-    using Texts = std::vector<std::string>;
-
     /// What is not good, as "power: failed".
-    Texts troubles() {
-        StandardPlatform platform(StandardPlatform::Time::virtualTime, std::make_unique<PollWaiting>());
-        const auto socket = std::make_shared<HCISocket>(-1, std::uint16_t{}, platform.runLoop());
-        const auto openBus = [&](const Bus::Context& context) {
-            std::array<int, 2> ends{};
-            EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
-            machine->bus = Bus::servingSocket(ends[0], context);
-            machine->bus->setDelegate(machine);
-            return Bus::overSocket(ends[1], context);
-        };
-        const auto openChannel = [&](const auto&) { return hasChannel ? socket : nullptr; };
-        const RadioContext context{platform.runLoop(), platform.clock(), platform.log(), openBus,
-                                   openChannel,        adapter};
+    Texts troubles(const std::string& adapter = {}) {
         int ends = 0;
-        const auto examination = std::make_shared<Examination>(context, [&] { ++ends; });
+        const auto examination = std::make_shared<Examination>(machine.context(adapter), [&] { ++ends; });
         examination->start();
-        platform.runLoop().runFor(20);
+        machine.runLoop().runFor(20);
         EXPECT_EQ(ends, 1);
-        machine->bus = nullptr;
         Texts texts;
         told.clear();
         for (const auto& [subject, severity, found, advice] : examination->findings()) {
@@ -82,54 +32,53 @@ protected:
         }
         return texts;
     }
+    Texts troublesWith(const std::string& operation, const Script& script) {
+        service.scripts = {{operation, script}};
+        return troubles();
+    }
 
-    std::shared_ptr<BusOfMachine> machine = std::make_shared<BusOfMachine>();
-    bool hasChannel = true;
-    std::string adapter;
+    ScriptedPlatform machine;
+    ScriptedService& service = machine.service;
     std::map<std::string, std::string> told;
 };
 
-TEST_F(DoctorTest, FindsAllGoodOrWhatIsInTheWay) {
+TEST_F(Doctor, FindsAllGoodOrWhatIsInTheWay) {
     EXPECT_EQ(troubles(), Texts());
     EXPECT_EQ(told.size(), 9);
-    const auto without = [&](const char* member, const char* error = nullptr) {
-        machine = std::make_shared<BusOfMachine>();
-        error ? (machine->errors[member] = error, 0) : machine->replies.erase(member);
-        return troubles();
-    };
-    EXPECT_EQ(without("GetNameOwner"), Texts{"system bus: failed"});
-    EXPECT_EQ(without("GetNameOwner", "NameHasNoOwner"), Texts{"service: failed"});
-    EXPECT_EQ(without("GetManagedObjects"), Texts{"access: failed"});
-    EXPECT_EQ(without("GetManagedObjects", "AccessDenied"), Texts{"access: failed"});
+    EXPECT_EQ(troublesWith("GetNameOwner", neverAnswered), Texts{"system bus: failed"});
+    EXPECT_EQ(troublesWith("GetManagedObjects", neverAnswered), Texts{"access: failed"});
+    EXPECT_EQ(troublesWith("GetManagedObjects", fails(accessDeniedError)), Texts{"access: failed"});
     EXPECT_TRUE(told["access"].ends_with("or run as root."));
-    machine->errorText = "An AppArmor policy prevents this sender from sending this message";
-    EXPECT_EQ(troubles(), Texts{"access: failed"});
+    const std::string policy = "An AppArmor policy prevents this sender from sending this message";
+    EXPECT_EQ(troublesWith("GetManagedObjects", fails(accessDeniedError, policy)), Texts{"access: failed"});
     EXPECT_TRUE(told["access"].ends_with("Have that policy allow it."));
-    EXPECT_EQ(without("GetDiscoveryFilters"), Texts{"scan: limited"});
-    EXPECT_EQ(without("GetDiscoveryFilters", "UnknownMethod"), Texts{"scan: failed"});
-    machine->dropsAt = "GetManagedObjects";
-    EXPECT_EQ(troubles(), Texts{"system bus: failed"});
+    EXPECT_EQ(troublesWith("GetDiscoveryFilters", neverAnswered), Texts{"scan: limited"});
+    EXPECT_EQ(troublesWith("GetDiscoveryFilters", fails(unknownMethodError)), Texts{"scan: failed"});
+    machine.runLoop().after(1, [&] { service.dropBus(); });
+    EXPECT_EQ(troublesWith("GetManagedObjects", neverAnswered), Texts{"system bus: failed"});
     EXPECT_EQ(told.size(), 1);
+    service.crash();
+    EXPECT_EQ(troubles(), Texts{"service: failed"});
+    service.hasBus = false;
+    EXPECT_EQ(troubles(), Texts{"system bus: failed"});
 }
 
-TEST_F(DoctorTest, ExaminesTheAdapterThatIsAskedFor) {
-    machine->objects.push_back(
-        {"/org/bluez/hci1", {{"org.bluez.Adapter1", {{"Address", "00:00:5E:00:53:02"}}}}});
-    adapter = "00:00:5e:00:53:02";
-    EXPECT_EQ(troubles(), (Texts{"peripheral role: limited", "power: failed"}));
+TEST_F(Doctor, ExaminesTheAdapterThatIsAskedFor) {
+    service.addObject("/org/bluez/hci1",
+                      {{adapterInterface, {{"Address", "00:00:5E:00:53:02"}, {"Roles", Texts{"central"}}}}});
+    EXPECT_EQ(troubles("00:00:5e:00:53:02"), (Texts{"peripheral role: limited", "power: failed"}));
     EXPECT_NE(told["power"].find("/org/bluez/hci1 "), std::string::npos);
-    adapter = "hci7";
-    EXPECT_EQ(troubles(), Texts{"adapter: failed"});
+    EXPECT_EQ(troubles("hci7"), Texts{"adapter: failed"});
     EXPECT_NE(told["adapter"].find("hci0 (00:00:5E:00:53:01), hci1"), std::string::npos);
 }
 
-TEST_F(DoctorTest, TellsWhatTheMachineCannotDo) {
-    hasChannel = false;
-    machine->replies["Introspect"] = [](Message& body) { body.string("<signal name=\"Disconnected\">"); };
+TEST_F(Doctor, TellsWhatTheMachineCannotDo) {
+    machine.channel = nullptr;
+    service.scripts["Introspect"].answer = [](Message& it) { it.string("<signal name=\"Disconnected\">"); };
     EXPECT_EQ(troubles(), Texts{"links: limited"});
-    machine->objects = {{"/org/bluez/hci0",
-                         {{"org.bluez.Adapter1", {{"Roles", Texts()}, {"PowerState", "off-blocked"}}},
-                          {"org.bluez.Device1", {}}}}};
+    EXPECT_TRUE(told["links"].starts_with("Nobody tells why they end")) << "there is no device to ask at";
+    service.addObject(firstAdapter, {{adapterInterface, {{"Roles", Texts()}, {"PowerState", "off-blocked"}}},
+                                     {deviceInterface, {}}});
     EXPECT_EQ(troubles(), (Texts{"peripheral role: limited", "adapter: failed", "power: failed",
                                  "block switch: failed", "links: limited"}));
     EXPECT_TRUE(told["links"].starts_with("The service tells"));

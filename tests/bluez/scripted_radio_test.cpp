@@ -1,15 +1,16 @@
-// The suite over the BlueZ radio, against a scripted Bluetooth service and in virtual time.
+// The suite over the BlueZ radio, against a scripted Bluetooth service and in virtual time; with what is
+// tested of this radio besides.
 
-#include "ScriptedPlatform.h"
+#include "BlueZRadio.h"
 #include "radio/LibraryOverRadio.h"
-#include "radio/RadioTest.h"
 
-namespace {
+namespace zobi::platform::bluez {
 
-const auto scriptedRadio = ::testing::Values(
-    RadioUnderTest{"Scripted", [] { return std::make_unique<zobi::platform::bluez::ScriptedBench>(); }});
+const auto radios = ::testing::Values(scriptedRadio);
 
-INSTANTIATE_TEST_SUITE_P(Scripted, RadioPromises, scriptedRadio);
-INSTANTIATE_TEST_SUITE_P(Scripted, LibraryOverRadio, scriptedRadio);
+INSTANTIATE_TEST_SUITE_P(Scripted, BlueZRadio, radios);
 
-}  // namespace
+}  // namespace zobi::platform::bluez
+
+INSTANTIATE_TEST_SUITE_P(Scripted, RadioPromises, zobi::platform::bluez::radios);
+INSTANTIATE_TEST_SUITE_P(Scripted, LibraryOverRadio, zobi::platform::bluez::radios);

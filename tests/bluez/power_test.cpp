@@ -1,0 +1,66 @@
+// What stands in the way of the radio, and which adapter it uses.
+
+#include <array>
+#include <functional>
+#include <set>
+
+#include "BlueZRadio.h"
+
+namespace zobi::platform::bluez {
+namespace {
+
+using namespace ::testing;
+
+TEST_P(BlueZRadio, TheStateAndOneLineTellWhatIsInTheWay) {
+    const Properties blocked{{"Powered", false}, {"PowerState", "off-blocked"}};
+    const std::array<std::pair<std::string, std::function<void(ScriptedService&)>>, 8> obstacles{{
+        {"state 2", [](auto& it) { it.hasBus = false; }},
+        {"state 2", [](auto& it) { it.crash(); }},
+        {"state 3", [](auto& it) { it.scripts["GetManagedObjects"] = fails(accessDeniedError, "", -1); }},
+        {"state 2", [](auto& it) { it.removeAdapter(firstAdapter); }},
+        {"state 4", [](auto& it) { it.setPowered(false); }},
+        {"state 4", [&](auto& it) { it.change(firstAdapter, adapterInterface, blocked); }},
+        {"state 1", [](auto& it) { it.scripts["GetManagedObjects"] = {.acts = false, .answers = false}; }},
+        // An answer without a list.
+        {"state 1", [](auto& it) { it.scripts["GetManagedObjects"] = {.acts = false}; }},
+    }};
+    std::set<std::string> lines;
+    for (const auto& [event, stand] : obstacles) {
+        ScriptedPlatform other;
+        stand(other.service);
+        const auto watched = watch(other);
+        other.runLoop().runFor(20);
+        EXPECT_THAT(watched.takeEvents(), ElementsAre(event)) << lines.size();
+        lines.insert(other.lines.empty() ? "" : other.lines.back());
+        other.service.hasBus = true;
+        other.service.scripts.clear();
+        if (event != "state 3") (other.service.crash(), other.service.start());
+        other.runLoop().runFor(60);
+        EXPECT_THAT(watched.takeEvents(), Contains("state 5")) << lines.size();
+        EXPECT_EQ(watched.central->state(), CBManagerState::poweredOn);
+    }
+    // The last two are one.
+    EXPECT_THAT(lines, AllOf(SizeIs(obstacles.size() - 1), Not(Contains("")))) << "each is told apart";
+}
+
+TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedFor) {
+    const std::string second = "/org/bluez/hci1";
+    service.add({.address = "00:00:5E:00:53:0A", .adapter = second, .rssi = -50, .isInRange = true});
+    beacon.isInRange = true;
+    for (const char* const name : {"hci1", "00:00:5E:00:53:09"}) {
+        const auto watched = watch(machine, name);
+        service.addAdapter(second, "00:00:5E:00:53:09");
+        pass(5);
+        EXPECT_THAT(watched.takeEvents(), ElementsAre("state 2", "state 5")) << name;
+        watched.central->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
+        cyclePower();
+        pass(3);
+        EXPECT_THAT(watched.takeEvents(), AllOf(SizeIs(Ge(2)), Each("morvane -50"))) << name;
+        service.removeAdapter(second);
+        EXPECT_THAT(eventsIn(5), IsEmpty()) << "it was not in use here";
+        EXPECT_EQ(watched.takeEvents().back(), "state 2") << name;
+    }
+}
+
+}  // namespace
+}  // namespace zobi::platform::bluez

@@ -1,0 +1,177 @@
+// What the radio makes of the service's reports while it scans.
+
+#include <array>
+
+#include "BlueZRadio.h"
+#include "zobi/platform/NSData.h"
+
+namespace zobi::platform::bluez {
+namespace {
+
+using namespace ::testing;
+using ZOKGATTProfile::batteryService;
+
+TEST_P(BlueZRadio, AsksTheServiceForWhatTheScanNeedsAndFiltersAgain) {
+    const auto sightingsIn = [&](double seconds) {
+        listener->sightings.clear();
+        pass(seconds);
+        return listener->sightings.size();
+    };
+    scan();
+    pass(1);
+    EXPECT_THAT(service.lastFilter,
+                UnorderedElementsAre(Pair("Transport", Value("le")), Pair("DuplicateData", Value(true)),
+                                     Pair("RSSI", _), Pair("UUIDs", Value(beacon.uuids))));
+    const auto* const threshold = named(service.lastFilter, "RSSI")->get<std::int16_t>();
+    ASSERT_TRUE(threshold);
+    EXPECT_THAT(*threshold, AllOf(Ge(-127), Le(-112)));
+    auto& foreign = service.add({.address = "00:00:5E:00:53:0B",
+                                 .uuids = {longForm(batteryService)},
+                                 .serviceData = ScriptedBench::payload(8),
+                                 .isInRange = true});
+    // Somebody else's discovery lets everything through.
+    service.othersDiscover = true;
+    EXPECT_EQ(sightingsIn(5), 0U);
+    link();
+    foreign.isInRange = false;
+    service.endLink(beacon, 0x13);
+    // The service was found over the link, and is not advertised.
+    central->scanForPeripheralsWithServicesOptions(std::array{batteryService}, {.allowDuplicates = true});
+    EXPECT_EQ(sightingsIn(5), 0U);
+    foreign.isInRange = true;
+    EXPECT_GT(sightingsIn(5), 3U);
+    central->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
+    EXPECT_GT(sightingsIn(5), 8U) << "both";
+}
+
+TEST_P(BlueZRadio, OnlyWhatIsHeardIsASighting) {
+    beacon.isInRange = true;
+    sight();
+    beacon.isInRange = false;
+    pass(1);
+    const auto watched = watch(machine);
+    watched.takeEvents();
+    watched.central->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
+    const Properties heardOnce{{"RSSI", std::int16_t{-40}}, {"ServiceData", beacon.serviceData}};
+    signal(heardOnce, ":9.9");
+    signal({{"Connected", false}, {"ServicesResolved", false}});
+    signal({{"Alias", "mine"}, {"Trusted", true}, {"UUIDs", beacon.uuids}});
+    service.change(beacon.path(), deviceInterface, {}, {"RSSI"});
+    service.change(firstAdapter, adapterInterface, {{"Discovering", false}});
+    pass(5);
+    linkByOther();
+    pass(1);
+    EXPECT_THAT(watched.takeEvents(), IsEmpty()) << "nor what the service remembers";
+    EXPECT_THAT(takeEvents(), IsEmpty()) << "the link was another program's";
+
+    signal({{"Name", "morvane"}, {"RSSI", std::int16_t{-41}}});
+    signal({{"RSSI", std::int16_t{127}}, {"ServiceData", beacon.serviceData}});
+    signal(heardOnce);
+    pass(0.1);
+    const Events told = watched.takeEvents();
+    EXPECT_THAT(told, Contains("morvane 180A:16 (null)")) << "127 is no strength";
+    EXPECT_EQ(told.back(), "morvane 180A:16 -40") << "name and data came in two signals";
+}
+
+TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
+    beacon.isInRange = true;
+    sight();
+    linkByOther();
+    beacon.isInRange = false;
+    const auto watched = watch(machine);
+    const auto told = [&] {
+        pass(5);
+        return watched.takeEvents();
+    };
+    const auto scanAnew = [&] { watched.central->scanForPeripheralsWithServicesOptions({}, {}); };
+    told();
+    const Properties heard{{"RSSI", std::int16_t{-50}}, {"ServiceData", beacon.serviceData}};
+    scanAnew();
+    signal(heard);
+    EXPECT_THAT(told(), ElementsAre("Beacon 7 180A:16 -50")) << "the service remembers it from the link";
+    signal({{"Name", "morvane"}, {"RSSI", std::int16_t{-50}}});
+    for (int i = 0; i < 3; ++i) signal(heard);
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50"));
+    linkByOther();
+    scanAnew();
+    signal(heard);
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50")) << "not what the service has read over a link";
+    service.forget(beacon);
+    beacon.isInRange = true;
+    EXPECT_THAT(told(), IsEmpty()) << "the scan knows it though the service has forgotten it";
+    scanAnew();
+    EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -60"));
+    scanAnew();
+    watched.listener->onSighting = [refuses = true](const auto& data) mutable {
+        if (std::exchange(refuses, false)) throw DataRangeError(data.serviceData[0].data, 0, 99);
+    };
+    EXPECT_THAT(told(), SizeIs(2)) << "a report that is dropped is none";
+}
+
+TEST_P(BlueZRadio, AScanThatDoesNotStartOrStopIsTriedAgain) {
+    beacon.isInRange = true;
+    const std::array<Script, 6> troubles{fails("InProgress", "Operation already in progress", 2),
+                                         fails("NotReady", "Resource Not Ready", 2),
+                                         fails("Failed", "Failed", 2),
+                                         neverAnswered,
+                                         {.answers = false, .times = 1},
+                                         {.delay = 8, .times = 1}};
+    for (std::size_t i = 0; i < troubles.size(); ++i) {
+        for (const char* const operation : {"SetDiscoveryFilter", "StartDiscovery", "StopDiscovery"}) {
+            SCOPED_TRACE(operation + (' ' + std::to_string(i)));
+            // These tell that discovery is off.
+            if (operation == std::string("StopDiscovery") && (i == 1 || i == 2)) continue;
+            cyclePower();
+            service.lastFilter.clear();
+            service.scripts = {{operation, troubles[i]}};
+            listener->sightings.clear();
+            scan();
+            EXPECT_TRUE(bench->runUntil([&] { return listener->sightings.size() > 3; }, 30));
+            EXPECT_THAT(service.lastFilter, Not(IsEmpty()));
+            central->stopScan();
+            pass(20);
+            service.calls.clear();
+            const auto lastSeen = beacon.lastSeen;
+            pass(20);
+            EXPECT_EQ(beacon.lastSeen, lastSeen) << "discovery is over";
+            EXPECT_THAT(service.calls, IsEmpty());
+        }
+    }
+}
+
+// A fuzzer goes on from here: fuzz/fuzz_bus_message.cpp.
+TEST_P(BlueZRadio, HostileDataIsPassedOver) {
+    beacon.isInRange = true;
+    sight();
+    beacon.isInRange = false;
+    listener->sightings.clear();
+    const std::array<Value, 4> kinds{ObjectPath{"/"}, Bytes(70'000, 7),
+                                     std::vector<std::string>(5'000, "no UUID"),
+                                     Properties{{"no UUID", true}, {longForm(batteryService), "no bytes"}}};
+    for (const char* const name : {"RSSI", "ServiceData", "Name", "Connected", "ServicesResolved", "UUIDs",
+                                   "Address", "Adapter", "Powered", "AddressType"}) {
+        for (const Value& value : kinds) {
+            signal({{name, value}});
+            for (const char* const interface : {adapterInterface, deviceInterface}) {
+                service.addObject(firstAdapter + "/dev_00_00_5E_00_53_0C", {{interface, {{name, value}}}});
+            }
+        }
+    }
+    for (const char* const path : {"/", "/org/bluez/hci0/dev_", "/org/bluez/hci0/dev_00_00_5E_00_53_0G"}) {
+        service.addObject(
+            path, {{deviceInterface,
+                    {{"Name", beacon.name}, {"UUIDs", beacon.uuids}, {"ServiceData", beacon.serviceData}}}});
+    }
+    const auto wrongBody = [](Message& body) { body.objectPath("/").bytes({}); };
+    for (const char* const member : {"PropertiesChanged", "InterfacesAdded", "InterfacesRemoved"}) {
+        service.emit(beacon.path(), propertiesInterface, member, wrongBody);
+        service.emit("/", objectManagerInterface, member, wrongBody);
+    }
+    EXPECT_THAT(eventsIn(1), IsEmpty()) << "the radio is as it was";
+    EXPECT_THAT(listener->sightings, IsEmpty()) << "what has no address is no device";
+    service.forget(beacon);
+    EXPECT_NE(link(), nullptr);
+}
+
+}  // namespace
+}  // namespace zobi::platform::bluez

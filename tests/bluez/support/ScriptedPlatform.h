@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ScriptedService.h"
+#include "platform/bluez/RadioContext.h"
+#include "platform/bluez/controller/ControllerChannel.h"
+#include "zobi/platform/standard/StandardPlatform.h"
+
+namespace zobi::platform::bluez {
+
+/// Knows of each link what a test tells it. It is opened again each time the radio is turned on.
+class ScriptedChannel final : public ControllerChannel {
+public:
+    explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
+
+    bool isOpen() const override { return false; }
+    void watchLink(const DeviceAddress& device) override { ends_.erase(device); }
+    std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override;
+    std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
+    void readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) override;
+
+    void tellLinkEnd(const std::string& address, std::uint8_t reason);
+
+    bool answersRSSI = true;
+    std::optional<int> rssi = -61;
+    /// Answers the last request for a signal strength, also once more.
+    std::function<void()> answerRSSI;
+    /// Who asked for links, as far as that is known.
+    std::map<std::string, bool> incomingLinks;
+
+private:
+    RunLoop& runLoop_;
+    std::map<DeviceAddress, LinkEnd> ends_;
+};
+
+/// A machine without hardware: its bus, its Bluetooth service and its controller are played, its time is
+/// virtual.
+class ScriptedPlatform : public StandardPlatform {
+public:
+    ScriptedPlatform();
+    ~ScriptedPlatform() override { shutDown(); }
+
+    /// What a radio of this machine stands on.
+    /// @param adapter which adapter it is to use; empty for any.
+    RadioContext context(const std::string& adapter = {});
+    std::shared_ptr<CBCentralManager> makeCentralManager(
+        std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+        return makeCentralManager(std::move(delegate), "");
+    }
+    std::shared_ptr<CBCentralManager> makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate,
+                                                         const std::string& adapter);
+
+    /// The way to the controller; null for none.
+    std::shared_ptr<ScriptedChannel> channel = std::make_shared<ScriptedChannel>(runLoop());
+    /// When the controller tells why a link has ended, in seconds after the service has told that it has.
+    double reasonDelay = 0;
+    /// What is logged.
+    std::vector<std::string> lines;
+    ScriptedService service{runLoop(), clock()};
+};
+
+}  // namespace zobi::platform::bluez
