@@ -75,13 +75,13 @@ void suspend(int signal) {
     errno = interruptedErrno;
 }
 
-void handle(int signal, void (*handler)(int), int flags) {
+void handle(int signal, void (*handler)(int), unsigned flags) {
     struct sigaction action {};
     action.sa_handler = handler;
     // Each handler runs without the other in between.
     ::sigaddset(&action.sa_mask, SIGTSTP);
     ::sigaddset(&action.sa_mask, SIGCONT);
-    action.sa_flags = SA_RESTART | flags;
+    action.sa_flags = static_cast<int>(SA_RESTART | flags);
     ::sigaction(signal, &action, nullptr);
 }
 
