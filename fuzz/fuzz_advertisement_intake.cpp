@@ -4,9 +4,9 @@
 #include <array>
 #include <set>
 
-#include "ScriptedPlatform.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "support.h"
+#include "tests/bluez/support/ScriptedPlatform.h"
 
 namespace {
 

@@ -11,13 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "ScriptedPlatform.h"
 #include "platform/UTF8.h"
 #include "platform/bluez/controller/HCIEvent.h"
 #include "platform/bluez/controller/ManagementSocket.h"
 #include "platform/bluez/peripheral-role/BlueZPeripheralManager.h"
 #include "platform/bluez/service/BlueZService.h"
 #include "support.h"
+#include "tests/bluez/support/ScriptedPlatform.h"
 
 namespace {
 

@@ -60,7 +60,7 @@ public:
     Shell& operator=(const Shell&) = delete;
 
     /// What is written next, up to and with `text`, or to the end if that does not come.
-    std::string readTo(const std::string& text) {
+    std::string readTo(const std::string& text) const {
         std::string read;
         for (char c = 0; !read.ends_with(text) && ::read(terminal_, &c, 1) == 1;) read += c;
         return read;
@@ -92,9 +92,9 @@ TEST(ToolScreen, IsGivenBackWhileStoppedAndDrawnAnewAfterIt) {
 
 TEST(ToolScreen, IsNotTakenInTheBackgroundNorOnATerminalThatCannotBeDrawnOn) {
     const std::string monitor = "$tool monitor --virtual-time --for 3";
-    const std::string watch = "; $tool watch 1.1 --virtual-time --for 3";
-    for (const std::string& line : {monitor + " & wait", "TERM=dumb; " + monitor + watch,
-                                    "TERM=; " + monitor + watch, "unset TERM; " + monitor + watch}) {
+    const std::string both = monitor + "; $tool watch 1.1 --virtual-time --for 3";
+    for (const std::string& line :
+         {monitor + " & wait", "TERM=dumb; " + both, "TERM=; " + both, "unset TERM; " + both}) {
         const std::string written = Shell(line).readTo("no more");
         EXPECT_THAT(written, HasSubstr("seed 0\r\n\r\n"));
         EXPECT_THAT(written, Not(HasSubstr("\x1b"))) << line;
