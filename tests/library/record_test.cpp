@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
+#include "BytesOfHex.h"
 #include "ManagerTest.h"
-#include "payload_table.h"
 #include "zobi/platform/standard/KeyedArchive.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "payload_table.h"
+#include "BytesOfHex.h"
 
 namespace zobi::platform {
 namespace {

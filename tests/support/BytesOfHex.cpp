@@ -1,0 +1,10 @@
+#include "BytesOfHex.h"
+
+#include <sstream>
+
+std::vector<std::uint8_t> bytesOfHex(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::uint8_t> bytes;
+    for (unsigned byte = 0; stream >> std::hex >> byte;) bytes.push_back(static_cast<std::uint8_t>(byte));
+    return bytes;
+}
