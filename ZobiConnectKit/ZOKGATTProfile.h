@@ -7,8 +7,8 @@
 
 #include "zobi/platform/CBUUID.h"
 
-/// The GATT profile of a beacon: all services and characteristics that the library uses, and the three orders
-/// in which it uses them.
+/// The GATT profile of a beacon: all services and characteristics that the library uses, what it writes to
+/// make the beacon sound, and the three orders in which it asks for them.
 ///
 ///     Service                          Characteristic              Value on the air
 ///     1802     Immediate Alert         2A06     Alert Level        1 byte, written without response
@@ -45,6 +45,8 @@ inline constexpr CBUUID deviceInformationService = CBUUID::UUIDWithString("180A"
 
 /// Alert Level, in Immediate Alert: 1 byte, written without response.
 inline constexpr CBUUID alertLevelCharacteristic = CBUUID::UUIDWithString("2A06");
+/// The value of Alert Level that makes the beacon sound: a mild alert.
+inline constexpr std::uint8_t mildAlert = 0x01;
 /// Battery Level, in Battery Service: 1 byte, decoded as signed.
 inline constexpr CBUUID batteryLevelCharacteristic = CBUUID::UUIDWithString("2A19");
 /// The code of the last button action, in the button service: 1 byte.

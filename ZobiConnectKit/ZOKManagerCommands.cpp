@@ -62,7 +62,6 @@ std::shared_ptr<CBCharacteristic> ZOKManager::characteristicFromServiceAndPeriph
 // NOLINTBEGIN(readability-convert-member-functions-to-static)
 
 void ZOKManager::pingBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
-    constexpr std::uint8_t mildAlert = 0x01;
     write(mildAlert, alertLevelCharacteristic, immediateAlertService, beacon,
           CBCharacteristicWriteType::withoutResponse);
 }

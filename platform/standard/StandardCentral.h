@@ -15,10 +15,9 @@
 
 namespace zobi::platform {
 
-/// What all radios' central managers share: the state, the scan and its filter, the peripherals, and the
-/// order of the requests to connect. It keeps the promises of
-/// `CBCentralManager`. A radio derives its central manager from it, carries out what the hooks ask for, and
-/// tells what happens. Main thread only.
+/// What all radios' central managers share: the state, the scan and its filter, and the peripherals, which
+/// take the requests to connect in turn. It keeps the promises of `CBCentralManager`. A radio derives its
+/// central manager from it, carries out what the hooks ask for, and tells what happens. Main thread only.
 ///
 /// The radio tells events from a task or a timer of the run loop, and holds the central manager for the
 /// length of the call. A hook does not throw.

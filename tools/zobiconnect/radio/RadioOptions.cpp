@@ -21,8 +21,6 @@ using platform::simulation::SimulatedPlatform;
 
 namespace {
 
-constexpr std::size_t beaconsByDefault = 8;
-
 bool describesSimulation(const RadioOptions& options) {
     return options.simulate || options.scenario || options.seed || options.virtualTime;
 }
@@ -45,9 +43,9 @@ std::unique_ptr<SimulatedPlatform> makeSimulatedPlatform(const RadioOptions& opt
 
 Radio makeSimulatedRadio(const RadioOptions& options) {
     if (options.adapter) throw UsageError("--adapter is for the radio bluez, not for a simulated one");
-    const Scenario scenario = options.scenario ? scenarioFromFile(*options.scenario)
-                                               : demoScenario(options.simulate.value_or(beaconsByDefault),
-                                                              options.seed.value_or(0));
+    const Scenario scenario =
+        options.scenario ? scenarioFromFile(*options.scenario)
+                         : demoScenario(options.simulate.value_or(demoBeacons), options.seed.value_or(0));
     auto simulated = makeSimulatedPlatform(options);
     SimulatedPlatform& platform = *simulated;
     if (!options.log) platform.log().setSink(nullptr);
@@ -80,7 +78,7 @@ void addRadioOptions(CLI::App& command, RadioOptions& options) {
             .add_option("--simulate", options.simulate,
                         "Simulate so many beacons, which come, change, fall silent and return")
             ->transform(wholeNumber(1, 10000))
-            ->option_text("N [" + std::to_string(beaconsByDefault) + ']');
+            ->option_text("N [" + std::to_string(demoBeacons) + ']');
     command
         .add_option("--scenario", options.scenario,
                     "Simulate what a JSON file describes (see docs/scenarios.md); - is stdin")
