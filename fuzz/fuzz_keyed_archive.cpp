@@ -27,7 +27,7 @@ std::optional<NSKeyedUnarchiver> read(std::span<const std::uint8_t> data) {
 /// Writes what stands under some keys.
 std::vector<std::uint8_t> written(const NSKeyedUnarchiver& unarchiver) {
     NSKeyedArchiver archiver;
-    for (const char* key : {"", "a", "b", "key"}) {
+    for (const char* key : {"firmwareVersion", "major", "minor", "a"}) {
         try {
             archiver.encodeTextForKey(unarchiver.decodeTextForKey(key), key);
         } catch (const std::invalid_argument&) {

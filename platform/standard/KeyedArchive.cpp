@@ -17,8 +17,10 @@ enum class Type : std::uint8_t { unsignedInteger, negativeInteger, bytes, text, 
 // or 8, by a power of two).
 constexpr std::uint8_t oneByteArgument = 24;
 constexpr std::uint8_t eightByteArgument = 27;
+constexpr std::uint8_t indefiniteLength = 31;
 
 constexpr std::uint8_t nullByte = 0xF6;
+constexpr std::uint8_t breakByte = 0xFF;
 
 void appendHead(std::vector<std::uint8_t>& data, Type type, std::uint64_t argument) {
     const unsigned typeBits = static_cast<unsigned>(type) << 5;
@@ -131,7 +133,9 @@ private:
         type_ = static_cast<Type>(initial >> 5);
         argument_ = initial & 0x1F;
         if (argument_ < oneByteArgument) return;
-        if (argument_ > eightByteArgument) fail("the item is of no definite length");
+        if (initial == breakByte) fail("a break has nothing to end");
+        if (argument_ == indefiniteLength) fail("the item is of no definite length");
+        if (argument_ > eightByteArgument) fail("the additional information is reserved");
         const auto bytes = readBytes(std::uint64_t{1} << (argument_ - oneByteArgument));
         argument_ = 0;
         for (const std::uint8_t byte : bytes) argument_ = argument_ << 8 | byte;

@@ -142,8 +142,9 @@ TEST(KeyedArchive, RefusesToReadAnythingElse) {
         {"the text is not UTF-8", {"61 C3"}},
         {"the integer is beyond 32 signed bits",
          {"1A 80 00 00 00", "3A 80 00 00 00", "1B 00 00 00 01 00 00 00 00", "3B FF FF FF FF FF FF FF FF"}},
-        // A reserved head, a break, and a text in chunks.
-        {"the item is of no definite length", {"1C", "FF", "7F 61 61 FF"}},
+        {"the additional information is reserved", {"1C"}},
+        {"a break has nothing to end", {"FF"}},
+        {"the item is of no definite length", {"7F 61 61 FF"}},
         // Bytes, an array, a map, a tag, false, undefined, null in two bytes, and 1.0.
         {"the value is neither a text nor an integer nor null",
          {"41 78", "80", "A0", "C0 60", "F4", "F7", "F8 16", "F9 3C 00"}}};
