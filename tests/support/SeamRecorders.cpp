@@ -26,7 +26,6 @@ class NotingPeripheral final : public RecordingPeripheral {
     CBPeripheralState state() const override { return theState; }
     const std::optional<std::vector<Service>>& services() const override { return found; }
     void discoverServices(std::span<const CBUUID> uuids) override {
-        onDiscover();
         calls.push_back("discover" + texts(uuids));
     }
     void discoverCharacteristicsForService(std::span<const CBUUID> uuids, const Service& service) override {

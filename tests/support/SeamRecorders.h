@@ -28,8 +28,6 @@ public:
     static std::shared_ptr<RecordingPeripheral> make();
 
     std::vector<std::string> calls;
-    /// Called at a discovery of services, before it is written down.
-    std::function<void()> onDiscover = [] {};
     zobi::platform::CBPeripheralState theState = zobi::platform::CBPeripheralState::disconnected;
     std::optional<std::vector<std::shared_ptr<zobi::platform::CBService>>> found;
     std::weak_ptr<zobi::platform::CBPeripheralDelegate> theDelegate;
