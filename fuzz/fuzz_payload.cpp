@@ -14,6 +14,19 @@ namespace {
 
 using zobi::platform::simulation::SimulatedPlatform;
 
+/// Whether a payload has all the bytes that its layout needs.
+bool isComplete(std::span<const std::uint8_t> payload) {
+    if (payload.size() < 12) return payload.size() == 11;
+    switch (payload[11]) {
+        case 3:
+            return payload.size() >= 16;
+        case 2:
+            return payload.size() >= 14;
+        default:
+            return payload.size() >= 13;
+    }
+}
+
 bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform) {
     try {
         const auto record = ZOKProtocolUtils::beaconFromDataOnPlatform(payload, platform);

@@ -10,19 +10,6 @@ inline void require(bool holds) {
     if (!holds) std::abort();
 }
 
-/// Whether a payload has all the bytes that its layout needs.
-inline bool isComplete(std::span<const std::uint8_t> payload) {
-    if (payload.size() < 12) return payload.size() == 11;
-    switch (payload[11]) {
-        case 3:
-            return payload.size() >= 16;
-        case 2:
-            return payload.size() >= 14;
-        default:
-            return payload.size() >= 13;
-    }
-}
-
 /// The fuzzer's bytes, taken from the front. After their end come zeros.
 class Input {
 public:

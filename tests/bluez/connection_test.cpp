@@ -28,18 +28,15 @@ TEST_P(BlueZRadio, WhatTheServiceAnswersDecidesTheAttempt) {
     constexpr const char* connected = "connected";
     constexpr const char* failed = "failed error 10";
     constexpr const char* pending = "";
-    const std::array<Row, 17> rows{{
+    const std::array<Row, 14> rows{{
         {connected, areNotTold},
         {pending, areSwallowed},
         {pending, succeedWithoutLink},
         {failed, areNeverResolved},
         {failed, areResolvedEmpty},
         {connected, succeed, fails("Failed", "le-connection-abort-by-local")},
-        {connected, succeed, fails("Failed", "Operation already in progress", 2)},
         {connected, succeed, fails("InProgress", "In Progress", 2)},
-        {connected, succeed, fails("NotReady", "Resource Not Ready", 9)},
         {connected, succeed, fails(unknownObjectError, "Method \"Connect\" doesn't exist", 9)},
-        {failed, succeed, fails("Failed", "le-connection-not-supported", -1)},
         {failed, succeed, fails(accessDeniedError, "Rejected send message", -1)},
         {connected, succeed, neverAnswered},
         {connected, succeed, {.answers = false, .times = 1}},

@@ -176,6 +176,8 @@ TEST_F(Peripheral, AnswersWhatIsRefusedOrWrongOrNoneOfTheCallersBusiness) {
     throws = false;
     EXPECT_EQ(call("WriteValue", [](Message& it) { it.string("x"); }), "org.bluez.Error.InvalidArguments");
     EXPECT_EQ(call("ReadValue", [](Message& it) { it.string("x"); }), "org.bluez.Error.InvalidArguments");
+    const auto odd = [](Message& it) { it.properties({{"offset", "2"}, {"device", ObjectPath{"/"}}}); };
+    EXPECT_EQ(call("ReadValue", odd), "abc");
     const auto emptyWrite = [](Message& it) { it.bytes({}).properties({}); };
     EXPECT_EQ(call("WriteValue", emptyWrite, ":9.9"), accessDeniedError);
     EXPECT_EQ(read(1), "abc");

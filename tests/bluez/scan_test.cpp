@@ -110,17 +110,16 @@ TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
 
 TEST_P(BlueZRadio, AScanThatDoesNotStartOrStopIsTriedAgain) {
     beacon.isInRange = true;
-    const std::array<Script, 6> troubles{fails("InProgress", "Operation already in progress", 2),
-                                         fails("NotReady", "Resource Not Ready", 2),
-                                         fails("Failed", "Failed", 2),
+    const std::array<Script, 5> troubles{fails("NotReady", "Resource Not Ready", 2),
+                                         fails("InProgress", "Operation already in progress", 2),
                                          neverAnswered,
                                          {.answers = false, .times = 1},
                                          {.delay = 8, .times = 1}};
     for (std::size_t i = 0; i < troubles.size(); ++i) {
         for (const char* const operation : {"SetDiscoveryFilter", "StartDiscovery", "StopDiscovery"}) {
             SCOPED_TRACE(operation + (' ' + std::to_string(i)));
-            // These tell that discovery is off.
-            if (operation == std::string("StopDiscovery") && (i == 1 || i == 2)) continue;
+            // Then discovery is off already.
+            if (operation == std::string("StopDiscovery") && i == 0) continue;
             cyclePower();
             service.lastFilter.clear();
             service.scripts = {{operation, troubles[i]}};
@@ -161,11 +160,6 @@ TEST_P(BlueZRadio, HostileDataIsPassedOver) {
         service.addObject(
             path, {{deviceInterface,
                     {{"Name", beacon.name}, {"UUIDs", beacon.uuids}, {"ServiceData", beacon.serviceData}}}});
-    }
-    const auto wrongBody = [](Message& body) { body.objectPath("/").bytes({}); };
-    for (const char* const member : {"PropertiesChanged", "InterfacesAdded", "InterfacesRemoved"}) {
-        service.emit(beacon.path(), propertiesInterface, member, wrongBody);
-        service.emit("/", objectManagerInterface, member, wrongBody);
     }
     EXPECT_THAT(eventsIn(1), IsEmpty()) << "the radio is as it was";
     EXPECT_THAT(listener->sightings, IsEmpty()) << "what has no address is no device";

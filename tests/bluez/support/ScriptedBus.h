@@ -82,10 +82,9 @@ public:
     std::shared_ptr<Bus> openBus(const Bus::Context& context);
     /// All connections end.
     void dropBus();
-    /// Sends a signal of the service, or of the bus, to every connection that has asked for such.
-    /// @param firstText the first argument, if match rules may ask for it.
+    /// Sends a signal of the service, or of the bus, to every connection that has asked for its interface.
     void emit(const std::string& path, const std::string& interface, const std::string& member,
-              const Body& body, const std::string& firstText = {});
+              const Body& body);
     /// Sends a signal of anybody straight to each connection, asked for or not.
     void emitFrom(const std::string& sender, const std::string& path, const std::string& interface,
                   const std::string& member, const Body& body);

@@ -121,7 +121,7 @@ void ScriptedService::change(const std::string& path, const std::string& interfa
     });
     all->insert(all->end(), changed.begin(), changed.end());
     const auto body = [&](Message& it) { it.string(interface).properties(changed).strings(invalidated); };
-    emit(path, propertiesInterface, "PropertiesChanged", body, interface);
+    emit(path, propertiesInterface, "PropertiesChanged", body);
 }
 
 void ScriptedService::perform(Client& client, const Call& call) {
