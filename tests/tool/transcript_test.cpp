@@ -20,11 +20,11 @@ namespace {
 
 std::string printedBy(const std::string& command) {
     const std::string directory = std::filesystem::path(ZOBI_TOOL_PATH).parent_path();
-    // A tool that does not stop at its time takes no more than a minute of the processor, and writes too
+    // A tool that does not stop at its time takes no more than 20 s of the processor, and writes too
     // much.
     constexpr std::size_t tooMuch = 2'000'000;
     const std::string line =
-        "exec 2>&1; ulimit -t 60; cd '" ZOBI_SOURCES "'; PATH='" + directory + "':$PATH; " + command;
+        "exec 2>&1; ulimit -t 20; cd '" ZOBI_SOURCES "'; PATH='" + directory + "':$PATH; " + command;
     std::FILE* const output = ::popen(line.c_str(), "r");
     if (!output) return "  no shell\n";
     std::string printed;
