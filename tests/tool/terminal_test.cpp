@@ -28,9 +28,10 @@ constexpr char controlZ = '\x1a';
 class Shell {
 public:
     explicit Shell(const std::string& line, winsize size = {24, 80, 0, 0}) {
-        // What is typed would be shown in the middle of what the tool writes.
+        // What is typed would be shown in the middle of what the tool writes, and Ctrl-C would flush the
+        // terminal, which then loses, now and then, what is written just before its end.
         const std::string script =
-            "cd '" ZOBI_SOURCES "'; stty -echo; set -m; tool='" ZOBI_TOOL_PATH "'; " + line;
+            "cd '" ZOBI_SOURCES "'; stty -echo noflsh; set -m; tool='" ZOBI_TOOL_PATH "'; " + line;
         ::setenv("TERM", "xterm", 1);
         process_ = ::forkpty(&terminal_, nullptr, nullptr, &size);
         if (process_ < 0) throw std::system_error(errno, std::generic_category(), "no terminal");
