@@ -15,6 +15,14 @@ namespace {
 
 using ::testing::ElementsAre;
 
+TEST(UserInfoTest, HoldsAtMostOneValue) {
+    const NSUserInfo info("value", NSNumber::numberWithInt(3));
+    EXPECT_EQ(info.count(), 1U);
+    EXPECT_EQ(std::get<NSNumber>(*info.objectForKey("value")), NSNumber::numberWithInt(3));
+    EXPECT_EQ(info.objectForKey("other"), nullptr);
+    EXPECT_EQ(NSUserInfo().objectForKey(""), nullptr);
+}
+
 class NotificationTest : public ::testing::Test {
 protected:
     NSNotificationCenter::Token observe(std::string_view name, const std::string& mark,
@@ -43,25 +51,6 @@ TEST_F(NotificationTest, ReachesTheObserversOfItsNameAndObjectInTheOrderTheyWere
     heard.clear();
     post("a");
     EXPECT_THAT(heard, ElementsAre("any"));
-}
-
-TEST_F(NotificationTest, CarriesTheObjectItselfAndAPayloadOfItsOwnKind) {
-    const auto object = std::make_shared<std::string>("record");
-    int calls = 0;
-    center.addObserverForNameObjectUsingBlock("number", nullptr, [&](const NSNotification& notification) {
-        ++calls;
-        EXPECT_EQ(notification.name, "number");
-        EXPECT_EQ(std::static_pointer_cast<std::string>(notification.object), object);
-        EXPECT_EQ(notification.userInfo.count(), 1U);
-        const auto* value = notification.userInfo.objectForKey("value");
-        ASSERT_NE(value, nullptr);
-        EXPECT_EQ(std::get<NSNumber>(*value), NSNumber::numberWithUnsignedShort(300));
-        EXPECT_EQ(notification.userInfo.objectForKey("other"), nullptr);
-    });
-    center.postNotificationNameObjectUserInfo("number", object,
-                                              {"value", NSNumber::numberWithUnsignedShort(300)});
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(NSUserInfo().objectForKey(""), nullptr);
 }
 
 TEST_F(NotificationTest, ObserversMayComeAndGoWhileItIsPosted) {

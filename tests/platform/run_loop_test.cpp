@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <csignal>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -223,15 +222,10 @@ TEST_F(RunLoopTest, RefusesToBeRunFromItsOwnCallbacks) {
 
 TEST_F(RunLoopTest, AForeignLoopIsToldWhenThereIsWork) {
     EXPECT_EQ(loop.nextDeadline(), std::nullopt);
-    addTimer(2, false, "timer");
+    addTimer(2, false);
     EXPECT_EQ(loop.nextDeadline(), std::chrono::seconds(2));
-    loop.dispatchAsync([this] { note("task"); });
+    loop.dispatchAsync([] {});
     EXPECT_EQ(loop.nextDeadline(), std::chrono::seconds(0));
-    loop.processPending();
-    EXPECT_THAT(names, ElementsAre("task"));
-    time.jumpTo(std::chrono::seconds(2));
-    loop.processPending();
-    EXPECT_THAT(names, ElementsAre("task", "timer"));
 }
 
 TEST(RunLoopClearTest, LetsGoOfEverythingEvenOfWhatIsAddedOnTheWay) {
@@ -276,15 +270,6 @@ TYPED_TEST(WaitingTest, ATaskFromAnotherThreadWakesTheLoop) {
     EXPECT_EQ(tasks, 100);
 }
 
-TYPED_TEST(WaitingTest, ASignalHandlerMayStopTheLoop) {
-    static RunLoop* signalled = nullptr;
-    signalled = &this->loop;
-    const auto previous = std::signal(SIGUSR1, [](int) { signalled->stop(); });
-    this->loop.after(0.001, [] { std::raise(SIGUSR1); });
-    this->loop.run();
-    std::signal(SIGUSR1, previous);
-}
-
 TYPED_TEST(WaitingTest, AWakeEndsOneWaitAndNoMore) {
     TypeParam way;
     const auto durationOfWait = [&](std::optional<nanoseconds> timeout) {
@@ -300,19 +285,6 @@ TYPED_TEST(WaitingTest, AWakeEndsOneWaitAndNoMore) {
     }
     EXPECT_LT(shortest, std::chrono::milliseconds(20));
     EXPECT_GE(durationOfWait(std::chrono::milliseconds(20)), std::chrono::milliseconds(20));
-}
-
-TEST(PollWaitingTest, ATaskFromAnotherThreadMakesADescriptorReadableUntilItIsProcessed) {
-    const SystemTime time;
-    StandardRunLoop loop(time, std::make_unique<PollWaiting>());
-    const auto descriptors = loop.descriptors();
-    ASSERT_EQ(descriptors.size(), 1U);
-    pollfd watched{descriptors[0].fd, descriptors[0].events, 0};
-    EXPECT_EQ(::poll(&watched, 1, 0), 0);
-    std::thread([&] { loop.dispatchAsync([] {}); }).join();
-    EXPECT_EQ(::poll(&watched, 1, 0), 1);
-    loop.processPending();
-    EXPECT_EQ(::poll(&watched, 1, 0), 0);
 }
 
 /// Two sources of a loop in virtual time, which note when they are called.
@@ -437,7 +409,7 @@ TEST_F(SourceTest, LeavesItsDescriptorUnreadWhileItRests) {
     EXPECT_EQ(time.monotonicTime(), 3 * rest);
 }
 
-TEST_F(SourceTest, AForeignLoopIsWokenWhenWhatIsWatchedChangesBetweenItsTurns) {
+TEST_F(SourceTest, AForeignLoopIsWokenByATaskAndWhenWhatIsWatchedChanges) {
     const auto isWoken = [&] {
         pollfd woken{loop.descriptors().front().fd, POLLIN, 0};
         ::poll(&woken, 1, 0);
@@ -454,6 +426,8 @@ TEST_F(SourceTest, AForeignLoopIsWokenWhenWhatIsWatchedChangesBetweenItsTurns) {
     first.source->setEvents(POLLIN);
     EXPECT_FALSE(isWoken()) << "nothing has changed";
     first.source->setEvents(0);
+    EXPECT_TRUE(isWoken());
+    std::thread([&] { loop.dispatchAsync([] {}); }).join();
     EXPECT_TRUE(isWoken());
 }
 

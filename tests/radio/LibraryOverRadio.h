@@ -23,5 +23,5 @@ protected:
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
     zobi::platform::Platform& platform = bench->platform();
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
-    std::shared_ptr<Application> application = Application::of(manager, platform);
+    std::shared_ptr<Application> application = Application::of(manager, &platform);
 };

@@ -95,17 +95,12 @@ private:
 
 }  // namespace
 
-std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& manager) {
+std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& manager,
+                                             zobi::platform::Platform* platform) {
     auto delegate = std::make_shared<Delegate>(manager);
     manager->setDelegate(delegate);
+    if (platform) delegate->observe(*platform);
     return delegate;
-}
-
-std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& manager,
-                                             zobi::platform::Platform& platform) {
-    auto application = of(manager);
-    static_cast<Delegate&>(*application).observe(platform);
-    return application;
 }
 
 Events Application::takeEvents() {

@@ -16,11 +16,9 @@ class Application : public ZOKManagerDelegate {
 public:
     using Beacon = std::shared_ptr<ZOKBeacon>;
 
-    /// Becomes the manager's delegate.
-    static std::shared_ptr<Application> of(const std::shared_ptr<ZOKManager>& manager);
-    /// The same, and hears the platform's broadcasts too.
+    /// Becomes the manager's delegate, and hears the broadcasts of the platform, if there is one.
     static std::shared_ptr<Application> of(const std::shared_ptr<ZOKManager>& manager,
-                                           zobi::platform::Platform& platform);
+                                           zobi::platform::Platform* platform = nullptr);
 
     /// Whether it monitors whenever Bluetooth is turned on.
     bool monitors = false;

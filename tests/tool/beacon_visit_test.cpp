@@ -1,11 +1,11 @@
-#include "RunTool.h"
+#include "tools/zobiconnect/beacon/BeaconVisit.h"
 
-#include <csignal>
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <memory>
 
 #include "tools/zobiconnect/Command.h"
-#include "tools/zobiconnect/beacon/BeaconVisit.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace zobi::tool {
@@ -13,9 +13,7 @@ namespace {
 
 using platform::Platform;
 using platform::simulation::SimulatedPlatform;
-using ::testing::EndsWith;
 using ::testing::ExitedWithCode;
-using ::testing::HasSubstr;
 
 // In it, 1.1 is whole, and 1.2 cannot be pinged.
 const std::string connectable = "/tests/tool/scenarios/connectable.json";
@@ -54,20 +52,6 @@ TEST(ToolBeacon, IsPingedAndLeftWhateverComesOfIt) {
 
 TEST(ToolBeacon, IsNotTakenForAnother) {
     EXPECT_EXIT(loseAnother(), ExitedWithCode(0), "");
-}
-
-TEST(ToolBeacon, IsLeftWhenInterrupted) {
-    Tool ping({"ping", "9", "9", "--radio", "simulated"}, winsize{24, 80, 0, 0});
-    EXPECT_TRUE(ping.signalAfter("looking for beacon 9.9 ...", SIGINT));
-    EXPECT_EQ(ping.end(), 1);
-    EXPECT_THAT(ping.written, EndsWith("zobiconnect: interrupted\r\n"));
-
-    Tool watch({"watch", "1", "1", "--radio", "simulated"}, winsize{24, 80, 0, 0});
-    EXPECT_TRUE(watch.signalAfter("s  connected", SIGINT));
-    EXPECT_EQ(watch.end(), 0);
-    EXPECT_THAT(watch.written, HasSubstr("the link to beacon 1.1 has ended"));
-    EXPECT_THAT(watch.written, HasSubstr("\x1b[?1049lbeacon 1.1 | "));
-    EXPECT_THAT(watch.written, HasSubstr("s: 1 connection, "));
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ protected:
                                            std::make_unique<PollWaiting>()};
     zobi::SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {});
     std::vector<std::string> told;
-    std::function<void(const std::string&)> tell = [this](const auto& line) { told.push_back(line); };
+    Teller tell = [this](auto, const auto&, const auto& line) { told.push_back(line); };
 };
 
 TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
@@ -35,7 +35,8 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
     ASSERT_EQ(::pipe(script.data()), 0);
     ::dup2(script[0], STDIN_FILENO);
     ::close(script[0]);
-    EmulateControls controls(platform.runLoop(), beacon, {nullptr, [this] { tell("quit"); }, tell});
+    EmulateControls controls(platform.runLoop(), beacon,
+                             {nullptr, [this] { told.emplace_back("quit"); }, tell});
     const auto enter = [&](const std::string& text) {
         ASSERT_EQ(::write(script[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
         platform.runLoop().processPending();

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -19,12 +20,16 @@ namespace {
 
 std::string printedBy(const std::string& command) {
     const std::string directory = std::filesystem::path(ZOBI_TOOL_PATH).parent_path();
-    const std::string line = "exec 2>&1; cd '" ZOBI_SOURCES "'; PATH='" + directory + "':$PATH; " + command;
+    // A tool that does not stop at its time takes no more than 20 s of the processor, and writes too
+    // much.
+    constexpr std::size_t tooMuch = 2'000'000;
+    const std::string line =
+        "exec 2>&1; ulimit -t 20; cd '" ZOBI_SOURCES "'; PATH='" + directory + "':$PATH; " + command;
     std::FILE* const output = ::popen(line.c_str(), "r");
     if (!output) return "  no shell\n";
     std::string printed;
     std::array<char, 65536> buffer{};
-    while (std::fgets(buffer.data(), buffer.size(), output)) {
+    while (printed.size() < tooMuch && std::fgets(buffer.data(), buffer.size(), output)) {
         const std::string_view part = buffer.data();
         if (part != "\n") printed.append("  ").append(part);
     }

@@ -9,6 +9,7 @@ namespace zobi::tool {
 struct Command {
     CLI::App* app;
     /// Gives the status that the process ends with.
+    /// @throws CLI::ParseError for options that do not go together.
     std::function<int()> run;
 };
 

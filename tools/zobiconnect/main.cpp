@@ -72,6 +72,9 @@ int run(int argc, char** argv) {
     };
     try {
         tool.parse(argc, argv);
+        for (const Command& command : commands) {
+            if (command.app->parsed()) return command.run();
+        }
     } catch (const CLI::CallForHelp& call) {
         if (parsedCommand().empty() && tool.remaining_size() > 0) return refuse(mistakeText(tool, call));
         printOut(tool.help());
@@ -85,9 +88,6 @@ int run(int argc, char** argv) {
         if (argc > 1) return refuse(mistakeText(tool, error), parsedCommand());
         std::fputs(tool.help().c_str(), stderr);
         return usage;
-    }
-    for (const Command& command : commands) {
-        if (command.app->parsed()) return command.run();
     }
     return usage;
 }

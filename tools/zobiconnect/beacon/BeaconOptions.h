@@ -16,6 +16,8 @@ struct BeaconOptions {
     /// What stands after the beacon, for a command that takes it.
     std::optional<std::uint8_t> value;
     double timeout = 30;
+    /// Of a command that prints one result.
+    std::string format = "text";
     RadioOptions radio;
 };
 

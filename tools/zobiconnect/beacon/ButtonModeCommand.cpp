@@ -3,8 +3,10 @@
 #include <string>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/beacon/BeaconVisit.h"
 #include "tools/zobiconnect/terminal/Console.h"
+#include "tools/zobiconnect/text/BeaconJson.h"
 
 namespace zobi::tool {
 
@@ -29,7 +31,9 @@ int runButtonMode(const BeaconOptions& options) {
         throw Failure("the button mode of " + client.name() + " is " + std::to_string(mode) + ", though " +
                       std::to_string(*options.value) + " was written");
     }
-    printOut(std::to_string(mode) + '\n');
+    const auto& [major, minor] = options.identity;
+    printOut(options.format == "json" ? jsonLine({{"major", major}, {"minor", minor}, {"buttonMode", mode}})
+                                      : std::to_string(mode) + '\n');
     flushOut();
     return success;
 }
@@ -40,6 +44,7 @@ Command addButtonModeCommand(CLI::App& tool) {
     const auto options = std::make_shared<BeaconOptions>();
     CLI::App* const app = tool.add_subcommand("button-mode", "Read or set the button mode of a beacon");
     app->group("Commands");
+    addFormatOption(*app, options->format, "text");
     addBeaconOptions(*app, *options, "Give up after so much time in all",
                      "The mode to set, 0 to 255; without it the mode is only read");
     app->footer(

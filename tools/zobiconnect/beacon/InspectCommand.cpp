@@ -21,11 +21,6 @@ using platform::NSNumber;
 
 namespace {
 
-struct Options {
-    BeaconOptions beacon;
-    std::string format = "text";
-};
-
 /// A value that is read, and how.
 struct ReadValue {
     Quantity quantity;
@@ -141,8 +136,8 @@ std::vector<std::string> readAll(BeaconVisit& visit) {
     return failed;
 }
 
-int runInspect(const Options& options) {
-    BeaconVisit visit(options.beacon);
+int runInspect(const BeaconOptions& options) {
+    BeaconVisit visit(options);
     BeaconClient& client = visit.client();
     visit.carryOut([&] {
         visit.connect();
@@ -157,11 +152,11 @@ int runInspect(const Options& options) {
 }  // namespace
 
 Command addInspectCommand(CLI::App& tool) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<BeaconOptions>();
     CLI::App* const app = tool.add_subcommand("inspect", "Connect to a beacon and print what it is");
     app->group("Commands");
     addFormatOption(*app, options->format, "text");
-    addBeaconOptions(*app, options->beacon, "Give up after so much time in all");
+    addBeaconOptions(*app, *options, "Give up after so much time in all");
     app->footer(
         "Waits until the beacon is heard, connects to it, reads its values, prints them and the services\n"
         "and characteristics that were found, and disconnects. What does not come is printed as '-', and\n"

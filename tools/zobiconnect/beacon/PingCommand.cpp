@@ -1,8 +1,10 @@
 #include <memory>
 
 #include "tools/zobiconnect/Command.h"
+#include "tools/zobiconnect/CommandLine.h"
 #include "tools/zobiconnect/beacon/BeaconVisit.h"
 #include "tools/zobiconnect/terminal/Console.h"
+#include "tools/zobiconnect/text/BeaconJson.h"
 
 namespace zobi::tool {
 
@@ -26,7 +28,9 @@ int runPing(const BeaconOptions& options) {
                    limit.hasPassed();
         });
     });
-    printOut("pinged " + client.name() + '\n');
+    const auto& [major, minor] = options.identity;
+    printOut(options.format == "json" ? jsonLine({{"major", major}, {"minor", minor}, {"pinged", true}})
+                                      : "pinged " + client.name() + '\n');
     flushOut();
     return success;
 }
@@ -37,6 +41,7 @@ Command addPingCommand(CLI::App& tool) {
     const auto options = std::make_shared<BeaconOptions>();
     CLI::App* const app = tool.add_subcommand("ping", "Have a beacon sound an alert");
     app->group("Commands");
+    addFormatOption(*app, options->format, "text");
     addBeaconOptions(*app, *options, "Give up after so much time in all");
     app->footer(
         "Waits until the beacon is heard, connects to it, pings it and disconnects. A beacon does not\n"

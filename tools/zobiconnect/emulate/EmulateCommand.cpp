@@ -18,6 +18,7 @@
 #include "tools/zobiconnect/scenario/ScenarioFile.h"
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/terminal/StopOnSignal.h"
+#include "tools/zobiconnect/text/BeaconJson.h"
 #include "tools/zobiconnect/text/Hex.h"
 #include "tools/zobiconnect/text/Text.h"
 #include "zobi/platform/bluez/BlueZPlatform.h"
@@ -43,6 +44,7 @@ struct Options {
     int temperature = 20;
     std::optional<std::string> scenario;
     std::optional<double> duration;
+    std::string format = "text";
     bool log = false;
 };
 
@@ -96,10 +98,13 @@ int runEmulate(const Options& options) {
     SimulatedBeacon& beacon = *playScenario(scenario, platform, world)[index];
 
     const auto start = platform.clock().monotonicTime();
-    const auto tell = [&platform, start](const std::string& line) {
-        const auto elapsed =
-            std::chrono::duration_cast<std::chrono::seconds>(platform.clock().monotonicTime() - start);
-        printOut(secondsText(elapsed.count()) + "  " + printable(line) + '\n');
+    const bool asJson = options.format == "json";
+    const auto tell = [&platform, start, asJson](std::string_view event, const OrderedJson& values,
+                                                 const std::string& line) {
+        const platform::Clock& clock = platform.clock();
+        const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(clock.monotonicTime() - start);
+        printOut(asJson ? eventLine(event, clock.timeIntervalSince1970(), values)
+                        : secondsText(elapsed.count()) + "  " + printable(line) + '\n');
         flushOut();
     };
     const auto emulated = std::make_shared<EmulatedBeacon>(runLoop, beacon, tell);
@@ -171,6 +176,7 @@ Command addEmulateCommand(CLI::App& tool) {
         ->excludes(scenario)
         ->option_text("DEGREES [20]");
     addDurationOption(*app, options->duration);
+    addFormatOption(*app, options->format, "text");
     app->add_flag("--log", options->log, "Print the library's log lines on stderr")->disable_flag_override();
     app->footer(
         "The beacon advertises and can be connected to, as real ones; what centrals do is told line by "

@@ -67,7 +67,7 @@ EmulateControls::EmulateControls(platform::RunLoop& runLoop, SimulatedBeacon& be
         watchInput();
         return;
     }
-    if (hasKeys()) actions_.tell(keys);
+    if (hasKeys()) tellKeys();
     followTerminal();
     terminalTimer_ = runLoop_.every(terminalInterval, [this] { followTerminal(); });
 }
@@ -153,7 +153,7 @@ void EmulateControls::obeyKey(char key) {
         case 'q':
             return actions_.quit();
         default:
-            return actions_.tell(keys);
+            return tellKeys();
     }
 }
 
@@ -212,17 +212,17 @@ bool EmulateControls::obeyWords(const std::vector<std::string_view>& words) {
 void EmulateControls::press(int action, double seconds) {
     // On the air the actions count from 1.
     beacon_.pressButton(static_cast<std::int8_t>(action + 1), seconds);
-    actions_.tell("button pressed: action " + std::to_string(action));
+    tellValue("buttonAction", action, "button pressed: action " + std::to_string(action));
 }
 
 void EmulateControls::setBattery(int level) {
     beacon_.setBatteryLevel(static_cast<std::uint8_t>(level));
-    actions_.tell("battery: " + std::to_string(level) + '%');
+    tellValue("batteryLevel", level, "battery: " + std::to_string(level) + '%');
 }
 
 void EmulateControls::setTemperature(int degrees) {
     beacon_.setTemperature(degrees);
-    actions_.tell("temperature: " + std::to_string(degrees) + 'C');
+    tellValue("temperature", degrees, "temperature: " + std::to_string(degrees) + 'C');
 }
 
 void EmulateControls::setAccelerometer(int x, int y, int z) {
@@ -230,7 +230,17 @@ void EmulateControls::setAccelerometer(int x, int y, int z) {
     for (std::size_t i = 0; i < axes.size(); ++i) {
         beacon_.gatt().setValueIfPresent(ZOKGATTProfile::accelerometerAxes[i], bigEndian(axes[i]));
     }
-    actions_.tell("accelerometer: " + std::to_string(x) + ' ' + std::to_string(y) + ' ' + std::to_string(z));
+    tellValue("accelerometer", axes,
+              "accelerometer: " + std::to_string(x) + ' ' + std::to_string(y) + ' ' + std::to_string(z));
+}
+
+void EmulateControls::tellKeys() const {
+    actions_.tell("keys", {{"text", keys}}, keys);
+}
+
+void EmulateControls::tellValue(const char* name, const nlohmann::ordered_json& value,
+                                const std::string& line) const {
+    actions_.tell("value", {{"name", name}, {"value", value}}, line);
 }
 
 void EmulateControls::turn() {

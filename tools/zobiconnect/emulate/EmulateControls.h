@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
+#include "tools/zobiconnect/emulate/Teller.h"
 #include "zobi/platform/RunLoop.h"
 
 namespace zobi::tool {
@@ -22,8 +23,7 @@ public:
     struct Actions {
         std::function<void()> disconnectCentrals;
         std::function<void()> quit;
-        /// Told in a line what was done.
-        std::function<void(const std::string& line)> tell;
+        Teller tell;
     };
 
     /// Tells what the keys do, if there are some, and reads them from then on.
@@ -51,6 +51,8 @@ private:
     void setBattery(int level);
     void setTemperature(int degrees);
     void setAccelerometer(int x, int y, int z);
+    void tellKeys() const;
+    void tellValue(const char* name, const nlohmann::ordered_json& value, const std::string& line) const;
     void turn();
     void setSilent(bool isSilent);
 

@@ -83,7 +83,7 @@ void EmulatedBeacon::follow() {
 void EmulatedBeacon::fallSilent() {
     onAir_.reset();
     manager_->stopAdvertising();
-    tell_("silent");
+    tell_("silent", nlohmann::ordered_json::object(), "silent");
     // A link outlives a silence that is not long. The service can only end it in good order.
     silenceTimer_ =
         runLoop_.after(beacon_.description().link.supervisionTimeout, [weakSelf = weak_from_this()] {
@@ -99,7 +99,7 @@ void EmulatedBeacon::end(std::function<void()> ended) {
 void EmulatedBeacon::fail(const std::string& reason) {
     if (isEnding_) return;
     const bool isRestarting = manager_->state() == CBManagerState::resetting;
-    if (hasBeenOnAir_ || isRestarting) return tell_(reason);
+    if (hasBeenOnAir_ || isRestarting) return tell_("obstacle", {{"text", reason}}, reason);
     failure_ = reason;
     runLoop_.stop();
 }
@@ -114,19 +114,20 @@ void EmulatedBeacon::peripheralManagerDidStartAdvertising(PeripheralManager& /*m
                                                           const NSError* error) {
     if (error) return fail(error->localizedDescription());
     hasBeenOnAir_ = true;
-    tell_("on the air as beacon " + std::to_string(beacon_.major()) + '.' + std::to_string(beacon_.minor()));
+    tell_("advertising", {{"major", beacon_.major()}, {"minor", beacon_.minor()}},
+          "on the air as beacon " + std::to_string(beacon_.major()) + '.' + std::to_string(beacon_.minor()));
 }
 
 void EmulatedBeacon::peripheralManagerDidConnectCentral(PeripheralManager& manager,
                                                         const std::string& central) {
-    tell_("connected by " + central);
+    tell_("connected", {{"central", central}}, "connected by " + central);
     if (!centrals_.insert(central).second || centrals_.size() > 1) return;
     beacon_.gatt().beginLink([&manager](auto place, auto value) { manager.notify(place, value); }, random_);
 }
 
 void EmulatedBeacon::peripheralManagerDidDisconnectCentral(PeripheralManager& /*manager*/,
                                                            const std::string& central) {
-    tell_("disconnected by " + central);
+    tell_("disconnected", {{"central", central}}, "disconnected by " + central);
     centrals_.erase(central);
     if (centrals_.empty()) beacon_.gatt().endLink();
 }
@@ -137,7 +138,7 @@ EmulatedBeacon::ReadAnswer EmulatedBeacon::peripheralManagerDidReceiveRead(Perip
                                                                            GATTPlace place,
                                                                            const std::string& /*central*/) {
     const auto& characteristic = beacon_.gatt().at(place);
-    tell_("read: " + nameOf(characteristic.uuid));
+    tellAbout("read", place, "read: ");
     if (characteristic.readError) return *characteristic.readError;
     return *characteristic.value;
 }
@@ -148,7 +149,7 @@ std::optional<NSError> EmulatedBeacon::peripheralManagerDidReceiveWrite(Peripher
                                                                         const std::string& /*central*/) {
     const auto& characteristic = beacon_.gatt().at(place);
     if (characteristic.writeError) {
-        tell_("written, and refused: " + nameOf(characteristic.uuid));
+        tellAbout("refused", place, "written, and refused: ");
         return characteristic.writeError;
     }
     beacon_.gatt().write(place, {value.begin(), value.end()});
@@ -156,21 +157,27 @@ std::optional<NSError> EmulatedBeacon::peripheralManagerDidReceiveWrite(Peripher
     return std::nullopt;
 }
 
-void EmulatedBeacon::tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value) {
+void EmulatedBeacon::tellAbout(const char* event, GATTPlace place, const std::string& line) const {
+    const auto& uuid = beacon_.gatt().at(place).uuid;
+    tell_(event, {{"characteristic", uuid.UUIDString()}}, line + nameOf(uuid));
+}
+
+void EmulatedBeacon::tellWrite(const platform::CBUUID& characteristic,
+                               std::span<const std::uint8_t> value) const {
     constexpr std::uint8_t noAlert = 0;
+    std::string line = "written: " + nameOf(characteristic) + ' ' + hexText(value);
     if (characteristic == ZOKGATTProfile::alertLevelCharacteristic && !value.empty()) {
-        return tell_(value.front() == noAlert ? "the alert is silent" : "the alert sounds");
+        line = value.front() == noAlert ? "the alert is silent" : "the alert sounds";
+    } else if (characteristic == ZOKGATTProfile::buttonModeCharacteristic && value.size() == 1) {
+        line = "button mode written: " + std::to_string(value.front());
     }
-    if (characteristic == ZOKGATTProfile::buttonModeCharacteristic && value.size() == 1) {
-        return tell_("button mode written: " + std::to_string(value.front()));
-    }
-    tell_("written: " + nameOf(characteristic) + ' ' + hexText(value));
+    tell_("written", {{"characteristic", characteristic.UUIDString()}, {"value", hexText(value)}}, line);
 }
 
 void EmulatedBeacon::peripheralManagerDidChangeSubscription(PeripheralManager& /*manager*/, GATTPlace place,
                                                             bool isSubscribed) {
-    tell_(std::string(isSubscribed ? "subscribed: " : "unsubscribed: ") +
-          nameOf(beacon_.gatt().at(place).uuid));
+    const char* const event = isSubscribed ? "subscribed" : "unsubscribed";
+    tellAbout(event, place, std::string(event) + ": ");
 }
 
 }  // namespace zobi::tool

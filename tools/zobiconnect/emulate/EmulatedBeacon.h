@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
+#include "tools/zobiconnect/emulate/Teller.h"
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/bluez/PeripheralManager.h"
 
@@ -24,8 +25,6 @@ class EmulatedBeacon final : public platform::bluez::PeripheralManagerDelegate,
                              public platform::simulation::SimulatedDeviceObserver,
                              public std::enable_shared_from_this<EmulatedBeacon> {
 public:
-    /// Told in a line what happens.
-    using Teller = std::function<void(const std::string& line)>;
     /// Makes the way to the radio.
     using ManagerMaker = std::function<std::shared_ptr<platform::bluez::PeripheralManager>(
         std::vector<platform::bluez::LocalService> services,
@@ -71,7 +70,9 @@ private:
     void follow();
     void fallSilent();
     void fail(const std::string& reason);
-    void tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value);
+    /// Tells about a characteristic.
+    void tellAbout(const char* event, platform::GATTPlace place, const std::string& line) const;
+    void tellWrite(const platform::CBUUID& characteristic, std::span<const std::uint8_t> value) const;
 
     platform::RunLoop& runLoop_;
     SimulatedBeacon& beacon_;

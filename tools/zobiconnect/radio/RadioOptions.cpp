@@ -8,7 +8,6 @@
 #include "tools/zobiconnect/radio/MachineRadio.h"
 #include "tools/zobiconnect/scenario/DemoScenario.h"
 #include "tools/zobiconnect/scenario/ScenarioFile.h"
-#include "tools/zobiconnect/terminal/Console.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 #include "zobi/platform/standard/PollWaiting.h"
 
@@ -42,7 +41,8 @@ std::unique_ptr<SimulatedPlatform> makeSimulatedPlatform(const RadioOptions& opt
 }
 
 Radio makeSimulatedRadio(const RadioOptions& options) {
-    if (options.adapter) throw UsageError("--adapter is for the radio bluez, not for a simulated one");
+    if (options.adapter)
+        throw CLI::ValidationError("--adapter is for the radio bluez, not for a simulated one");
     const Scenario scenario =
         options.scenario ? scenarioFromFile(*options.scenario)
                          : demoScenario(options.simulate.value_or(demoBeacons), options.seed.value_or(0));
@@ -101,7 +101,8 @@ void addRadioOptions(CLI::App& command, RadioOptions& options) {
 Radio makeRadio(const RadioOptions& options) {
     if (isSimulated(options)) return makeSimulatedRadio(options);
     if (describesSimulation(options)) {
-        throw UsageError("--simulate, --scenario, --seed and --virtual-time are for a simulated radio");
+        throw CLI::ValidationError(
+            "--simulate, --scenario, --seed and --virtual-time are for a simulated radio");
     }
     return {makeMachineRadio(options.adapter.value_or(""), options.log), [] {}};
 }

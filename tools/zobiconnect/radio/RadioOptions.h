@@ -38,8 +38,9 @@ struct Radio {
     std::function<void()> play;
 };
 
-/// @throws UsageError for options that do not go together and for a scenario with a mistake, Failure when the
-///     machine's radio cannot be used.
+/// @throws CLI::ValidationError for options that do not go together, UsageError for a scenario with a
+/// mistake,
+///     Failure when the machine's radio cannot be used.
 Radio makeRadio(const RadioOptions& options);
 
 }  // namespace zobi::tool

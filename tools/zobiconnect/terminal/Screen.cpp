@@ -161,7 +161,10 @@ Display chooseDisplay(const std::string& format, bool logs) {
 }
 
 Screen::Screen(Display display) : isLive_(display == Display::liveTable) {
-    if (!isLive_) return;
+    struct sigaction inherited {};
+    ::sigaction(SIGTSTP, nullptr, &inherited);
+    handlesStops_ = isLive_ && inherited.sa_handler != SIG_IGN;
+    if (!handlesStops_) return;
     handle(SIGTSTP, suspend, SA_RESETHAND);
     handle(SIGCONT, resume, 0);
 }
@@ -173,8 +176,10 @@ Screen::~Screen() {
 void Screen::giveBack() {
     if (!std::exchange(isLive_, false)) return;
     const JobControlBlocked blocked;
-    ::signal(SIGTSTP, SIG_DFL);
-    ::signal(SIGCONT, SIG_DFL);
+    if (handlesStops_) {
+        ::signal(SIGTSTP, SIG_DFL);
+        ::signal(SIGCONT, SIG_DFL);
+    }
     // Nobody is left to tell if it fails.
     if (std::exchange(isTaken, false)) writeNow(showCursorAndGiveBackScreen);
 }

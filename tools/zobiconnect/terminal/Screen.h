@@ -15,8 +15,8 @@ enum class Display : std::uint8_t { jsonLines, liveTable, printedTables };
 Display chooseDisplay(const std::string& format, bool logs);
 
 /// Where a table is shown again and again. A live one has the terminal's whole screen; Ctrl-Z gives it back
-/// until the process is continued, and a process in the background does not draw. Otherwise one table is
-/// printed after the other.
+/// until the process is continued, if SIGTSTP is not ignored, and a process in the background does not draw.
+/// Otherwise one table is printed after the other.
 class Screen {
 public:
     enum class Style { plain, heading, faint };
@@ -47,6 +47,7 @@ private:
     void giveBack();
 
     bool isLive_;
+    bool handlesStops_ = false;
     std::vector<Line> lines_;
 };
 
