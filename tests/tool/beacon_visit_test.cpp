@@ -16,6 +16,7 @@ using platform::simulation::SimulatedPlatform;
 using ::testing::EndsWith;
 using ::testing::ExitedWithCode;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 // In it, 1.1 is whole, and 1.2 cannot be pinged.
 const std::string connectable = "/tests/tool/scenarios/connectable.json";
@@ -66,6 +67,7 @@ TEST(ToolBeacon, IsLeftWhenInterrupted) {
     EXPECT_TRUE(watch.signalAfter("s  connected", SIGINT));
     EXPECT_EQ(watch.end(), 0);
     EXPECT_THAT(watch.written, HasSubstr("the link to beacon 1.1 has ended"));
+    EXPECT_THAT(watch.written, Not(HasSubstr("disconnecting"))) << "the table shows it";
     EXPECT_THAT(watch.written, HasSubstr("\x1b[?1049lbeacon 1.1 | "));
     EXPECT_THAT(watch.written, HasSubstr("s: 1 connection, "));
 }
