@@ -50,8 +50,8 @@ TEST_P(ToolTranscript, IsWhatTheToolPrints) {
 }
 
 std::vector<std::string> transcripts() {
-    std::vector<std::string> names{"beacon_commands", "command_line", "decode",
-                                   "monitor",         "streams",      "watch"};
+    std::vector<std::string> names{"beacon_commands", "decode", "help",           "monitor",
+                                   "streams",         "watch",  "wrong_arguments"};
 #ifdef ZOBI_BLUEZ
     names.emplace_back("machine_radio");
 #endif
