@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +17,9 @@
 #include <vector>
 
 namespace {
+
+// A job in the background of a script ignores it, and so would the tool.
+[[maybe_unused]] const auto interruptBefore = ::signal(SIGINT, SIG_DFL);
 
 std::string printedBy(const std::string& command) {
     const std::string directory = std::filesystem::path(ZOBI_TOOL_PATH).parent_path();
