@@ -136,6 +136,7 @@ TEST(ToolBeacon, IsLeftWhenInterrupted) {
     shell.type(controlC);
     const std::string written = shell.readTo("status 0");
     EXPECT_THAT(written, HasSubstr("the link to beacon 1.1 has ended"));
+    EXPECT_THAT(written, Not(HasSubstr("disconnecting"))) << "the table shows it";
     EXPECT_THAT(written, HasSubstr("\x1b[?1049lbeacon 1.1 | "));
     EXPECT_THAT(written, HasSubstr("s: 1 connection, "));
 }

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
@@ -17,6 +18,9 @@
 #include <vector>
 
 namespace {
+
+// A job in the background of a script ignores it, and so would the tool.
+[[maybe_unused]] const auto interruptBefore = ::signal(SIGINT, SIG_DFL);
 
 std::string printedBy(const std::string& command) {
     const std::string directory = std::filesystem::path(ZOBI_TOOL_PATH).parent_path();
@@ -55,8 +59,8 @@ TEST_P(ToolTranscript, IsWhatTheToolPrints) {
 }
 
 std::vector<std::string> transcripts() {
-    std::vector<std::string> names{"beacon_commands", "command_line", "decode",
-                                   "monitor",         "streams",      "watch"};
+    std::vector<std::string> names{"beacon_commands", "decode", "help",           "monitor",
+                                   "streams",         "watch",  "wrong_arguments"};
 #ifdef ZOBI_BLUEZ
     names.emplace_back("machine_radio");
 #endif

@@ -1,7 +1,6 @@
 #include "tools/zobiconnect/CommandLine.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace zobi::tool {
 
@@ -9,6 +8,13 @@ namespace {
 
 std::string quoted(const std::string& word) {
     return '"' + word + '"';
+}
+
+/// Those that are neither arguments nor options, without the end of the options.
+std::vector<std::string> unknownWords(const CLI::App& app) {
+    auto words = app.remaining();
+    std::erase(words, "--");
+    return words;
 }
 
 /// @param word neither an argument nor an option of the command, or of the tool if there is no command.
@@ -36,8 +42,9 @@ std::string valueCountText(const CLI::App& command, const std::string& told) {
 CLI::Validator isSeconds(double smallest) {
     const auto check = [smallest](const std::string& text) -> std::string {
         // Nothing that is not finite lies in these bounds.
-        if (numberIn(text, smallest, std::numeric_limits<double>::max())) return "";
-        return quoted(text) + " is not a number of seconds, " + numberText(smallest) + " or more";
+        if (numberIn(text, smallest, longestTime)) return "";
+        return quoted(text) + " is not a number of seconds from " + numberText(smallest) + " to " +
+               numberText(longestTime);
     };
     return {check, "", "seconds"};
 }
@@ -51,7 +58,7 @@ CLI::Validator isOneOf(const std::vector<std::string>& names) {
 }
 
 void addFormatOption(CLI::App& command, std::string& format, const std::string& forPeople) {
-    // What one object a line is called elsewhere.
+    // 'jsonl' is accepted as another name for 'json'.
     const auto nameJson = [](const std::string& text) { return text == "jsonl" ? "json" : text; };
     std::string help = '\'' + forPeople + "', or 'json': one object a line";
     if (format.empty()) {
@@ -84,10 +91,16 @@ std::string tooManyText(const CLI::App& command, const std::string& word) {
 std::string mistakeText(const CLI::App& tool, const CLI::ParseError& error) {
     const auto commands = tool.get_subcommands();
     const CLI::App* const command = commands.empty() ? nullptr : commands.front();
-    const auto unknown = (command ? command : &tool)->remaining();
-    if (!unknown.empty()) return unknownWordText(tool, command, unknown.front());
+    if (const auto words = unknownWords(tool); !words.empty()) {
+        return unknownWordText(tool, nullptr, words.front());
+    }
+    if (command) {
+        const auto words = unknownWords(*command);
+        if (!words.empty()) return unknownWordText(tool, command, words.front());
+    }
     if (error.get_name() == "ArgumentMismatch")
         return valueCountText(command ? *command : tool, error.what());
+    if (!command) return "COMMAND is required";
     return error.what();
 }
 

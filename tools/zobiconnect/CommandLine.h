@@ -12,7 +12,7 @@ namespace zobi::tool {
 // What stands on the command line. CLI11 itself would wrap, clamp or round some of it in silence. Mistakes
 // are told in one style: where, what was given, and what is wanted.
 
-/// A finite number of seconds, `smallest` or more.
+/// A number of seconds from `smallest` to `longestTime`.
 CLI::Validator isSeconds(double smallest = 0);
 
 /// A whole number in these bounds. To be a transformation: it removes leading zeros, which CLI11 takes for
@@ -22,7 +22,7 @@ CLI::Validator wholeNumber(Integer smallest, Integer largest) {
     const auto read = [=](std::string& text) -> std::string {
         const auto number = numberIn(text, smallest, largest);
         if (!number) {
-            return '"' + text + "\" is not a number from " + std::to_string(smallest) + " to " +
+            return '"' + text + "\" is not a whole number from " + std::to_string(smallest) + " to " +
                    std::to_string(largest);
         }
         text = std::to_string(*number);

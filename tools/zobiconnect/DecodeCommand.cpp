@@ -143,25 +143,36 @@ private:
     bool hasRefused_ = false;
 };
 
+std::string withoutSpaceAround(const std::string& line) {
+    constexpr const char* spaces = " \t\r";
+    const std::size_t first = line.find_first_not_of(spaces);
+    return first == std::string::npos ? "" : line.substr(first, line.find_last_not_of(spaces) + 1 - first);
+}
+
+void explainLine(Explainer& explainer, const std::string& line) {
+    // Far longer than any payload.
+    constexpr std::size_t longest = 4096;
+    if (line.size() > longest) return explainer.refuse(line, "the line is longer than any payload");
+    if (!line.empty()) explainer.explain(line);
+}
+
 /// Each line of stdin that is not blank, as soon as it is there.
 void explainInput(Explainer& explainer) {
-    // Far longer than any payload.
-    constexpr std::size_t longestLine = 4096;
+    // What has no end of line for so long is no text.
+    constexpr std::size_t longestLine = 1024 * 1024;
     std::string line;
     for (int c = 0; c != EOF;) {
         c = std::getchar();
         if (c != '\n' && c != EOF) {
             line += static_cast<char>(c);
             if (line.size() <= longestLine) continue;
-            return explainer.refuse(line, "the line is longer than any payload");
+            return explainer.refuse("stdin", "a line of more than 1 MiB: the rest is not read");
         }
-        while (line.ends_with(' ') || line.ends_with('\r')) line.pop_back();
-        if (line.empty()) continue;
-        explainer.explain(line);
+        explainLine(explainer, withoutSpaceAround(line));
         flushOut();
         line.clear();
     }
-    if (std::ferror(stdin)) explainer.refuse("-", "cannot be read: " + std::string(std::strerror(errno)));
+    if (std::ferror(stdin)) explainer.refuse("stdin", "cannot be read: " + std::string(std::strerror(errno)));
 }
 
 int runDecode(const Options& options) {

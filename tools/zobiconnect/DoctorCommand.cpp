@@ -85,7 +85,11 @@ void printAsJsonLines(const std::vector<Finding>& findings) {
 
 int runDoctor(const Options& options) {
     const std::vector<Finding> findings = examine(options.adapter);
-    options.format == "json" ? printAsJsonLines(findings) : printAsTable(findings);
+    if (options.format == "json") {
+        printAsJsonLines(findings);
+    } else {
+        printAsTable(findings);
+    }
     flushOut();
     return obstaclesAmong(findings).empty() ? success : failure;
 }

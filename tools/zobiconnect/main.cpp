@@ -1,12 +1,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "tools/zobiconnect/Command.h"
 #include "tools/zobiconnect/CommandLine.h"
@@ -16,8 +19,7 @@ namespace zobi::tool {
 
 namespace {
 
-/// Has a standard descriptor that is closed fail or be empty, so that none that is opened later takes its
-/// place.
+/// Opens /dev/null in place of closed standard descriptors, so that no later open() gets 0, 1 or 2.
 void occupyStandardDescriptors() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(descriptor, F_GETFD) < 0) ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -47,6 +49,25 @@ Command addHelpCommand(CLI::App& tool) {
             }};
 }
 
+/// The words after the tool's name, the last first, as CLI11 takes them. "--name=" becomes two of them: CLI11
+/// would take the next word for the value.
+std::vector<std::string> reversedWords(int argc, char** argv) {
+    std::vector<std::string> words;
+    bool hasOptions = true;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        hasOptions = hasOptions && word != "--";
+        if (hasOptions && word.starts_with("--") && word.find('=') == word.size() - 1) {
+            words.emplace_back(word.substr(0, word.size() - 1));
+            words.emplace_back();
+        } else {
+            words.emplace_back(word);
+        }
+    }
+    std::ranges::reverse(words);
+    return words;
+}
+
 int run(int argc, char** argv) {
     CLI::App tool("Finds beacons, connects to them, and explains what they advertise.", "zobiconnect");
     tool.set_version_flag("--version", "zobiconnect " ZOBICONNECT_VERSION, "Print the version and exit");
@@ -66,22 +87,22 @@ int run(int argc, char** argv) {
                               addEmulateCommand(tool),
 #endif
                               addHelpCommand(tool)};
+    tool.get_help_ptr()->disable_flag_override();
+    tool.get_version_ptr()->disable_flag_override();
+    for (const Command& command : commands) command.app->get_help_ptr()->disable_flag_override();
+    // Which help is of use: the tool's own if a word before the command is wrong.
     const auto parsedCommand = [&] {
         const auto parsed = tool.get_subcommands();
-        return parsed.empty() ? "" : ' ' + parsed.front()->get_name();
+        return parsed.empty() || tool.remaining_size() > 0 ? "" : ' ' + parsed.front()->get_name();
     };
     try {
-        tool.parse(argc, argv);
+        tool.parse(reversedWords(argc, argv));
         for (const Command& command : commands) {
             if (command.app->parsed()) return command.run();
         }
-    } catch (const CLI::CallForHelp& call) {
-        if (parsedCommand().empty() && tool.remaining_size() > 0) return refuse(mistakeText(tool, call));
-        printOut(tool.help());
-        flushOut();
-        return success;
-    } catch (const CLI::CallForVersion& call) {
-        printOut(std::string(call.what()) + '\n');
+    } catch (const CLI::Success& call) {
+        if (tool.remaining_size() > 0) return refuse(mistakeText(tool, call));
+        printOut(call.get_name() == "CallForVersion" ? call.what() + std::string("\n") : tool.help());
         flushOut();
         return success;
     } catch (const CLI::ParseError& error) {

@@ -29,9 +29,9 @@ void readWords(const CLI::App& command, std::vector<std::string> words, bool tak
         words.insert(words.begin() + 1, words.front().substr(dot + 1));
         words.front().resize(dot);
     }
+    const auto major = numberAt<std::uint16_t>("MAJOR", words[0]);
     if (words.size() < 2) throw CLI::RequiredError("MINOR");
-    options.identity = {numberAt<std::uint16_t>("MAJOR", words[0]),
-                        numberAt<std::uint16_t>("MINOR", words[1])};
+    options.identity = {major, numberAt<std::uint16_t>("MINOR", words[1])};
     const std::size_t most = takesValue ? 3 : 2;
     if (words.size() > most) throw CLI::ValidationError(tooManyText(command, words[most]));
     if (words.size() > 2) options.value = numberAt<std::uint8_t>("VALUE", words[2]);

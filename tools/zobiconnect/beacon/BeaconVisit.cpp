@@ -28,7 +28,7 @@ Deadline::Deadline(platform::RunLoop& runLoop, double seconds)
 
 BeaconVisit::BeaconVisit(const BeaconOptions& options)
     : timeout_(options.timeout),
-      radio_(makeRadio(options.radio)),
+      radio_(makeRadio(options.radio, options.timeout)),
       platform_(install(std::move(radio_.platform))),
       stopOnSignal_(platform_.runLoop()),
       deadline_(platform_.runLoop(), options.timeout),

@@ -142,7 +142,11 @@ int runInspect(const BeaconOptions& options) {
     visit.carryOut([&] {
         visit.connect();
         const std::vector<std::string> failed = readAll(visit);
-        options.format == "json" ? printAsJson(client) : printAsText(client);
+        if (options.format == "json") {
+            printAsJson(client);
+        } else {
+            printAsText(client);
+        }
         flushOut();
         if (!failed.empty()) throw Failure(client.name() + " did not tell its " + listed(failed));
     });

@@ -81,7 +81,13 @@ std::size_t chosenBeacon(const Scenario& scenario, const Options& options) {
                beacon.minor == options.minor.value_or(beacon.minor);
     };
     const auto found = std::ranges::find_if(scenario.beacons, isChosen);
-    if (found == scenario.beacons.end()) throw UsageError(*options.scenario + ": there is no such beacon");
+    if (found == scenario.beacons.end()) {
+        std::string wanted;
+        if (options.major) wanted += " --major " + std::to_string(*options.major);
+        if (options.minor) wanted += " --minor " + std::to_string(*options.minor);
+        throw UsageError(shownFileName(*options.scenario) + ": there is no beacon" +
+                         (wanted.empty() ? "" : " for" + wanted));
+    }
     return static_cast<std::size_t>(found - scenario.beacons.begin());
 }
 
@@ -156,8 +162,8 @@ Command addEmulateCommand(CLI::App& tool) {
         ->option_text("NUMBER [1]");
     CLI::Option* const scenario =
         app->add_option("--scenario", options->scenario,
-                        "Do what happens to a beacon of a JSON file (see docs/scenarios.md): the first, or "
-                        "the one with these numbers; - is stdin")
+                        "Do what happens to a beacon of a JSON file (see docs/scenarios.md): the\n"
+                        "first, or the one with these numbers; - is stdin")
             ->option_text("FILE");
     app->add_option("--mac", options->macAddress, "The MAC address that it advertises")
         ->check(isMacAddress())

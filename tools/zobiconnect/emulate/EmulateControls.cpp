@@ -174,7 +174,7 @@ bool EmulateControls::obeyWords(const std::vector<std::string_view>& words) {
     };
     if (command == "press" && (count == 1 || count == 2)) {
         const auto action = argument(1, 0, buttonActions - 1);
-        const auto seconds = count == 2 ? numberIn(words[2], 0.0, 1e9) : usualPress;
+        const auto seconds = count == 2 ? numberIn(words[2], 0.0, longestTime) : usualPress;
         if (action && seconds) press(*action, *seconds);
         return action && seconds;
     }

@@ -47,7 +47,7 @@ void changeApplicationStateAt(const std::vector<double>& moments, UIApplicationS
 }
 
 int runMonitor(const Options& options) {
-    Radio radio = makeRadio(options.radio);
+    Radio radio = makeRadio(options.radio, options.duration);
     auto observed = std::make_unique<ObservedPlatform>(std::move(radio.platform));
     ObservedPlatform& platform = *observed;
     platform::Platform::install(std::move(observed));

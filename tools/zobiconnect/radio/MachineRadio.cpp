@@ -4,6 +4,7 @@
 
 #ifdef ZOBI_BLUEZ
 
+#include "tools/zobiconnect/text/Text.h"
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/bluez/BlueZPlatform.h"
 
@@ -13,6 +14,8 @@ namespace {
 
 using platform::CBCentralManager;
 using platform::CBManagerState;
+
+constexpr const char* help = ": 'zobiconnect doctor' tells why, and --radio simulated needs none";
 
 class StateListener final : public platform::CBCentralManagerDelegate {
 public:
@@ -37,15 +40,27 @@ std::string obstacle(CBManagerState state) {
 
 }  // namespace
 
-std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log) {
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log,
+                                                     std::optional<double> patience) {
     auto platform = std::make_unique<platform::bluez::BlueZPlatform>(platform::bluez::BlueZOptions{adapter});
     if (!log) platform->log().setSink(nullptr);
     const auto listener = std::make_shared<StateListener>(platform->runLoop());
     const auto central = platform->makeCentralManager(listener);
-    while (central->state() == CBManagerState::unknown) platform->runLoop().run();
+    bool isOver = false;
+    std::shared_ptr<platform::NSTimer> deadline;
+    if (patience) {
+        deadline = platform->runLoop().after(*patience, [&isOver, &runLoop = platform->runLoop()] {
+            isOver = true;
+            runLoop.stop();
+        });
+    }
+    while (central->state() == CBManagerState::unknown && !isOver) platform->runLoop().run();
+    if (deadline) deadline->invalidate();
+    if (central->state() == CBManagerState::unknown) {
+        throw Failure("Bluetooth gave no answer within " + numberText(*patience) + " s" + help);
+    }
     if (central->state() != CBManagerState::poweredOn) {
-        throw Failure(obstacle(central->state()) +
-                      ": 'zobiconnect doctor' tells why, and --radio simulated needs none");
+        throw Failure(obstacle(central->state()) + help);
     }
     return platform;
 }
@@ -56,7 +71,8 @@ std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter,
 
 namespace zobi::tool {
 
-std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& /*adapter*/, bool /*log*/) {
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& /*adapter*/, bool /*log*/,
+                                                     std::optional<double> /*patience*/) {
     throw Failure("this tool was built without the radio of this machine");
 }
 

@@ -87,24 +87,27 @@ void addRadioOptions(CLI::App& command, RadioOptions& options) {
     command.add_option("--seed", options.seed, "Decides all that is random in the simulation")
         ->transform(wholeNumber<std::uint64_t>(0, std::numeric_limits<std::uint64_t>::max()))
         ->option_text("NUMBER [0]");
+    // A command without --for has a timeout.
+    CLI::Option* const duration = command.get_option_no_throw("--for");
+    const std::string need = duration ? ".\nNeeds --for" : "";
     CLI::Option* const virtualTime =
         command
             .add_flag("--virtual-time", options.virtualTime,
-                      "Simulate as fast as the machine goes; the same seed gives the same output")
-            ->disable_flag_override();
-    // A command without it has a timeout.
-    if (CLI::Option* const duration = command.get_option_no_throw("--for")) virtualTime->needs(duration);
+                      "Simulate as fast as the machine goes; the same seed gives the same output" + need)
+            ->disable_flag_override()
+            ->option_text(" ");
+    if (duration) virtualTime->needs(duration);
     command.add_flag("--log", options.log, "Print the library's log lines on stderr")
         ->disable_flag_override();
 }
 
-Radio makeRadio(const RadioOptions& options) {
+Radio makeRadio(const RadioOptions& options, std::optional<double> patience) {
     if (isSimulated(options)) return makeSimulatedRadio(options);
     if (describesSimulation(options)) {
         throw CLI::ValidationError(
             "--simulate, --scenario, --seed and --virtual-time are for a simulated radio");
     }
-    return {makeMachineRadio(options.adapter.value_or(""), options.log), [] {}};
+    return {makeMachineRadio(options.adapter.value_or(""), options.log, patience), [] {}};
 }
 
 }  // namespace zobi::tool

@@ -38,9 +38,10 @@ struct Radio {
     std::function<void()> play;
 };
 
+/// @param patience how many seconds the machine's radio has to tell its state; absent for as long as it
+///     takes.
 /// @throws CLI::ValidationError for options that do not go together, UsageError for a scenario with a
-/// mistake,
-///     Failure when the machine's radio cannot be used.
-Radio makeRadio(const RadioOptions& options);
+///     mistake, Failure when the machine's radio cannot be used.
+Radio makeRadio(const RadioOptions& options, std::optional<double> patience);
 
 }  // namespace zobi::tool

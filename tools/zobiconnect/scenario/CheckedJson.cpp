@@ -93,8 +93,14 @@ std::string elementPath(const std::string& path, std::size_t index) {
     return path + '[' + std::to_string(index) + ']';
 }
 
+std::string mismatchText(const json& value, const std::string& wanted) {
+    constexpr std::size_t longest = 40;
+    const std::string given = value.dump();
+    return given.size() <= longest ? given + " is not " + wanted : "must be " + wanted;
+}
+
 CheckedObject::CheckedObject(const json& value, std::string path) : value_(value), path_(std::move(path)) {
-    if (!value.is_object()) throw Mistake(path_, "must be an object");
+    if (!value.is_object()) throw Mistake(path_, mismatchText(value, "an object"));
 }
 
 std::string CheckedObject::path(const std::string& key) const {
@@ -121,19 +127,19 @@ const json& CheckedObject::get(const std::string& key) const {
 
 std::string CheckedObject::text(const std::string& key) const {
     const json& value = get(key);
-    if (!value.is_string()) fail(key, "must be a text");
+    if (!value.is_string()) fail(key, mismatchText(value, "a text"));
     return value;
 }
 
 double CheckedObject::number(const std::string& key, double smallest, double largest) const {
     const json& value = get(key);
-    if (!value.is_number()) fail(key, "must be a number");
+    if (!value.is_number()) fail(key, mismatchText(value, "a number"));
     return inRange(key, value, smallest, largest);
 }
 
 const json& CheckedObject::list(const std::string& key) const {
     const json& value = get(key);
-    if (!value.is_array()) fail(key, "must be a list");
+    if (!value.is_array()) fail(key, mismatchText(value, "a list"));
     return value;
 }
 

@@ -30,6 +30,9 @@ nlohmann::json parseJson(std::string_view text);
 /// As in "beacons[3]".
 std::string elementPath(const std::string& path, std::size_t index);
 
+/// As in "7 is not a text", or "must be a text" if the value is long.
+std::string mismatchText(const nlohmann::json& value, const std::string& wanted);
+
 /// One object of a file. What it gives is of the kind that was asked for, or else a `Mistake`.
 class CheckedObject {
 public:
@@ -57,7 +60,7 @@ public:
     Integer integer(const std::string& key, double smallest = std::numeric_limits<Integer>::min(),
                     double largest = std::numeric_limits<Integer>::max()) const {
         const json& value = get(key);
-        if (!value.is_number_integer()) fail(key, "must be a whole number");
+        if (!value.is_number_integer()) fail(key, mismatchText(value, "a whole number"));
         return static_cast<Integer>(inRange(key, value, smallest, largest));
     }
 

@@ -59,7 +59,7 @@ CharacteristicProperties readProperties(const CheckedObject& object) {
             known, [&](const Property& property) { return name == std::string(property.name); });
         if (found == known.end()) {
             throw Mistake(elementPath(object.path("properties"), index),
-                          "must be read, write, writeWithoutResponse or notify");
+                          mismatchText(name, "read, write, writeWithoutResponse or notify"));
         }
         properties.*found->field = true;
         ++index;
@@ -69,6 +69,9 @@ CharacteristicProperties readProperties(const CheckedObject& object) {
 
 GeneratedValue readGenerated(const CheckedObject& object) {
     constexpr auto kinds = std::to_array<std::string_view>({"drift", "swing", "pick"});
+    if (!object.has("kind")) {
+        object.allowOnly({"kind", "interval", "smallest", "largest", "step", "period", "values"});
+    }
     const std::string_view kind = kinds[object.oneOf("kind", kinds)];
     std::vector<std::string> keys{"kind", "interval", "smallest", "largest"};
     if (kind == "pick") keys = {"kind", "interval", "values"};
@@ -130,7 +133,7 @@ ServiceDescription usualService(const json& uuid, const std::string& path) {
     const auto usual = beaconServices();
     const auto found = std::ranges::find(usual, uuidFrom(uuid, path), &ServiceDescription::uuid);
     if (found == usual.end()) {
-        throw Mistake(path, "is no usual service of beacons: describe it in an object");
+        throw Mistake(path, uuid.dump() + " is no usual service of beacons: describe it in an object");
     }
     return *found;
 }
@@ -151,7 +154,8 @@ std::vector<ServiceDescription> readServices(const CheckedObject& object) {
 BeaconDescription readDescription(const CheckedObject& object) {
     BeaconDescription beacon;
     const auto mac = readHex(object, "mac");
-    if (mac.size() != beacon.macAddress.size()) object.fail("mac", "must be 12 hexadecimal digits");
+    if (mac.size() != beacon.macAddress.size())
+        object.fail("mac", mismatchText(object.get("mac"), "12 hexadecimal digits"));
     std::ranges::copy(mac, beacon.macAddress.begin());
     beacon.major = object.integer<std::uint16_t>("major");
     beacon.minor = object.integer<std::uint16_t>("minor");

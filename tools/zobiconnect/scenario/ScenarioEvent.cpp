@@ -5,7 +5,10 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/zobiconnect/scenario/ScenarioValues.h"
 #include "tools/zobiconnect/text/Names.h"
@@ -163,35 +166,50 @@ const auto& beaconActions() {
 constexpr auto otherActions =
     std::to_array<std::string_view>({"setRadio", "enterBackground", "becomeActive"});
 
+void addNewKeys(std::vector<std::string>& keys, std::span<const std::string_view> added) {
+    for (const std::string_view key : added) {
+        const bool isNew = !key.empty() && std::ranges::find(keys, key) == keys.end();
+        if (isNew) keys.emplace_back(key);
+    }
+}
+
+/// The keys that events have, whatever their actions.
+std::vector<std::string> keysOfAllEvents() {
+    std::vector<std::string> keys{"at", "do", "beacon", "state"};
+    for (const auto& action : beaconActions()) addNewKeys(keys, action.keys);
+    return keys;
+}
+
 }  // namespace
 
 void readEvent(const CheckedObject& event, const BeaconIndices& beacons, Scenario& scenario) {
-    const double at = event.number("at", 0, longestTime);
-    if (scenario.repeatEvery && at >= *scenario.repeatEvery) {
-        event.fail("at", "must be less than repeatEvery");
-    }
+    if (!event.has("do")) event.allowOnly(keysOfAllEvents());
     std::vector<std::string_view> names;
     for (const auto& action : beaconActions()) names.push_back(action.name);
     names.insert(names.end(), otherActions.begin(), otherActions.end());
     const std::size_t action = event.oneOf("do", names);
-    if (action < beaconActions().size()) {
-        const auto& [name, ownKeys, read] = beaconActions()[action];
-        std::vector<std::string> keys{"at", "do", "beacon"};
-        for (const std::string_view key : ownKeys) {
-            if (!key.empty()) keys.emplace_back(key);
-        }
-        event.allowOnly(keys);
+    const bool isOfBeacon = action < beaconActions().size();
+    std::vector<std::string> keys{"at", "do"};
+    if (isOfBeacon) {
+        keys.emplace_back("beacon");
+        addNewKeys(keys, beaconActions()[action].keys);
+    }
+    if (names[action] == "setRadio") keys.emplace_back("state");
+    event.allowOnly(keys);
+    const double at = event.number("at", 0, longestTime);
+    if (scenario.repeatEvery && at >= *scenario.repeatEvery) {
+        event.fail("at", numberText(at) + " is not less than repeatEvery");
+    }
+    if (isOfBeacon) {
         const std::string beaconName = event.text("beacon");
         const auto beacon = beacons.find(beaconName);
         if (beacon == beacons.end()) event.fail("beacon", "there is no beacon \"" + beaconName + '"');
         const std::size_t index = beacon->second;
-        scenario.addBeaconEvent(at, index, read(event, scenario.beacons[index]));
+        scenario.addBeaconEvent(at, index, beaconActions()[action].read(event, scenario.beacons[index]));
     } else if (names[action] == "setRadio") {
-        event.allowOnly({"at", "do", "state"});
         const auto state = static_cast<CBManagerState>(event.oneOf("state", radioStateNames));
         scenario.timeline.push_back({at, [=](const Stage& stage) { stage.world.setRadioState(state); }});
     } else {
-        event.allowOnly({"at", "do"});
         const auto state =
             names[action] == "becomeActive" ? UIApplicationState::active : UIApplicationState::background;
         scenario.timeline.push_back(

@@ -42,21 +42,29 @@ Scenario scenarioFromText(std::string_view text, const std::string& fileName) {
     }
 }
 
+std::string shownFileName(const std::string& fileName) {
+    if (fileName.empty()) return "\"\"";
+    return fileName == "-" ? "stdin" : fileName;
+}
+
 Scenario scenarioFromFile(const std::string& fileName) {
     const bool isInput = fileName == "-";
+    const std::string shownName = shownFileName(fileName);
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
         isInput ? nullptr : std::fopen(fileName.c_str(), "rb"), std::fclose);
     std::FILE* const file = isInput ? stdin : opened.get();
-    const auto failToRead = [&] { throw UsageError(fileName + ": cannot be read: " + std::strerror(errno)); };
+    const auto failToRead = [&] {
+        throw UsageError(shownName + ": cannot be read: " + std::strerror(errno));
+    };
     if (!file) failToRead();
     std::string text;
     std::array<char, 4096> buffer{};
     while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), file)) {
         text.append(buffer.data(), count);
-        if (text.size() > largestFile) throw UsageError(fileName + ": larger than 16 MiB");
+        if (text.size() > largestFile) throw UsageError(shownName + ": larger than 16 MiB");
     }
     if (std::ferror(file)) failToRead();
-    return scenarioFromText(text, fileName);
+    return scenarioFromText(text, shownName);
 }
 
 }  // namespace zobi::tool

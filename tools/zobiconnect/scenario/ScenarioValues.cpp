@@ -17,11 +17,11 @@ using platform::NSError;
 namespace {
 
 std::vector<std::uint8_t> bytesFrom(const json& value, const std::string& path) {
-    if (!value.is_string()) throw Mistake(path, "must be a text");
+    if (!value.is_string()) throw Mistake(path, mismatchText(value, "a text"));
     try {
         return bytesFromHex(value.get<std::string>());
     } catch (const std::invalid_argument& error) {
-        throw Mistake(path, error.what());
+        throw Mistake(path, mismatchText(value, std::string("hexadecimal: ") + error.what()));
     }
 }
 
@@ -42,11 +42,11 @@ std::string usualText(const std::string& domain, int code) {
 }  // namespace
 
 CBUUID uuidFrom(const json& value, const std::string& path) {
-    if (!value.is_string()) throw Mistake(path, "must be a text");
+    if (!value.is_string()) throw Mistake(path, mismatchText(value, "a text"));
     try {
         return CBUUID::UUIDWithString(value.get<std::string>());
     } catch (const std::invalid_argument&) {
-        throw Mistake(path, "must be a UUID of 4, 8 or 36 characters");
+        throw Mistake(path, mismatchText(value, "a UUID of 4, 8 or 36 characters"));
     }
 }
 
@@ -61,7 +61,9 @@ std::vector<std::uint8_t> readHex(const CheckedObject& object, const std::string
 std::vector<std::uint8_t> valueFrom(const json& value, const std::string& path) {
     constexpr std::size_t largest = platform::simulation::maximumValueSize;
     auto bytes = bytesFrom(value, path);
-    if (bytes.size() > largest) throw Mistake(path, "must be up to " + std::to_string(largest) + " bytes");
+    if (bytes.size() > largest) {
+        throw Mistake(path, std::to_string(bytes.size()) + " bytes are more than " + std::to_string(largest));
+    }
     return bytes;
 }
 

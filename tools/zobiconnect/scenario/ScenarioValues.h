@@ -14,9 +14,6 @@ namespace zobi::tool {
 
 // What beacons and events of a scenario file have in common. Each throws `Mistake`.
 
-/// A billion seconds.
-inline constexpr double longestTime = 1e9;
-
 platform::CBUUID uuidFrom(const nlohmann::json& value, const std::string& path);
 platform::CBUUID readUUID(const CheckedObject& object, const std::string& key);
 

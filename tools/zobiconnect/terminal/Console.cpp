@@ -5,10 +5,12 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <system_error>
 
 #include "platform/UTF8.h"
+#include "tools/zobiconnect/terminal/Screen.h"
 #include "tools/zobiconnect/text/Hex.h"
 
 namespace zobi::tool {
@@ -50,6 +52,19 @@ std::string printable(std::string_view text) {
     return result;
 }
 
+std::string printableASCII(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<std::uint8_t>(c);
+        if (byte < 0x20 || byte >= 0x7F) {
+            result += "\\x" + hexText(std::array{byte});
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
 void printOut(std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size()) return;
     noteOutputError();
@@ -62,7 +77,7 @@ void flushOut() {
 }
 
 void tellProgress(std::string_view message) {
-    if (::isatty(STDERR_FILENO) != 1) return;
+    if (Screen::isDrawn() || ::isatty(STDERR_FILENO) != 1) return;
     const std::string line = printable(message) + " ...\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
 }

@@ -21,7 +21,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Whoever read stdout reads no more, so nothing is left to do for them.
+/// The reader of stdout has closed the pipe.
 class OutputClosed : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -31,6 +31,9 @@ public:
 /// all bytes beyond ASCII in a text that is not UTF-8.
 std::string printable(std::string_view text);
 
+/// The same with all bytes beyond ASCII written so: for a live screen, where each byte takes one column.
+std::string printableASCII(std::string_view text);
+
 /// Writes to stdout, whose buffer keeps it until `flushOut` or until it is full.
 /// @throws OutputClosed when nobody reads it, std::system_error when it cannot be written otherwise.
 void printOut(std::string_view text);
@@ -38,7 +41,7 @@ void printOut(std::string_view text);
 /// Throws as `printOut` does, also for what was to be written before.
 void flushOut();
 
-/// One line on stderr, if that is a terminal: what is being done.
+/// One line on stderr, if that is a terminal without a live screen: what is being done.
 void tellProgress(std::string_view message);
 
 /// One line on stderr, under the tool's name, after what was printed.

@@ -173,6 +173,10 @@ Screen::~Screen() {
     giveBack();
 }
 
+bool Screen::isDrawn() {
+    return isTaken;
+}
+
 void Screen::giveBack() {
     if (!std::exchange(isLive_, false)) return;
     const JobControlBlocked blocked;

@@ -36,6 +36,9 @@ public:
 
     bool isLive() const { return isLive_; }
 
+    /// Whether a live screen is on the terminal now.
+    static bool isDrawn();
+
     /// Shows the lines, ASCII texts. On a live screen they replace those before, and what has no room is cut
     /// off.
     void show(std::vector<Line> lines);

@@ -4,7 +4,8 @@
 
 namespace zobi::tool {
 
-/// While it lives, SIGINT, SIGTERM, SIGHUP and SIGQUIT stop a run loop.
+/// While it lives, SIGINT, SIGTERM, SIGHUP and SIGQUIT stop a run loop, except those that whoever started
+/// the process has it ignore, as nohup does.
 class StopOnSignal {
 public:
     explicit StopOnSignal(platform::RunLoop& runLoop);

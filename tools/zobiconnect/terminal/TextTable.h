@@ -14,7 +14,8 @@ struct Column {
     Alignment alignment = Alignment::left;
 };
 
-/// Lines of a table of ASCII texts, as wide as its cells: the groups if there are any, the titles, the rows.
+/// Lines of a table as wide as its cells, each byte taking one column: the groups if there are any, the
+/// titles, the rows.
 std::vector<std::string> formatTable(const std::vector<Column>& columns,
                                      const std::vector<std::vector<std::string>>& rows);
 

@@ -1,15 +1,19 @@
 #include "tools/zobiconnect/text/Text.h"
 
 #include <algorithm>
-#include <cmath>
-#include <nlohmann/json.hpp>
+#include <array>
+#include <charconv>
 
 namespace zobi::tool {
 
 std::string numberText(double number) {
-    using nlohmann::json;
-    return number == std::floor(number) ? json(static_cast<std::int64_t>(number)).dump()
-                                        : json(number).dump();
+    // As many digits as any number of a user's has, and no exponent up to that many.
+    constexpr int precision = 15;
+    std::array<char, 32> text{};
+    char* const end =
+        std::to_chars(text.data(), text.data() + text.size(), number, std::chars_format::general, precision)
+            .ptr;
+    return {text.data(), end};
 }
 
 std::string secondsText(std::int64_t seconds) {

@@ -25,6 +25,9 @@ std::optional<Number> numberIn(std::string_view text, Number smallest, Number la
     return isNumber ? std::optional(number) : std::nullopt;
 }
 
+/// The longest time that can be given: a billion seconds.
+inline constexpr double longestTime = 1e9;
+
 /// In decimal; a whole number without a fraction.
 std::string numberText(double number);
 

@@ -18,7 +18,7 @@ constexpr std::size_t longestHistory = 8;
 std::string cellText(Quantity quantity, const std::optional<Value>& value) {
     if (!value) return "-";
     if (quantity == Quantity::signalStrength) return signalText(std::get<platform::NSNumber>(*value));
-    return printable(valueText(*value)) + (quantity == Quantity::batteryLevel ? "%" : "");
+    return printableASCII(valueText(*value)) + (quantity == Quantity::batteryLevel ? "%" : "");
 }
 
 std::string linkText(BeaconClient::Link link) {
@@ -78,7 +78,7 @@ void WatchTable::noteLink(const BeaconEvent& event) {
         case Kind::second:
             return;
     }
-    history_.push_back(secondsText(elapsedSeconds()) + "  " + printable(text));
+    history_.push_back(secondsText(elapsedSeconds()) + "  " + printableASCII(text));
     if (history_.size() > longestHistory) history_.pop_front();
 }
 
