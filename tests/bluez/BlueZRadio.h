@@ -78,7 +78,7 @@ protected:
 
     /// Another central manager. Its events tell sightings too: the name, the service data and the strength.
     struct Watched {
-        std::shared_ptr<Listener> listener = Listener::make();
+        std::shared_ptr<RadioRecorder> listener = RadioRecorder::make();
         std::shared_ptr<CBCentralManager> central;
 
         Events takeEvents() const { return std::exchange(listener->events, {}); }

@@ -7,8 +7,8 @@
 #include <new>
 #include <vector>
 
-#include "Application.h"
 #include "Layers.h"
+#include "ManagerRecorder.h"
 #include "SeamRecorders.h"
 #include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
@@ -41,7 +41,7 @@ TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
     simulated->log().setSink(nullptr);
     Layer platform(std::move(simulated));
     const auto manager = ZOKManager::managerOnPlatform(platform);
-    const auto application = Application::of(manager);
+    const auto application = ManagerRecorder::of(manager);
     platform.runLoop().processPending();
     const auto payload = zobi::encodePayload({.major = 1, .minor = 7});
     const std::vector<zobi::platform::CBServiceData> serviceData{

@@ -224,7 +224,7 @@ TEST_F(MonitoringTest, ADelegateMayVanishStopOrStartInsideItsCallbacks) {
     EXPECT_EQ(application->reports.size(), 4U);
     EXPECT_EQ(loop.timerCount(), 3U);
 
-    const std::weak_ptr<Application> weak = application;
+    const std::weak_ptr<ManagerRecorder> weak = application;
     application->onReport = [this] { application.reset(); };
     pass(1);
     EXPECT_TRUE(weak.expired());

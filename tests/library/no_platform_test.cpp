@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-#include "Application.h"
+#include "ManagerRecorder.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
 namespace {
@@ -15,7 +15,7 @@ TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     ::testing::internal::CaptureStderr();
     EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), zobi::platform::DataRangeError);
     const auto manager = ZOKManager::shared();
-    const auto application = Application::of(manager);
+    const auto application = ManagerRecorder::of(manager);
     auto& loop = zobi::platform::Platform::current().runLoop();
     manager->startMonitoring();
     application->onReport = [&] { loop.stop(); };

@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "Application.h"
 #include "Layers.h"
+#include "ManagerRecorder.h"
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
@@ -60,7 +60,7 @@ TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager)
 }
 
 TEST(SharedManagerTest, WorksOnTheInstalledPlatform) {
-    const auto application = Application::of(ZOKManager::shared());
+    const auto application = ManagerRecorder::of(ZOKManager::shared());
     zobi::addBeacon(installed->world(), {.minor = 1, .buttonAction = 1, .advertisingInterval = 0.001})
         .comeIntoRange();
     ZOKManager::shared()->startMonitoring();

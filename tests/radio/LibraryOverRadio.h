@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "Application.h"
+#include "ManagerRecorder.h"
 #include "RadioBench.h"
 
 /// The library over each radio under test: an application that monitors whenever Bluetooth is on.
@@ -23,5 +23,5 @@ protected:
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
     zobi::platform::Platform& platform = bench->platform();
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
-    std::shared_ptr<Application> application = Application::of(manager, &platform);
+    std::shared_ptr<ManagerRecorder> application = ManagerRecorder::of(manager, &platform);
 };

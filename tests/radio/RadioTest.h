@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "Listener.h"
 #include "RadioBench.h"
+#include "RadioRecorder.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
 /// A central manager on each radio under test. Everything waits for conditions, none for a time to pass,
@@ -41,7 +41,7 @@ protected:
 
     std::unique_ptr<RadioBench> bench = GetParam().makeBench();
     zobi::platform::Platform& platform = bench->platform();
-    std::shared_ptr<Listener> listener = Listener::make();
+    std::shared_ptr<RadioRecorder> listener = RadioRecorder::make();
     std::shared_ptr<zobi::platform::CBCentralManager> central = platform.makeCentralManager(listener);
 };
 

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "LibraryOverRadio.h"
-#include "Listener.h"
+#include "RadioRecorder.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
 namespace {

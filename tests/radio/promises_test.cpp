@@ -292,7 +292,7 @@ TEST_P(RadioPromises, ARequestToNothingIsHarmless) {
     peripheral->discoverServices(requestedServices);
     peripheral->readRSSI();
     central->cancelPeripheralConnection(peripheral);
-    const auto stranger = Listener::make();
+    const auto stranger = RadioRecorder::make();
     const auto other = platform.makeCentralManager(stranger);
     ASSERT_TRUE(bench->runUntil([&] { return !stranger->events.empty(); }));
     other->connectPeripheral(peripheral);

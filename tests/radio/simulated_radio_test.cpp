@@ -292,7 +292,7 @@ TEST_P(Layers, ForgetAPeripheralAtAScanWhenItIsDisconnectedAndNobodyHoldsIt) {
 TEST_P(Layers, LetGoOfADelegateInsideItsOwnCallback) {
     bench->beaconComesIntoRange();
     scan();
-    const std::weak_ptr<Listener> delegate = listener;
+    const std::weak_ptr<RadioRecorder> delegate = listener;
     listener->onSighting = [&](const auto& /*data*/) { listener.reset(); };
     EXPECT_TRUE(bench->runUntil([&] { return delegate.expired(); }));
     bench->runUntil([] { return false; }, RadioBench::aWhile);

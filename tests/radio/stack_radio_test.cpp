@@ -116,7 +116,7 @@ TEST_P(LibraryOverStack, ABeaconIsKnownByTheNameItAdvertises) {
     // Another client finds the device under the other name.
     bluez::BlueZPlatform otherPlatform({.adapter = "hci0"});
     const auto otherManager = ZOKManager::managerOnPlatform(otherPlatform);
-    const auto otherApplication = Application::of(otherManager);
+    const auto otherApplication = ManagerRecorder::of(otherManager);
     otherApplication->monitors = true;
     otherPlatform.runLoop().runFor(RadioBench::aWhile);
     EXPECT_THAT(otherManager->liveBeacons(), ::testing::IsEmpty());

@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "Listener.h"
 #include "ManagerTest.h"
+#include "RadioRecorder.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
 namespace {
@@ -174,7 +174,7 @@ TEST_F(SimulatedConnectionTest, ALinkedBeaconFallsSilentOnTheAir) {
 TEST_F(SimulatedConnectionTest, ABeaconHasOneLinkAndAManagerThatGoesAwayGivesItBack) {
     SimulatedBeacon& beacon = addLive({});
     const auto otherManager = ZOKManager::managerOnPlatform(platform);
-    const auto other = Application::of(otherManager);
+    const auto other = ManagerRecorder::of(otherManager);
     other->monitors = true;
     pass(2);
     connect();
@@ -276,7 +276,7 @@ TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     connect();
     pass(5);
     const auto peripheral = record()->peripheral();
-    const auto listener = Listener::make();
+    const auto listener = RadioRecorder::make();
     peripheral->setDelegate(listener);
     const auto find = [&](const CBUUID& uuid) { return discoveredCharacteristic(*peripheral, uuid); };
     using namespace ZOKGATTProfile;

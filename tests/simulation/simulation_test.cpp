@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "Application.h"
-#include "Listener.h"
+#include "ManagerRecorder.h"
+#include "RadioRecorder.h"
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
@@ -19,8 +19,8 @@ using zobi::SimulatedBeacon;
 using zobi::platform::simulation::SimulatedPlatform;
 
 /// A listener that writes down each sighting in full, with its time.
-std::shared_ptr<Listener> listenerOn(SimulatedPlatform& platform) {
-    auto listener = Listener::make();
+std::shared_ptr<RadioRecorder> listenerOn(SimulatedPlatform& platform) {
+    auto listener = RadioRecorder::make();
     listener->describe = [&platform](const CBAdvertisementData& data, NSNumber rssi) {
         std::string event = std::to_string(platform.clock().monotonicTime().count());
         event += ' ' + std::string(data.localName.value_or("(none)")) + ' ' + rssi.description();
@@ -45,7 +45,7 @@ protected:
 
     SimulatedPlatform platform;
     StandardRunLoop& loop = platform.runLoop();
-    std::shared_ptr<Listener> delegate = listenerOn(platform);
+    std::shared_ptr<RadioRecorder> delegate = listenerOn(platform);
     std::shared_ptr<CBCentralManager> central = platform.makeCentralManager(delegate);
 };
 
@@ -216,7 +216,7 @@ TEST_F(SimulationTest, ABeaconMayChangeWhileItIsHeard) {
     SimulatedBeacon& beacon = zobi::addBeacon(platform.world(), {.minor = 1, .buttonAction = 1});
     beacon.comeIntoRange();
     const auto manager = ZOKManager::managerOnPlatform(platform);
-    const auto application = Application::of(manager);
+    const auto application = ManagerRecorder::of(manager);
     application->onEvent = [&](const auto& /*button*/) {
         beacon.setServiceData({{{CBUUID::UUIDWithString("180A"), {}}}});
         beacon.setLocalName("a much longer name than the one before, which is gone");

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "Application.h"
+#include "ManagerRecorder.h"
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
 
@@ -35,7 +35,7 @@ protected:
     zobi::platform::StandardRunLoop& loop = platform.runLoop();
     Lines log;
     std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
-    std::shared_ptr<Application> application = Application::of(manager, &platform);
+    std::shared_ptr<ManagerRecorder> application = ManagerRecorder::of(manager, &platform);
 };
 
 std::shared_ptr<ZOKBeacon> makeRecord(int major, int minor, std::int64_t timestamp = 0);

@@ -1,4 +1,4 @@
-#include "Application.h"
+#include "ManagerRecorder.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ using zobi::platform::NSNumber;
 
 namespace {
 
-class Delegate final : public Application, public std::enable_shared_from_this<Delegate> {
+class Delegate final : public ManagerRecorder, public std::enable_shared_from_this<Delegate> {
     using Manager = std::shared_ptr<ZOKManager>;
 
 public:
@@ -95,32 +95,32 @@ private:
 
 }  // namespace
 
-std::shared_ptr<Application> Application::of(const std::shared_ptr<ZOKManager>& manager,
-                                             zobi::platform::Platform* platform) {
+std::shared_ptr<ManagerRecorder> ManagerRecorder::of(const std::shared_ptr<ZOKManager>& manager,
+                                                     zobi::platform::Platform* platform) {
     auto delegate = std::make_shared<Delegate>(manager);
     manager->setDelegate(delegate);
     if (platform) delegate->observe(*platform);
     return delegate;
 }
 
-Events Application::takeEvents() {
+Events ManagerRecorder::takeEvents() {
     reports.clear();
     buttons.clear();
     return std::exchange(events, {});
 }
 
-ZOKBeaconCompletion Application::completion(const std::string& name) {
+ZOKBeaconCompletion ManagerRecorder::completion(const std::string& name) {
     return [this, name](const auto& /*manager*/, const auto& beacon, const NSError* error) {
         noteEnd(name, beacon, error);
     };
 }
 
-void Application::note(const std::string& event, const Beacon& beacon) {
+void ManagerRecorder::note(const std::string& event, const Beacon& beacon) {
     onEvent(event);
     lastRecord = beacon;
     events.push_back(beacon ? event : event + " of nothing");
 }
 
-void Application::noteEnd(const std::string& event, const Beacon& beacon, const NSError* error) {
+void ManagerRecorder::noteEnd(const std::string& event, const Beacon& beacon, const NSError* error) {
     note(error ? event + " error " + std::to_string(error->code()) : event, beacon);
 }

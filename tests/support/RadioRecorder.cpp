@@ -1,4 +1,4 @@
-#include "Listener.h"
+#include "RadioRecorder.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ using namespace zobi::platform;
 
 namespace {
 
-class Delegate final : public Listener {
+class Delegate final : public RadioRecorder {
     using Peripheral = std::shared_ptr<CBPeripheral>;
     using Service = std::shared_ptr<CBService>;
     using Characteristic = std::shared_ptr<CBCharacteristic>;
@@ -103,11 +103,11 @@ class Delegate final : public Listener {
 
 }  // namespace
 
-std::shared_ptr<Listener> Listener::make() {
+std::shared_ptr<RadioRecorder> RadioRecorder::make() {
     return std::make_shared<Delegate>();
 }
 
-void Listener::quietly(const std::function<void()>& call) {
+void RadioRecorder::quietly(const std::function<void()>& call) {
     isInsideCall_ = true;
     call();
     isInsideCall_ = false;

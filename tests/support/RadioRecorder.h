@@ -13,12 +13,12 @@ using Events = std::vector<std::string>;
 
 /// Writes down what a radio tells, in its order. It makes sure that nothing is told from inside a call, and
 /// that a peripheral's state is what the event says.
-class Listener : public zobi::platform::CBCentralManagerDelegate,
-                 public zobi::platform::CBPeripheralDelegate {
+class RadioRecorder : public zobi::platform::CBCentralManagerDelegate,
+                      public zobi::platform::CBPeripheralDelegate {
 public:
     using AdvertisementData = zobi::platform::CBAdvertisementData;
 
-    static std::shared_ptr<Listener> make();
+    static std::shared_ptr<RadioRecorder> make();
 
     Events events;
     /// The handle at each sighting of a beacon; with `describe`, of any device.
@@ -37,7 +37,7 @@ public:
     void quietly(const std::function<void()>& call);
 
 protected:
-    Listener() = default;
+    RadioRecorder() = default;
     bool isInsideCall_ = false;
 };
 

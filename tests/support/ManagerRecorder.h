@@ -12,13 +12,13 @@ using Events = std::vector<std::string>;
 
 /// Writes down what the library tells, in its order: delegate, broadcasts and completions. It makes sure that
 /// the manager passes itself along.
-class Application : public ZOKManagerDelegate {
+class ManagerRecorder : public ZOKManagerDelegate {
 public:
     using Beacon = std::shared_ptr<ZOKBeacon>;
 
     /// Becomes the manager's delegate, and hears the broadcasts of the platform, if there is one.
-    static std::shared_ptr<Application> of(const std::shared_ptr<ZOKManager>& manager,
-                                           zobi::platform::Platform* platform = nullptr);
+    static std::shared_ptr<ManagerRecorder> of(const std::shared_ptr<ZOKManager>& manager,
+                                               zobi::platform::Platform* platform = nullptr);
 
     /// Whether it monitors whenever Bluetooth is turned on.
     bool monitors = false;
@@ -41,7 +41,7 @@ public:
     ZOKBeaconCompletion completion(const std::string& name);
 
 protected:
-    Application() = default;
+    ManagerRecorder() = default;
     void note(const std::string& event, const Beacon& beacon);
     void noteEnd(const std::string& event, const Beacon& beacon, const zobi::platform::NSError* error);
 };
