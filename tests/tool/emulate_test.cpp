@@ -45,21 +45,28 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
     enter("ery 5");
     EXPECT_THAT(told, ElementsAre("button pressed: action 1"));
     EXPECT_EQ(beacon.buttonAction(), 2);
-    enter("\npress 1" + std::string(9000, ' ') + "\nquit\npress 2");
+    enter("\nsilence");
+    enter("\n");
+    EXPECT_FALSE(beacon.isInRange());
+    enter("press 2 7\nresume\naccelerometer 65535 1 258\npress 1" + std::string(9000, ' ') +
+          "\nquit\npress 2");
+    EXPECT_TRUE(beacon.isInRange());
+    EXPECT_EQ(beacon.buttonAction(), 3);
     int left = 0;
     EXPECT_EQ(::ioctl(STDIN_FILENO, FIONREAD, &left), 0);
     EXPECT_GT(left, 0) << "a flood is read in parts";
     ::close(script[1]);
     for (int i = 0; i < 4; ++i) platform.runLoop().processPending();
     EXPECT_EQ(platform.runLoop().descriptors().size(), 1U) << "its end is watched no more";
-    EXPECT_THAT(told, ElementsAre("button pressed: action 1", "battery: 5%", "quit"));
+    EXPECT_THAT(told, ElementsAre("button pressed: action 1", "battery: 5%", "button pressed: action 2",
+                                  "accelerometer: 65535 1 258", "quit"));
 }
 
 /// A way to the radio that goes nowhere.
 struct DeafManager final : bluez::PeripheralManager {
     CBManagerState state() const override { return current; }
     std::string advice() const override { return "advice"; }
-    void startAdvertising(bluez::LocalAdvertisement /*advertisement*/) override {}
+    void startAdvertising(bluez::LocalAdvertisement /*advertisement*/) override { ++begun; }
     void stopAdvertising() override {}
     bool isAdvertising() const override { return false; }
     void notify(GATTPlace /*place*/, std::span<const std::uint8_t> /*value*/) override {}
@@ -67,6 +74,7 @@ struct DeafManager final : bluez::PeripheralManager {
     void shutDown(std::function<void()> /*completion*/) override {}
 
     CBManagerState current = CBManagerState::poweredOn;
+    int begun = 0;
     int disconnections = 0;
 };
 
@@ -83,6 +91,7 @@ TEST_F(Emulate, EndsLinksInALongSilenceAndWaitsForAServiceThatRestarts) {
         beacon.goOutOfRange();
         passTimeouts(silence);
     }
+    EXPECT_EQ(manager->begun, 2) << "anew after the silence";
     EXPECT_EQ(manager->disconnections, 0);
     passTimeouts(0.2);
     EXPECT_EQ(manager->disconnections, 1);
@@ -94,6 +103,9 @@ TEST_F(Emulate, EndsLinksInALongSilenceAndWaitsForAServiceThatRestarts) {
     manager->current = CBManagerState::poweredOff;
     emulated->peripheralManagerDidUpdateState(*manager);
     EXPECT_EQ(emulated->failure(), "advice");
+    emulated->end([] {});
+    emulated->peripheralManagerDidUpdateState(*manager);
+    EXPECT_EQ(told.size(), 3U) << "it ends, whatever the radio does";
 }
 
 }  // namespace

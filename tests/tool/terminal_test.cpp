@@ -141,4 +141,23 @@ TEST(ToolBeacon, IsLeftWhenInterrupted) {
     EXPECT_THAT(written, HasSubstr("s: 1 connection, "));
 }
 
+#ifdef ZOBI_BLUEZ
+TEST(ToolEmulate, ObeysKeysAndLeavesTheTerminalAsItWas) {
+    const Shell shell(
+        "stty echo; modes=$(stty -g); export "
+        "DBUS_SYSTEM_BUS_ADDRESS=unixexec:path=tail,argv1=-f,argv2=/dev/null;"
+        "$tool emulate --battery 8 --temperature -3 | sed -u 's/^[0-9]*s  //';"
+        "[ $modes = $(stty -g) ] && echo as before");
+    shell.readTo("q quit\r\n");
+    for (const char key : std::string("2bbBtttTTaaadq")) shell.type(key);
+    EXPECT_EQ(
+        shell.readTo("as before"),
+        "button pressed: action 2\r\n"
+        "battery: 3%\r\nbattery: 0%\r\nbattery: 5%\r\n"
+        "temperature: -4C\r\ntemperature: -4C\r\ntemperature: -4C\r\ntemperature: -3C\r\ntemperature: -2C\r\n"
+        "accelerometer: 1000 0 0\r\naccelerometer: 0 1000 0\r\naccelerometer: 0 0 1000\r\n"
+        "as before");
+}
+#endif
+
 }  // namespace
