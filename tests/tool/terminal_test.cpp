@@ -126,8 +126,11 @@ TEST(ToolScreen, IsKeptWhenTheToolIsNotToBeStopped) {
 
 TEST(ToolBeacon, IsLeftWhenInterrupted) {
     const Shell shell(
+        "$tool ping 1.1 --virtual-time --scenario tests/tool/scenarios/connectable.json;"
         "$tool ping 9 9 --radio simulated; echo status $?;"
         "$tool watch 1 1 --radio simulated; echo status $?");
+    EXPECT_THAT(shell.readTo("\npinged"),
+                HasSubstr("pinging beacon 1.1 ...\r\ndisconnecting from beacon 1.1 ...\r\n"));
     shell.readTo("looking for beacon 9.9 ...");
     shell.type(controlC);
     EXPECT_THAT(shell.readTo("status 1"), HasSubstr("\nzobiconnect: interrupted\r\n"));
