@@ -195,6 +195,12 @@ TEST_P(BlueZRadio, ASecondRequestJoinsThePendingAttempt) {
     beacon.attempts = succeed;
     EXPECT_TRUE(within(60, "connected")) << "the service knows the beacon anew";
     EXPECT_EQ(callsOf("Disconnect"), 0);
+    unlink(listener->sightings.back());
+    service.othersDiscover = true;
+    reach(connecting);
+    EXPECT_EQ(callsOf("Disconnect"), 0);
+    pass(11);
+    EXPECT_EQ(callsOf("Disconnect"), 1) << "an attempt is longer while others discover";
 }
 
 TEST_P(BlueZRadio, AttemptsTakeTurnsAndLeaveTimeToScan) {
