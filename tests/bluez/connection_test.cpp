@@ -78,13 +78,24 @@ TEST_P(BlueZRadio, WhatTheServiceAnswersDecidesTheAttempt) {
         EXPECT_THAT(eventsIn(20), ElementsAre("connected")) << "whatever is scanned for";
         unlink(peripheral);
     }
+    beacon.attempts = areResolvedEmpty;
+    connect(peripheral);
+    EXPECT_THAT(eventsIn(5), IsEmpty());
+    const auto late = beacon.characteristics().front();
+    service.addObject(late.servicePath, {{gattServiceInterface, {{"UUID", longForm(late.service)}}}});
+    EXPECT_THAT(eventsIn(1), ElementsAre(connected)) << "its table came late";
+    unlink(peripheral);
+    beacon.attempts = succeed;
     service.connectByOther(beacon);
     pass(1);
     connect(peripheral);
     EXPECT_TRUE(within(5, connected)) << "the link is another program's";
-    service.scripts["Disconnect"] = neverAnswered;
+    service.scripts["Disconnect"] = {.acts = false, .delay = 6, .times = 1};
     central->cancelPeripheralConnection(peripheral);
-    EXPECT_TRUE(within(10, "disconnected"));
+    EXPECT_TRUE(within(5.5, "disconnected"));
+    takeEvents();
+    connect(peripheral);
+    EXPECT_TRUE(within(3, connected)) << "the other program keeps it";
 }
 
 TEST_P(BlueZRadio, EachAttemptAndLinkHasOneOutcomeWhateverHappensInWhichPhase) {
@@ -178,6 +189,18 @@ TEST_P(BlueZRadio, ASecondRequestJoinsThePendingAttempt) {
         EXPECT_THAT(eventsIn(60), ElementsAre("connected"));
         unlink(peripheral);
     }
+    reach(connecting);
+    service.calls.clear();
+    service.forget(beacon);
+    beacon.attempts = succeed;
+    EXPECT_TRUE(within(60, "connected")) << "the service knows the beacon anew";
+    EXPECT_EQ(callsOf("Disconnect"), 0);
+    unlink(listener->sightings.back());
+    service.othersDiscover = true;
+    reach(connecting);
+    EXPECT_EQ(callsOf("Disconnect"), 0);
+    pass(11);
+    EXPECT_EQ(callsOf("Disconnect"), 1) << "an attempt is longer while others discover";
 }
 
 TEST_P(BlueZRadio, AttemptsTakeTurnsAndLeaveTimeToScan) {
@@ -255,7 +278,7 @@ TEST_P(BlueZRadio, TheEndOfALinkIsToldWithItsReasonOrSoonWithoutIt) {
 TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
     for (int phase = waiting; phase < phases; ++phase) {
         SCOPED_TRACE(phase);
-        const auto peripheral = reach(phase);
+        auto peripheral = reach(phase);
         service.calls.clear();
         central = nullptr;
         beacon.attempts = succeed;
@@ -263,6 +286,10 @@ TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
         EXPECT_THAT(eventsIn(20), IsEmpty());
         EXPECT_THAT(service.calls, Each(AnyOf(StartsWith("Disconnect"), StartsWith("StopNotify"))));
         EXPECT_EQ(beacon.link, nullptr);
+        peripheral.reset();
+        listener->sightings.clear();
+        // Nobody is left to tell it to.
+        if (phase >= linked) machine.channel->answerRSSI();
         central = machine.makeCentralManager(listener);
         ASSERT_TRUE(heard("state 5"));
         takeEvents();

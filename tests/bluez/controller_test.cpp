@@ -79,7 +79,7 @@ protected:
     }
     /// What the reason at the end of a packet tells.
     LinkEnd::Cause causeOf(std::string packet, int reason) {
-        send(packet);
+        for (const auto& queued : {"?"s, packet}) send(queued);
         channel->watchLink(device);
         EXPECT_FALSE(channel->takeLinkEnd(device)) << "it was the former link's";
         packet.back() = static_cast<char>(reason);

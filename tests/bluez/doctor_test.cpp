@@ -1,13 +1,17 @@
 // What the examination finds, and what it advises, on machines that lack something.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "ScriptedPlatform.h"
 #include "platform/bluez/diagnosis/Examination.h"
+#include "platform/bluez/service/BlockSwitch.h"
 
 namespace zobi::platform::bluez {
 namespace {
@@ -82,6 +86,24 @@ TEST_F(Doctor, TellsWhatTheMachineCannotDo) {
     EXPECT_EQ(troubles(), (Texts{"peripheral role: limited", "adapter: failed", "power: failed",
                                  "block switch: failed", "links: limited"}));
     EXPECT_TRUE(told["links"].starts_with("The service tells"));
+}
+
+TEST_F(Doctor, FindsTheSwitchOfBluetoothAloneThatBlocksMost) {
+    const std::string folder = ::testing::TempDir() + "block_switches" + std::to_string(::getpid());
+    const auto add = [&](const std::string& name, const char* type, int soft, int hard) {
+        std::filesystem::create_directories(folder + '/' + name);
+        std::ofstream(folder + '/' + name + "/type") << type << '\n';
+        std::ofstream(folder + '/' + name + "/soft") << soft << '\n';
+        std::ofstream(folder + '/' + name + "/hard") << hard << '\n';
+        return readBlockSwitches(folder);
+    };
+    EXPECT_EQ(add("rfkill0", "wlan", 1, 1), BlockSwitch::open);
+    EXPECT_EQ(add("power", "bluetooth", 1, 1), BlockSwitch::open);
+    EXPECT_EQ(add("rfkill1", "bluetooth", 0, 0), BlockSwitch::open);
+    EXPECT_EQ(add("rfkill2", "bluetooth", 0, 1), BlockSwitch::hard);
+    EXPECT_EQ(add("rfkill3", "bluetooth", 1, 0), BlockSwitch::hard);
+    EXPECT_EQ(add("rfkill2", "bluetooth", 0, 0), BlockSwitch::soft);
+    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

@@ -59,6 +59,7 @@ TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedFor) {
         service.removeAdapter(second);
         EXPECT_THAT(eventsIn(5), IsEmpty()) << "it was not in use here";
         EXPECT_EQ(watched.takeEvents().back(), "state 2") << name;
+        EXPECT_TRUE(machine.lines.back().ends_with(": bluetoothctl list")) << machine.lines.back();
     }
 }
 

@@ -55,7 +55,7 @@ TEST_P(BlueZRadio, OnlyWhatIsHeardIsASighting) {
     const Properties heardOnce{{"RSSI", std::int16_t{-40}}, {"ServiceData", beacon.serviceData}};
     signal(heardOnce, ":9.9");
     signal({{"Connected", false}, {"ServicesResolved", false}});
-    signal({{"Alias", "mine"}, {"Trusted", true}, {"UUIDs", beacon.uuids}});
+    signal({{"Name", "mine"}, {"Alias", "mine"}, {"Trusted", true}, {"UUIDs", beacon.uuids}});
     service.change(beacon.path(), deviceInterface, {}, {"RSSI"});
     service.change(firstAdapter, adapterInterface, {{"Discovering", false}});
     pass(5);
@@ -71,6 +71,13 @@ TEST_P(BlueZRadio, OnlyWhatIsHeardIsASighting) {
     const Events told = watched.takeEvents();
     EXPECT_THAT(told, Contains("morvane 180A:16 (null)")) << "127 is no strength";
     EXPECT_EQ(told.back(), "morvane 180A:16 -40") << "name and data came in two signals";
+    for (int i = 0; i < 4; ++i) {
+        signal(heardOnce);
+        pass(0.001);
+    }
+    EXPECT_THAT(watched.takeEvents(), SizeIs(2)) << "signals that come fast gather";
+    pass(0.025);
+    EXPECT_THAT(watched.takeEvents(), SizeIs(2));
 }
 
 TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
@@ -80,18 +87,28 @@ TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
     beacon.isInRange = false;
     const auto watched = watch(machine);
     const auto told = [&] {
-        pass(5);
+        pass(3);
         return watched.takeEvents();
     };
     const auto scanAnew = [&] { watched.central->scanForPeripheralsWithServicesOptions({}, {}); };
     told();
     const Properties heard{{"RSSI", std::int16_t{-50}}, {"ServiceData", beacon.serviceData}};
     scanAnew();
+    const std::string nameless = firstAdapter + "/dev_00_00_5E_00_53_0D";
+    Properties namelessHeard = heard;
+    namelessHeard.insert(namelessHeard.end(), {{"Address", "00:00:5E:00:53:0D"}, {"AddressType", "public"}});
+    service.addObject(nameless, {{deviceInterface, namelessHeard}});
+    EXPECT_THAT(told(), IsEmpty());
+    service.change(nameless, deviceInterface, {{"Name", "late"}});
+    EXPECT_THAT(told(), ElementsAre("late 180A:16 -50"));
     signal(heard);
     EXPECT_THAT(told(), ElementsAre("Beacon 7 180A:16 -50")) << "the service remembers it from the link";
     signal({{"Name", "morvane"}, {"RSSI", std::int16_t{-50}}});
     for (int i = 0; i < 3; ++i) signal(heard);
     EXPECT_THAT(told(), ElementsAre("morvane 180A:16 -50"));
+    for (const char* const name : {"another", "morvane"}) signal({{"Name", name}});
+    signal(heard);
+    EXPECT_THAT(told(), IsEmpty()) << "it was reported under the name that it had";
     linkByOther();
     scanAnew();
     signal(heard);

@@ -51,6 +51,8 @@ TEST_F(RunLoopTest, RepeatingTimersFireInTheirPhaseUpToTheVeryEnd) {
     EXPECT_EQ(now(), 0.9);
     time.jumpTo(std::chrono::milliseconds(100));
     EXPECT_EQ(now(), 0.9) << "time does not go back";
+    time.setTimeIntervalSince1970(5);
+    EXPECT_DOUBLE_EQ(time.timeIntervalSince1970(), 5);
 }
 
 TEST_F(RunLoopTest, TimersDueTogetherFireInTheOrderTheyWereScheduledAlsoWhenRepeated) {

@@ -188,6 +188,9 @@ TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
     central->stopScan();
     listener->sightings.clear();
     EXPECT_FALSE(bench->runUntil([&] { return !listener->sightings.empty(); }, RadioBench::aWhile));
+    scan();
+    const std::weak_ptr gone = std::exchange(listener, nullptr);
+    EXPECT_FALSE(bench->runUntil([&] { return !gone.expired(); }, RadioBench::aWhile));
 }
 
 TEST_P(RadioPromises, AMalformedPayloadCostsOneSightingAndAnotherExceptionLeavesTheLoop) {

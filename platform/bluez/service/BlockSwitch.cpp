@@ -15,7 +15,8 @@ std::string firstWordOf(const std::filesystem::path& file) {
     return word;
 }
 
-/// The one that is furthest from open among those in a folder, if they are for Bluetooth.
+}  // namespace
+
 BlockSwitch readBlockSwitches(const std::string& folder) {
     std::error_code unreadable;
     BlockSwitch found = BlockSwitch::open;
@@ -29,8 +30,6 @@ BlockSwitch readBlockSwitches(const std::string& folder) {
     }
     return found;
 }
-
-}  // namespace
 
 BlockSwitch readBlockSwitch(const std::string& adapter) {
     return readBlockSwitches("/sys/class/bluetooth/" + adapter);

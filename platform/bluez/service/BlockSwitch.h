@@ -18,6 +18,9 @@ enum class BlockSwitch : std::uint8_t {
 /// @param adapter "hci0", for example.
 BlockSwitch readBlockSwitch(const std::string& adapter);
 
+/// The one that is furthest from open among those in a folder, if they are for Bluetooth.
+BlockSwitch readBlockSwitches(const std::string& folder);
+
 /// The one of the machine itself, which may take the adapter off its bus.
 BlockSwitch readBlockSwitchOfMachine();
 
