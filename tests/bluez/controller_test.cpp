@@ -48,11 +48,15 @@ const DeviceAddress randomDevice{.bytes = device.bytes, .isRandom = true};
 const std::string addressBytes = "\x9C\x53\0\x5E\0\0"s;
 
 class Controller : public Test {
+public:
+    Controller() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()), 0); }
+    ~Controller() override { ::close(ends[1]); }
+    Controller(const Controller&) = delete;
+    Controller& operator=(const Controller&) = delete;
+
 protected:
     using Places = std::map<std::size_t, char>;
 
-    Controller() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()), 0); }
-    ~Controller() override { ::close(ends[1]); }
     void askForRSSI(const DeviceAddress& address) {
         channel->readRSSI(address, [this](auto rssi) { events += rssi ? std::to_string(*rssi) : "none"; });
     }
@@ -107,7 +111,7 @@ TEST_F(Controller, HasAnAddressThatIsReadFromItsTextAlone) {
 }
 
 TEST_F(Controller, IsClosedByTheOneWhoLetsGoOfIt) {
-    HCISocket(ends[0], 258, machine.runLoop());
+    std::make_shared<HCISocket>(ends[0], 258, machine.runLoop()).reset();
     EXPECT_EQ(received(), "") << "the end";
 }
 
