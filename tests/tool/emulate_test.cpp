@@ -20,6 +20,7 @@ namespace {
 
 using namespace zobi::platform;
 using ::testing::ElementsAre;
+using ::testing::StartsWith;
 
 class Emulate : public ::testing::Test {
 protected:
@@ -65,7 +66,7 @@ TEST_F(Emulate, ObeysTheLinesOfAScriptThatAreCommands) {
 /// A way to the radio that goes nowhere.
 struct DeafManager final : bluez::PeripheralManager {
     CBManagerState state() const override { return current; }
-    std::string advice() const override { return "advice"; }
+    std::string advice() const override { return "advice " + std::to_string(static_cast<int>(current)); }
     void startAdvertising(bluez::LocalAdvertisement /*advertisement*/) override { ++begun; }
     void stopAdvertising() override {}
     bool isAdvertising() const override { return false; }
@@ -98,14 +99,17 @@ TEST_F(Emulate, EndsLinksInALongSilenceAndWaitsForAServiceThatRestarts) {
 
     manager->current = CBManagerState::resetting;
     emulated->peripheralManagerDidUpdateState(*manager);
-    EXPECT_THAT(told, ElementsAre("silent", "silent", "advice"));
+    EXPECT_THAT(told, ElementsAre("silent", "silent", "advice 1"));
     EXPECT_EQ(emulated->failure(), "");
     manager->current = CBManagerState::poweredOff;
     emulated->peripheralManagerDidUpdateState(*manager);
-    EXPECT_EQ(emulated->failure(), "advice");
+    EXPECT_EQ(emulated->failure(), "advice 4");
     emulated->end([] {});
+    manager->current = CBManagerState::unsupported;
     emulated->peripheralManagerDidUpdateState(*manager);
-    EXPECT_EQ(told.size(), 3U) << "it ends, whatever the radio does";
+    EXPECT_EQ(emulated->failure(), "advice 4") << "it ends, whatever the radio does";
+    emulated->peripheralManagerDidStartAdvertising(*manager, nullptr);
+    EXPECT_THAT(told.back(), StartsWith("on the air as beacon "));
 }
 
 }  // namespace
