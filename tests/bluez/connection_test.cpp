@@ -206,11 +206,11 @@ TEST_P(BlueZRadio, ASecondRequestJoinsThePendingAttempt) {
 TEST_P(BlueZRadio, AttemptsTakeTurnsAndLeaveTimeToScan) {
     beacon.isInRange = true;
     std::vector<std::shared_ptr<CBPeripheral>> handles{sight()};
-    ScriptedDevice* last = nullptr;
+    std::vector<ScriptedDevice*> others;
     for (const char* const address : {"00:00:5E:00:53:21", "00:00:5E:00:53:22", "00:00:5E:00:53:23"}) {
-        last = &service.add(beacon);
-        last->address = address;
-        last->attempts = areSwallowed;
+        others.push_back(&service.add(beacon));
+        others.back()->address = address;
+        others.back()->attempts = areSwallowed;
         const auto isNew = [&] { return !std::ranges::count(handles, listener->sightings.back()); };
         ASSERT_TRUE(bench->runUntil(isNew));
         handles.push_back(listener->sightings.back());
@@ -235,7 +235,7 @@ TEST_P(BlueZRadio, AttemptsTakeTurnsAndLeaveTimeToScan) {
         ++turns[call];
     }
     EXPECT_THAT(turns, AllOf(SizeIs(3), Each(Pair(_, AllOf(Ge(3), Le(8))))));
-    last->attempts = succeed;
+    others.back()->attempts = succeed;
     EXPECT_TRUE(within(40, "connected")) << "whoever can be connected is";
     EXPECT_EQ(handles[3]->state(), CBPeripheralState::connected);
 }
