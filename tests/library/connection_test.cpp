@@ -293,16 +293,17 @@ TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
     const std::string axisY = "ZOKBeaconDidAccelerometerAxisYChangeNotification ";
     const std::string firmware = "ZOKBeaconFirmwareVersionNotification ";
     const std::string temperature = "ZOKBeaconDidTemperatureChangeNotification ";
+    const std::vector<std::uint8_t> noBytes;
     const std::vector<Row> rows{
         {"2A19", {{0xC8, 1}}, {"battery -56"}, {}},
-        {"2A19", {{}}, {"battery 0"}, {}},
+        {"2A19", noBytes, {"battery 0"}, {}},
         {"FFE1", {{1}}, {"button 0"}, {}},
         {"FFE1", {{3, 1}}, {"button 2"}, {}},
         {"FFE1", {{5}}, {"button 3"}, {}},
         {"FFE1", std::nullopt, {"button 3"}, {}},
         {"FFF2", {{0x01, 0x2C}}, {"temperature 300", temperature + "300"}, {}},
         {"FFF2", {{0x2C}}, {"temperature 44", temperature + "44"}, {}},
-        {"FFA3", {{}}, {axisY + "0"}, {"AxisY: 0"}},
+        {"FFA3", noBytes, {axisY + "0"}, {"AxisY: 0"}},
         {"FFA3", {{0xAA, 0x01, 0x02}}, {axisY + "258"}, {"AxisY: 258"}},
         {"FFA4", {{0x07}}, {"ZOKBeaconDidAccelerometerAxisZChangeNotification 7"}, {"AxisZ: 7"}},
         {modeUUID, {{0xFF, 0xFE}}, {"ZOKBeaconButtonModeNotification 65534"}, {"ButtonMode: 65534"}},

@@ -100,10 +100,12 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
     const auto peripheral = delegate->sightings.at(0);
     constexpr auto off = CBManagerState::poweredOff;
     constexpr auto on = CBManagerState::poweredOn;
-    using States = std::vector<CBManagerState>;
     // What is queued before the request, and after it.
-    for (const auto& [before, after] :
-         {std::pair<States, States>{{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}}) {
+    struct Case {
+        std::vector<CBManagerState> before;
+        std::vector<CBManagerState> after;
+    };
+    for (const auto& [before, after] : {Case{{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}}) {
         for (const auto state : before) platform.world().setRadioState(state);
         central->connectPeripheral(peripheral);
         for (const auto state : after) platform.world().setRadioState(state);
