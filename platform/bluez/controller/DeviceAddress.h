@@ -1,11 +1,11 @@
 #pragma once
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 
 namespace zobi::platform::bluez {
 
@@ -15,8 +15,11 @@ struct DeviceAddress {
     std::array<std::uint8_t, 6> bytes{};
     bool isRandom = false;
 
-    // NOLINTNEXTLINE(modernize-use-nullptr): the comparison that the compiler makes has a 0 in it
-    friend auto operator<=>(const DeviceAddress&, const DeviceAddress&) = default;
+    friend bool operator==(const DeviceAddress&, const DeviceAddress&) = default;
+    // libc++ 16 cannot compare arrays with <=>.
+    friend bool operator<(const DeviceAddress& left, const DeviceAddress& right) {
+        return std::tie(left.bytes, left.isRandom) < std::tie(right.bytes, right.isRandom);
+    }
 };
 
 /// Reads "00:00:5E:00:53:02". Nothing for any other text.
