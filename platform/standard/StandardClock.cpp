@@ -26,18 +26,22 @@ std::chrono::nanoseconds SystemTime::monotonicTime() const {
 }
 
 double VirtualTime::timeIntervalSince1970() const {
+    const std::lock_guard lock(mutex_);
     return wallTimeAtStart_ + inSeconds(monotonicTime_);
 }
 
 std::chrono::nanoseconds VirtualTime::monotonicTime() const {
+    const std::lock_guard lock(mutex_);
     return monotonicTime_;
 }
 
 void VirtualTime::jumpTo(std::chrono::nanoseconds moment) {
-    monotonicTime_ = std::max(monotonicTime_.load(), moment);
+    const std::lock_guard lock(mutex_);
+    monotonicTime_ = std::max(monotonicTime_, moment);
 }
 
 void VirtualTime::setTimeIntervalSince1970(double seconds) {
+    const std::lock_guard lock(mutex_);
     wallTimeAtStart_ = seconds - inSeconds(monotonicTime_);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "zobi/platform/Clock.h"
 #include "zobi/platform/Export.h"
@@ -35,9 +35,10 @@ public:
     void setTimeIntervalSince1970(double seconds);
 
 private:
-    // Atomic because clocks may be read from any thread.
-    std::atomic<std::chrono::nanoseconds> monotonicTime_{std::chrono::nanoseconds::zero()};
-    std::atomic<double> wallTimeAtStart_{defaultStart};
+    // Clocks may be read from any thread. Older ARM has no atomics of 8 bytes, hence a mutex.
+    mutable std::mutex mutex_;
+    std::chrono::nanoseconds monotonicTime_ = std::chrono::nanoseconds::zero();
+    double wallTimeAtStart_ = defaultStart;
 };
 
 }  // namespace zobi::platform
