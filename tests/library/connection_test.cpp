@@ -19,7 +19,7 @@ protected:
     ConnectionTest() {
         manager->setCentralManager(central);
         record->setPeripheral(peripheral);
-        platform.virtualTime()->setTimeIntervalSince1970(1'700'000'000.9);
+        platform.virtualTime()->setTimeIntervalSince1970(4'294'967'296.9);
         takeLog();
         takeEvents();
     }
@@ -133,7 +133,7 @@ TEST_F(ConnectionTest, NothingIsAskedOfAnAbsentRecordOrPeripheral) {
 TEST_F(ConnectionTest, ALinkThatIsUpIsStampedAndAskedForItsServices) {
     manager->addLiveBeacon(record);
     linkUp();
-    EXPECT_EQ(record->timestamp(), 1'700'000'000);
+    EXPECT_EQ(record->timestamp(), 4'294'967'296);
     const std::string request = "discover FFE0 180F " + configurationUUID + " 1802 FFA0 FFF0 180A";
     EXPECT_THAT(peripheral->takeCalls(), ElementsAre(request));
     EXPECT_THAT(takeLog(), IsEmpty());

@@ -48,7 +48,7 @@ const std::array<PayloadCase, 9> payloadCases{{
 }};
 
 TEST_F(PayloadTest, EveryLayoutIsDecodedAndLoggedInOneLine) {
-    platform.virtualTime()->setTimeIntervalSince1970(1'700'000'000.999);
+    platform.virtualTime()->setTimeIntervalSince1970(4'294'967'296.999);
     takeLog();
     for (const auto& [payload, expected] : payloadCases) {
         const auto record = decode(bytesOfHex(payload));
@@ -58,7 +58,7 @@ TEST_F(PayloadTest, EveryLayoutIsDecodedAndLoggedInOneLine) {
                                        record->temperature(), record->advertAction()}) {
             EXPECT_TRUE(number.kind() == NSNumber::Kind::int32 || !number.hasValue());
         }
-        EXPECT_EQ(record->timestamp(), 1'700'000'000);
+        EXPECT_EQ(record->timestamp(), 4'294'967'296);
         EXPECT_EQ(record->batteryLevel(), NSNumber());
     }
 }

@@ -173,9 +173,10 @@ TEST_F(RangingTest, TheReportIsASnapshotOfTheLiveRecordsEachSecond) {
 }
 
 TEST_F(RangingTest, ARecordExpiresJustAfter20SecondsAndNotBefore) {
-    setWallTime(1'700'000'020);
-    const auto stays = makeRecord(1, 1, 1'700'000'000);
-    const auto goes = makeRecord(300, 7, 1'699'999'999);
+    // Seconds in 31 bits end meanwhile.
+    setWallTime(2'147'483'660);
+    const auto stays = makeRecord(1, 1, 2'147'483'640);
+    const auto goes = makeRecord(300, 7, 2'147'483'639);
     const auto requested = makeRecord(1, 3, 0);
     const auto negative = makeRecord(1, 4, -5);
     const auto unnamed = std::make_shared<ZOKBeacon>();
@@ -184,10 +185,10 @@ TEST_F(RangingTest, ARecordExpiresJustAfter20SecondsAndNotBefore) {
     check();
     EXPECT_THAT(takeLog(),
                 ElementsAre("DeltaTime: 20.000000", "DeltaTime: 21.000000", "Beacon [300, 7] removed",
-                            "DeltaTime: 1700000020.000000", "DeltaTime: 1700000025.000000",
-                            "DeltaTime: 1700000019.000000", "Beacon [(null), (null)] removed"));
+                            "DeltaTime: 2147483660.000000", "DeltaTime: 2147483665.000000",
+                            "DeltaTime: 2147483659.000000", "Beacon [(null), (null)] removed"));
     EXPECT_THAT(manager->liveBeacons(), ElementsAre(stays, requested, negative));
-    setWallTime(1'700'000'020.000001);
+    setWallTime(2'147'483'660.000001);
     check();
     EXPECT_THAT(manager->liveBeacons(), ElementsAre(requested, negative));
 }

@@ -124,14 +124,14 @@ TEST(LogTest, ASinkMaySetAnother) {
 
 TEST(LogTest, PrintsOneLinePerEntryWhateverTheTextHolds) {
     VirtualTime time;
-    time.setTimeIntervalSince1970(1'704'067'200.25);
+    time.setTimeIntervalSince1970(4'294'967'296.25);
     StandardLog log(StandardLog::stderrSink(time));
     ::testing::internal::CaptureStderr();
     log.log("%@, reconnecting...", "two\nlines\x7F \xC3\xA9");
     log.setSink(nullptr);
     log.log("off");
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              "2024-01-01T00:00:00.250Z two\\x0Alines\\x7F \xC3\xA9, reconnecting...\n");
+              "2106-02-07T06:28:16.250Z two\\x0Alines\\x7F \xC3\xA9, reconnecting...\n");
 }
 
 }  // namespace
