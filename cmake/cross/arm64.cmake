@@ -1,0 +1,2 @@
+set(ZOBI_TRIPLET aarch64-linux-gnu)
+include("${CMAKE_CURRENT_LIST_DIR}/debian.cmake")
