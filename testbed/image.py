@@ -6,6 +6,7 @@
 The archives are of the kind that the kernel unpacks (cpio, "newc").
 """
 
+import fnmatch
 import glob
 import lzma
 import os
@@ -15,14 +16,19 @@ import subprocess
 import sys
 
 PROGRAMS = ("usr/libexec/bluetooth/bluetoothd", "usr/bin/bluetoothctl", "usr/bin/btmon", "usr/bin/btmgmt",
-            "usr/bin/dbus-daemon", "usr/bin/dbus-monitor", "usr/bin/dbus-send", "usr/bin/python3.11", "bin/busybox")
-# For programs that are brought along.
-LIBRARIES = ("libstdc++.so.6", "libgcc_s.so.1", "libm.so.6", "libsystemd.so.0")
-TYPELIBS = ("GLib-2.0", "GObject-2.0", "Gio-2.0", "GModule-2.0")
-FOLDERS = ("bin", "dev", "etc", "proc", "root", "run", "share", "sys", "tmp", "var/lib/bluetooth", "var/run")
-PYTHON_LEFT_OUT = ("test", "idlelib", "lib2to3", "tkinter", "turtledemo", "ensurepip", "distutils", "pydoc_data",
-                   "unittest", "sqlite3", "xmlrpc", "wsgiref", "multiprocessing", "asyncio", "email", "html",
-                   "config-3.11-x86_64-linux-gnu", "__pycache__")
+            "usr/bin/dbus-daemon", "usr/bin/dbus-monitor", "usr/bin/dbus-send", "usr/bin/busybox")
+LIBRARIES = "usr/lib/x86_64-linux-gnu"
+# What GObject's introspection opens by name, and the C library when a thread ends early.
+OPENED = ("libglib-2.0.so.0", "libgobject-2.0.so.0", "libgio-2.0.so.0", "libgmodule-2.0.so.0", "libgcc_s.so.1")
+LOADER = "ld-linux-x86-64.so.2"
+FOLDERS = ("dev", "etc", "proc", "root", "run", "share", "sys", "tmp", "usr/bin", "var/lib/bluetooth", "var/run")
+LINKS = {
+    "bin": "usr/bin",
+    "lib": "usr/lib",
+    "lib64": "usr/lib64",
+    f"usr/lib64/{LOADER}": f"../lib/x86_64-linux-gnu/{LOADER}",
+}
+PYTHON_LEFT_OUT = ("__pycache__", "config-*", "pydoc_data", "test")
 # The kernel loads them in this order, with those that they need before them.
 MODULES = ("virtio_pci", "virtio_rng", "9pnet_virtio", "9p", "af_alg", "algif_hash", "algif_skcipher", "cmac",
            "ecb", "ctr", "ccm", "bluetooth", "hci_vhci", "uhid")
@@ -77,13 +83,13 @@ class Packages:
     def __init__(self, root, archive):
         self.root = root
         self.archive = archive
-        self.loader = f"{root}/lib64/ld-linux-x86-64.so.2"
-        self.library_path = ":".join(f"{root}/{folder}" for folder in (
-            "lib/x86_64-linux-gnu", "usr/lib/x86_64-linux-gnu", "lib/x86_64-linux-gnu/systemd"))
+        # With its version: python3.11.
+        self.python = os.readlink(f"{root}/usr/bin/python3")
 
     def command(self, *words):
         """A program of the packages, run here with their libraries."""
-        return [self.loader, "--library-path", self.library_path, *words]
+        libraries = f"{self.root}/{LIBRARIES}"
+        return [f"{libraries}/{LOADER}", "--library-path", libraries, *words]
 
     def add(self, name):
         self.archive.copy(f"{self.root}/{name}", name)
@@ -94,15 +100,11 @@ class Packages:
         for line in listed.stdout.splitlines():
             path = line.partition("=> ")[2].partition(" (")[0]
             if path.startswith(self.root):
-                self.archive.copy(path, f"lib/x86_64-linux-gnu/{os.path.basename(path)}")
-
-    def add_library(self, name):
-        for path in glob.glob(f"{self.root}/**/x86_64-linux-gnu/{name}", recursive=True):
-            self.add_with_libraries(os.path.relpath(path, self.root))
+                self.add(os.path.relpath(path, self.root))
 
     def add_tree(self, folder, left_out=()):
         for path, folders, files in os.walk(f"{self.root}/{folder}"):
-            folders[:] = sorted(set(folders) - set(left_out))
+            folders[:] = sorted(name for name in folders if not any(fnmatch.fnmatch(name, it) for it in left_out))
             for file in sorted(files):
                 name = os.path.relpath(os.path.join(path, file), self.root)
                 if file.endswith(".so"):
@@ -112,25 +114,23 @@ class Packages:
 
     def add_python(self):
         # Read at each start of the machine, so it is compiled now.
-        for folder in ("python3.11", "python3/dist-packages"):
+        packages = "usr/lib/python3/dist-packages"
+        for folder in (f"usr/lib/{self.python}", packages):
             subprocess.run(self.command(
-                f"{self.root}/usr/bin/python3.11", "-m", "compileall", "-q", "-b", "--invalidation-mode",
-                "unchecked-hash", "-x", "/(test|lib2to3|distutils)/", "-s", self.root, f"{self.root}/usr/lib/{folder}"),
+                f"{self.root}/usr/bin/{self.python}", "-m", "compileall", "-q", "-b", "--invalidation-mode",
+                "unchecked-hash", "-x", "/test/", "-s", self.root, f"{self.root}/{folder}"),
                 env={"PYTHONHOME": f"{self.root}/usr"}, stdout=subprocess.DEVNULL, check=False)
-        self.add_tree("usr/lib/python3.11", PYTHON_LEFT_OUT)
+        self.add_with_libraries(f"usr/bin/{self.python}")
+        self.archive.link("usr/bin/python3", self.python)
+        self.add_tree(f"usr/lib/{self.python}", PYTHON_LEFT_OUT)
         for package in ("dbus", "gi"):
-            self.add_tree(f"usr/lib/python3/dist-packages/{package}", PYTHON_LEFT_OUT)
-        for path in glob.glob(f"{self.root}/usr/lib/python3/dist-packages/_dbus*.so"):
+            self.add_tree(f"{packages}/{package}", PYTHON_LEFT_OUT)
+        for path in glob.glob(f"{self.root}/{packages}/_dbus*.so"):
             self.add_with_libraries(os.path.relpath(path, self.root))
-        for name in TYPELIBS:
-            self.add(f"usr/lib/x86_64-linux-gnu/girepository-1.0/{name}.typelib")
-        # GObject's introspection opens these by name.
-        for library in ("libglib-2.0.so.0", "libgobject-2.0.so.0", "libgio-2.0.so.0", "libgmodule-2.0.so.0"):
-            self.add_library(library)
-        self.archive.link("usr/bin/python3", "python3.11")
+        self.add_tree(f"{LIBRARIES}/girepository-1.0")
 
     def add_modules(self, release):
-        subprocess.run(self.command("--argv0", "depmod", f"{self.root}/bin/kmod", "-b", self.root, release),
+        subprocess.run(self.command("--argv0", "depmod", f"{self.root}/usr/bin/kmod", "-b", self.root, release),
                        stderr=subprocess.DEVNULL, check=True)
         folder = f"{self.root}/lib/modules/{release}"
         needs = {}
@@ -152,13 +152,21 @@ class Packages:
             if name in paths:  # others are built into the kernel
                 add(paths[name])
         for path in order:
-            with (lzma.open if path.endswith(".xz") else open)(f"{folder}/{path}", "rb") as file:
-                self.archive.text(f"modules/{module_name(path)}", file.read())
+            with open(f"{folder}/{path}", "rb") as file:
+                self.archive.text(f"modules/{module_name(path)}", unpacked(file.read()))
         self.archive.text("modules/order", "".join(module_name(path) + "\n" for path in order).encode())
 
 
 def module_name(path):
-    return os.path.basename(path).removesuffix(".xz")
+    return os.path.basename(path).partition(".")[0]
+
+
+def unpacked(data):
+    if data.startswith(b"\xfd7zXZ"):
+        return lzma.LZMADecompressor().decompress(data)
+    if data.startswith(b"\x28\xb5\x2f\xfd"):
+        return subprocess.run(["zstd", "-dcq"], input=data, stdout=subprocess.PIPE, check=True).stdout
+    return data
 
 
 def unpacked_kernel(image):
@@ -166,38 +174,35 @@ def unpacked_kernel(image):
     setup_sectors = image[0x1F1]
     offset, length = struct.unpack_from("<II", image, 0x248)
     start = (setup_sectors + 1) * 512 + offset
-    payload = image[start:start + length]
-    if payload.startswith(b"\xfd7zXZ"):
-        return lzma.LZMADecompressor().decompress(payload)
-    try:
-        # Its last four bytes are the length of what is packed.
-        return subprocess.run(["zstd", "-dcq"], input=payload[:-4], capture_output=True, check=True).stdout
-    except (OSError, subprocess.CalledProcessError):
-        return image
+    # Its last four bytes are the length of what is packed.
+    payload = image[start:start + length - 4]
+    kernel = unpacked(payload)
+    return image if kernel is payload else kernel
 
 
 def make_base(root, folder):
-    (kernel,) = glob.glob(f"{root}/boot/vmlinuz-*")
+    (kernel,) = glob.glob(f"{root}/boot/vmlinuz-*") + glob.glob(f"{root}/usr/lib/modules/*/vmlinuz")
     with open(kernel, "rb") as file, open(f"{folder}/kernel", "wb") as out:
         out.write(unpacked_kernel(file.read()))
     with Archive(f"{folder}/packages.cpio") as archive:
         packages = Packages(root, archive)
         for name in FOLDERS:
             archive.folder(name)
+        for name, target in LINKS.items():
+            archive.link(name, target)
         for name, text in TEXTS.items():
             archive.text(name, text.encode())
-        archive.link("lib64/ld-linux-x86-64.so.2", "/lib/x86_64-linux-gnu/ld-linux-x86-64.so.2")
-        archive.copy(packages.loader, "lib/x86_64-linux-gnu/ld-linux-x86-64.so.2")
-        archive.link("bin/sh", "busybox")
+        packages.add(f"{LIBRARIES}/{LOADER}")
         for name in PROGRAMS:
             packages.add_with_libraries(name)
-        for name in LIBRARIES:
-            packages.add_library(name)
+        for name in OPENED:
+            packages.add_with_libraries(f"{LIBRARIES}/{name}")
         for name in ("etc/bluetooth", "etc/dbus-1/system.d", "usr/share/dbus-1"):
             # Nothing but the test bed starts the service.
             packages.add_tree(name, ("services", "system-services"))
         packages.add_python()
-        packages.add_modules(os.path.basename(kernel).removeprefix("vmlinuz-"))
+        (release,) = os.listdir(f"{root}/usr/lib/modules")
+        packages.add_modules(release)
 
 
 def make_own(air, guest, path):
