@@ -158,7 +158,7 @@ class Packages:
 
 
 def module_name(path):
-    return os.path.basename(path).partition(".")[0]
+    return os.path.basename(path).partition(".")[0] + ".ko"
 
 
 def unpacked(data):
