@@ -23,7 +23,7 @@ def listen(part):
     return listener
 
 
-def ask(part, line, timeout=60):
+def ask(part, line, timeout=600):
     """The text of the answer."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as connection:
         connection.settimeout(timeout)
