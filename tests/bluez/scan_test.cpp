@@ -44,6 +44,19 @@ TEST_P(BlueZRadio, AsksTheServiceForWhatTheScanNeedsAndFiltersAgain) {
     EXPECT_GT(sightingsIn(5), 8U) << "both";
 }
 
+TEST_P(BlueZRadio, AScanStartsThoughTheServiceBelievesThatTheLastOneRuns) {
+    beacon.isInRange = true;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_NE(sight(), nullptr);
+        central->stopScan();
+        pass(1);
+        const auto other = watch(machine);
+        other.central->scanForPeripheralsWithServicesOptions(std::array{CBUUID::UUIDWithString("1320")}, {});
+        pass(3);
+        EXPECT_THAT(other.takeEvents(), Contains("morvane 180A:16 -60"));
+    }
+}
+
 TEST_P(BlueZRadio, OnlyWhatIsHeardIsASighting) {
     beacon.isInRange = true;
     sight();

@@ -100,8 +100,9 @@ TEST_P(LibraryOverRadio, APowerCycleEndsLinksAndRangingGoesOn) {
                 ElementsAre("state 4", "disconnected error 5", "ZOKBeaconDidDisconnectNotification"));
     bench->setRadioPower(true);
     ASSERT_TRUE(heard("state 5"));
-    beacon->setTimestamp(1);
-    ASSERT_TRUE(bench->runUntil([&] { return beacon->timestamp() > 1; })) << "it is heard again";
+    // A record with this one stays live, however late the first report comes.
+    beacon->setTimestamp(0);
+    ASSERT_TRUE(bench->runUntil([&] { return beacon->timestamp() > 0; })) << "it is heard again";
     manager->connectBeacon(beacon);
     ASSERT_TRUE(heard("connection complete"));
 }

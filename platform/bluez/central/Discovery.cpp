@@ -1,8 +1,10 @@
 #include "platform/bluez/central/Discovery.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdint>
+#include <random>
 #include <utility>
 
 namespace zobi::platform::bluez {
@@ -15,12 +17,18 @@ constexpr double stopDeadline = 1;
 // The service refuses while another attempt or another client keeps the controller busy.
 constexpr double retryDelay = 0.5;
 
-// Thresholds below what any controller reports. That there is one makes every version of the service report
-// the signal strength of each advertisement, changed or not. It differs from one filter to the next: a
-// service that was stopped while it began its own scan anew takes an equal filter for one that still runs,
-// and does not scan.
+// Thresholds below what any receiver hears. Later versions of the service report an unchanged signal strength
+// only if the filter of a client has a threshold.
 constexpr int lowestThreshold = -127;
 constexpr unsigned thresholds = 16;
+
+/// A threshold unlike that of the last filter: if the last scan was stopped, or its program ended, while
+/// BlueZ restarted it, BlueZ believes that it still runs, and does not start one with an equal filter. Random
+/// at first, as the last filter may have been one of another program.
+std::int16_t nextThreshold() {
+    static std::atomic<unsigned> count = std::random_device{}();
+    return static_cast<std::int16_t>(lowestThreshold + static_cast<int>(++count % thresholds));
+}
 
 /// The form in which the service compares UUIDs.
 std::string fullText(const CBUUID& uuid) {
@@ -88,9 +96,7 @@ void Discovery::advance() {
 }
 
 void Discovery::setFilter() {
-    threshold_ = (threshold_ + 1) % thresholds;
-    const auto anySignal = static_cast<std::int16_t>(lowestThreshold + static_cast<int>(threshold_));
-    Properties filter{{"Transport", "le"}, {"DuplicateData", true}, {"RSSI", anySignal}};
+    Properties filter{{"Transport", "le"}, {"DuplicateData", true}, {"RSSI", nextThreshold()}};
     if (!services_.empty()) {
         std::vector<std::string> texts;
         for (const CBUUID& service : services_) texts.push_back(fullText(service));

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -56,8 +55,6 @@ private:
     bool isStale_ = false;
     bool isFilterSet_ = false;
     std::vector<CBUUID> services_;
-    // Random at first, as the last filter may have been one of another process.
-    unsigned threshold_ = std::random_device{}();
     std::function<void()> whenStopped_;
     TimedCall call_;
     std::shared_ptr<NSTimer> retry_;

@@ -45,8 +45,7 @@ struct ScriptedClient {
     /// The path of the adapter.
     std::string discovers = {};
     Properties filter = {};
-    Properties startedFilter = {};
-    /// Its filter was the last one's, which a service that was stopped at the wrong moment believes to run.
+    /// Its filter was that of the last scan, which the service believes to run.
     bool isDeaf = false;
     /// The paths of characteristics.
     std::set<std::string> subscriptions = {};

@@ -73,11 +73,9 @@ void ScriptedService::crash() {
     tree_.clear();
     for (auto& device : devices_) device.link = nullptr;
     for (Client& client : clients_) {
-        client = {.name = client.name,
-                  .bus = client.bus,
-                  .rules = client.rules,
-                  .startedFilter = client.startedFilter};
+        client = {.name = client.name, .bus = client.bus, .rules = client.rules};
     }
+    scanFilter_.clear();
     changeOwner(false);
 }
 
@@ -189,6 +187,7 @@ void ScriptedService::setPowered(bool isOn, const std::string& adapter) {
         client.discovers.clear();
         client.filter.clear();
     }
+    scanFilter_.clear();
     change(adapter, adapterInterface, {{"Powered", false}, {"Discovering", false}});
 }
 
@@ -207,8 +206,10 @@ void ScriptedService::startDiscovery(Client& client, const Call& call) {
     const std::string adapter(call->incoming.path);
     if (!isPowered(adapter)) return fail(call, "Resource Not Ready", "NotReady");
     if (!client.discovers.empty()) return fail(call, "Operation already in progress", "InProgress");
+    // As if each scan were stopped at the moment when the service restarts it.
+    client.isDeaf = !isDiscovering(adapter) && client.filter == scanFilter_;
     client.discovers = adapter;
-    client.isDeaf = client.filter == std::exchange(client.startedFilter, client.filter);
+    scanFilter_ = client.filter;
     reply(call);
     change(adapter, adapterInterface, {{"Discovering", true}});
 }

@@ -164,6 +164,8 @@ private:
     const Clock& clock_;
     std::map<std::string, Interfaces> tree_;
     std::list<ScriptedDevice> devices_;
+    /// Of the last scan, whichever client's.
+    Properties scanFilter_;
 };
 
 }  // namespace zobi::platform::bluez
