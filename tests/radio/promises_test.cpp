@@ -184,7 +184,7 @@ TEST_P(RadioPromises, AScanReportsWhatItIsAskedFor) {
     };
     EXPECT_EQ(sightings(unknown, true), 0U);
     EXPECT_EQ(sightings(zobi::platform::CBUUID::UUIDWithString("1320"), false), 1U);
-    EXPECT_EQ(sightings(zobi::platform::CBUUID::UUIDWithString("1320"), true), 2U);
+    EXPECT_GE(sightings(zobi::platform::CBUUID::UUIDWithString("1320"), true), 2U);
     central->stopScan();
     listener->sightings.clear();
     EXPECT_FALSE(bench->runUntil([&] { return !listener->sightings.empty(); }, RadioBench::aWhile));
