@@ -17,8 +17,8 @@ constexpr double stopDeadline = 1;
 // The service refuses while another attempt or another client keeps the controller busy.
 constexpr double retryDelay = 0.5;
 
-// Thresholds below what any receiver hears. Later versions of the service report an unchanged signal strength
-// only if the filter of a client has a threshold.
+// Thresholds below what any receiver hears. BlueZ after 5.87 reports an unchanged signal strength only if the
+// filter of a client has a threshold. The price: the kernel then drops advertisements of unknown strength.
 constexpr int lowestThreshold = -127;
 constexpr unsigned thresholds = 16;
 
