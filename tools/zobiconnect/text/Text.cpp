@@ -3,8 +3,25 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <locale>
+#include <sstream>
 
 namespace zobi::tool {
+
+// By a stream, as std::from_chars reads no double in libc++ before version 20. A stream reads more than that
+// does: a leading +, and in libc++ also hexadecimal digits and words.
+std::optional<double> numberIn(std::string_view text, double smallest, double largest) {
+    if (text.starts_with('+') || text.find_first_not_of("0123456789+-.eE") != std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::istringstream stream{std::string(text)};
+    stream.imbue(std::locale::classic());
+    double number = 0;
+    stream >> number;
+    const bool isNumber = stream && stream.peek() == std::istringstream::traits_type::eof() &&
+                          number >= smallest && number <= largest;
+    return isNumber ? std::optional(number) : std::nullopt;
+}
 
 std::string numberText(double number) {
     // As many digits as any number of a user's has, and no exponent up to that many.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <charconv>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,7 +17,8 @@
 namespace zobi::tool {
 
 /// The number that is the whole text, if it is one in these bounds.
-template <typename Number>
+std::optional<double> numberIn(std::string_view text, double smallest, double largest);
+template <std::integral Number>
 std::optional<Number> numberIn(std::string_view text, Number smallest, Number largest) {
     Number number{};
     const char* const end = text.data() + text.size();
