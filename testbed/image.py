@@ -118,7 +118,7 @@ class Packages:
         for folder in (f"usr/lib/{self.python}", packages):
             subprocess.run(self.command(
                 f"{self.root}/usr/bin/{self.python}", "-m", "compileall", "-q", "-b", "--invalidation-mode",
-                "unchecked-hash", "-x", "/test/", "-s", self.root, f"{self.root}/{folder}"),
+                "unchecked-hash", "-x", "/python3[^/]*/test/", "-s", self.root, f"{self.root}/{folder}"),
                 env={"PYTHONHOME": f"{self.root}/usr"}, stdout=subprocess.DEVNULL, check=False)
         self.add_with_libraries(f"usr/bin/{self.python}")
         self.archive.link("usr/bin/python3", self.python)

@@ -18,6 +18,7 @@ namespace zobi::tool {
 
 /// The number that is the whole text, if it is one in these bounds.
 std::optional<double> numberIn(std::string_view text, double smallest, double largest);
+/// The same for integers, in decimal digits.
 template <std::integral Number>
 std::optional<Number> numberIn(std::string_view text, Number smallest, Number largest) {
     Number number{};
