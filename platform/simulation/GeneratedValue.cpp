@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/simulation/UniformInteger.h"
+
 namespace zobi::platform::simulation {
 
 namespace {
@@ -24,7 +26,7 @@ GeneratedValue driftingValue(double interval, std::uint16_t smallest, std::uint1
                              std::uint16_t step) {
     checkBounds(smallest, largest);
     return {interval, [=, current = (smallest + largest) / 2](std::minstd_rand& random) mutable {
-                const int drift = std::uniform_int_distribution<int>(-step, step)(random);
+                const int drift = uniformInteger(random, -step, step);
                 const int now = std::exchange(current, std::clamp<int>(current + drift, smallest, largest));
                 return bigEndian(now);
             }};
@@ -44,7 +46,8 @@ GeneratedValue swingingValue(double interval, std::uint16_t smallest, std::uint1
 GeneratedValue pickedValue(double interval, std::vector<std::vector<std::uint8_t>> values) {
     if (values.empty()) throw std::invalid_argument("there is no value to pick");
     return {interval, [values = std::move(values)](std::minstd_rand& random) {
-                return values[std::uniform_int_distribution<std::size_t>(0, values.size() - 1)(random)];
+                const int last = static_cast<int>(values.size()) - 1;
+                return values[static_cast<std::size_t>(uniformInteger(random, 0, last))];
             }};
 }
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/simulation/UniformInteger.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform::simulation {
@@ -93,9 +94,8 @@ void SimulatedDevice::sendOnce(std::vector<ServiceData> serviceData) {
 }
 
 int SimulatedDevice::nextSignalReading() {
-    std::uniform_int_distribution<int> deviation(-description_.signalStrengthSpread,
-                                                 description_.signalStrengthSpread);
-    return description_.signalStrength + deviation(random_);
+    const int spread = description_.signalStrengthSpread;
+    return description_.signalStrength + uniformInteger(random_, -spread, spread);
 }
 
 void SimulatedDevice::endLink(std::optional<NSError> error) {

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
+#include "platform/simulation/UniformInteger.h"
 
 namespace zobi::tool {
 
@@ -22,7 +23,7 @@ public:
     }
 
     int integer(int smallest, int largest) {
-        return std::uniform_int_distribution(smallest, largest)(random_);
+        return platform::simulation::uniformInteger(random_, smallest, largest);
     }
 
     /// To the tenth of a second.
