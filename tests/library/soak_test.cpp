@@ -351,9 +351,9 @@ TEST_F(SoakTest, LinksComeAndGoForALongTime) {
          {counts.links, counts.lost, counts.failures, counts.requests, counts.cutOff, counts.notifications}) {
         EXPECT_GT(count, ZOBI_SOAK_SECONDS / 100);
     }
-    // In less time not every beacon has been through everything once.
+    // In less than half a day not every beacon has been through everything once.
     if (ZOBI_SOAK_SECONDS < secondsOfADay) return;
-    EXPECT_NEAR(heapInUse.back(), heapInUse.front(), 64 * 1024);
+    EXPECT_NEAR(heapInUse.back(), heapInUse.at(4), 32 * 1024);
 }
 
 }  // namespace
