@@ -67,8 +67,9 @@ EmulateControls::EmulateControls(platform::RunLoop& runLoop, SimulatedBeacon& be
         watchInput();
         return;
     }
-    if (hasKeys()) tellKeys();
     followTerminal();
+    // Only now, as a key that is pressed in answer would be shown.
+    if (hasKeys()) tellKeys();
     terminalTimer_ = runLoop_.every(terminalInterval, [this] { followTerminal(); });
 }
 
