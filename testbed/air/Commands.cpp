@@ -118,6 +118,12 @@ const std::map<std::string, Command> commands{
           Radio& radio = arguments.controller(air).radio;
           radio.isSilent = arguments.isOn();
       }}},
+    {"plugged",
+     {2,
+      [](Arguments& arguments, Air& air, std::string&) {
+          Radio& radio = arguments.controller(air).radio;
+          radio.isPlugged = arguments.isOn();
+      }}},
     {"acl", {1, [](Arguments& arguments, Air& air, std::string&) { air.isDataCarried = arguments.isOn(); }}},
     {"lose",
      {2,

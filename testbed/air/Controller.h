@@ -49,6 +49,8 @@ struct Radio {
     /// How its next attempt to connect fails.
     std::optional<std::uint8_t> attemptError;
     DuplicateFilter duplicateFilter = DuplicateFilter::none;
+    /// Whether its machine has it.
+    bool isPlugged = true;
 };
 
 /// In units of 1.25 ms, events and 10 ms.
@@ -90,6 +92,8 @@ public:
 
     /// A packet from the host, its type first.
     void receive(std::span<const std::uint8_t> packet);
+    /// As after its power came on.
+    void reset();
 
     // For the air.
 
@@ -153,7 +157,6 @@ private:
 
     void receiveCommand(std::uint16_t opcode, Reader parameters);
     void sendData(std::span<const std::uint8_t> packet);
-    void reset();
     void createConnection(std::uint16_t opcode, Reader parameters);
     void cancelConnection(std::uint16_t opcode);
     void disconnect(std::uint16_t opcode, std::uint8_t reason);

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <vector>
 
 #include "Air.h"
@@ -81,23 +82,56 @@ int millisecondsUntil(Time due) {
     return static_cast<int>(std::clamp<long long>(wait, 0, 60000));
 }
 
+/// The controllers that the machine has.
+class Devices {
+public:
+    Devices() {
+        for (auto& device : devices_) device.emplace();
+    }
+
+    void send(std::size_t number, const Bytes& packet) const {
+        if (devices_[number]) devices_[number]->send(packet);
+    }
+    const std::optional<VirtualDevice>& at(std::size_t number) const { return devices_[number]; }
+    /// Plugs in or unplugs what is to be.
+    void update(Air& air) {
+        for (std::size_t number = 0; number < devices_.size(); ++number) {
+            auto& device = devices_[number];
+            Controller& controller = air.controller(number);
+            if (device.has_value() == controller.radio.isPlugged) continue;
+            controller.reset();
+            if (device) {
+                device.reset();
+            } else {
+                device.emplace();
+            }
+        }
+    }
+
+private:
+    std::array<std::optional<VirtualDevice>, 2> devices_;
+};
+
 [[noreturn]] void run(const char* path) {
-    const std::array<VirtualDevice, 2> devices;
-    Air air([&](const Bytes& packet) { devices[0].send(packet); },
-            [&](const Bytes& packet) { devices[1].send(packet); });
+    Devices devices;
+    Air air([&](const Bytes& packet) { devices.send(0, packet); },
+            [&](const Bytes& packet) { devices.send(1, packet); });
+    constexpr int none = -1;  // which poll() passes over
+    const auto descriptorOf = [&](std::size_t number) {
+        return devices.at(number) ? devices.at(number)->descriptor() : none;
+    };
     const Descriptor listener = listenAt(path);
     std::vector<Descriptor> clients;
     log("on the air");
     while (true) {
         air.run(Clock::now());
-        std::vector<pollfd> watched{{devices[0].descriptor(), POLLIN, 0},
-                                    {devices[1].descriptor(), POLLIN, 0},
-                                    {listener.get(), POLLIN, 0}};
+        std::vector<pollfd> watched{
+            {descriptorOf(0), POLLIN, 0}, {descriptorOf(1), POLLIN, 0}, {listener.get(), POLLIN, 0}};
         for (const Descriptor& client : clients) watched.push_back({client.get(), POLLIN, 0});
         ::poll(watched.data(), watched.size(), millisecondsUntil(air.due()));
 
         for (const std::size_t number : {0U, 1U}) {
-            if (watched[number].revents != 0) air.controller(number).receive(devices[number].read());
+            if (watched[number].revents != 0) air.controller(number).receive(devices.at(number)->read());
         }
         for (std::size_t i = clients.size(); i-- > 0;) {
             if (watched[i + 3].revents != 0 && !serve(clients[i], air)) {
@@ -107,6 +141,7 @@ int millisecondsUntil(Time due) {
         if (watched[2].revents != 0) {
             clients.emplace_back(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC), "accept");
         }
+        devices.update(air);
     }
 }
 
