@@ -1,88 +1,16 @@
 // The suite over the radio of Linux, with the real Bluetooth service and kernel: in the virtual machine of
 // testbed/, where scripts/test-radio runs it. What only this radio can do wrong is tested at the end.
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
 #include "LibraryOverRadio.h"
 #include "RadioTest.h"
-#include "zobi/platform/bluez/BlueZPlatform.h"
+#include "StackBench.h"
 
 namespace {
 
 using namespace zobi::platform;
-
-/// Asks a part of the test bed, which answers when it is done.
-std::string ask(const std::string& part, const std::string& line) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    ("/run/testbed/" + part).copy(address.sun_path, sizeof address.sun_path - 1);
-    std::array<char, 1024> answer{};
-    const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    ssize_t size = -1;
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        ::send(socket, line.data(), line.size(), MSG_NOSIGNAL) >= 0) {
-        size = ::recv(socket, answer.data(), answer.size(), 0);
-    }
-    ::close(socket);
-    const std::string text(answer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    if (!text.starts_with("ok")) throw std::runtime_error(part + ": " + line + ": " + text);
-    return text.substr(std::min<std::size_t>(text.size(), 3));
-}
-
-class StackBench final : public RadioBench {
-public:
-    /// How the controller filters what it heard already.
-    explicit StackBench(const std::string& duplicateFilter = "none") {
-        ask("air", "dedup 0 " + duplicateFilter);
-    }
-
-    Platform& platform() override { return platform_; }
-    void beaconComesIntoRange() override { ask("air", "silent 1 off"); }
-    void beaconFallsSilent() override {
-        ask("stack", "settle");
-        ask("air", "silent 1 on");
-    }
-    void beaconEndsLink() override { ask("beacon", "drop"); }
-    bool makeAttemptsFail(bool fail) override {
-        ask("air", fail ? "estfail 0 1000000" : "estfail 0 0");
-        return true;
-    }
-    void setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) override {
-        std::string line = "set " + characteristic.UUIDString() + ' ';
-        for (const unsigned byte : value) {
-            std::array<char, 3> digits{};
-            std::snprintf(digits.data(), digits.size(), "%02X", byte);
-            line += digits.data();
-        }
-        ask("beacon", line);
-    }
-    std::vector<std::uint8_t> value(const CBUUID& characteristic) override {
-        const std::string digits = ask("beacon", "get " + characteristic.UUIDString());
-        std::vector<std::uint8_t> value;
-        for (std::size_t i = 0; i < digits.size(); i += 2) {
-            value.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-        }
-        return value;
-    }
-    void setRadioPower(bool isOn) override { ask("stack", isOn ? "power 0 on" : "power 0 off"); }
-
-private:
-    static std::string testName() {
-        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
-        return std::string(test->test_suite_name()) + '.' + test->name();
-    }
-
-    // Nothing of the test before is left when the platform is made.
-    const std::string fresh_ = ask("stack", "fresh " + testName());
-    bluez::BlueZPlatform platform_{{.adapter = "hci0"}};
-};
 
 const auto stackRadio =
     ::testing::Values(RadioUnderTest{"Stack", [] { return std::make_unique<StackBench>(); }});
