@@ -114,7 +114,7 @@ void settle(ScriptedPlatform& machine) {
 
 /// Touches everything that it is told.
 struct Witness final : BlueZServiceDelegate {
-    void serviceDidChangeAvailability() override {}
+    void serviceDidChangeCondition() override {}
     void deviceDidAppear(const Device& device) override { touch(device.name); }
     void deviceDidChange(const Device& device, const DeviceChange& change) override {
         std::string end = textOf(device.address);
@@ -151,7 +151,7 @@ public:
         machine_.service.scripts.clear();
         machine_.service.calls.clear();
         beginLife();
-        while (service_->availability() != Availability::poweredOn) machine_.runLoop().processPending();
+        while (!service_->isPoweredOn()) machine_.runLoop().processPending();
     }
 
     /// Begins a new life of the service, which lists these objects.

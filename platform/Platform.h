@@ -7,6 +7,7 @@
 #include "zobi/platform/Export.h"
 #include "zobi/platform/Log.h"
 #include "zobi/platform/NSNotificationCenter.h"
+#include "zobi/platform/RadioCondition.h"
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/UIApplication.h"
 
@@ -26,6 +27,10 @@ public:
     /// main queue. Safe from any thread.
     virtual std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) = 0;
+
+    /// Whether the radio can be used, and if not, why, as the central managers found it last; unknown before
+    /// the first has. `RadioConditionDidChangeNotification` tells of changes. Main thread only.
+    virtual RadioCondition radioCondition() const = 0;
 
     /// The state of the application.
     virtual UIApplication& application() = 0;

@@ -14,7 +14,8 @@ BlueZPlatform::BlueZPlatform(BlueZOptions options)
       context_(new RadioContext{
           runLoop(), clock(), log(), &Bus::overSystemBus,
           [this](const std::string& adapter) { return openControllerChannel(adapter, runLoop()); },
-          std::move(options.adapter)}) {}
+          std::move(options.adapter),
+          [this](const RadioCondition& condition) { setRadioCondition(condition); }}) {}
 
 BlueZPlatform::~BlueZPlatform() {
     shutDown();

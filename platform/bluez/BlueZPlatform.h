@@ -25,8 +25,9 @@ struct BlueZOptions {
 ///     const auto central = platform.makeCentralManager(delegate);
 ///     platform.runLoop().run();
 ///
-/// If the radio cannot be used, its central managers report a state other than powered on, and a line of the
-/// log says why and what a user can do about it. BlueZ and the adapter may come and go at any time.
+/// If the radio cannot be used, its central managers report a state other than powered on, and
+/// `radioCondition` and a line of the log say why and what a user can do about it. BlueZ and the adapter may
+/// come and go at any time.
 ///
 /// While it connects to a device, the scan pauses for up to 4 s. A link that the application ends takes 2 s
 /// to end. A link belongs to the machine: who ends it, for example another program or another central manager

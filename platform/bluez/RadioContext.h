@@ -9,6 +9,7 @@
 #include "zobi/platform/Clock.h"
 #include "zobi/platform/Log.h"
 #include "zobi/platform/NSTimer.h"
+#include "zobi/platform/RadioCondition.h"
 #include "zobi/platform/RunLoop.h"
 
 namespace zobi::platform::bluez {
@@ -25,6 +26,8 @@ struct RadioContext {
     std::function<std::shared_ptr<ControllerChannel>(const std::string& adapter)> openChannel;
     /// Which adapter is used: its name or its address; empty for any.
     std::string adapter;
+    /// Told whether the radio can be used, and if not, why.
+    std::function<void(const RadioCondition&)> setCondition = [](const RadioCondition& /*condition*/) {};
 
     /// Calls an action of `object` once, so many seconds from now, if the object lives then.
     template <typename Object>

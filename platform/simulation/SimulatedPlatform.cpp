@@ -5,7 +5,10 @@
 namespace zobi::platform::simulation {
 
 SimulatedPlatform::SimulatedPlatform(Time time, std::uint64_t seed, std::unique_ptr<Waiting> waiting)
-    : StandardPlatform(time, std::move(waiting)), world_(runLoop(), seed) {}
+    : StandardPlatform(time, std::move(waiting)), world_(runLoop(), seed) {
+    world_.setRadioObserver(
+        [this](CBManagerState state) { setRadioCondition(RadioCondition::ofState(state)); });
+}
 
 SimulatedPlatform::~SimulatedPlatform() {
     shutDown();

@@ -28,6 +28,12 @@ void World::setRadioState(CBManagerState state) {
             if (const auto central = listening.lock()) central->enterState(state);
         });
     }
+    radioObserver_(state);
+}
+
+void World::setRadioObserver(std::function<void(CBManagerState)> observer) {
+    radioObserver_ = std::move(observer);
+    radioObserver_(radioState_);
 }
 
 std::shared_ptr<CBCentralManager> World::makeCentralManager(

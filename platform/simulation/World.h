@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -56,6 +57,9 @@ public:
     /// Setting the same state again does nothing.
     void setRadioState(CBManagerState state);
 
+    /// Calls `observer` with the state of the radio, now and whenever it is changed.
+    void setRadioObserver(std::function<void(CBManagerState)> observer);
+
     /// Makes a central manager. From a task on the main queue it reports the state of the radio, and receives
     /// the advertisements from then on.
     /// @param log its log; must outlive every call.
@@ -71,6 +75,7 @@ private:
     RunLoop& runLoop_;
     std::uint64_t seed_;
     CBManagerState radioState_ = CBManagerState::poweredOn;
+    std::function<void(CBManagerState)> radioObserver_ = [](CBManagerState /*state*/) {};
     std::vector<std::weak_ptr<SimulatedCentral>> centrals_;
     std::vector<std::shared_ptr<SimulatedDevice>> devices_;
     // Weakly held by tasks, which may come after the world.

@@ -16,6 +16,10 @@ std::shared_ptr<CBCentralManager> ForwardingPlatform::makeCentralManager(
     return wrapped_.makeCentralManager(std::move(delegate));
 }
 
+RadioCondition ForwardingPlatform::radioCondition() const {
+    return wrapped_.radioCondition();
+}
+
 UIApplication& ForwardingPlatform::application() {
     return wrapped_.application();
 }

@@ -30,6 +30,7 @@ public:
 
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override;
+    RadioCondition radioCondition() const override;
     UIApplication& application() override;
     NSNotificationCenter& notificationCenter() override;
     RunLoop& runLoop() override;

@@ -42,8 +42,24 @@ StandardPlatform::~StandardPlatform() {
 std::shared_ptr<CBCentralManager> StandardPlatform::makeCentralManager(
     std::weak_ptr<CBCentralManagerDelegate> delegate) {
     auto central = std::make_shared<UnsupportedCentral>();
-    runLoop_.dispatchAsync([central, delegate = std::move(delegate)] { central->reportState(delegate); });
+    runLoop_.dispatchAsync([this, central, delegate = std::move(delegate)] {
+        setRadioCondition(RadioCondition::ofState(CBManagerState::unsupported));
+        central->reportState(delegate);
+    });
     return central;
+}
+
+RadioCondition StandardPlatform::radioCondition() const {
+    return radioCondition_;
+}
+
+void StandardPlatform::setRadioCondition(RadioCondition condition) {
+    if (condition == radioCondition_) return;
+    radioCondition_ = std::move(condition);
+    runLoop_.dispatchAsync([this] {
+        notificationCenter_.postNotificationNameObjectUserInfo(RadioConditionDidChangeNotification, nullptr,
+                                                               {});
+    });
 }
 
 StandardApplication& StandardPlatform::application() {

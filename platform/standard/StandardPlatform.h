@@ -36,11 +36,16 @@ public:
 
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override;
+    RadioCondition radioCondition() const override;
     StandardApplication& application() override;
     StandardNotificationCenter& notificationCenter() override;
     StandardRunLoop& runLoop() override;
     Clock& clock() override;
     StandardLog& log() override;
+
+    /// The radio has this condition now, which its port tells before the state that comes of it; the change
+    /// is posted from a task of its own. Setting the same condition again does nothing.
+    void setRadioCondition(RadioCondition condition);
 
     /// The virtual clock; null in real time.
     VirtualTime* virtualTime();
@@ -56,6 +61,7 @@ private:
     StandardRunLoop runLoop_;
     StandardNotificationCenter notificationCenter_;
     StandardApplication application_;
+    RadioCondition radioCondition_;
 };
 
 }  // namespace zobi::platform

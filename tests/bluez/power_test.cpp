@@ -5,13 +5,23 @@
 #include <set>
 
 #include "BlueZRadio.h"
+#include "platform/bluez/diagnosis/Examination.h"
 
 namespace zobi::platform::bluez {
 namespace {
 
 using namespace ::testing;
 
-TEST_P(BlueZRadio, TheStateAndOneLineTellWhatIsInTheWay) {
+std::vector<std::string> adviceOfDoctor(ScriptedPlatform& machine) {
+    const auto examination = std::make_shared<Examination>(machine.context(), [] {});
+    examination->start();
+    machine.runLoop().runFor(20);
+    std::vector<std::string> advice;
+    for (const Finding& finding : examination->findings()) advice.push_back(finding.advice);
+    return advice;
+}
+
+TEST_P(BlueZRadio, TheStateTheConditionAndOneLineTellWhatIsInTheWay) {
     const Properties blocked{{"Powered", false}, {"PowerState", "off-blocked"}};
     const std::array<std::pair<std::string, std::function<void(ScriptedService&)>>, 8> obstacles{{
         {"state 2", [](auto& it) { it.hasBus = false; }},
@@ -28,16 +38,26 @@ TEST_P(BlueZRadio, TheStateAndOneLineTellWhatIsInTheWay) {
     for (const auto& [event, stand] : obstacles) {
         ScriptedPlatform other;
         stand(other.service);
+        std::string advice;
+        other.notificationCenter().addObserverForNameObjectUsingBlock(
+            RadioConditionDidChangeNotification, nullptr,
+            [&](const auto& /*notification*/) { advice = other.radioCondition().advice(); });
         const auto watched = watch(other);
         other.runLoop().runFor(20);
         EXPECT_THAT(watched.takeEvents(), ElementsAre(event)) << lines.size();
         lines.insert(other.lines.empty() ? "" : other.lines.back());
+        EXPECT_EQ(other.lines.back(), "Bluetooth: " + advice);
+        if (lines.size() < obstacles.size() - 1) {
+            EXPECT_THAT(adviceOfDoctor(other), Contains(other.radioCondition().remedy)) << "it is the same";
+        }
         other.service.hasBus = true;
         other.service.scripts.clear();
         if (event != "state 3") (other.service.crash(), other.service.start());
         other.runLoop().runFor(60);
         EXPECT_THAT(watched.takeEvents(), Contains("state 5")) << lines.size();
         EXPECT_EQ(watched.central->state(), CBManagerState::poweredOn);
+        EXPECT_EQ(other.radioCondition(), RadioCondition{.kind = RadioCondition::Kind::poweredOn});
+        EXPECT_EQ(advice, "");
     }
     // The last two are one.
     EXPECT_THAT(lines, AllOf(SizeIs(obstacles.size() - 1), Not(Contains("")))) << "each is told apart";
@@ -59,7 +79,7 @@ TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedFor) {
         service.removeAdapter(second);
         EXPECT_THAT(eventsIn(5), IsEmpty()) << "it was not in use here";
         EXPECT_EQ(watched.takeEvents().back(), "state 2") << name;
-        EXPECT_TRUE(machine.lines.back().ends_with(": bluetoothctl list")) << machine.lines.back();
+        EXPECT_TRUE(machine.lines.back().ends_with("there are: hci0 (00:00:5E:00:53:01)."));
     }
 }
 

@@ -40,5 +40,9 @@ int main() {
     platform.runLoop().runFor(60);
     const bool wasTold = delegate->state != CBManagerState::unknown;
     const auto peripheral = PeripheralManager::makeOnPlatform(platform, {}, {});
-    return wasTold && !diagnose({}).empty() && !peripheral->isAdvertising() ? EXIT_SUCCESS : EXIT_FAILURE;
+    const auto condition = platform.radioCondition();
+    const bool isUsable = condition.kind == zobi::platform::RadioCondition::Kind::poweredOn;
+    const bool isExplained = isUsable == condition.text.empty() && isUsable == condition.remedy.empty();
+    return wasTold && isExplained && !diagnose({}).empty() && !peripheral->isAdvertising() ? EXIT_SUCCESS
+                                                                                           : EXIT_FAILURE;
 }

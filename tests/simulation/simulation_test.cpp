@@ -9,6 +9,7 @@
 #include "RadioRecorder.h"
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "zobi/platform/simulation/SimulatedPlatform.h"
+#include "zobi/platform/standard/ForwardingPlatform.h"
 
 namespace {
 
@@ -69,6 +70,32 @@ TEST_F(SimulationTest, EachStateIsToldByItselfAndAnyButOnEndsTheScanForGood) {
     EXPECT_THAT(delegate->events,
                 ElementsAre("state 5", "state 0", "state 5", "state 1", "state 5", "state 2", "state 5",
                             "state 3", "state 5", "state 4", "state 5"));
+}
+
+TEST(ConditionTest, IsToldWithAnAdviceThroughAWrapperToo) {
+    auto owned = std::make_unique<SimulatedPlatform>(StandardPlatform::Time::virtualTime);
+    auto& world = owned->world();
+    ForwardingPlatform platform(std::move(owned));
+    std::vector<std::string> told;
+    platform.notificationCenter().addObserverForNameObjectUsingBlock(
+        RadioConditionDidChangeNotification, nullptr,
+        [&](const auto& /*notification*/) { told.push_back(platform.radioCondition().advice()); });
+    const auto delegate = RadioRecorder::make();
+    const auto central = platform.makeCentralManager(delegate);
+    delegate->onEvent = [&](const auto& event) { told.push_back(event); };
+    platform.runLoop().runFor(1);
+    for (const auto state :
+         {CBManagerState::poweredOff, CBManagerState::poweredOff, CBManagerState::unsupported}) {
+        world.setRadioState(state);
+        platform.runLoop().runFor(1);
+    }
+    EXPECT_THAT(told, ElementsAre("", "state 5", "state 4", "Bluetooth is off. Turn it on.", "state 2",
+                                  "There is no Bluetooth that can be used. Connect an adapter."));
+    StandardPlatform none(StandardPlatform::Time::virtualTime, std::make_unique<ConditionVariableWaiting>());
+    EXPECT_EQ(none.radioCondition(), RadioCondition());
+    const auto nothing = none.makeCentralManager(delegate);
+    none.runLoop().processPending();
+    EXPECT_EQ(none.radioCondition().kind, RadioCondition::Kind::noAdapter);
 }
 
 TEST_F(SimulationTest, TheServiceFilterTakesAnyOfItsServices) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/bluez/controller/HCI.h"
+#include "platform/bluez/diagnosis/Conditions.h"
 
 namespace zobi::platform::bluez {
 
@@ -130,8 +131,8 @@ void BlueZCentral::report(BlueZPeripheral& peripheral, std::span<const CBService
 
 // What BlueZ and the controller tell
 
-void BlueZCentral::serviceDidChangeAvailability() {
-    const CBManagerState now = stateOf(context_->service->availability());
+void BlueZCentral::serviceDidChangeCondition() {
+    const CBManagerState now = stateOf(context_->service->condition().kind);
     if (now == CBManagerState::poweredOn) openChannel();
     if (now == state()) return;
     if (now != CBManagerState::poweredOn) {

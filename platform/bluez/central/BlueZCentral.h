@@ -28,7 +28,7 @@ public:
     /// Looks for BlueZ. Called once, from the run loop.
     void start();
 
-    void serviceDidChangeAvailability() override;
+    void serviceDidChangeCondition() override;
     void deviceDidAppear(const Device& device) override;
     void deviceDidChange(const Device& device, const DeviceChange& change) override;
     void deviceDidVanish(const Device& device) override;

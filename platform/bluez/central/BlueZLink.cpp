@@ -194,10 +194,10 @@ void BlueZLink::disconnectingIsOver(CentralContext& context) {
 void BlueZLink::drop() {
     const auto context = context_.lock();
     if (!context) return;
-    const Availability availability = context->service->availability();
-    if (availability != Availability::poweredOn) {
+    const auto radio = context->service->condition().kind;
+    if (radio != RadioCondition::Kind::poweredOn) {
         // It may be the connection to BlueZ alone that is lost.
-        mayBeOrphaned_ = availability == Availability::restarting && !isUnlinked();
+        mayBeOrphaned_ = radio == RadioCondition::Kind::resetting && !isUnlinked();
     } else if (!isUnlinked()) {
         disconnect(*context);
     }

@@ -8,8 +8,8 @@
 
 #include "platform/bluez/bus/BlueZNames.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
+#include "platform/bluez/diagnosis/Conditions.h"
 #include "platform/bluez/diagnosis/Surroundings.h"
-#include "platform/bluez/service/BlockSwitch.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardClock.h"
 #include "zobi/platform/standard/StandardLog.h"
@@ -40,12 +40,6 @@ std::optional<T> property(const Properties& all, std::string_view name) {
     return value ? std::optional(*value) : std::nullopt;
 }
 
-std::string joined(const std::vector<std::string>& texts) {
-    std::string all;
-    for (const std::string& text : texts) all += (all.empty() ? "" : ", ") + text;
-    return all;
-}
-
 std::string textOf(const BusError& error) {
     return error.name.empty() ? error.message : error.name + ": " + error.message;
 }
@@ -64,6 +58,11 @@ void Examination::ask(const Method& method, const char* argument, Bus::Answer an
 
 void Examination::add(const char* subject, Severity severity, std::string found, std::string advice) {
     findings_.push_back({subject, severity, std::move(found), std::move(advice)});
+}
+
+void Examination::obstruct(const char* subject, const RadioCondition& condition, std::string found) {
+    add(subject, Severity::obstacle, found.empty() ? condition.text : std::move(found), condition.remedy);
+    end();
 }
 
 void Examination::end() {
@@ -91,7 +90,7 @@ void Examination::busDidClose(const std::string& reason) {
 void Examination::failAtBus(std::string found) {
     // What was found before is no longer so.
     findings_.clear();
-    add("system bus", Severity::obstacle, std::move(found), remedyFor(Availability::noBus, ""));
+    add("system bus", Severity::obstacle, std::move(found), busIsMissing().remedy);
     end();
 }
 
@@ -112,52 +111,29 @@ void Examination::askForService() {
             }
             ask({busName, busPath, busInterface, "ListActivatableNames"}, nullptr,
                 [this](MessageReader& names, const BusError* noNames) {
-                    serviceIsMissing(!noNames && has(names, blueZName));
+                    obstruct("service", serviceIsMissing(!noNames && has(names, blueZName)));
                 });
         });
-}
-
-void Examination::serviceIsMissing(bool canBeStarted) {
-    if (!canBeStarted && !hasServiceInstalled()) {
-        add("service", Severity::obstacle, "The Bluetooth service is not installed.",
-            "Install the package bluez, on the machine whose system bus this is.");
-    } else if (!hasKernelBluetooth()) {
-        add("service", Severity::obstacle,
-            "The Bluetooth service does not run, and the kernel has not met an adapter, for which it waits.",
-            remedyFor(Availability::noAdapter, ""));
-    } else {
-        add("service", Severity::obstacle, "The Bluetooth service is installed but does not run.",
-            "Start it, now and with the machine: systemctl enable --now bluetooth");
-    }
-    end();
 }
 
 void Examination::askForObjects() {
     ask({blueZName, "/", objectManagerInterface, "GetManagedObjects"}, nullptr,
         [this](MessageReader& objects, const BusError* error) {
             if (error && error->name == accessDeniedError) {
-                // Groups are for the bus's own policy, which each kind of bus words as it likes.
-                static constexpr std::array otherPolicies{"AppArmor", "SELinux"};
-                const bool isOfBus = std::ranges::none_of(otherPolicies, [&](const char* policy) {
-                    return error->message.find(policy) != std::string::npos;
-                });
-                add("access", Severity::obstacle,
-                    "A policy keeps the service from " + userText() + '.' +
-                        (isOfBus ? "" : ' ' + error->message),
-                    isOfBus ? remedyFor(Availability::refused, "") : "Have that policy allow it.");
-                return end();
+                const RadioCondition refused = accessIsRefused(error->message);
+                return obstruct("access", refused,
+                                "A policy keeps the service from " + userText() + ". " + error->message);
             }
             if (error) {
-                add("access", Severity::obstacle, "The service does not list its objects. " + textOf(*error),
-                    "Look at its log, and restart it: systemctl restart bluetooth");
-                return end();
+                const RadioCondition silent = serviceIsSilent();
+                return obstruct("access", silent, silent.text + ' ' + textOf(*error));
             }
             add("access", Severity::good, "The service is open to " + userText() + '.');
             readObjects(objects);
             path_ = chosenAdapter(adapters_, context_.adapter);
             name_ = adapterName(path_);
             if (path_.empty()) {
-                adapterIsMissing();
+                obstruct("adapter", adapterIsMissing(adapters_, context_.adapter));
             } else {
                 examineAdapter();
             }
@@ -191,29 +167,6 @@ void Examination::readAdapter(const std::string& path, const Properties& propert
 }
 
 // The adapter
-
-void Examination::adapterIsMissing() {
-    std::vector<std::string> others;
-    for (const auto& [path, adapter] : adapters_) {
-        others.push_back(std::string(adapterName(path)) + " (" + adapter.address + ')');
-    }
-    const std::vector<std::string> inKernel = kernelAdapters();
-    if (!others.empty()) {
-        add("adapter", Severity::obstacle, "There is no adapter " + context_.adapter + '.',
-            "Choose among those that there are: " + joined(others) + '.');
-    } else if (!inKernel.empty()) {
-        add("adapter", Severity::obstacle, "The kernel has " + joined(inKernel) + ", the service has none.",
-            "Look for another program that holds it for itself, and for firmware that it lacks: dmesg | "
-            "grep -i bluetooth");
-    } else if (readBlockSwitchOfMachine() != BlockSwitch::open) {
-        // Many switches of laptops take the adapter off its bus.
-        add("adapter", Severity::obstacle, "There is none, and a switch of the machine blocks Bluetooth.",
-            remedyFor(Availability::blocked, ""));
-    } else {
-        add("adapter", Severity::obstacle, "There is none.", remedyFor(Availability::noAdapter, ""));
-    }
-    end();
-}
 
 void Examination::examineAdapter() {
     ask({blueZName, path_, adapterInterface, "GetDiscoveryFilters"}, nullptr,
@@ -265,30 +218,18 @@ void Examination::examineRole(const Abilities& abilities) {
 
 void Examination::examinePower() {
     const Adapter& adapter = adapters_[path_];
-    BlockSwitch blockSwitch = readBlockSwitch(name_);
-    if (blockSwitch == BlockSwitch::open && adapter.isBlocked) blockSwitch = BlockSwitch::soft;
+    const BlockSwitch blockSwitch = blockSwitchOf(adapter, name_);
+    const bool isBlocked = blockSwitch != BlockSwitch::open;
     if (adapter.isPowered) {
         add("power", Severity::good, name_ + " is on.");
-    } else if (blockSwitch != BlockSwitch::open) {
+    } else if (isBlocked) {
         add("power", Severity::obstacle, name_ + " is off, and cannot be turned on while it is blocked.");
     } else {
-        // Among several, bluetoothctl chooses by itself.
-        add("power", Severity::obstacle, name_ + " is off.",
-            adapters_.size() == 1 ? remedyFor(Availability::poweredOff, "")
-                                  : "Turn it on: busctl set-property org.bluez " + path_ +
-                                        " org.bluez.Adapter1 Powered b true");
+        add("power", Severity::obstacle, name_ + " is off.", conditionOfAdapter(adapters_, path_).remedy);
     }
-    switch (blockSwitch) {
-        case BlockSwitch::open:
-            return add("block switch", Severity::good, "It does not block " + name_ + '.');
-        case BlockSwitch::soft:
-            return add("block switch", Severity::obstacle, name_ + " is blocked by software.",
-                       "Unblock it: rfkill unblock bluetooth");
-        case BlockSwitch::hard:
-            return add("block switch", Severity::obstacle, name_ + " is blocked by a switch of the machine.",
-                       "Look for a switch or a key with an aeroplane or a Bluetooth sign, or for a setting "
-                       "of the firmware.");
-    }
+    if (!isBlocked) return add("block switch", Severity::good, "It does not block " + name_ + '.');
+    const RadioCondition blocked = adapterIsBlocked(name_, blockSwitch);
+    add("block switch", Severity::obstacle, blocked.text, blocked.remedy);
 }
 
 // Links

@@ -13,7 +13,6 @@
 #include "platform/bluez/bus/Bus.h"
 #include "platform/bluez/bus/TimedCall.h"
 #include "platform/bluez/service/AdapterChoice.h"
-#include "platform/bluez/service/Availability.h"
 #include "zobi/platform/bluez/Diagnosis.h"
 
 namespace zobi::platform::bluez {
@@ -48,16 +47,17 @@ private:
     /// answer.
     void ask(const Method& method, const char* argument, Bus::Answer answer);
     void add(const char* subject, Severity severity, std::string found, std::string advice = {});
+    /// The last finding: what depends on it is left out.
+    /// @param found what was found, where that is more than the condition's own text.
+    void obstruct(const char* subject, const RadioCondition& condition, std::string found = {});
     void end();
 
     void failAtBus(std::string found);
     void askForService();
-    void serviceIsMissing(bool canBeStarted);
     void askForObjects();
     void readObjects(MessageReader& objects);
     void readAdapter(const std::string& path, const Properties& properties);
     void examineAdapter();
-    void adapterIsMissing();
     void examineAdvertisements(MessageReader& filters, const BusError* error);
     void examinePeripheralRole(const Abilities& abilities);
     void examineRole(const Abilities& abilities);

@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/diagnosis/Conditions.h"
 #include "platform/bluez/peripheral-role/PeripheralErrors.h"
 #include "zobi/platform/bluez/BlueZPlatform.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
@@ -44,7 +45,7 @@ T option(const Properties& options, std::string_view name, T otherwise) {
     return value ? *value : otherwise;
 }
 
-/// Whether BlueZ has ended, of which the change of its availability tells.
+/// Whether BlueZ has ended, of which the change of the radio's condition tells.
 bool tellsEndOfService(const BusError& error) {
     static constexpr std::array names{
         "org.freedesktop.DBus.Error.NoReply", "org.freedesktop.DBus.Error.ServiceUnknown",
@@ -103,26 +104,27 @@ void BlueZPeripheralManager::start() {
 }
 
 CBManagerState BlueZPeripheralManager::state() const {
-    return service_ ? stateOf(service_->availability()) : CBManagerState::unknown;
+    return service_ ? stateOf(service_->condition().kind) : CBManagerState::unknown;
 }
 
 std::string BlueZPeripheralManager::advice() const {
-    return service_ ? adviceFor(service_->availability(), context_.adapter) : std::string();
+    return service_ ? service_->condition().advice() : std::string();
 }
 
-void BlueZPeripheralManager::serviceDidChangeAvailability() {
-    const Availability availability = service_->availability();
+void BlueZPeripheralManager::serviceDidChangeCondition() {
+    using Kind = RadioCondition::Kind;
+    const Kind radio = service_->condition().kind;
     isAnnounced_ = false;
     stop(restTimer_);
     std::map<std::string, Link> ended;
-    if (availability == Availability::poweredOn) {
+    if (radio == Kind::poweredOn) {
         // BlueZ keeps the application while the power is off, and perhaps the advertisement.
         told_.reset();
         isRefused_ = false;
     } else {
         call_.cancel();
         ended.swap(links_);
-        const bool isOff = availability == Availability::poweredOff || availability == Availability::blocked;
+        const bool isOff = radio == Kind::poweredOff || radio == Kind::blocked;
         isApplicationRegistered_ = isApplicationRegistered_ && isOff;
     }
     proceedSoon();

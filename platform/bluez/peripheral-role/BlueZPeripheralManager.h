@@ -47,7 +47,7 @@ public:
     void disconnectCentrals() override;
     void shutDown(std::function<void()> completion) override;
 
-    void serviceDidChangeAvailability() override;
+    void serviceDidChangeCondition() override;
     void deviceDidAppear(const Device& device) override;
     void deviceDidChange(const Device& device, const DeviceChange& change) override;
     void deviceDidVanish(const Device& device) override;
@@ -64,7 +64,7 @@ private:
         bool isOurs() const { return isCentral && isIncoming; }
     };
 
-    bool isPoweredOn() const { return service_ && service_->availability() == Availability::poweredOn; }
+    bool isPoweredOn() const { return service_ && service_->isPoweredOn(); }
 
     /// Makes the next call that is needed, if any is, once the last one has been answered.
     void proceed();

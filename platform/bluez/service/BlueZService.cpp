@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
-#include "platform/bluez/service/BlockSwitch.h"
+#include "platform/bluez/diagnosis/Conditions.h"
 
 namespace zobi::platform::bluez {
 
@@ -65,11 +65,11 @@ void BlueZService::openBus() {
         bus_ = context_->openBus({context_->runLoop, context_->clock});
     } catch (const std::system_error& error) {
         // Log only the first failure.
-        if (availability_ != Availability::noBus) {
+        if (condition_ != busIsMissing()) {
             context_->log.log("Bluetooth: no connection to the bus: %@", error.what());
         }
         afterDelay(reopeningDelay, &BlueZService::openBus);
-        return enter(Availability::noBus);
+        return enter(busIsMissing());
     }
     bus_->setDelegate(weak_from_this());
     updateGathering();
@@ -77,23 +77,24 @@ void BlueZService::openBus() {
     isOpening_ = true;
     // Before anything is read, so that no change is missed.
     for (const char* const rule : matchRules) {
-        askBus("AddMatch", rule, [this](MessageReader& /*reply*/, const BusError* error) {
+        opening_.push_back(askBus("AddMatch", rule, [this](MessageReader& /*reply*/, const BusError* error) {
             if (error) loseBus(error->message);
-        });
+        }));
     }
-    askBus("GetNameOwner", blueZName, [this](MessageReader& reply, const BusError* error) {
+    opening_.push_back(askBus("GetNameOwner", blueZName, [this](MessageReader& reply, const BusError* error) {
         timer_->invalidate();
         isOpening_ = false;
         const std::string owner(error ? "" : reply.string());
-        if (owner.empty()) return enter(Availability::noService);
+        if (owner.empty()) return askHowToStart();
         ownerIs(owner);
-    });
+    }));
     afterDelay(answerDeadline, &BlueZService::answerIsLate);
 }
 
-void BlueZService::askBus(const char* member, const char* argument, Bus::Answer answer) {
+Slot BlueZService::askBus(const char* member, const char* argument, Bus::Answer answer) {
     Message message = bus_->makeCall({busName, busPath, busInterface, member});
-    opening_.push_back(bus_->call(message.string(argument), whileThisLives(std::move(answer))));
+    if (argument) message.string(argument);
+    return bus_->call(message, whileThisLives(std::move(answer)));
 }
 
 Bus::Answer BlueZService::whileThisLives(Bus::Answer answer) {
@@ -106,7 +107,7 @@ Bus::Answer BlueZService::whileThisLives(Bus::Answer answer) {
 void BlueZService::answerIsLate() {
     if (owner_.empty()) return loseBus("The bus does not answer.");
     reload();
-    enter(Availability::restarting);
+    enter(serviceIsSilent());
 }
 
 void BlueZService::busDidClose(const std::string& reason) {
@@ -116,7 +117,7 @@ void BlueZService::busDidClose(const std::string& reason) {
 void BlueZService::loseBus(const std::string& reason) {
     const bool wasInUse = !owner_.empty();
     // Log only the first failure.
-    if (availability_ != Availability::noBus) {
+    if (condition_ != busIsMissing()) {
         context_->log.log("Bluetooth: the connection to the bus is lost: %@", reason);
     }
     // Not at once, as this may be called from inside it.
@@ -126,7 +127,7 @@ void BlueZService::loseBus(const std::string& reason) {
     owner_.clear();
     forgetObjects();
     afterDelay(reopeningDelay, &BlueZService::openBus);
-    enter(wasInUse ? Availability::restarting : Availability::noBus);
+    enter(wasInUse ? radioIsGone() : busIsMissing());
 }
 
 std::shared_ptr<void> BlueZService::stayPrompt() {
@@ -160,15 +161,21 @@ void BlueZService::ownerIs(const std::string& owner) {
     loading_.reset();
     forgetObjects();
     if (owner_.empty()) {
-        afterDelay(returnDeadline, &BlueZService::serviceStaysAway);
+        afterDelay(returnDeadline, &BlueZService::askHowToStart);
     } else {
         reload();
     }
-    if (wasInUse) enter(Availability::restarting);
+    if (wasInUse) enter(radioIsGone());
 }
 
-void BlueZService::serviceStaysAway() {
-    enter(Availability::noService);
+/// There is no service. What helps depends on whether the bus could start one.
+void BlueZService::askHowToStart() {
+    loading_ = askBus("ListActivatableNames", nullptr, [this](MessageReader& names, const BusError* error) {
+        loading_.reset();
+        bool canBeStarted = false;
+        if (!error) names.forEach("s", [&] { canBeStarted = names.string() == blueZName || canBeStarted; });
+        enter(serviceIsMissing(canBeStarted));
+    });
 }
 
 void BlueZService::reload() {
@@ -180,7 +187,7 @@ void BlueZService::reload() {
                         if (error->name != accessDeniedError)
                             return loadingFailed(error->name + ' ' + error->message);
                         afterDelay(refusedDelay, &BlueZService::reload);
-                        enter(Availability::refused);
+                        enter(accessIsRefused(error->message));
                     });
     isLoading_ = true;
     afterDelay(answerDeadline, &BlueZService::answerIsLate);
@@ -192,7 +199,7 @@ void BlueZService::loadingFailed(const std::string& why) {
         context_->log.log("Bluetooth: the service does not list its objects: %@", why);
     }
     afterDelay(answerDeadline, &BlueZService::reload);
-    enter(Availability::restarting);
+    enter(serviceIsSilent());
 }
 
 void BlueZService::load(MessageReader& objects) {
@@ -232,13 +239,12 @@ void BlueZService::chooseAdapter() {
 }
 
 void BlueZService::adapterChanged() {
-    if (adapter_.empty()) return enter(Availability::noAdapter);
-    const Adapter& adapter = adapters_.at(adapter_);
-    if (adapter.isPowered) return enter(Availability::poweredOn);
+    if (adapter_.empty()) return enter(adapterIsMissing(adapters_, context_->adapter));
     // The service does not always tell the ends of links that go with the power.
-    for (auto& [path, device] : devices_) device.isConnected = device.servicesResolved = false;
-    const bool isBlocked = adapter.isBlocked || readBlockSwitch(adapterName()) != BlockSwitch::open;
-    enter(isBlocked ? Availability::blocked : Availability::poweredOff);
+    if (!adapters_.at(adapter_).isPowered) {
+        for (auto& [path, device] : devices_) device.isConnected = device.servicesResolved = false;
+    }
+    enter(conditionOfAdapter(adapters_, adapter_));
 }
 
 void BlueZService::forgetObjects() {
@@ -249,13 +255,14 @@ void BlueZService::forgetObjects() {
 }
 
 /// The last thing that is done, as an application that is told may throw.
-void BlueZService::enter(Availability availability) {
-    if (availability == availability_) return;
-    availability_ = availability;
-    if (const std::string advice = adviceFor(availability, context_->adapter); !advice.empty()) {
+void BlueZService::enter(const RadioCondition& condition) {
+    if (condition == condition_) return;
+    condition_ = condition;
+    context_->setCondition(condition);
+    if (const std::string advice = condition.advice(); !advice.empty()) {
         context_->log.log("Bluetooth: %@", advice);
     }
-    if (const auto delegate = delegate_.lock()) delegate->serviceDidChangeAvailability();
+    if (const auto delegate = delegate_.lock()) delegate->serviceDidChangeCondition();
 }
 
 bool BlueZService::isDiscovering() const {
@@ -347,7 +354,7 @@ void BlueZService::interfacesRemoved(MessageReader& body) {
     // There may be another one, or none because the service is going.
     forgetObjects();
     reload();
-    enter(Availability::restarting);
+    enter(radioIsGone());
 }
 
 void BlueZService::propertiesChanged(std::string_view path, MessageReader& body) {

@@ -15,11 +15,11 @@
 #include "platform/bluez/bus/Bus.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "platform/bluez/service/AdapterChoice.h"
-#include "platform/bluez/service/Availability.h"
 #include "platform/bluez/service/GATTObjects.h"
 #include "zobi/platform/CBCentralManager.h"
 #include "zobi/platform/CBUUID.h"
 #include "zobi/platform/NSTimer.h"
+#include "zobi/platform/RadioCondition.h"
 
 namespace zobi::platform::bluez {
 
@@ -56,7 +56,7 @@ public:
     virtual ~BlueZServiceDelegate() = default;
 
     /// Devices, and with them every link, are gone unless it is powered on.
-    virtual void serviceDidChangeAvailability() = 0;
+    virtual void serviceDidChangeCondition() = 0;
     virtual void deviceDidAppear(const Device& device) = 0;
     virtual void deviceDidChange(const Device& device, const DeviceChange& change) = 0;
     /// BlueZ has forgotten the device.
@@ -79,7 +79,8 @@ public:
 
     void start();
 
-    Availability availability() const { return availability_; }
+    const RadioCondition& condition() const { return condition_; }
+    bool isPoweredOn() const { return condition_.kind == RadioCondition::Kind::poweredOn; }
     /// "hci0", for example; empty while there is no adapter.
     std::string adapterName() const;
     /// Whether the adapter scans, for whatever program.
@@ -122,7 +123,7 @@ public:
 private:
     void openBus();
     void loseBus(const std::string& reason);
-    void askBus(const char* member, const char* argument, Bus::Answer answer);
+    [[nodiscard]] Slot askBus(const char* member, const char* argument, Bus::Answer answer);
     void updateGathering();
     /// An answer may drop the last reference to this.
     Bus::Answer whileThisLives(Bus::Answer answer);
@@ -133,11 +134,11 @@ private:
     void chooseAdapter();
     void adapterChanged();
     void forgetObjects();
-    void enter(Availability availability);
+    void enter(const RadioCondition& condition);
     /// Calls `action` unless it is scheduled anew before.
     void afterDelay(double seconds, void (BlueZService::*action)());
     void answerIsLate();
-    void serviceStaysAway();
+    void askHowToStart();
 
     void interfacesAdded(MessageReader& body);
     void interfacesRemoved(MessageReader& body);
@@ -165,7 +166,7 @@ private:
     std::weak_ptr<BlueZServiceDelegate> delegate_;
     std::shared_ptr<Bus> bus_;
     std::weak_ptr<void> promptness_;
-    Availability availability_ = Availability::starting;
+    RadioCondition condition_;
     /// The service's own name on the bus; empty while it does not run.
     std::string owner_;
     Adapters adapters_;

@@ -51,7 +51,8 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
         return {channel.get(), [kept = channel](const auto* /*channel*/) {}};
     };
     const auto openBus = [this](const auto& busContext) { return service.openBus(busContext); };
-    return {runLoop(), clock(), log(), openBus, openChannel, adapter};
+    const auto setCondition = [this](const RadioCondition& condition) { setRadioCondition(condition); };
+    return {runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition};
 }
 
 std::shared_ptr<CBCentralManager> ScriptedPlatform::makeCentralManager(
