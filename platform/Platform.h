@@ -17,8 +17,8 @@ namespace zobi::platform {
 /// log.
 ///
 /// Managers, central managers and peripherals use their platform without owning it: the platform must outlive
-/// them. Its destructor first clears its timers, its queue and its observers, and so releases the managers
-/// that these own.
+/// them. Call `shutDown` before the program ends. The destructor first clears its timers, its queue and its
+/// observers, and so releases the managers that these own.
 class ZOBI_EXPORT Platform {
 public:
     virtual ~Platform();
@@ -27,6 +27,19 @@ public:
     /// main queue. Safe from any thread.
     virtual std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) = 0;
+
+    /// Ends the scan, the attempts to connect and the links of all its central managers, and runs the loop
+    /// until the radio has ended them. Call it when the program's own run of the loop is over: a link that is
+    /// still up when the process ends may stay up, and its device does not advertise meanwhile.
+    ///
+    /// The delegates are told, as of ends that were asked for. From the call on nothing else begins, for
+    /// good: a scan does not start, and an attempt fails with `CBError::operationCancelled`. `RunLoop::stop`
+    /// does not end the wait. An exception that leaves the loop is thrown when the wait is over.
+    /// @param seconds how long to wait at most, of the platform's clock. A Linux machine takes 2 s for a
+    /// link.
+    /// @return whether all has ended. Another call waits for what is left.
+    /// @throws std::logic_error if called from inside a callback of the loop, before anything ends.
+    virtual bool shutDown(double seconds = 5) = 0;
 
     /// Whether the radio can be used, and if not, why, as the central managers found it last; unknown before
     /// the first has. `RadioConditionDidChangeNotification` tells of changes. Main thread only.

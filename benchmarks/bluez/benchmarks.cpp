@@ -55,9 +55,10 @@ public:
                    ""} {
         log().setSink(nullptr);
     }
-    ~RadioPlatform() override { shutDown(); }
+    ~RadioPlatform() override { clear(); }
 
-    std::shared_ptr<zobi::platform::CBCentralManager> makeCentralManager(
+protected:
+    std::shared_ptr<zobi::platform::StandardCentral> makeCentral(
         std::weak_ptr<zobi::platform::CBCentralManagerDelegate> delegate) override {
         auto central = std::make_shared<zobi::platform::bluez::BlueZCentral>(context_, std::move(delegate));
         runLoop().dispatchAsync([central] { central->start(); });

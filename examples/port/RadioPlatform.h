@@ -108,10 +108,10 @@ private:
 class RadioPlatform final : public StandardPlatform {
 public:
     using StandardPlatform::StandardPlatform;
-    ~RadioPlatform() override { shutDown(); }
+    ~RadioPlatform() override { clear(); }
 
-    std::shared_ptr<CBCentralManager> makeCentralManager(
-        std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+private:
+    std::shared_ptr<StandardCentral> makeCentral(std::weak_ptr<CBCentralManagerDelegate> delegate) override {
         auto central = std::make_shared<RadioCentral>(runLoop(), log(), std::move(delegate));
         runLoop().dispatchAsync([this, central] { central->start(runLoop()); });
         return central;

@@ -18,10 +18,10 @@ BlueZPlatform::BlueZPlatform(BlueZOptions options)
           [this](const RadioCondition& condition) { setRadioCondition(condition); }}) {}
 
 BlueZPlatform::~BlueZPlatform() {
-    shutDown();
+    clear();
 }
 
-std::shared_ptr<CBCentralManager> BlueZPlatform::makeCentralManager(
+std::shared_ptr<StandardCentral> BlueZPlatform::makeCentral(
     std::weak_ptr<CBCentralManagerDelegate> delegate) {
     auto central = std::make_shared<BlueZCentral>(*context_, std::move(delegate));
     runLoop().dispatchAsync([central] { central->start(); });

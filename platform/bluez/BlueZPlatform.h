@@ -39,11 +39,11 @@ public:
     explicit BlueZPlatform(BlueZOptions options = {});
     ~BlueZPlatform() override;
 
-    std::shared_ptr<CBCentralManager> makeCentralManager(
-        std::weak_ptr<CBCentralManagerDelegate> delegate) override;
-
     /// What the parts of this radio are made with. Not for applications.
     const RadioContext& context() const { return *context_; }
+
+protected:
+    std::shared_ptr<StandardCentral> makeCentral(std::weak_ptr<CBCentralManagerDelegate> delegate) override;
 
 private:
     std::unique_ptr<RadioContext> context_;

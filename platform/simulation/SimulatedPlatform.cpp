@@ -11,10 +11,10 @@ SimulatedPlatform::SimulatedPlatform(Time time, std::uint64_t seed, std::unique_
 }
 
 SimulatedPlatform::~SimulatedPlatform() {
-    shutDown();
+    clear();
 }
 
-std::shared_ptr<CBCentralManager> SimulatedPlatform::makeCentralManager(
+std::shared_ptr<StandardCentral> SimulatedPlatform::makeCentral(
     std::weak_ptr<CBCentralManagerDelegate> delegate) {
     return world_.makeCentralManager(log(), std::move(delegate));
 }

@@ -25,11 +25,11 @@ public:
         std::unique_ptr<Waiting> waiting = std::make_unique<ConditionVariableWaiting>());
     ~SimulatedPlatform() override;
 
-    std::shared_ptr<CBCentralManager> makeCentralManager(
-        std::weak_ptr<CBCentralManagerDelegate> delegate) override;
-
     /// The simulated surroundings: devices, and the state of the radio.
     World& world() { return world_; }
+
+protected:
+    std::shared_ptr<StandardCentral> makeCentral(std::weak_ptr<CBCentralManagerDelegate> delegate) override;
 
 private:
     World world_;

@@ -36,8 +36,8 @@ void World::setRadioObserver(std::function<void(CBManagerState)> observer) {
     radioObserver_(radioState_);
 }
 
-std::shared_ptr<CBCentralManager> World::makeCentralManager(
-    Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate) {
+std::shared_ptr<StandardCentral> World::makeCentralManager(Log& log,
+                                                           std::weak_ptr<CBCentralManagerDelegate> delegate) {
     auto central = std::make_shared<SimulatedCentral>(runLoop_, log, std::move(delegate));
     runLoop_.dispatchAsync([weakSelf = std::weak_ptr(self_), central] {
         if (const auto self = weakSelf.lock()) self->start(central);

@@ -13,6 +13,7 @@
 #include "zobi/platform/RunLoop.h"
 #include "zobi/platform/simulation/DeviceDescription.h"
 #include "zobi/platform/simulation/SimulatedDevice.h"
+#include "zobi/platform/standard/StandardCentral.h"
 
 namespace zobi::platform::simulation {
 
@@ -64,8 +65,8 @@ public:
     /// the advertisements from then on.
     /// @param log its log; must outlive every call.
     /// @param delegate receives its events.
-    std::shared_ptr<CBCentralManager> makeCentralManager(Log& log,
-                                                         std::weak_ptr<CBCentralManagerDelegate> delegate);
+    std::shared_ptr<StandardCentral> makeCentralManager(Log& log,
+                                                        std::weak_ptr<CBCentralManagerDelegate> delegate);
 
 private:
     SimulatedDevice::Context nextContext();

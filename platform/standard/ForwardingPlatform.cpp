@@ -8,12 +8,16 @@ ForwardingPlatform::ForwardingPlatform(std::unique_ptr<Platform> wrapped)
     : owned_(std::move(wrapped)), wrapped_(*owned_) {}
 
 ForwardingPlatform::~ForwardingPlatform() {
-    shutDown();
+    destroyWrapped();
 }
 
 std::shared_ptr<CBCentralManager> ForwardingPlatform::makeCentralManager(
     std::weak_ptr<CBCentralManagerDelegate> delegate) {
     return wrapped_.makeCentralManager(std::move(delegate));
+}
+
+bool ForwardingPlatform::shutDown(double seconds) {
+    return wrapped_.shutDown(seconds);
 }
 
 RadioCondition ForwardingPlatform::radioCondition() const {
@@ -45,7 +49,7 @@ std::shared_ptr<CBCentralManager> ForwardingPlatform::insert(std::shared_ptr<For
     return central;
 }
 
-void ForwardingPlatform::shutDown() {
+void ForwardingPlatform::destroyWrapped() {
     owned_.reset();
 }
 

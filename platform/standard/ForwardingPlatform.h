@@ -22,14 +22,15 @@ class ZOBI_EXPORT ForwardingPlatform : public Platform {
 public:
     /// @param wrapped not null.
     explicit ForwardingPlatform(std::unique_ptr<Platform> wrapped);
-    /// Destroys the wrapped platform. A derived class calls `shutDown` in its own destructor, before the
-    /// members that its central managers use are destroyed.
+    /// Destroys the wrapped platform. A derived class calls `destroyWrapped` in its own destructor, before
+    /// the members that its central managers use are destroyed.
     ~ForwardingPlatform() override;
     ForwardingPlatform(const ForwardingPlatform&) = delete;
     ForwardingPlatform& operator=(const ForwardingPlatform&) = delete;
 
     std::shared_ptr<CBCentralManager> makeCentralManager(
         std::weak_ptr<CBCentralManagerDelegate> delegate) override;
+    bool shutDown(double seconds = 5) override;
     RadioCondition radioCondition() const override;
     UIApplication& application() override;
     NSNotificationCenter& notificationCenter() override;
@@ -44,7 +45,7 @@ protected:
     std::shared_ptr<CBCentralManager> insert(std::shared_ptr<ForwardingCentral> central);
 
     /// Destroys the wrapped platform. No other function may be called afterwards.
-    void shutDown();
+    void destroyWrapped();
 
 private:
     std::unique_ptr<Platform> owned_;

@@ -14,6 +14,10 @@ NSError radioIsOff() {
     return {CBError::operationCancelled, "Bluetooth is off."};
 }
 
+NSError radioIsShutDown() {
+    return {CBError::operationCancelled, "Bluetooth is not used any more."};
+}
+
 /// The elements, each with an address.
 std::vector<CBServiceData> withAddresses(std::span<const CBServiceData> elements) {
     static constexpr std::uint8_t anywhere = 0;
@@ -38,7 +42,7 @@ StandardCentral::~StandardCentral() {
 
 void StandardCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
                                                             CBScanOptions options) {
-    if (state_ != CBManagerState::poweredOn) return;
+    if (state_ != CBManagerState::poweredOn || isShutDown_) return;
     serviceFilter_.assign(services.begin(), services.end());
     options_ = options;
     isScanning_ = true;
@@ -105,6 +109,7 @@ void StandardCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& per
             if (!self) return;
             // Power that comes and goes before the turn does not count.
             if (!isPoweredOn || self->powerLosses_ != losses) return own.refuseConnect(radioIsOff());
+            if (self->isShutDown_) return own.refuseConnect(radioIsShutDown());
             own.connect(++self->attemptsStarted_);
         });
 }
@@ -119,6 +124,14 @@ std::shared_ptr<StandardPeripheral> StandardCentral::ownPeripheral(
     const std::shared_ptr<CBPeripheral>& peripheral) const {
     auto own = std::dynamic_pointer_cast<StandardPeripheral>(peripheral);
     return own && own->belongsTo(*this) ? own : nullptr;
+}
+
+// The end
+
+void StandardCentral::shutDown() {
+    isShutDown_ = true;
+    stopScan();
+    for (const auto& peripheral : activePeripherals()) cancelPeripheralConnection(peripheral);
 }
 
 // Power

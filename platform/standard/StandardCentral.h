@@ -40,6 +40,17 @@ public:
     void connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) override;
     void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) override;
 
+    /// @name The end of the program: see `Platform::shutDown`
+    /// @{
+
+    /// Ends the scan, and cancels each attempt and each link. Another scan does not start, and another
+    /// attempt fails.
+    void shutDown();
+    /// Whether there is neither an attempt nor a link, and the radio has nothing left to end.
+    bool hasEnded() const { return activePeripherals().empty() && isRadioIdle(); }
+
+    /// @}
+
 protected:
     /// What the radio tells its devices apart by: the address as a number, for example.
     using Key = std::uint64_t;
@@ -52,6 +63,9 @@ protected:
     virtual void beginScan() {}
     /// The scan has ended, as it was stopped or the radio is off.
     virtual void endScan() {}
+    /// Whether the radio has carried out the ends of scans, attempts and links that it was asked for, though
+    /// their hooks have returned. For a radio that does so later, and would not if the process ended before.
+    virtual bool isRadioIdle() const { return true; }
     /// The services that the running scan asks for; empty for all devices.
     const std::vector<CBUUID>& serviceFilter() const { return serviceFilter_; }
     /// The options of the running scan.
@@ -117,6 +131,7 @@ private:
     std::uint64_t scansStarted_ = 0;
     std::uint64_t attemptsStarted_ = 0;
     std::uint64_t powerLosses_ = 0;
+    bool isShutDown_ = false;
     std::unordered_map<Key, std::shared_ptr<StandardPeripheral>> peripherals_;
 };
 

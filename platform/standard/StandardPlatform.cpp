@@ -1,29 +1,23 @@
 #include "zobi/platform/standard/StandardPlatform.h"
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
+
+#include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform {
 
 namespace {
 
-/// The central service of a machine without a radio.
-class UnsupportedCentral final : public CBCentralManager {
+// How often it is looked whether all has ended.
+constexpr double shutDownStep = 0.02;
+
+/// The central manager of a machine without a radio.
+class UnsupportedCentral final : public StandardCentral {
 public:
-    CBManagerState state() const override { return state_; }
-    bool isScanning() const override { return false; }
-    void scanForPeripheralsWithServicesOptions(std::span<const CBUUID> /*services*/,
-                                               CBScanOptions /*options*/) override {}
-    void stopScan() override {}
-    void connectPeripheral(const std::shared_ptr<CBPeripheral>& /*peripheral*/) override {}
-    void cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& /*peripheral*/) override {}
-
-    void reportState(const std::weak_ptr<CBCentralManagerDelegate>& delegate) {
-        state_ = CBManagerState::unsupported;
-        if (const auto strongDelegate = delegate.lock()) strongDelegate->centralManagerDidUpdateState(*this);
-    }
-
-private:
-    CBManagerState state_ = CBManagerState::unknown;
+    using StandardCentral::enterState;
+    using StandardCentral::StandardCentral;
 };
 
 }  // namespace
@@ -36,17 +30,54 @@ StandardPlatform::StandardPlatform(Time time, std::unique_ptr<Waiting> waiting)
       application_(notificationCenter_) {}
 
 StandardPlatform::~StandardPlatform() {
-    shutDown();
+    clear();
 }
 
 std::shared_ptr<CBCentralManager> StandardPlatform::makeCentralManager(
     std::weak_ptr<CBCentralManagerDelegate> delegate) {
-    auto central = std::make_shared<UnsupportedCentral>();
-    runLoop_.dispatchAsync([this, central, delegate = std::move(delegate)] {
+    auto central = makeCentral(std::move(delegate));
+    const std::lock_guard lock(centralsMutex_);
+    std::erase_if(centrals_, [](const auto& known) { return known.expired(); });
+    centrals_.push_back(central);
+    if (isShutDown_) runLoop_.dispatchAsync([central] { central->shutDown(); });
+    return central;
+}
+
+std::shared_ptr<StandardCentral> StandardPlatform::makeCentral(
+    std::weak_ptr<CBCentralManagerDelegate> delegate) {
+    auto central = std::make_shared<UnsupportedCentral>(runLoop_, log_, std::move(delegate));
+    runLoop_.dispatchAsync([this, central] {
         setRadioCondition(RadioCondition::ofState(CBManagerState::unsupported));
-        central->reportState(delegate);
+        central->enterState(CBManagerState::unsupported);
     });
     return central;
+}
+
+std::vector<std::shared_ptr<StandardCentral>> StandardPlatform::centrals() {
+    const std::lock_guard lock(centralsMutex_);
+    std::vector<std::shared_ptr<StandardCentral>> living;
+    for (const auto& known : centrals_) {
+        if (auto central = known.lock()) living.push_back(std::move(central));
+    }
+    return living;
+}
+
+bool StandardPlatform::shutDown(double seconds) {
+    runLoop_.requireOutsideCallbacks();
+    {
+        const std::lock_guard lock(centralsMutex_);
+        isShutDown_ = true;
+    }
+    for (const auto& central : centrals()) central->shutDown();
+    const auto now = [this] { return std::chrono::duration<double>(clock().monotonicTime()).count(); };
+    const auto hasEnded = [this] { return std::ranges::all_of(centrals(), &StandardCentral::hasEnded); };
+    const double end = now() + seconds;
+    ExceptionKeeper exceptions;
+    for (double left = seconds; left > 0 && !hasEnded(); left = end - now()) {
+        exceptions.run([&] { runLoop_.runFor(std::min(left, shutDownStep)); });
+    }
+    exceptions.rethrow();
+    return hasEnded();
 }
 
 RadioCondition StandardPlatform::radioCondition() const {
@@ -87,7 +118,7 @@ VirtualTime* StandardPlatform::virtualTime() {
     return virtualTime_.get();
 }
 
-void StandardPlatform::shutDown() {
+void StandardPlatform::clear() {
     runLoop_.clear();
     notificationCenter_.clear();
 }

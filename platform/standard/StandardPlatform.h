@@ -1,10 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include "zobi/platform/Export.h"
 #include "zobi/platform/Platform.h"
 #include "zobi/platform/standard/StandardApplication.h"
+#include "zobi/platform/standard/StandardCentral.h"
 #include "zobi/platform/standard/StandardClock.h"
 #include "zobi/platform/standard/StandardLog.h"
 #include "zobi/platform/standard/StandardNotificationCenter.h"
@@ -14,7 +17,7 @@
 namespace zobi::platform {
 
 /// A platform without a radio: its central managers report the state unsupported. A port derives from it and
-/// overrides `makeCentralManager`.
+/// overrides `makeCentral`.
 ///
 /// It logs to stderr until another sink is set.
 class ZOBI_EXPORT StandardPlatform : public Platform {
@@ -28,14 +31,15 @@ public:
     /// @param time the clock.
     /// @param waiting how the run loop waits; not null.
     StandardPlatform(Time time, std::unique_ptr<Waiting> waiting);
-    /// A derived class calls `shutDown` in its own destructor, before the members that its radio uses are
+    /// A derived class calls `clear` in its own destructor, before the members that its radio uses are
     /// destroyed.
     ~StandardPlatform() override;
     StandardPlatform(const StandardPlatform&) = delete;
     StandardPlatform& operator=(const StandardPlatform&) = delete;
 
     std::shared_ptr<CBCentralManager> makeCentralManager(
-        std::weak_ptr<CBCentralManagerDelegate> delegate) override;
+        std::weak_ptr<CBCentralManagerDelegate> delegate) final;
+    bool shutDown(double seconds = 5) override;
     RadioCondition radioCondition() const override;
     StandardApplication& application() override;
     StandardNotificationCenter& notificationCenter() override;
@@ -51,10 +55,16 @@ public:
     VirtualTime* virtualTime();
 
 protected:
+    /// Makes a central manager of the radio, and queues the radio's start on the main queue. Called by any
+    /// thread.
+    virtual std::shared_ptr<StandardCentral> makeCentral(std::weak_ptr<CBCentralManagerDelegate> delegate);
+
     /// Removes all timers, queued tasks and observers, and so releases the managers that these own.
-    void shutDown();
+    void clear();
 
 private:
+    std::vector<std::shared_ptr<StandardCentral>> centrals();
+
     SystemTime systemTime_;
     std::unique_ptr<VirtualTime> virtualTime_;
     StandardLog log_;
@@ -62,6 +72,9 @@ private:
     StandardNotificationCenter notificationCenter_;
     StandardApplication application_;
     RadioCondition radioCondition_;
+    std::mutex centralsMutex_;
+    std::vector<std::weak_ptr<StandardCentral>> centrals_;
+    bool isShutDown_ = false;
 };
 
 }  // namespace zobi::platform

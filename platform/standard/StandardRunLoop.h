@@ -46,6 +46,9 @@ public:
     std::optional<std::chrono::nanoseconds> nextDeadline() const override;
     std::vector<RunLoopDescriptor> descriptors() const override;
 
+    /// @throws std::logic_error if called from inside a callback of this loop.
+    void requireOutsideCallbacks() const;
+
     /// The number of valid timers.
     std::size_t timerCount() const;
 
@@ -71,8 +74,6 @@ private:
 
     enum class Stopping { obeyed, ignored };
 
-    /// @throws std::logic_error
-    void requireOutsideCallbacks() const;
     /// Waits for the sources too, and queues the callbacks of those that are ready.
     void wait(std::optional<std::chrono::nanoseconds> timeout);
     void runUntil(std::optional<std::chrono::nanoseconds> end);

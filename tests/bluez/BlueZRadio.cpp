@@ -84,7 +84,8 @@ BlueZRadio::Watched BlueZRadio::watch(ScriptedPlatform& platform, const std::str
         }
         return text + ' ' + rssi.description();
     };
-    watched.central = platform.makeCentralManager(watched.listener, adapter);
+    platform.chosenAdapter = adapter;
+    watched.central = platform.makeCentralManager(watched.listener);
     platform.runLoop().runFor(1);
     return watched;
 }

@@ -83,5 +83,33 @@ TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedFor) {
     }
 }
 
+/// A program that ends when its attempt or link is in a phase, as does the service that hangs then or not.
+struct ShutDown final : BlueZRadio {
+    ShutDown(int thePhase, bool theServiceHangs) : phase(thePhase), hangs(theServiceHangs) {}
+
+    void TestBody() override {
+        reach(phase);
+        scan();
+        pass(1);
+        const Script silence{.acts = false, .answers = false};
+        if (hangs) service.scripts = {{"Disconnect", silence}, {"StopDiscovery", silence}};
+        const auto start = machine.clock().monotonicTime();
+        EXPECT_EQ(machine.shutDown(), !hangs);
+        const std::chrono::duration<double> took = machine.clock().monotonicTime() - start;
+        EXPECT_TRUE(hangs ? took.count() == 5 : took.count() < 2.5) << took.count();
+        EXPECT_TRUE(hangs || !(beacon.link || service.isDiscovering(firstAdapter)));
+    }
+
+    int phase;
+    bool hangs;
+};
+
+TEST_P(BlueZRadio, AShutDownWaitsUntilTheServiceHasEndedAll) {
+    for (int i = 0; i < 2 * phases; ++i) {
+        SCOPED_TRACE(i);
+        ShutDown(i / 2, i % 2 != 0).TestBody();
+    }
+}
+
 }  // namespace
 }  // namespace zobi::platform::bluez

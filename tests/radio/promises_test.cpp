@@ -1,6 +1,8 @@
 // The promises that every radio keeps to what is written against it.
 
 #include <array>
+#include <chrono>
+#include <stdexcept>
 
 #include "RadioTest.h"
 #include "zobi/platform/NSData.h"
@@ -302,6 +304,33 @@ TEST_P(RadioPromises, ARequestToNothingIsHarmless) {
     other->cancelPeripheralConnection(peripheral);
     EXPECT_TRUE(heardNoMoreThan(1));
     EXPECT_THAT(stranger->events, ElementsAre("state 5"));
+}
+
+TEST_P(RadioPromises, AShutDownEndsScanAndLinkForGood) {
+    const auto peripheral = link();
+    listener->onEvent = [&](const std::string& event) {
+        EXPECT_EQ(event, "disconnected");
+        EXPECT_THROW(platform.shutDown(), std::logic_error) << "from inside the loop";
+        scan();
+        central->connectPeripheral(peripheral);
+        platform.runLoop().stop();
+        listener->onEvent = [](const auto& /*event*/) {};
+        throw std::domain_error("the delegate's");
+    };
+    const auto start = platform.clock().monotonicTime();
+    EXPECT_THROW(platform.shutDown(), std::domain_error);
+    EXPECT_LT(platform.clock().monotonicTime() - start, std::chrono::seconds(4));
+    EXPECT_FALSE(central->isScanning());
+    EXPECT_TRUE(heard("failed error 5"));
+    EXPECT_EQ(peripheral->state(), CBPeripheralState::disconnected);
+
+    const auto stranger = RadioRecorder::make();
+    const auto late = platform.makeCentralManager(stranger);
+    stranger->onEvent = [&](const auto& /*event*/) { late->scanForPeripheralsWithServicesOptions({}, {}); };
+    scan();
+    EXPECT_TRUE(heardNoMoreThan(1));
+    EXPECT_FALSE(central->isScanning() || late->isScanning());
+    EXPECT_TRUE(platform.shutDown(0)) << "nothing is left";
 }
 
 }  // namespace

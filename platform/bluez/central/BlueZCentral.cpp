@@ -56,6 +56,13 @@ void BlueZCentral::endScan() {
     updateDiscovery();
 }
 
+bool BlueZCentral::isRadioIdle() const {
+    if (state() != CBManagerState::poweredOn) return true;
+    return context_->discovery->isIdle() && std::ranges::none_of(peripherals(), [](const auto& known) {
+               return static_cast<BlueZPeripheral&>(*known.second).link().isDisconnecting();
+           });
+}
+
 bool BlueZCentral::isDiscoveryWanted() const {
     return isScanning() || !context_->attempts->waiting().empty();
 }

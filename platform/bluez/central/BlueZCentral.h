@@ -39,6 +39,7 @@ public:
 protected:
     void beginScan() override;
     void endScan() override;
+    bool isRadioIdle() const override;
 
 private:
     std::shared_ptr<BlueZCentral> self() {

@@ -60,6 +60,8 @@ public:
 
     /// False while it is tried to connect, too.
     bool isUnlinked() const { return phase_ == Phase::idle || phase_ == Phase::waiting; }
+    /// Whether BlueZ has yet to end the link, or an attempt at one.
+    bool isDisconnecting() const { return isDisconnecting_; }
     /// Whether values can come over it.
     bool isUp() const { return phase_ == Phase::linked || phase_ == Phase::ending; }
 

@@ -33,6 +33,8 @@ public:
     void stopThen(std::function<void()> then);
     /// BlueZ has forgotten it, as it does when the adapter is turned off.
     void forget();
+    /// Whether it is off, and nothing is asked of BlueZ.
+    bool isIdle() const { return !isOn_ && !call_.isPending(); }
 
 private:
     void advance();

@@ -55,9 +55,9 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
     return {runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition};
 }
 
-std::shared_ptr<CBCentralManager> ScriptedPlatform::makeCentralManager(
-    std::weak_ptr<CBCentralManagerDelegate> delegate, const std::string& adapter) {
-    auto central = std::make_shared<BlueZCentral>(context(adapter), std::move(delegate));
+std::shared_ptr<StandardCentral> ScriptedPlatform::makeCentral(
+    std::weak_ptr<CBCentralManagerDelegate> delegate) {
+    auto central = std::make_shared<BlueZCentral>(context(chosenAdapter), std::move(delegate));
     runLoop().dispatchAsync([central] { central->start(); });
     return central;
 }

@@ -45,17 +45,13 @@ private:
 class ScriptedPlatform : public StandardPlatform {
 public:
     ScriptedPlatform();
-    ~ScriptedPlatform() override { shutDown(); }
+    ~ScriptedPlatform() override { clear(); }
 
     /// What a radio of this machine stands on.
     /// @param adapter which adapter it is to use; empty for any.
     RadioContext context(const std::string& adapter = {});
-    std::shared_ptr<CBCentralManager> makeCentralManager(
-        std::weak_ptr<CBCentralManagerDelegate> delegate) override {
-        return makeCentralManager(std::move(delegate), "");
-    }
-    std::shared_ptr<CBCentralManager> makeCentralManager(std::weak_ptr<CBCentralManagerDelegate> delegate,
-                                                         const std::string& adapter);
+    /// Which adapter the next central managers are to use; empty for any.
+    std::string chosenAdapter;
 
     /// The way to the controller; null for none.
     std::shared_ptr<ScriptedChannel> channel = std::make_shared<ScriptedChannel>(runLoop());
@@ -64,6 +60,9 @@ public:
     /// What is logged.
     std::vector<std::string> lines;
     ScriptedService service{runLoop(), clock()};
+
+protected:
+    std::shared_ptr<StandardCentral> makeCentral(std::weak_ptr<CBCentralManagerDelegate> delegate) override;
 };
 
 }  // namespace zobi::platform::bluez

@@ -125,6 +125,7 @@ public:
     void addAdapter(const std::string& path, const std::string& address);
     void removeAdapter(const std::string& path);
     void setPowered(bool isOn, const std::string& adapter = firstAdapter);
+    bool isDiscovering(const std::string& adapter) const;
 
     /// @}
     /// @name Devices
@@ -147,7 +148,6 @@ private:
     Properties* find(const std::string& path, const std::string& interface);
 
     bool isPowered(const std::string& adapter);
-    bool isDiscovering(const std::string& adapter) const;
     void startDiscovery(Client& client, const Call& call);
     void discoveryEnded(const std::string& adapter);
     void report(ScriptedDevice& device);

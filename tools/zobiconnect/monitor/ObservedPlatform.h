@@ -14,7 +14,7 @@ namespace zobi::tool {
 class ObservedPlatform final : public platform::ForwardingPlatform {
 public:
     using ForwardingPlatform::ForwardingPlatform;
-    ~ObservedPlatform() override { shutDown(); }
+    ~ObservedPlatform() override { destroyWrapped(); }
     ObservedPlatform(const ObservedPlatform&) = delete;
     ObservedPlatform& operator=(const ObservedPlatform&) = delete;
 
