@@ -69,6 +69,7 @@ std::shared_ptr<ZOKBeacon> ZOKProtocolUtils::beaconFromDataOnPlatform(Bytes data
             beacon->setAdvertAction(signedByteAt(data, 13));
         }
     }
-    if (platform.log().isEnabled()) platform.log().log("%@", beacon->description());
+    if (platform.log().isEnabled(zobi::platform::Log::Category::diagnostic))
+        platform.log().log("%@", beacon->description());
     return beacon;
 }

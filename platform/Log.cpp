@@ -36,7 +36,8 @@ void LogArgument::appendTo(std::string& line) const {
     }
 }
 
-void Log::writeFormatted(std::string_view format, std::initializer_list<LogArgument> arguments) {
+void Log::writeFormatted(Category category, std::string_view format,
+                         std::initializer_list<LogArgument> arguments) {
     std::string line;
     for (const LogArgument& argument : arguments) {
         const std::size_t conversion = format.find('%');
@@ -49,7 +50,7 @@ void Log::writeFormatted(std::string_view format, std::initializer_list<LogArgum
         format.remove_prefix(format.find_first_of("@duf", conversion) + 1);
     }
     line += format;
-    writeLine(line);
+    writeLine(category, line);
 }
 
 }  // namespace zobi::platform

@@ -46,28 +46,43 @@ private:
     double real_ = 0;
 };
 
-/// The log: lines of text for diagnosis. Safe from any thread.
+/// The log: lines of text, in two categories that are switched apart. Safe from any thread.
 class ZOBI_EXPORT Log {
 public:
+    /// Whom a line is for.
+    enum class Category : std::uint8_t {
+        message,    ///< A person: what is in the way, and what to do about it. There are few of them.
+        diagnostic  ///< Who examines a program: what the library does, in several lines a second.
+    };
+
     virtual ~Log();
 
-    /// False when lines are discarded. Check it before computing an expensive argument.
-    virtual bool isEnabled() const = 0;
+    /// False when lines of this category are discarded. Check it before computing an expensive argument.
+    virtual bool isEnabled(Category category) const = 0;
 
-    /// Writes one line. Each conversion in `format` ("%@", "%d", "%lu", "%f") is replaced by the next
-    /// argument, which is printed according to its own type (see `LogArgument`), whatever the conversion and
-    /// the locale. Does nothing unless `isEnabled`.
+    /// Writes one diagnostic line. Each conversion in `format` ("%@", "%d", "%lu", "%f") is replaced by the
+    /// next argument, which is printed according to its own type (see `LogArgument`), whatever the conversion
+    /// and the locale. Does nothing unless `isEnabled`.
     template <typename... Arguments>
     void log(std::string_view format, const Arguments&... arguments) {
-        if (isEnabled()) writeFormatted(format, {LogArgument(arguments)...});
+        if (!isEnabled(Category::diagnostic)) return;
+        writeFormatted(Category::diagnostic, format, {LogArgument(arguments)...});
+    }
+
+    /// Writes one message, in the same way.
+    template <typename... Arguments>
+    void message(std::string_view format, const Arguments&... arguments) {
+        if (!isEnabled(Category::message)) return;
+        writeFormatted(Category::message, format, {LogArgument(arguments)...});
     }
 
 protected:
     /// Writes one finished line. It does not end with a line feed. May be called from any thread.
-    virtual void writeLine(std::string_view line) = 0;
+    virtual void writeLine(Category category, std::string_view line) = 0;
 
 private:
-    void writeFormatted(std::string_view format, std::initializer_list<LogArgument> arguments);
+    void writeFormatted(Category category, std::string_view format,
+                        std::initializer_list<LogArgument> arguments);
 };
 
 }  // namespace zobi::platform

@@ -63,20 +63,33 @@ StandardLog::Sink StandardLog::stderrSink(const Clock& clock) {
     };
 }
 
-StandardLog::StandardLog(Sink sink) : sink_(std::move(sink)) {}
+StandardLog::StandardLog(Sink sink) : messageSink_(sink), diagnosticSink_(std::move(sink)) {}
 
-void StandardLog::setSink(Sink sink) {
-    sink_ = std::move(sink);
+void StandardLog::setSink(const Sink& sink) {
+    setMessageSink(sink);
+    setDiagnosticSink(sink);
 }
 
-bool StandardLog::isEnabled() const {
-    return sink_ != nullptr;
+void StandardLog::setMessageSink(Sink sink) {
+    messageSink_ = std::move(sink);
 }
 
-void StandardLog::writeLine(std::string_view line) {
+void StandardLog::setDiagnosticSink(Sink sink) {
+    diagnosticSink_ = std::move(sink);
+}
+
+const StandardLog::Sink& StandardLog::sink(Category category) const {
+    return category == Category::message ? messageSink_ : diagnosticSink_;
+}
+
+bool StandardLog::isEnabled(Category category) const {
+    return sink(category) != nullptr;
+}
+
+void StandardLog::writeLine(Category category, std::string_view line) {
     // Copied, for a sink may set another.
-    const Sink sink = sink_;
-    sink(line);
+    const Sink called = sink(category);
+    called(line);
 }
 
 }  // namespace zobi::platform

@@ -5,6 +5,7 @@
 
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/UTF8.h"
 #include "zobi/platform/CBUUID.h"
@@ -108,6 +109,26 @@ TEST(LogTest, FormatsByType) {
     EXPECT_THAT(lines, ::testing::ElementsAre("plain", "text and YES", "Beacon [300, (null)] removed",
                                               "DeltaTime: 20.000001", ::testing::SizeIs(size),
                                               "Nb services found: 7, -1"));
+}
+
+TEST(LogTest, EachCategoryHasASwitch) {
+    using enum Log::Category;
+    std::vector<std::string> lines;
+    const auto note = [&](std::string_view line) { lines.emplace_back(line); };
+    StandardLog log(note);
+    const auto logBoth = [&] {
+        log.log("diagnostic %d", 1);
+        log.message("message %d", 2);
+        return std::exchange(lines, {});
+    };
+    EXPECT_THAT(logBoth(), ::testing::ElementsAre("diagnostic 1", "message 2"));
+    log.setDiagnosticSink(nullptr);
+    EXPECT_TRUE(log.isEnabled(message) && !log.isEnabled(diagnostic));
+    EXPECT_THAT(logBoth(), ::testing::ElementsAre("message 2"));
+    log.setSink(note);
+    log.setMessageSink(nullptr);
+    EXPECT_TRUE(!log.isEnabled(message) && log.isEnabled(diagnostic));
+    EXPECT_THAT(logBoth(), ::testing::ElementsAre("diagnostic 1"));
 }
 
 TEST(LogTest, ASinkMaySetAnother) {
