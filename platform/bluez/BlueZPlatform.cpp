@@ -15,7 +15,8 @@ BlueZPlatform::BlueZPlatform(BlueZOptions options)
           runLoop(), clock(), log(), &Bus::overSystemBus,
           [this](const std::string& adapter) { return openControllerChannel(adapter, runLoop()); },
           std::move(options.adapter),
-          [this](const RadioCondition& condition) { setRadioCondition(condition); }}) {}
+          [this](const RadioCondition& condition) { setRadioCondition(condition); },
+          std::make_shared<ForeignLinks>(std::move(options.endedServices))}) {}
 
 BlueZPlatform::~BlueZPlatform() {
     clear();
@@ -26,6 +27,10 @@ std::shared_ptr<StandardCentral> BlueZPlatform::makeCentral(
     auto central = std::make_shared<BlueZCentral>(*context_, std::move(delegate));
     runLoop().dispatchAsync([central] { central->start(); });
     return central;
+}
+
+const std::vector<ForeignLink>& BlueZPlatform::foreignLinks() const {
+    return context_->foreignLinks->found();
 }
 
 }  // namespace zobi::platform::bluez

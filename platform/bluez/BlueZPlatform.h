@@ -2,7 +2,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "zobi/platform/CBUUID.h"
 #include "zobi/platform/Export.h"
 #include "zobi/platform/standard/StandardPlatform.h"
 
@@ -16,6 +18,20 @@ struct BlueZOptions {
     /// The adapter to use, by its name ("hci0") or its address ("00:00:5E:00:53:01"). If empty, one that is
     /// powered on when BlueZ is first found, else any one; it is used until it is removed.
     std::string adapter;
+    /// A device that advertises or offers one of these services is disconnected if it is linked when the
+    /// radio starts, or in the 45 s after, and not by this platform: a program that was killed leaves its
+    /// link up, and the device silent. A link that another program uses is ended as well. Empty for none.
+    std::vector<CBUUID> endedServices = {};
+};
+
+/// A link to a device that a platform has found, and not made.
+struct ForeignLink {
+    /// The address of the device, such as "00:00:5E:00:53:02".
+    std::string address;
+    /// Its name; empty if it has none.
+    std::string name;
+    /// Whether the radio ended it: see `BlueZOptions::endedServices`.
+    bool isEnded = false;
 };
 
 /// A platform with the Bluetooth radio of a Linux machine, in real time. It uses BlueZ over the system D-Bus,
@@ -24,6 +40,7 @@ struct BlueZOptions {
 ///     BlueZPlatform platform;
 ///     const auto central = platform.makeCentralManager(delegate);
 ///     platform.runLoop().run();
+///     platform.shutDown();
 ///
 /// If the radio cannot be used, its central managers report a state other than powered on, and
 /// `radioCondition` and a line of the log say why and what a user can do about it. BlueZ and the adapter may
@@ -38,6 +55,12 @@ public:
     /// @throws std::system_error if the process has no descriptor left.
     explicit BlueZPlatform(BlueZOptions options = {});
     ~BlueZPlatform() override;
+
+    /// The links that were up when the first central manager started, or came up in the 45 s after, and that
+    /// are none of this platform's: left by a program that was killed, or used by one that runs. Devices that
+    /// are paired with this machine are left out. A device does not advertise while it is linked; a line of
+    /// the log tells of each. Main thread only.
+    const std::vector<ForeignLink>& foreignLinks() const;
 
     /// What the parts of this radio are made with. Not for applications.
     const RadioContext& context() const { return *context_; }

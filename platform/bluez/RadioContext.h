@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/bluez/bus/Bus.h"
+#include "platform/bluez/central/ForeignLinks.h"
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "zobi/platform/Clock.h"
 #include "zobi/platform/Log.h"
@@ -28,6 +29,8 @@ struct RadioContext {
     std::string adapter;
     /// Told whether the radio can be used, and if not, why.
     std::function<void(const RadioCondition&)> setCondition = [](const RadioCondition& /*condition*/) {};
+    /// Links that are none of this platform's.
+    std::shared_ptr<ForeignLinks> foreignLinks = std::make_shared<ForeignLinks>();
 
     /// Calls an action of `object` once, so many seconds from now, if the object lives then.
     template <typename Object>

@@ -302,5 +302,49 @@ TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
     EXPECT_THAT(listener->sightings, SizeIs(1)) << "it may go from inside what it tells";
 }
 
+TEST_P(BlueZRadio, ALinkThatIsNotOursAtTheStartIsToldOnceAndEndedIfAskedFor) {
+    struct Row {
+        double moment = 0;
+        std::vector<CBUUID> ended = {};
+        bool isPaired = false;
+        bool isTold = true;
+    };
+    const auto mine = ZOKGATTProfile::configurationService;
+    const auto other = CBUUID::UUIDWithString("FEED");
+    const std::vector<Row> rows{
+        {-5},           {-5, {other}}, {-5, {mine}}, {-5, {}, true, false},  {-5, {mine}, true},
+        {-0.5, {mine}}, {30},          {30, {mine}}, {60, {}, false, false}, {60, {mine}, false, false}};
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(i);
+        const auto& [moment, ended, isPaired, isTold] = rows[i];
+        ScriptedPlatform its;
+        its.foreignLinks = std::make_shared<ForeignLinks>(ended);
+        ScriptedDevice& device = its.service.add({.serviceData = scripted.payload(7)});
+        device.isInRange = its.service.othersDiscover = true;
+        its.runLoop().runFor(2);
+        const auto linkNow = [&] {
+            its.service.connectByOther(device);
+            if (isPaired) its.service.change(device.path(), deviceInterface, {{"Paired", true}});
+        };
+        if (moment < 0) (linkNow(), its.runLoop().runFor(-moment));
+        const auto first = watch(its);
+        const auto second = watch(its);
+        its.runLoop().runFor(std::max(moment, 0.0));
+        if (moment > 0) linkNow();
+        its.runLoop().runFor(5);
+        const bool isEnded = isTold && !ended.empty() && ended.front() == mine;
+        EXPECT_EQ(device.isLinked(), !isEnded);
+        EXPECT_EQ(std::ranges::count_if(its.lines,
+                                        [](auto& it) { return it.find("not by this") != std::string::npos; }),
+                  isTold ? 1 : 0);
+        const auto& found = its.foreignLinks->found();
+        ASSERT_EQ(found.size(), isTold ? 1U : 0U);
+        EXPECT_TRUE(!isTold || (found[0].address == device.address && found[0].isEnded == isEnded));
+    }
+    reach(linked);
+    watch(machine);
+    EXPECT_THAT(machine.foreignLinks->found(), IsEmpty()) << "it is ours";
+}
+
 }  // namespace
 }  // namespace zobi::platform::bluez

@@ -43,6 +43,7 @@ void BlueZCentral::start() {
     attempts = std::make_shared<ConnectionAttempts>(
         radio, [this](std::function<void()> then) { context_->discovery->stopThen(std::move(then)); },
         [this] { return context_->service->isDiscovering(); }, [this] { updateDiscovery(); });
+    radio->foreignLinks->start(radio->clock);
     service->start();
 }
 
@@ -158,7 +159,7 @@ void BlueZCentral::openChannel() {
     if (std::exchange(channelAdapter_, adapter) == adapter && isOpen) return;
     channel = context_->radio->openChannel(adapter);
     if (!channel) {
-        context_->radio->log.log(
+        context_->radio->log.message(
             "Bluetooth: the controller %@ cannot be asked past the service: how links end and how strong "
             "their signal is will be unknown.",
             adapter);
@@ -181,18 +182,27 @@ BlueZPeripheral* BlueZCentral::peripheralOf(const Device& device) const {
     return knownPeripheral<BlueZPeripheral>(keyOf(device.address));
 }
 
+void BlueZCentral::lookForForeignLink(const Device& device) {
+    const BlueZPeripheral* const peripheral = peripheralOf(device);
+    if (!device.isConnected || (peripheral && peripheral->link().isDisconnecting())) return;
+    const RadioContext& radio = *context_->radio;
+    radio.foreignLinks->look(radio.clock, radio.log, context_->service, device);
+}
+
 void BlueZCentral::deviceDidAppear(const Device& device) {
     BlueZPeripheral* const peripheral = peripheralOf(device);
-    if (!peripheral) return;
+    if (!peripheral) return lookForForeignLink(device);
     shown_.emplace(keyOf(device.address), peripheral->shared_from_this());
     peripheral->link().deviceDidAppear();
     DeviceChange appearance;
     appearance.hasConnected = device.isConnected;
     peripheral->deviceDidChange(device, appearance);
+    lookForForeignLink(device);
 }
 
 void BlueZCentral::deviceDidChange(const Device& device, const DeviceChange& change) {
     if (BlueZPeripheral* const peripheral = peripheralOf(device)) peripheral->deviceDidChange(device, change);
+    if (change.hasConnected || change.hasServicesResolved) lookForForeignLink(device);
     if (!isDiscoveryWanted()) return;
     const auto isNamed = [&] {
         BlueZPeripheral* const peripheral = peripheralOf(device);

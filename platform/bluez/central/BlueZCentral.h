@@ -48,6 +48,7 @@ private:
     /// Null if there is no handle for the device.
     BlueZPeripheral* peripheralOf(const Device& device) const;
     void openChannel();
+    void lookForForeignLink(const Device& device);
     void lookForLinkEnds();
     bool isDiscoveryWanted() const;
     void updateDiscovery();

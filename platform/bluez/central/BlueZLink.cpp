@@ -33,6 +33,7 @@ void BlueZLink::enter(CentralContext& context, Phase phase) {
         if (timer) timer->invalidate();
     }
     promptness_ = isUnlinked() ? nullptr : context.service->stayPrompt();
+    hold_ = isUnlinked() ? nullptr : context.radio->foreignLinks->hold(address_);
 }
 
 std::shared_ptr<NSTimer> BlueZLink::schedule(CentralContext& context, double seconds, Action action) {
@@ -288,8 +289,8 @@ void BlueZLink::end() {
 }
 
 void BlueZLink::endTookTooLong(CentralContext& context) {
-    context.radio->log.log("Bluetooth: the service does not tell the end of the link to %@",
-                           textOf(address_));
+    context.radio->log.message("Bluetooth: the service does not tell the end of the link to %@",
+                               textOf(address_));
     tellEnd(context, std::nullopt);
 }
 

@@ -29,6 +29,7 @@ public:
 
     HeardDevice& heard() { return heard_; }
     BlueZLink& link() { return link_; }
+    const BlueZLink& link() const { return link_; }
 
     void deviceDidChange(const Device& device, const DeviceChange& change);
     void characteristicDidChange(std::string_view path, std::span<const std::uint8_t> value);

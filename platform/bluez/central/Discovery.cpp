@@ -152,7 +152,7 @@ void Discovery::tellStopped() {
 
 void Discovery::tryAgainLater(const BusError& error) {
     if (std::exchange(lastTrouble_, error.message) != error.message) {
-        context_->log.log("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
+        context_->log.message("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
     }
     // Discovery of this connection is on already, perhaps with another filter.
     if (error.name == "org.bluez.Error.InProgress" && isFilterSet_) isStale_ = isOn_ = true;

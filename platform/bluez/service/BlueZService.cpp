@@ -43,7 +43,8 @@ std::string_view parentOf(std::string_view path) {
     return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
-/// Nothing for a text that is no UUID.
+}  // namespace
+
 std::optional<CBUUID> parseUUID(std::string_view text) {
     try {
         return CBUUID::UUIDWithString(text);
@@ -51,8 +52,6 @@ std::optional<CBUUID> parseUUID(std::string_view text) {
         return std::nullopt;
     }
 }
-
-}  // namespace
 
 // The bus
 
@@ -66,7 +65,7 @@ void BlueZService::openBus() {
     } catch (const std::system_error& error) {
         // Log only the first failure.
         if (condition_ != busIsMissing()) {
-            context_->log.log("Bluetooth: no connection to the bus: %@", error.what());
+            context_->log.message("Bluetooth: no connection to the bus: %@", error.what());
         }
         afterDelay(reopeningDelay, &BlueZService::openBus);
         return enter(busIsMissing());
@@ -118,7 +117,7 @@ void BlueZService::loseBus(const std::string& reason) {
     const bool wasInUse = !owner_.empty();
     // Log only the first failure.
     if (condition_ != busIsMissing()) {
-        context_->log.log("Bluetooth: the connection to the bus is lost: %@", reason);
+        context_->log.message("Bluetooth: the connection to the bus is lost: %@", reason);
     }
     // Not at once, as this may be called from inside it.
     context_->runLoop.dispatchAsync([bus = std::exchange(bus_, nullptr)] {});
@@ -196,7 +195,7 @@ void BlueZService::reload() {
 void BlueZService::loadingFailed(const std::string& why) {
     // Log only the first failure.
     if (std::exchange(loadingTrouble_, why) != why) {
-        context_->log.log("Bluetooth: the service does not list its objects: %@", why);
+        context_->log.message("Bluetooth: the service does not list its objects: %@", why);
     }
     afterDelay(answerDeadline, &BlueZService::reload);
     enter(serviceIsSilent());
@@ -260,7 +259,7 @@ void BlueZService::enter(const RadioCondition& condition) {
     condition_ = condition;
     context_->setCondition(condition);
     if (const std::string advice = condition.advice(); !advice.empty()) {
-        context_->log.log("Bluetooth: %@", advice);
+        context_->log.message("Bluetooth: %@", advice);
     }
     if (const auto delegate = delegate_.lock()) delegate->serviceDidChangeCondition();
 }

@@ -23,6 +23,9 @@
 
 namespace zobi::platform::bluez {
 
+/// A UUID as the service writes it; nothing for a text that is none.
+std::optional<CBUUID> parseUUID(std::string_view text);
+
 /// What the service says of a device on the air of our adapter.
 struct Device {
     std::string path;

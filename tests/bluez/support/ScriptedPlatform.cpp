@@ -52,7 +52,7 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
     };
     const auto openBus = [this](const auto& busContext) { return service.openBus(busContext); };
     const auto setCondition = [this](const RadioCondition& condition) { setRadioCondition(condition); };
-    return {runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition};
+    return {runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition, foreignLinks};
 }
 
 std::shared_ptr<StandardCentral> ScriptedPlatform::makeCentral(

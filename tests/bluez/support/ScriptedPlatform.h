@@ -52,6 +52,7 @@ public:
     RadioContext context(const std::string& adapter = {});
     /// Which adapter the next central managers are to use; empty for any.
     std::string chosenAdapter;
+    std::shared_ptr<ForeignLinks> foreignLinks = std::make_shared<ForeignLinks>();
 
     /// The way to the controller; null for none.
     std::shared_ptr<ScriptedChannel> channel = std::make_shared<ScriptedChannel>(runLoop());

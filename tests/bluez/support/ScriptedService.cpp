@@ -139,6 +139,10 @@ void ScriptedService::perform(Client& client, const Call& call) {
         const Properties* const all = find(path, std::string(arguments.string()));
         return reply(call, [&](Message& body) { body.variant(*named(*all, arguments.string())); });
     }
+    if (member == "GetAll") {
+        const Properties* const all = find(path, std::string(arguments.string()));
+        return reply(call, [&](Message& body) { body.properties(*all); });
+    }
     if (member == "SetDiscoveryFilter") client.filter = lastFilter = arguments.properties();
     if (member == "GetDiscoveryFilters") {
         return reply(call, [](Message& body) { body.strings({"DuplicateData", "Pattern"}); });
