@@ -38,9 +38,11 @@ class ZOKManagerDelegate;
 ///     auto delegate = std::make_shared<MyDelegate>();   // the manager does not keep it alive
 ///     manager->setDelegate(delegate);
 ///     platform.runLoop().run();
+///     platform.shutDown();
 ///
 /// Everything runs on the main thread, which is the thread that runs the loop: every callback is made there,
-/// and every operation is called there. Only `shared` is safe from any thread.
+/// and every operation is called there. Only `shared` is safe from any thread. In a debug build of the
+/// library an operation on another thread, once the loop has run, ends the process with the operation's name.
 ///
 /// Nothing here returns an error, and nothing throws on purpose. A payload that is too short for its layout
 /// leaves through the discovery event, as `zobi::platform::DataRangeError`, to the radio that delivered it.

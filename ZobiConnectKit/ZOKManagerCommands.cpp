@@ -4,6 +4,7 @@
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/ThreadCheck.h"
 
 using namespace ZOKGATTProfile;
 using zobi::platform::CBCharacteristic;
@@ -62,32 +63,38 @@ std::shared_ptr<CBCharacteristic> ZOKManager::characteristicFromServiceAndPeriph
 // NOLINTBEGIN(readability-convert-member-functions-to-static)
 
 void ZOKManager::pingBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     write(mildAlert, alertLevelCharacteristic, immediateAlertService, beacon,
           CBCharacteristicWriteType::withoutResponse);
 }
 
 void ZOKManager::setButtonModeForBeacon(std::int32_t mode, const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     write(static_cast<std::uint8_t>(mode & 0xFF), buttonModeCharacteristic, configurationService, beacon,
           CBCharacteristicWriteType::withResponse);
 }
 
 void ZOKManager::buttonModeForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                    const ZOKBeaconCompletion& /*completion*/) {
+    zobi::platform::checkThread(platform_.runLoop());
     read(buttonModeCharacteristic, configurationService, beacon);
 }
 
 void ZOKManager::temperatureForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                     const ZOKBeaconCompletion& /*completion*/) {
+    zobi::platform::checkThread(platform_.runLoop());
     read(temperatureCharacteristic, temperatureService, beacon);
 }
 
 void ZOKManager::firmwareVersionForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                         const ZOKBeaconCompletion& /*completion*/) {
+    zobi::platform::checkThread(platform_.runLoop());
     read(firmwareRevisionCharacteristic, deviceInformationService, beacon);
 }
 
 void ZOKManager::setAccelerometerNotificationsForBeacon(bool enabled,
                                                         const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     const auto peripheral = peripheralOf(beacon);
     std::array<std::shared_ptr<CBCharacteristic>, accelerometerAxes.size()> found;
     for (std::size_t i = 0; i < found.size(); ++i) {
@@ -100,11 +107,13 @@ void ZOKManager::setAccelerometerNotificationsForBeacon(bool enabled,
 }
 
 void ZOKManager::setBatteryNotificationsForBeacon(bool enabled, const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     setNotify(enabled, batteryLevelCharacteristic, batteryService, beacon);
 }
 
 void ZOKManager::setTemperatureNotificationsForBeacon(bool enabled,
                                                       const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     // Not in the temperature service. Where beacons have it today, this finds nothing, and it stays so: who
     // relies on it has discovered the characteristic there by themselves.
     setNotify(enabled, temperatureCharacteristic, configurationService, beacon);
@@ -112,6 +121,7 @@ void ZOKManager::setTemperatureNotificationsForBeacon(bool enabled,
 
 void ZOKManager::setButtonActionsNotificationsForBeacon(bool enabled,
                                                         const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     setNotify(enabled, buttonActionCharacteristic, buttonService, beacon);
 }
 

@@ -4,17 +4,20 @@
 
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/ThreadCheck.h"
 
 using zobi::platform::CBError;
 using zobi::platform::CBPeripheral;
 using zobi::platform::NSError;
 
 void ZOKManager::connectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     if (beacon) connect(beacon, std::nullopt);
 }
 
 void ZOKManager::connectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                              ZOKBeaconCompletion completion) {
+    zobi::platform::checkThread(platform_.runLoop());
     if (beacon) connect(beacon, std::move(completion));
 }
 
@@ -37,11 +40,13 @@ void ZOKManager::connect(std::shared_ptr<ZOKBeacon> beacon, std::optional<ZOKBea
 }
 
 void ZOKManager::disconnectBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     if (centralManager_) centralManager_->cancelPeripheralConnection(beacon ? beacon->peripheral() : nullptr);
 }
 
 void ZOKManager::disconnectBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                                 ZOKBeaconCompletion completion) {
+    zobi::platform::checkThread(platform_.runLoop());
     // The caller's reference may go with the completion that is replaced.
     const auto held = beacon;  // NOLINT(performance-unnecessary-copy-initialization)
     if (held) held->setDisconnectionCompletionBlock(std::move(completion));

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/ThreadCheck.h"
 
 using zobi::platform::CBPeripheral;
 
@@ -62,6 +63,7 @@ bool ZOKManager::refreshLiveBeacons(const ZOKBeacon& sighted) {
 }
 
 void ZOKManager::addLiveBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     if (std::ranges::find(liveBeacons_, beacon) != liveBeacons_.end()) {
         platform_.log().log("Beacon already present in live beacons");
         return;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/ThreadCheck.h"
 
 using zobi::platform::NSTimer;
 
@@ -25,6 +26,7 @@ bool ZOKManager::isApplicationActive() const {
 }
 
 void ZOKManager::startMonitoring() {
+    zobi::platform::checkThread(platform_.runLoop());
     platform_.log().log("StartMonitoring with active: %@", isApplicationActive());
     invalidateIfSet(updateRangedBeaconsTimer_);
     updateRangedBeaconsTimer_ = platform_.runLoop().scheduledTimerWithTimeIntervalActionUserInfoRepeats(
@@ -40,6 +42,7 @@ void ZOKManager::startMonitoring() {
 }
 
 void ZOKManager::startMonitoringWithAllowDuplicate(bool allowDuplicate) {
+    zobi::platform::checkThread(platform_.runLoop());
     if (monitoring_) {
         platform_.log().log("Already monitoring, returning");
         return;
@@ -80,6 +83,7 @@ void ZOKManager::updateRestartMonitoringTimer(const std::shared_ptr<NSTimer>& /*
 }
 
 void ZOKManager::stopMonitoring() {
+    zobi::platform::checkThread(platform_.runLoop());
     monitoring_ = false;
     platform_.log().log("StopMonitoring");
     if (centralManager_) centralManager_->stopScan();

@@ -1,6 +1,7 @@
 // The signal strength of a connection, read once or by a timer.
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "platform/ThreadCheck.h"
 
 using zobi::platform::NSTimer;
 
@@ -8,6 +9,7 @@ using zobi::platform::NSTimer;
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 void ZOKManager::RSSIForBeaconWithCompletion(const std::shared_ptr<ZOKBeacon>& beacon,
                                              const ZOKBeaconCompletion& /*completion*/) {
+    zobi::platform::checkThread(platform_.runLoop());
     if (!beacon) return;
     const auto peripheral = beacon->peripheral();
     if (!peripheral || peripheral->state() != zobi::platform::CBPeripheralState::connected) return;
@@ -21,6 +23,7 @@ std::optional<std::string> ZOKManager::keyFromBeacon(const std::shared_ptr<ZOKBe
 
 void ZOKManager::startRSSIMonitoringForBeaconIntervalWithCompletion(
     const std::shared_ptr<ZOKBeacon>& beacon, double interval, const ZOKBeaconCompletion& /*completion*/) {
+    zobi::platform::checkThread(platform_.runLoop());
     const auto key = keyFromBeacon(beacon);
     if (!key) return;
     auto& running = rssiMonitoringTimersDic_[*key];
@@ -36,6 +39,7 @@ void ZOKManager::RSSITimerFired(const std::shared_ptr<NSTimer>& timer) {
 }
 
 void ZOKManager::stopRSSIMonitoringForBeacon(const std::shared_ptr<ZOKBeacon>& beacon) {
+    zobi::platform::checkThread(platform_.runLoop());
     const auto key = keyFromBeacon(beacon);
     if (!key) return;
     const auto found = rssiMonitoringTimersDic_.find(*key);

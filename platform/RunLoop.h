@@ -17,7 +17,8 @@ namespace zobi::platform {
 ///
 /// The thread that runs the loop is the main thread: every callback of the library is made there, and the
 /// library has no other thread. Two functions are safe elsewhere: `dispatchAsync` in any thread, and `stop`
-/// in any thread or signal handler.
+/// in any thread or signal handler. In a debug build of the platform any other operation on another thread
+/// ends the process: see `MainQueue::requireMainThread`.
 ///
 /// A program either calls `run`, or drives the loop from a loop of its own: it waits until `nextDeadline` or
 /// until one of `descriptors` is ready, and then calls `processPending`.

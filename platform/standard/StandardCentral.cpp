@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/ThreadCheck.h"
 #include "zobi/platform/NSData.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
@@ -42,6 +43,7 @@ StandardCentral::~StandardCentral() {
 
 void StandardCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUUID> services,
                                                             CBScanOptions options) {
+    checkThread(queue_);
     if (state_ != CBManagerState::poweredOn || isShutDown_) return;
     serviceFilter_.assign(services.begin(), services.end());
     options_ = options;
@@ -53,6 +55,7 @@ void StandardCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUU
 }
 
 void StandardCentral::stopScan() {
+    checkThread(queue_);
     if (std::exchange(isScanning_, false)) endScan();
 }
 
@@ -99,6 +102,7 @@ void StandardCentral::forget(Key key) {
 // were asked for, and what was asked of a link before stays outstanding until it ends.
 
 void StandardCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) {
+    checkThread(queue_);
     const auto connected = ownPeripheral(peripheral);
     if (!connected) return;
     connected->announceConnect();
@@ -115,6 +119,7 @@ void StandardCentral::connectPeripheral(const std::shared_ptr<CBPeripheral>& per
 }
 
 void StandardCentral::cancelPeripheralConnection(const std::shared_ptr<CBPeripheral>& peripheral) {
+    checkThread(queue_);
     if (const auto cancelled = ownPeripheral(peripheral)) {
         cancelled->takeTurn([](StandardPeripheral& own) { own.cancel(); });
     }

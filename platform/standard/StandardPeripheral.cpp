@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/ThreadCheck.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform {
@@ -35,6 +36,7 @@ private:
 };
 
 void StandardPeripheral::discoverServices(std::span<const CBUUID> serviceUUIDs) {
+    checkThread(*queue_);
     enqueue({[this, wanted = UUIDs(serviceUUIDs.begin(), serviceUUIDs.end())](const Finish& finish) {
                  UUIDs table;
                  const Outcome outcome = listServices(table);
@@ -48,6 +50,7 @@ void StandardPeripheral::discoverServices(std::span<const CBUUID> serviceUUIDs) 
 
 void StandardPeripheral::discoverCharacteristicsForService(std::span<const CBUUID> characteristicUUIDs,
                                                            const std::shared_ptr<CBService>& service) {
+    checkThread(*queue_);
     if (!service) return;
     enqueue({[this, service,
               wanted = UUIDs(characteristicUUIDs.begin(), characteristicUUIDs.end())](const Finish& finish) {
@@ -65,6 +68,7 @@ void StandardPeripheral::discoverCharacteristicsForService(std::span<const CBUUI
 }
 
 void StandardPeripheral::readValueForCharacteristic(const std::shared_ptr<CBCharacteristic>& characteristic) {
+    checkThread(*queue_);
     if (!characteristic) return;
     enqueue({[this, characteristic](const Finish& finish) {
                  const auto known = discovered_.find(characteristic);
@@ -85,6 +89,7 @@ void StandardPeripheral::readValueForCharacteristic(const std::shared_ptr<CBChar
 void StandardPeripheral::writeValueForCharacteristicType(
     std::span<const std::uint8_t> value, const std::shared_ptr<CBCharacteristic>& characteristic,
     CBCharacteristicWriteType type) {
+    checkThread(*queue_);
     if (!characteristic) return;
     Request request{
         [this, characteristic, type, bytes = std::vector(value.begin(), value.end())](const Finish& finish) {
@@ -101,6 +106,7 @@ void StandardPeripheral::writeValueForCharacteristicType(
 
 void StandardPeripheral::setNotifyValueForCharacteristic(
     bool enabled, const std::shared_ptr<CBCharacteristic>& characteristic) {
+    checkThread(*queue_);
     if (!characteristic) return;
     enqueue({[this, characteristic, enabled](const Finish& finish) {
                  const auto known = discovered_.find(characteristic);
@@ -118,6 +124,7 @@ void StandardPeripheral::setNotifyValueForCharacteristic(
 }
 
 void StandardPeripheral::readRSSI() {
+    checkThread(*queue_);
     const auto reading = std::make_shared<NSNumber>();
     enqueue({[this, reading](const Finish& finish) {
                  readSignalStrength([reading, finish](const Outcome& outcome, NSNumber rssi) {

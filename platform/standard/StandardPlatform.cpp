@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/ThreadCheck.h"
 #include "zobi/platform/standard/ExceptionKeeper.h"
 
 namespace zobi::platform {
@@ -63,6 +64,7 @@ std::vector<std::shared_ptr<StandardCentral>> StandardPlatform::centrals() {
 }
 
 bool StandardPlatform::shutDown(double seconds) {
+    checkThread(runLoop_);
     runLoop_.requireOutsideCallbacks();
     {
         const std::lock_guard lock(centralsMutex_);

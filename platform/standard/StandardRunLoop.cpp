@@ -1,8 +1,14 @@
 #include "zobi/platform/standard/StandardRunLoop.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
+#include <thread>
 #include <utility>
+
+#include "platform/ThreadCheck.h"
 
 namespace zobi::platform {
 
@@ -99,6 +105,10 @@ struct StandardRunLoop::Watch {
 
     std::unique_ptr<Waiting> waiting;
     bool isProcessing = false;
+#ifndef NDEBUG
+    /// The main thread, once it has run the loop.
+    std::atomic<std::thread::id> mainThread{};
+#endif
 
     /// What is watched has changed. A foreign loop asks for it after `processPending` alone, which it calls
     /// when it is woken.
@@ -176,8 +186,18 @@ void StandardRunLoop::dispatchAsync(std::function<void()> task) {
     if (isFirst) watch_->waiting->wake();
 }
 
+void StandardRunLoop::requireMainThread([[maybe_unused]] const char* operation) const {
+#ifndef NDEBUG
+    const std::thread::id main = watch_->mainThread;
+    if (main == std::thread::id() || main == std::this_thread::get_id()) return;
+    std::fprintf(stderr, "%s was called on a thread other than the one that runs the loop\n", operation);
+    std::abort();
+#endif
+}
+
 std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeIntervalActionUserInfoRepeats(
     double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) {
+    checkThread(*this);
     // Written so that what is not a number takes the shortest interval too.
     const double interval = seconds > shortestInterval ? seconds : shortestInterval;
     const TimerKey key{clock_.monotonicTime() + durationOf(interval), timersScheduled_++};
@@ -189,6 +209,7 @@ std::shared_ptr<NSTimer> StandardRunLoop::scheduledTimerWithTimeIntervalActionUs
 
 std::shared_ptr<RunLoopSource> StandardRunLoop::addSource(RunLoopDescriptor descriptor,
                                                           std::function<void()> ready) {
+    checkThread(*this);
     if (!watch_->waiting->wakeDescriptor()) {
         throw std::logic_error("a source was added to a run loop that waits without descriptors");
     }
@@ -200,10 +221,12 @@ std::shared_ptr<RunLoopSource> StandardRunLoop::addSource(RunLoopDescriptor desc
 }
 
 void StandardRunLoop::run() {
+    checkThread(*this);
     runUntil(std::nullopt);
 }
 
 void StandardRunLoop::runFor(double seconds) {
+    checkThread(*this);
     runUntil(clock_.monotonicTime() + durationOf(seconds));
 }
 
@@ -213,6 +236,7 @@ void StandardRunLoop::stop() noexcept {
 }
 
 void StandardRunLoop::processPending() {
+    checkThread(*this);
     requireOutsideCallbacks();
     wait(nanoseconds::zero());
     process(Stopping::ignored);
@@ -322,6 +346,9 @@ nanoseconds StandardRunLoop::processUnlessStopped() {
 
 nanoseconds StandardRunLoop::process(Stopping stopping) {
     watch_->isProcessing = true;
+#ifndef NDEBUG
+    watch_->mainThread = std::this_thread::get_id();
+#endif
     struct Afterwards {
         bool& isProcessing;
         ~Afterwards() { isProcessing = false; }

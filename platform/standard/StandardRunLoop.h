@@ -35,6 +35,7 @@ public:
     StandardRunLoop& operator=(const StandardRunLoop&) = delete;
 
     void dispatchAsync(std::function<void()> task) override;
+    void requireMainThread(const char* operation) const override;
     std::shared_ptr<NSTimer> scheduledTimerWithTimeIntervalActionUserInfoRepeats(
         double seconds, NSTimer::Action action, std::shared_ptr<void> userInfo, bool repeats) override;
     [[nodiscard]] std::shared_ptr<RunLoopSource> addSource(RunLoopDescriptor descriptor,

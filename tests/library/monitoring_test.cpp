@@ -1,5 +1,9 @@
 // The state of Bluetooth; starting, stopping and restarting the scan; foreground and background.
 
+#include <functional>
+#include <map>
+#include <thread>
+
 #include "ManagerTest.h"
 #include "SeamRecorders.h"
 
@@ -254,5 +258,48 @@ TEST_F(MonitoringTest, APlatformLetsGoOfItsManagersWhenItDies) {
     EXPECT_TRUE(weak.expired());
     EXPECT_EQ(outlives->liveBeacons().size(), 1U);
 }
+
+#ifndef NDEBUG
+TEST_F(MonitoringTest, AnOperationOnAnotherThreadEndsADebugBuild) {
+    const auto beacon = makeRecord(1, 1);
+    const auto inAnotherThread = [](const std::function<void()>& call) { std::thread(call).join(); };
+    auto& device = addBeacon({.minor = 1});
+    const auto all = [&] {
+        std::map<std::string, std::function<void()>> operations{
+            {"startMonitoring", [&] { manager->startMonitoring(); }},
+            {"startMonitoringWithAllowDuplicate", [&] { manager->startMonitoringWithAllowDuplicate(true); }},
+            {"stopMonitoring", [&] { manager->stopMonitoring(); }},
+            {"connectBeacon", [&] { manager->connectBeacon(beacon); }},
+            {"disconnectBeacon", [&] { manager->disconnectBeacon(beacon); }},
+            {"pingBeacon", [&] { manager->pingBeacon(beacon); }},
+            {"addLiveBeacon", [&] { manager->addLiveBeacon(beacon); }},
+            {"stopScan", [&] { manager->centralManager()->stopScan(); }},
+            {"scheduledTimerWithTimeIntervalActionUserInfoRepeats", [&] { loop.after(1, [] {}); }},
+            {"runFor", [&] { loop.runFor(0); }},
+            {"shutDown", [&] { platform.shutDown(); }},
+        };
+        if (manager->liveBeacons().empty()) return operations;
+        const auto peripheral = manager->liveBeacons()[0]->peripheral();
+        operations["readRSSI"] = [peripheral] { peripheral->readRSSI(); };
+        operations["discoverServices"] = [peripheral] { peripheral->discoverServices({}); };
+        return operations;
+    };
+    zobi::platform::simulation::SimulatedPlatform fresh(zobi::platform::StandardPlatform::Time::virtualTime);
+    const auto early = ZOKManager::managerOnPlatform(fresh);
+    inAnotherThread([&] { early->addLiveBeacon(beacon); });
+    manager->startMonitoring();
+    device.comeIntoRange();
+    pass(5);
+    ASSERT_EQ(all().size(), 13U);
+    for (const auto& [name, call] : all()) {
+        EXPECT_DEATH(inAnotherThread(call), name + " was called on a thread other than") << name;
+    }
+    inAnotherThread([&] {
+        loop.dispatchAsync([] {});
+        loop.stop();
+        EXPECT_EQ(ZOKManager::keyFromBeacon(beacon), "1_1");
+    });
+}
+#endif
 
 }  // namespace
