@@ -45,13 +45,14 @@ int changeApplicationState(zobi::platform::Platform& platform) {
     std::puts("to the foreground");
     platform.application().setApplicationState(UIApplicationState::active);
     platform.runLoop().runFor(5);
+    platform.shutDown();
     return EXIT_SUCCESS;
 }
 
 int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::virtualTime);
-    platform.log().setSink(nullptr);
+    platform.log().setDiagnosticSink(nullptr);
     zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     return changeApplicationState(platform);
 }

@@ -85,6 +85,7 @@ int readBeacon(zobi::platform::Platform& platform) {
         });
 
     platform.runLoop().runFor(60);
+    platform.shutDown();
     if (!reader->awaited()) return EXIT_SUCCESS;
     std::printf("no answer: waited for %s\n", reader->awaited());
     return EXIT_FAILURE;
@@ -93,7 +94,7 @@ int readBeacon(zobi::platform::Platform& platform) {
 int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::real);
-    platform.log().setSink(nullptr);
+    platform.log().setDiagnosticSink(nullptr);
     zobi::addBeacon(platform.world(), {.major = 300, .minor = 7, .temperature = 22}).comeIntoRange();
     return readBeacon(platform);
 }

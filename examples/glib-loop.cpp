@@ -44,6 +44,7 @@ int rangeBeaconsWithGLib(Platform& platform) {
     const auto watcher = std::make_shared<Watcher>(loop);
     manager->setDelegate(watcher);
     loop.run();
+    platform.shutDown();
     return EXIT_SUCCESS;
 }
 
@@ -52,7 +53,7 @@ int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::real, 0,
                                std::make_unique<zobi::platform::PollWaiting>());
-    platform.log().setSink(nullptr);
+    platform.log().setDiagnosticSink(nullptr);
     zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     return rangeBeaconsWithGLib(platform);
 }

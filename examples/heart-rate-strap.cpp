@@ -151,12 +151,13 @@ int readHeartRates(Platform& platform) {
     const auto reader = std::make_shared<StrapReader>();
     reader->start(platform);
     platform.runLoop().runFor(60);
+    platform.shutDown();
     return reader->isDone() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int main() {
     simulation::SimulatedPlatform platform(StandardPlatform::Time::real);
-    platform.log().setSink(nullptr);
+    platform.log().setDiagnosticSink(nullptr);
     platform.world().addDevice(heartRateStrap()).comeIntoRange();
     zobi::addBeacon(platform.world(), {.major = 1, .minor = 7}).comeIntoRange();
     return readHeartRates(platform);

@@ -56,13 +56,14 @@ int watchFor10Seconds(zobi::platform::Platform& platform) {
     const auto watcher = std::make_shared<Watcher>();
     manager->setDelegate(watcher);
     platform.runLoop().runFor(10);
+    platform.shutDown();
     return EXIT_SUCCESS;
 }
 
 int main() {
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::virtualTime);
-    platform.log().setSink(nullptr);
+    platform.log().setDiagnosticSink(nullptr);
     zobi::playScenario(officeMorning(), platform, platform.world());
     return watchFor10Seconds(platform);
 }

@@ -36,6 +36,7 @@ int rangeBeacons(zobi::platform::Platform& platform) {
     const auto watcher = std::make_shared<Watcher>(platform.runLoop());
     manager->setDelegate(watcher);
     platform.runLoop().run();
+    platform.shutDown();
     return EXIT_SUCCESS;
 }
 
@@ -44,7 +45,7 @@ int main() {
     // That of a Linux machine is `zobi::platform::bluez::BlueZPlatform platform;`
     using zobi::platform::simulation::SimulatedPlatform;
     SimulatedPlatform platform(SimulatedPlatform::Time::real);
-    platform.log().setSink(nullptr);
+    platform.log().setDiagnosticSink(nullptr);
     zobi::addBeacon(platform.world(),
                     {.macAddress = {0xAB, 0xCD, 0xEF, 0x12, 0x34, 0x56}, .major = 300, .minor = 7})
         .comeIntoRange();
