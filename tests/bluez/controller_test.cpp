@@ -147,6 +147,14 @@ TEST_F(Controller, TellsOfLinksByTheirHandles) {
              {0x08, timeout}, {0x13, peer}, {0x14, peer}, {0x15, peer}, {0x16, local}, {0x22, other}}) {
         EXPECT_EQ(causeOf(end, reason), cause) << reason;
     }
+    // A scan begins or ends; the second is the command of newer controllers.
+    for (const char* const packet : {"\x04\x0E\x04\x01\x0C\x20\0", "\x04\x0E\x04\x01\x42\x20\0"}) {
+        const unsigned before = channel->scanSwitches().value_or(99);
+        isIgnored({packet, 7}, {{1, 0x0F}, {4, 0x0B}, {5, 0x21}, {6, 0x0C}});
+        EXPECT_EQ(channel->scanSwitches(), before);
+        EXPECT_EQ(told({packet, 7}), "");
+        EXPECT_EQ(channel->scanSwitches(), before + 1);
+    }
     links.reset();
     channel->watchLink(device);
     EXPECT_EQ(told(end), "") << "its handle is not known";

@@ -35,6 +35,11 @@ public:
     /// Whether it was `device` that asked for the link to it, one of LE. Nothing if that is not known.
     virtual std::optional<bool> isIncomingLink(const DeviceAddress& /*device*/) const { return std::nullopt; }
 
+    /// How often the controller has begun or ended a scan, whichever program's, since the channel was opened.
+    /// BlueZ begins its scan anew about every 10 s: if the number stays for longer, nothing scans, whatever
+    /// BlueZ believes. Nothing if that cannot be seen.
+    virtual std::optional<unsigned> scanSwitches() const { return std::nullopt; }
+
     /// Asks for the signal strength of the link to `device`, in dBm. The answer, nothing for a failure, comes
     /// through the run loop, once; or never, if the controller does not answer. A new request for
     /// the same device drops the answer to the one before.

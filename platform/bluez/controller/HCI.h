@@ -16,6 +16,9 @@ inline constexpr std::uint8_t eventPacket = 0x04;
 inline constexpr std::uint8_t disconnectionCompleteEvent = 0x05;
 inline constexpr std::uint8_t commandCompleteEvent = 0x0E;
 inline constexpr std::uint16_t readRSSICommand = 0x1405;
+// Both begin or end a scan; the second is that of controllers with extended advertising.
+inline constexpr std::uint16_t setScanEnableCommand = 0x200C;
+inline constexpr std::uint16_t setExtendedScanEnableCommand = 0x2042;
 
 /// The signal strength that a controller reports when it does not know it.
 inline constexpr int unknownRSSI = 127;

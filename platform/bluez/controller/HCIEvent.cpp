@@ -23,11 +23,18 @@ std::optional<HCIEvent> parseHCIEvent(std::span<const std::uint8_t> packet) {
         return DisconnectionComplete{handle(parameters, 1), parameters[3]};
     }
     if (packet[1] == commandCompleteEvent) {
-        // Number of commands, command, status, handle, signal strength.
-        if (parameters.size() < 7 || number16(parameters, 1) != readRSSICommand) return std::nullopt;
+        // Number of commands, command, status.
+        if (parameters.size() < 4) return std::nullopt;
+        const std::uint16_t command = number16(parameters, 1);
+        const bool succeeded = parameters[3] == 0;
+        if (command == setScanEnableCommand || command == setExtendedScanEnableCommand) {
+            return succeeded ? std::optional(ScanSwitch()) : std::nullopt;
+        }
+        // Then handle, signal strength.
+        if (parameters.size() < 7 || command != readRSSICommand) return std::nullopt;
         SignalReading reading{handle(parameters, 4), std::nullopt};
         const auto rssi = static_cast<std::int8_t>(parameters[6]);
-        if (parameters[3] == 0 && rssi != unknownRSSI) reading.rssi = rssi;
+        if (succeeded && rssi != unknownRSSI) reading.rssi = rssi;
         return reading;
     }
     return std::nullopt;

@@ -20,7 +20,11 @@ struct SignalReading {
     std::optional<std::int8_t> rssi;
 };
 
-using HCIEvent = std::variant<DisconnectionComplete, SignalReading>;
+/// The controller has begun or ended a scan, as it was told to: event 0x0E for command 0x200C or 0x2042.
+/// Which of the two is not in the event.
+struct ScanSwitch {};
+
+using HCIEvent = std::variant<DisconnectionComplete, SignalReading, ScanSwitch>;
 
 /// Reads a packet of the Host Controller Interface, its type byte included. Nothing for any other packet, and
 /// for one that is too short.

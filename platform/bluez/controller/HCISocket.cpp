@@ -97,6 +97,8 @@ void HCISocket::packetWasRead(std::span<const std::uint8_t> packet) {
     } else if (const auto* const reading = std::get_if<SignalReading>(&*event)) {
         const auto link = devices_.find(reading->handle);
         if (link != devices_.end()) signalWasRead(link->second, reading->rssi);
+    } else {
+        ++scanSwitches_;
     }
 }
 

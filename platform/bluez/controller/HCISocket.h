@@ -21,6 +21,7 @@ public:
 
     void watchLink(const DeviceAddress& device) override;
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
+    std::optional<unsigned> scanSwitches() const override { return scanSwitches_; }
 
 protected:
     void packetWasRead(std::span<const std::uint8_t> packet) override;
@@ -30,6 +31,7 @@ private:
     std::uint16_t controller_;
     // Events name a link by its handle alone.
     std::map<std::uint16_t, DeviceAddress> devices_;
+    unsigned scanSwitches_ = 0;
 };
 
 }  // namespace zobi::platform::bluez
