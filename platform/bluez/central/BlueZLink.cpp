@@ -114,11 +114,15 @@ void BlueZLink::connectWasAnswered(CentralContext& context, const BusError* erro
     }
 }
 
-void BlueZLink::turnDidEnd() {
+void BlueZLink::turnEnds() {
     const auto context = context_.lock();
     if (!context) return;
     // Discovery may have taken the whole turn to pause.
-    if (phase_ == Phase::connecting) disconnect(*context);
+    if (phase_ == Phase::connecting) {
+        disconnect(*context);
+    } else {
+        context->attempts->attemptWasGivenUp(*this);
+    }
     waitForTurn(*context);
 }
 
@@ -181,6 +185,7 @@ void BlueZLink::disconnect(CentralContext& context) {
 }
 
 void BlueZLink::disconnectWasAnswered(CentralContext& context, const BusError* /*error*/) {
+    context.attempts->attemptWasGivenUp(*this);
     // Most versions answer just before they signal the end of the link. Where there was none, they signal
     // nothing.
     schedule(context, disconnectedDelay, &BlueZLink::disconnectingIsOver);
@@ -202,7 +207,11 @@ void BlueZLink::drop() {
     } else if (!isUnlinked()) {
         disconnect(*context);
     }
-    context->attempts->remove(*this);
+    if (isDisconnecting_ && phase_ == Phase::connecting) {
+        context->attempts->giveUp(*this);
+    } else {
+        context->attempts->remove(*this);
+    }
     operations_.end();
     enter(*context, Phase::idle);
 }

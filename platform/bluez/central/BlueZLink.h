@@ -56,7 +56,7 @@ public:
 
     const HeardDevice& heard() const override { return heard_; }
     void turnDidBegin() override;
-    void turnDidEnd() override;
+    void turnEnds() override;
 
     /// False while it is tried to connect, too.
     bool isUnlinked() const { return phase_ == Phase::idle || phase_ == Phase::waiting; }

@@ -9,13 +9,14 @@ using std::chrono::nanoseconds;
 
 namespace {
 
-// From the pause of discovery to its end. A device in range is connected within a few of its advertising
+// Both together are the pause of discovery. A device in range is connected within a few of its advertising
 // intervals. Applications may take a device that is not heard for much longer than this for one that is gone.
-constexpr double turnSeconds = 4;
+constexpr nanoseconds turnTime = std::chrono::milliseconds(3500);
+constexpr double givingUpSeconds = 0.5;
 
 // If another client keeps discovery running we cannot pause it. A controller with duplicate filtering then
 // sees our device only when BlueZ restarts its scan, every 10 s.
-constexpr nanoseconds longTurn = std::chrono::seconds(12);
+constexpr nanoseconds longTurn = std::chrono::milliseconds(11500);
 
 // A device that was heard so long ago is still there. Longer than the quiet time after a turn, in which a
 // controller with duplicate filtering reports it once.
@@ -46,27 +47,49 @@ void ConnectionAttempts::beginNext() {
     current_ = *next;
     waiting_.erase(next);
     turnBegan_ = now();
-    timeTurn();
+    isGivingUp_ = false;
+    checkTurnIn(turnTime);
     pauseDiscovery_([weakSelf = weak_from_this(), turn = turnBegan_] {
         const auto self = weakSelf.lock();
         if (self && self->current_ && self->turnBegan_ == turn) self->current_->turnDidBegin();
     });
 }
 
-void ConnectionAttempts::timeTurn() {
-    deadline_ = context_->after(turnSeconds, shared_from_this(), &ConnectionAttempts::endTurnInTime);
+void ConnectionAttempts::checkTurnIn(nanoseconds delay) {
+    deadline_ = context_->after(std::chrono::duration<double>(delay).count(), shared_from_this(),
+                                &ConnectionAttempts::endTurnInTime);
 }
 
 void ConnectionAttempts::endTurnInTime() {
-    if (isDiscovering_() && now() - turnBegan_ < longTurn) return timeTurn();
+    const nanoseconds left = turnBegan_ + longTurn - now();
+    if (isDiscovering_() && left > nanoseconds::zero()) return checkTurnIn(std::min(turnTime, left));
+    waitForEnd();
+    // It may end the turn at once.
     const auto device = current_;
-    endTurn();
-    device->turnDidEnd();
+    device->turnEnds();
+}
+
+void ConnectionAttempts::waitForEnd() {
+    isGivingUp_ = true;
+    deadline_->invalidate();
+    deadline_ = context_->after(givingUpSeconds, shared_from_this(), &ConnectionAttempts::endTurn);
+}
+
+void ConnectionAttempts::giveUp(const WantedDevice& device) {
+    if (current_.get() != &device) return remove(device);
+    if (!isGivingUp_) waitForEnd();
+}
+
+void ConnectionAttempts::attemptWasGivenUp(const WantedDevice& device) {
+    if (isGivingUp_ && current_.get() == &device) endTurn();
 }
 
 void ConnectionAttempts::remove(const WantedDevice& device) {
     const auto erased = std::erase_if(waiting_, [&](const auto& it) { return it.get() == &device; });
-    if (current_.get() == &device) return endTurn();
+    if (current_.get() == &device) {
+        if (!isGivingUp_) endTurn();
+        return;
+    }
     if (erased > 0) onChange_();
 }
 
