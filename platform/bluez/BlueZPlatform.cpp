@@ -9,6 +9,15 @@
 
 namespace zobi::platform::bluez {
 
+namespace {
+
+std::shared_ptr<ServiceFaults> faultsOfService() {
+    static const auto faults = std::make_shared<ServiceFaults>();
+    return faults;
+}
+
+}  // namespace
+
 BlueZPlatform::BlueZPlatform(BlueZOptions options)
     : StandardPlatform(Time::real, std::make_unique<PollWaiting>()),
       context_(new RadioContext{
@@ -16,7 +25,8 @@ BlueZPlatform::BlueZPlatform(BlueZOptions options)
           [this](const std::string& adapter) { return openControllerChannel(adapter, runLoop()); },
           std::move(options.adapter),
           [this](const RadioCondition& condition) { setRadioCondition(condition); },
-          std::make_shared<ForeignLinks>(std::move(options.endedServices))}) {}
+          std::make_shared<ForeignLinks>(std::move(options.endedServices)), &startKernelDiscovery,
+          faultsOfService()}) {}
 
 BlueZPlatform::~BlueZPlatform() {
     clear();

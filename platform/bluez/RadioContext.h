@@ -15,6 +15,12 @@
 
 namespace zobi::platform::bluez {
 
+/// What was found out about the service, for all who use it in this process.
+struct ServiceFaults {
+    /// It crashes when it is asked for services and hears a device that lists one.
+    bool endsAtServices = false;
+};
+
 /// What a central of this radio stands on. It is referred to for as long as its platform lives.
 struct RadioContext {
     RunLoop& runLoop;
@@ -31,6 +37,9 @@ struct RadioContext {
     std::function<void(const RadioCondition&)> setCondition = [](const RadioCondition& /*condition*/) {};
     /// Links that are none of this platform's.
     std::shared_ptr<ForeignLinks> foreignLinks = std::make_shared<ForeignLinks>();
+    /// Starts a discovery of the kernel, past the service; false if this process may not.
+    std::function<bool(const std::string& adapter)> startKernelDiscovery = nullptr;
+    std::shared_ptr<ServiceFaults> faults = std::make_shared<ServiceFaults>();
 
     /// Calls an action of `object` once, so many seconds from now, if the object lives then.
     template <typename Object>

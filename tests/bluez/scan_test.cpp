@@ -21,7 +21,8 @@ TEST_P(BlueZRadio, AsksTheServiceForWhatTheScanNeedsAndFiltersAgain) {
     pass(1);
     EXPECT_THAT(service.lastFilter,
                 UnorderedElementsAre(Pair("Transport", Value("le")), Pair("DuplicateData", Value(true)),
-                                     Pair("RSSI", _), Pair("UUIDs", Value(beacon.uuids))));
+                                     Pair("RSSI", _), Pair("Pattern", Value("")),
+                                     Pair("UUIDs", Value(beacon.uuids))));
     const auto* const threshold = named(service.lastFilter, "RSSI")->get<std::int16_t>();
     ASSERT_TRUE(threshold);
     EXPECT_THAT(*threshold, AllOf(Ge(-127), Le(-112)));

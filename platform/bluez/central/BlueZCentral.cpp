@@ -39,7 +39,9 @@ BlueZCentral::~BlueZCentral() {
 void BlueZCentral::start() {
     auto& [radio, service, discovery, attempts, channel] = *context_;
     service = std::make_shared<BlueZService>(radio, self());
-    discovery = std::make_shared<Discovery>(radio, service);
+    discovery = std::make_shared<Discovery>(radio, service, [this]() -> std::optional<unsigned> {
+        return context_->channel ? context_->channel->scanSwitches() : std::nullopt;
+    });
     attempts = std::make_shared<ConnectionAttempts>(
         radio, [this](std::function<void()> then) { context_->discovery->stopThen(std::move(then)); },
         [this] { return context_->service->isDiscovering(); }, [this] { updateDiscovery(); });
@@ -144,7 +146,7 @@ void BlueZCentral::serviceDidChangeCondition() {
     if (now == CBManagerState::poweredOn) openChannel();
     if (now == state()) return;
     if (now != CBManagerState::poweredOn) {
-        context_->discovery->forget();
+        context_->discovery->forget(context_->service->hasLeft());
         context_->attempts->clear();
         // Only with the power alone, the devices stay.
         if (now != CBManagerState::poweredOff) shown_.clear();
@@ -203,6 +205,7 @@ void BlueZCentral::deviceDidAppear(const Device& device) {
 void BlueZCentral::deviceDidChange(const Device& device, const DeviceChange& change) {
     if (BlueZPeripheral* const peripheral = peripheralOf(device)) peripheral->deviceDidChange(device, change);
     if (change.hasConnected || change.hasServicesResolved) lookForForeignLink(device);
+    if (change.isSighting()) context_->discovery->deviceWasHeard(device);
     if (!isDiscoveryWanted()) return;
     const auto isNamed = [&] {
         BlueZPeripheral* const peripheral = peripheralOf(device);

@@ -29,6 +29,7 @@ public:
     void start();
 
     void serviceDidChangeCondition() override;
+    void discoveringDidChange() override { context_->discovery->scanWasTold(); }
     void deviceDidAppear(const Device& device) override;
     void deviceDidChange(const Device& device, const DeviceChange& change) override;
     void deviceDidVanish(const Device& device) override;

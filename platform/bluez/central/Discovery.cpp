@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <utility>
@@ -11,11 +12,14 @@ namespace zobi::platform::bluez {
 
 namespace {
 
-// Both wait for the controller. A stop that takes longer keeps an attempt to connect from its time.
+// Both wait for the controller. What waits for a stop waits no longer, as its time runs.
 constexpr double startDeadline = 5;
 constexpr double stopDeadline = 1;
 // The service refuses while another attempt or another client keeps the controller busy.
 constexpr double retryDelay = 0.5;
+
+// From the youngest: `Pattern` came with version 5.54, `DuplicateData` with 5.47.
+constexpr std::ptrdiff_t keysNotNeeded = 3;
 
 // Thresholds below what any receiver hears. BlueZ after 5.87 reports an unchanged signal strength only if the
 // filter of a client has a threshold. The price: the kernel then drops advertisements of unknown strength.
@@ -54,6 +58,7 @@ void Discovery::resume(const std::vector<CBUUID>& services) {
         isFilterSet_ = false;
     }
     isWanted_ = true;
+    watchdog_.watch();
     advance();
 }
 
@@ -64,6 +69,7 @@ void Discovery::restart() {
 
 void Discovery::stop() {
     isWanted_ = false;
+    watchdog_.rest();
     advance();
 }
 
@@ -72,18 +78,39 @@ void Discovery::stopThen(std::function<void()> then) {
     stop();
 }
 
-void Discovery::forget() {
+void Discovery::forget(bool hasServiceLeft) {
+    // Version 5.87 crashes at the first device with a list of services.
+    if (hasServiceLeft && isOn_ && hasServicesInFilter_ && !hasHeardServices_) {
+        context_->faults->endsAtServices = true;
+        context_->log.message(
+            "Bluetooth: the service ended while it looked for services, as version 5.87 does. From now on it "
+            "is "
+            "not asked for any, and reports all devices.");
+    }
+    watchdog_.forget();
     isWanted_ = false;
     isOn_ = false;
     isStale_ = false;
     isFilterSet_ = false;
+    hasHeardServices_ = false;
+    unknownKeys_ = 0;
     whenStopped_ = nullptr;
-    call_.cancel();
+    cancelCall();
     if (retry_) retry_->invalidate();
 }
 
+void Discovery::deviceWasHeard(const Device& device) {
+    hasHeardServices_ =
+        hasHeardServices_ || (device.advertisedServices && !device.advertisedServices->empty());
+    watchdog_.deviceWasHeard();
+}
+
+bool Discovery::restartPastService() {
+    return context_->startKernelDiscovery && context_->startKernelDiscovery(service_->adapterName());
+}
+
 void Discovery::advance() {
-    if (call_.isPending()) return;
+    if (answered_) return;
     if (retry_) retry_->invalidate();
     if (isOn_ && (!isWanted_ || isStale_ || !isFilterSet_)) return stopDiscovery();
     if (!isWanted_) return tellStopped();
@@ -96,8 +123,13 @@ void Discovery::advance() {
 }
 
 void Discovery::setFilter() {
-    Properties filter{{"Transport", "le"}, {"DuplicateData", true}, {"RSSI", nextThreshold()}};
-    if (!services_.empty()) {
+    Properties filter{{"Transport", "le"}};
+    // The youngest last. An empty pattern lets every device through, as otherwise the pattern of another
+    // client would count for all.
+    const Properties more{{"RSSI", nextThreshold()}, {"DuplicateData", true}, {"Pattern", ""}};
+    filter.insert(filter.end(), more.begin(), more.end() - unknownKeys_);
+    hasServicesInFilter_ = !services_.empty() && !context_->faults->endsAtServices;
+    if (hasServicesInFilter_) {
         std::vector<std::string> texts;
         for (const CBUUID& service : services_) texts.push_back(fullText(service));
         filter.emplace_back("UUIDs", std::move(texts));
@@ -110,10 +142,12 @@ void Discovery::setFilter() {
 }
 
 void Discovery::filterWasSet(const BusError* error) {
-    if (error) {
-        isFilterSet_ = false;
+    if (!error) return advance();
+    isFilterSet_ = false;
+    if (error->name != "org.bluez.Error.InvalidArguments" || unknownKeys_ == keysNotNeeded) {
         return tryAgainLater(*error);
     }
+    ++unknownKeys_;
     advance();
 }
 
@@ -150,10 +184,13 @@ void Discovery::tellStopped() {
     if (const auto then = std::exchange(whenStopped_, nullptr)) then();
 }
 
+void Discovery::tellTrouble(const BusError& error) {
+    if (std::exchange(lastTrouble_, error.message) == error.message) return;
+    context_->log.message("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
+}
+
 void Discovery::tryAgainLater(const BusError& error) {
-    if (std::exchange(lastTrouble_, error.message) != error.message) {
-        context_->log.message("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
-    }
+    tellTrouble(error);
     // Discovery of this connection is on already, perhaps with another filter.
     if (error.name == "org.bluez.Error.InProgress" && isFilterSet_) isStale_ = isOn_ = true;
     if (!isWanted_ && !isOn_) return tellStopped();
@@ -161,11 +198,44 @@ void Discovery::tryAgainLater(const BusError& error) {
 }
 
 void Discovery::call(const char* member, const std::function<void(Message&)>& append, double seconds,
-                     void (Discovery::*answered)(const BusError*)) {
-    call_.start(
-        shared_from_this(), context_->runLoop, seconds, std::string("the service does not answer ") + member,
-        [this, answered](MessageReader& /*reply*/, const BusError* error) { (this->*answered)(error); },
-        [&](Bus::Answer answer) { return service_->callAdapter(member, append, std::move(answer)); });
+                     Answered answered) {
+    answered_ = answered;
+    member_ = member;
+    deadline_ = context_->after(seconds, shared_from_this(), &Discovery::answerIsLate);
+    call_ = service_->callAdapter(
+        member, append, [weakSelf = weak_from_this()](MessageReader& /*reply*/, const BusError* error) {
+            if (const auto self = weakSelf.lock()) self->finishCall(error);
+        });
+}
+
+void Discovery::answerIsLate() {
+    tellTrouble(lateness());
+    tellStopped();
+    // Any answer will do.
+    probe_ =
+        service_->callAdapter("GetDiscoveryFilters", nullptr, [weakSelf = weak_from_this()](auto&, auto*) {
+            const auto self = weakSelf.lock();
+            if (!self) return;
+            self->deadline_ = self->context_->after(startDeadline, self, &Discovery::callIsLost);
+        });
+}
+
+void Discovery::callIsLost() {
+    const BusError error = lateness();
+    finishCall(&error);
+}
+
+void Discovery::finishCall(const BusError* error) {
+    const Answered answered = answered_;
+    cancelCall();
+    (this->*answered)(error);
+}
+
+void Discovery::cancelCall() {
+    answered_ = nullptr;
+    call_.reset();
+    probe_.reset();
+    if (deadline_) deadline_->invalidate();
 }
 
 }  // namespace zobi::platform::bluez

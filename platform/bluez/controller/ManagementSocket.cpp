@@ -1,5 +1,7 @@
 #include "platform/bluez/controller/ManagementSocket.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <fstream>
@@ -15,6 +17,7 @@ constexpr std::uint16_t noController = 0xFFFF;
 
 constexpr std::uint16_t managementCompleteEvent = 0x0001;
 constexpr std::uint16_t disconnectedEvent = 0x000C;
+constexpr std::uint16_t startDiscoveryCommand = 0x0023;
 constexpr std::uint16_t connectionInformationCommand = 0x0031;
 
 // Code, controller and size begin a packet.
@@ -23,6 +26,8 @@ constexpr std::size_t headerSize = 6;
 constexpr std::size_t addressSize = 7;
 constexpr std::uint8_t randomAddress = 2;
 constexpr std::uint8_t publicAddress = 1;
+// A bit for each of the two.
+constexpr std::uint8_t lowEnergyAddresses = 1U << publicAddress | 1U << randomAddress;
 
 /// @param bytes at least `addressSize` of them.
 DeviceAddress addressIn(std::span<const std::uint8_t> bytes) {
@@ -49,6 +54,22 @@ std::shared_ptr<ManagementSocket> ManagementSocket::open(std::uint16_t controlle
     if (!hasNetworkAdministration()) return nullptr;
     const auto descriptor = KernelSocket::open(noController, controlChannel);
     return descriptor ? std::make_shared<ManagementSocket>(*descriptor, controller, runLoop) : nullptr;
+}
+
+bool ManagementSocket::startDiscovery(std::uint16_t controller) {
+    if (!hasNetworkAdministration()) return false;
+    const auto descriptor = KernelSocket::open(noController, controlChannel);
+    if (!descriptor) return false;
+    const std::array<std::uint8_t, headerSize + 1> request{lowByte(startDiscoveryCommand),
+                                                           highByte(startDiscoveryCommand),
+                                                           lowByte(controller),
+                                                           highByte(controller),
+                                                           1,
+                                                           0,
+                                                           lowEnergyAddresses};
+    const bool isSent = ::write(*descriptor, request.data(), request.size()) == ssize_t{request.size()};
+    ::close(*descriptor);
+    return isSent;
 }
 
 void ManagementSocket::watchLink(const DeviceAddress& device) {

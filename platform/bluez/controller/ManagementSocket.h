@@ -14,6 +14,9 @@ class ManagementSocket final : public KernelSocket {
 public:
     /// Null where there is none to be had, or it would tell this process nothing.
     static std::shared_ptr<ManagementSocket> open(std::uint16_t controller, RunLoop& runLoop);
+    /// Starts a discovery of Low Energy devices, which the kernel ends after 10 s. BlueZ hears what it finds,
+    /// and is told of its end as if it were its own. False if this process may not.
+    static bool startDiscovery(std::uint16_t controller);
 
     ManagementSocket(int descriptor, std::uint16_t controller, RunLoop& runLoop)
         : KernelSocket(descriptor, runLoop), controller_(controller) {}

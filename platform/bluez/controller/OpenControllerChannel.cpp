@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -10,15 +11,31 @@
 
 namespace zobi::platform::bluez {
 
-std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, RunLoop& runLoop) {
+namespace {
+
+/// 0 for "hci0". Nothing for a name of another kind.
+std::optional<std::uint16_t> controllerOf(const std::string& adapter) {
     constexpr std::string_view prefix = "hci";
     std::uint16_t controller = 0;
     const char* const end = adapter.data() + adapter.size();
-    if (!adapter.starts_with(prefix)) return nullptr;
+    if (!adapter.starts_with(prefix)) return std::nullopt;
     const auto [read, error] = std::from_chars(adapter.data() + prefix.size(), end, controller);
-    if (read != end || error != std::errc()) return nullptr;
-    if (auto socket = HCISocket::open(controller, runLoop)) return socket;
-    return ManagementSocket::open(controller, runLoop);
+    if (read != end || error != std::errc()) return std::nullopt;
+    return controller;
+}
+
+}  // namespace
+
+std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, RunLoop& runLoop) {
+    const auto controller = controllerOf(adapter);
+    if (!controller) return nullptr;
+    if (auto socket = HCISocket::open(*controller, runLoop)) return socket;
+    return ManagementSocket::open(*controller, runLoop);
+}
+
+bool startKernelDiscovery(const std::string& adapter) {
+    const auto controller = controllerOf(adapter);
+    return controller && ManagementSocket::startDiscovery(*controller);
 }
 
 }  // namespace zobi::platform::bluez

@@ -15,4 +15,9 @@ namespace zobi::platform::bluez {
 /// @param runLoop must outlive every event.
 std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, RunLoop& runLoop);
 
+/// Starts a discovery of the kernel, past the Bluetooth service, which then follows it. That takes the
+/// capability CAP_NET_ADMIN; false without it.
+/// @param adapter "hci0", for example.
+bool startKernelDiscovery(const std::string& adapter);
+
 }  // namespace zobi::platform::bluez

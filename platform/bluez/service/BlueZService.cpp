@@ -377,6 +377,7 @@ void BlueZService::propertiesChanged(std::string_view path, MessageReader& body)
     } else if (interface == adapterInterface) {
         const auto adapter = adapters_.find(path);
         if (adapter != adapters_.end() && readAdapter(adapter->second, body) && path == adapter_) {
+            delegate->discoveringDidChange();
             adapterChanged();
         }
     }

@@ -60,6 +60,8 @@ public:
 
     /// Devices, and with them every link, are gone unless it is powered on.
     virtual void serviceDidChangeCondition() = 0;
+    /// See `BlueZService::isDiscovering`.
+    virtual void discoveringDidChange() {}
     virtual void deviceDidAppear(const Device& device) = 0;
     virtual void deviceDidChange(const Device& device, const DeviceChange& change) = 0;
     /// BlueZ has forgotten the device.
@@ -88,6 +90,8 @@ public:
     std::string adapterName() const;
     /// Whether the adapter scans, for whatever program.
     bool isDiscovering() const;
+    /// Whether the service is not there, though the bus is.
+    bool hasLeft() const { return bus_ && owner_.empty(); }
 
     /// The device with this address; null while the service has none.
     const Device* device(const DeviceAddress& address) const;

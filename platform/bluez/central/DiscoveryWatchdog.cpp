@@ -1,0 +1,161 @@
+#include "platform/bluez/central/DiscoveryWatchdog.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zobi::platform::bluez {
+
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
+
+namespace {
+
+// A controller with duplicate filtering reports a device about every 10 s. Both times and the restarts are
+// over within 45 s of the last advertisement.
+constexpr nanoseconds longSilence = seconds(20);
+// BlueZ restarts its scan every 10.3 s, on a busy machine a little later.
+constexpr nanoseconds scanTime = seconds(13);
+// At most 144 restarts a day in an empty room.
+constexpr nanoseconds lookInterval = std::chrono::minutes(10);
+// Ending one scan and beginning the next; one of them alone tells nothing.
+constexpr unsigned switchesOfARestart = 2;
+
+// BlueZ itself restarts a scan that another program or the kernel ended.
+constexpr nanoseconds ownMend = seconds(2);
+constexpr nanoseconds nextMend = seconds(8);
+
+}  // namespace
+
+void DiscoveryWatchdog::watch() {
+    if (std::exchange(isWatching_, true)) return;
+    silentSince_ = now();
+    nanoseconds delay = longSilence;
+    // Programs may scan for a short time again and again.
+    if (step_ != Step::none) {
+        step_ = Step::waiting;
+        delay = std::max(delay, restartedAt_ + lookInterval - now());
+    }
+    lookIn(delay);
+}
+
+void DiscoveryWatchdog::rest() {
+    isWatching_ = false;
+    for (const auto& timer : {timer_, offTimer_}) {
+        if (timer) timer->invalidate();
+    }
+}
+
+void DiscoveryWatchdog::forget() {
+    rest();
+    step_ = Step::none;
+    isAdministratorTold_ = false;
+}
+
+void DiscoveryWatchdog::deviceWasHeard() {
+    silentSince_ = now();
+    if (std::exchange(step_, Step::none) == Step::none) return;
+    isAdministratorTold_ = false;
+    if (isWatching_) lookIn(longSilence);
+}
+
+std::shared_ptr<NSTimer> DiscoveryWatchdog::after(nanoseconds delay, void (DiscoveryWatchdog::*action)()) {
+    // Both timers are invalidated before this object goes.
+    return context_.runLoop.after(std::chrono::duration<double>(delay).count(),
+                                  [this, action] { (this->*action)(); });
+}
+
+// What silence tells
+
+void DiscoveryWatchdog::lookIn(nanoseconds delay) {
+    if (timer_) timer_->invalidate();
+    timer_ = after(delay, &DiscoveryWatchdog::look);
+}
+
+void DiscoveryWatchdog::look() {
+    const nanoseconds silence = now() - silentSince_;
+    if (silence < longSilence) return lookIn(longSilence - silence);
+    if (discovery_.isBusy()) {
+        // What the controller does meanwhile is nothing that the restart brought about.
+        switchesBefore_ = discovery_.scanSwitches();
+        return lookIn(scanTime);
+    }
+    switch (step_) {
+        case Step::none:
+            return restart();
+        case Step::restarted:
+            return hasScannedSinceRestart() == true ? waitLong() : restartPastService();
+        case Step::restartedPastService:
+            if (hasScannedSinceRestart() == false) tellAdministrator();
+            return waitLong();
+        case Step::waiting:
+            // Where nothing shows whether the controller scans, the stronger means at once.
+            return discovery_.scanSwitches() ? restart() : restartPastService();
+    }
+}
+
+void DiscoveryWatchdog::restart() {
+    step_ = Step::restarted;
+    restartedAt_ = now();
+    switchesBefore_ = discovery_.scanSwitches();
+    discovery_.restart();
+    lookIn(scanTime);
+}
+
+void DiscoveryWatchdog::restartPastService() {
+    const bool mayHelp = discovery_.restartPastService();
+    if (step_ == Step::waiting) {
+        if (!mayHelp) discovery_.restart();
+        return waitLong();
+    }
+    if (hasScannedSinceRestart() == false) {
+        context_.log.message("Bluetooth: the service says that it scans, and the controller does not.");
+    }
+    if (!mayHelp) {
+        tellAdministrator();
+        return waitLong();
+    }
+    step_ = Step::restartedPastService;
+    restartedAt_ = now();
+    switchesBefore_ = discovery_.scanSwitches();
+    lookIn(scanTime);
+}
+
+void DiscoveryWatchdog::waitLong() {
+    step_ = Step::waiting;
+    lookIn(lookInterval);
+}
+
+std::optional<bool> DiscoveryWatchdog::hasScannedSinceRestart() const {
+    const auto switches = discovery_.scanSwitches();
+    if (!switches || !switchesBefore_) return std::nullopt;
+    // In a channel that was opened anew the number begins anew.
+    return *switches < *switchesBefore_ || *switches - *switchesBefore_ >= switchesOfARestart;
+}
+
+void DiscoveryWatchdog::tellAdministrator() {
+    const bool isSure = hasScannedSinceRestart() == false;
+    if (std::exchange(isSure ? isAdministratorTold_ : isHintTold_, true)) return;
+    context_.log.message("Bluetooth: %@ systemctl restart bluetooth",
+                     isSure ? "Only an administrator can make it scan again:"
+                            : "Nothing is heard, though the scan was started again. If a device is near, "
+                              "restart the service:");
+}
+
+// What the service tells
+
+void DiscoveryWatchdog::scanWasTold() {
+    if (isWatching_ && !discovery_.isToldToScan()) mendIn(ownMend);
+}
+
+void DiscoveryWatchdog::mendIn(nanoseconds delay) {
+    if (offTimer_) offTimer_->invalidate();
+    offTimer_ = after(delay, &DiscoveryWatchdog::mend);
+}
+
+void DiscoveryWatchdog::mend() {
+    if (discovery_.isToldToScan()) return;
+    if (!discovery_.isBusy()) discovery_.restart();
+    mendIn(nextMend);
+}
+
+}  // namespace zobi::platform::bluez
