@@ -16,7 +16,7 @@ struct RadioContext;
 /// Options of `BlueZPlatform`.
 struct BlueZOptions {
     /// The adapter to use, by its name ("hci0") or its address ("00:00:5E:00:53:01"). If empty, one that is
-    /// powered on when BlueZ is first found, else any one; it is used until it is removed.
+    /// powered on, else any one. It is used until it is removed, or is off while another one is on.
     std::string adapter;
     /// A device that advertises or offers one of these services is disconnected if it is linked when the
     /// radio starts, or in the 45 s after, and not by this platform: a program that was killed leaves its

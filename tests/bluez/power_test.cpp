@@ -63,23 +63,37 @@ TEST_P(BlueZRadio, TheStateTheConditionAndOneLineTellWhatIsInTheWay) {
     EXPECT_THAT(lines, AllOf(SizeIs(obstacles.size() - 1), Not(Contains("")))) << "each is told apart";
 }
 
-TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedFor) {
+TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedForOrElseOneThatIsOn) {
     const std::string second = "/org/bluez/hci1";
     service.add({.address = "00:00:5E:00:53:0A", .adapter = second, .rssi = -50, .isInRange = true});
     beacon.isInRange = true;
     for (const char* const name : {"hci1", "00:00:5E:00:53:09"}) {
         const auto watched = watch(machine, name);
         service.addAdapter(second, "00:00:5E:00:53:09");
-        pass(5);
-        EXPECT_THAT(watched.takeEvents(), ElementsAre("state 2", "state 5")) << name;
+        EXPECT_THAT(eventsIn(5), IsEmpty());
+        EXPECT_THAT(watched.takeEvents(), ElementsAre("state 5")) << name;
         watched.central->scanForPeripheralsWithServicesOptions({}, {.allowDuplicates = true});
-        cyclePower();
-        pass(3);
+        const auto used = [&] { return machine.lines.back(); };
+        service.setPowered(false);
+        EXPECT_THAT(eventsIn(3), ElementsAre("state 1", "state 5"));
+        EXPECT_EQ(used(), "Bluetooth: the adapter hci1 is used from now on.");
+        service.setPowered(true);
+        EXPECT_THAT(eventsIn(3), IsEmpty()) << "one that is on is kept";
         EXPECT_THAT(watched.takeEvents(), AllOf(SizeIs(Ge(2)), Each("morvane -50"))) << name;
+        service.setPowered(false, second);
+        EXPECT_THAT(eventsIn(3), ElementsAre("state 1", "state 5"));
+        EXPECT_EQ(watched.takeEvents().back(), "state 4");
+        service.setPowered(false);
+        EXPECT_THAT(eventsIn(60), ElementsAre("state 4")) << "of two that are off";
+        service.setPowered(true, second);
+        EXPECT_THAT(eventsIn(3), ElementsAre("state 1", "state 5"));
+        EXPECT_EQ(used(), "Bluetooth: the adapter hci1 is used from now on.");
         service.removeAdapter(second);
-        EXPECT_THAT(eventsIn(5), IsEmpty()) << "it was not in use here";
-        EXPECT_EQ(watched.takeEvents().back(), "state 2") << name;
-        EXPECT_TRUE(machine.lines.back().ends_with("there are: hci0 (00:00:5E:00:53:01)."));
+        EXPECT_THAT(eventsIn(8), ElementsAre("state 1", "state 4"));
+        EXPECT_THAT(watched.takeEvents(), ElementsAre("state 5", "state 1", "state 2"));
+        EXPECT_THAT(machine.lines, Contains(EndsWith("there are: hci0 (00:00:5E:00:53:01).")));
+        service.setPowered(true);
+        EXPECT_THAT(eventsIn(3), ElementsAre("state 5"));
     }
 }
 
@@ -109,6 +123,45 @@ TEST_P(BlueZRadio, AShutDownWaitsUntilTheServiceHasEndedAll) {
         SCOPED_TRACE(i);
         ShutDown(i / 2, i % 2 != 0).TestBody();
     }
+}
+
+TEST_P(BlueZRadio, AnAdapterIsAwaitedForSomeSeconds) {
+    using Blow = std::function<void(ScriptedService&)>;
+    const Blow remove = [](auto& it) { it.removeAdapter(firstAdapter); };
+    const Blow restart = [](auto& it) { (it.crash(), it.start(), it.removeAdapter(firstAdapter)); };
+    for (const double seconds : {3.5, 5.5}) {
+        for (const auto& befalls : {remove, restart, Blow()}) {
+            ScriptedPlatform other;
+            if (!befalls) remove(other.service);
+            const auto watched = watch(other);
+            if (befalls) befalls(other.service);
+            other.runLoop().runFor(seconds);
+            other.service.addAdapter(firstAdapter, "00:00:5E:00:53:01");
+            other.runLoop().runFor(1);
+            Events expected{"state 5"};
+            if (befalls) expected.insert(expected.end(), {"state 1", "state 5"});
+            if (seconds > 5) expected.insert(expected.end() - 1, "state 2");
+            EXPECT_EQ(watched.takeEvents(), expected);
+        }
+    }
+}
+
+TEST_P(BlueZRadio, AServiceThatStandsStillIsAskedOnce) {
+    const auto stand = [&] {
+        service.scripts["GetManagedObjects"] = {.delay = 100, .times = 1};
+        service.calls.clear();
+        (service.crash(), service.start());
+    };
+    stand();
+    EXPECT_THAT(eventsIn(99), ElementsAre("state 1"));
+    EXPECT_THAT(service.calls, ElementsAre("GetManagedObjects /"));
+    EXPECT_EQ(machine.radioCondition().remedy,
+              "Look at its log, and restart it: systemctl restart bluetooth");
+    EXPECT_THAT(eventsIn(2), ElementsAre("state 5")) << "it goes on";
+    stand();
+    pass(50);
+    (service.crash(), service.start());
+    EXPECT_THAT(eventsIn(2), ElementsAre("state 1", "state 5")) << "another one answers";
 }
 
 }  // namespace

@@ -19,6 +19,9 @@ constexpr double reopeningDelay = 2;
 constexpr double answerDeadline = 10;
 // A service that is being restarted is back by then.
 constexpr double returnDeadline = 10;
+// A service that starts is on the bus some tenths of a second before its adapters. An adapter that is reset
+// is gone for a second or two.
+constexpr double adapterDeadline = 5;
 // Policies change when an administrator changes them.
 constexpr double refusedDelay = 30;
 
@@ -105,7 +108,7 @@ Bus::Answer BlueZService::whileThisLives(Bus::Answer answer) {
 
 void BlueZService::answerIsLate() {
     if (owner_.empty()) return loseBus("The bus does not answer.");
-    reload();
+    // Not asked again: a service that stood still answers when it goes on, one that ends fails the call.
     enter(serviceIsSilent());
 }
 
@@ -235,15 +238,49 @@ void BlueZService::load(MessageReader& objects) {
 void BlueZService::chooseAdapter() {
     adapter_ = chosenAdapter(adapters_, context_->adapter);
     devicePrefix_ = adapter_ + "/dev_";
+    if (adapter_.empty() || adapter_ == lastAdapter_) return;
+    if (!std::exchange(lastAdapter_, adapter_).empty()) {
+        context_->log.log("Bluetooth: the adapter %@ is used from now on.", adapterName());
+    }
 }
 
 void BlueZService::adapterChanged() {
-    if (adapter_.empty()) return enter(adapterIsMissing(adapters_, context_->adapter));
+    if (adapter_.empty()) return afterDelay(adapterDeadline, &BlueZService::adapterStaysAway);
     // The service does not always tell the ends of links that go with the power.
     if (!adapters_.at(adapter_).isPowered) {
         for (auto& [path, device] : devices_) device.isConnected = device.servicesResolved = false;
     }
     enter(conditionOfAdapter(adapters_, adapter_));
+}
+
+void BlueZService::adapterStaysAway() {
+    enter(adapterIsMissing(adapters_, context_->adapter));
+}
+
+/// Whether there is a better adapter than the one that is used, so that another choice is due.
+bool BlueZService::isChoiceDue() const {
+    const auto chosen = chosenAdapter(adapters_, context_->adapter);
+    if (chosen.empty() || chosen == adapter_) return false;
+    const auto used = adapters_.find(adapter_);
+    return used == adapters_.end() || (!used->second.isPowered && adapters_.find(chosen)->second.isPowered);
+}
+
+/// Whether that begins.
+bool BlueZService::chooseAgain() {
+    if (!isChoiceDue()) return false;
+    if (adapter_.empty()) {
+        reload();
+    } else {
+        loseAdapter();
+    }
+    return true;
+}
+
+/// Another adapter is used, or none is left, perhaps because the service is going.
+void BlueZService::loseAdapter() {
+    forgetObjects();
+    reload();
+    enter(radioIsGone());
 }
 
 void BlueZService::forgetObjects() {
@@ -307,11 +344,11 @@ void BlueZService::busDidReceiveCall(IncomingCall call) {
 
 void BlueZService::interfacesAdded(MessageReader& body) {
     const std::string path(body.objectPath());
-    bool isNewAdapter = false;
+    bool isAdapter = false;
     body.forEachInterface([&](std::string_view interface) {
         Device* device = nullptr;
         if (interface == adapterInterface) {
-            isNewAdapter = adapter_.empty();
+            isAdapter = true;
             readAdapter(adapters_[path], body);
         } else if (interface == deviceInterface && path.starts_with(devicePrefix_) && !adapter_.empty() &&
                    (device = addDevice(path)) != nullptr) {
@@ -326,7 +363,7 @@ void BlueZService::interfacesAdded(MessageReader& body) {
             readGATTObject(path, interface, body);
         }
     });
-    if (isNewAdapter) reload();
+    if (isAdapter) chooseAgain();
 }
 
 void BlueZService::interfacesRemoved(MessageReader& body) {
@@ -349,11 +386,7 @@ void BlueZService::interfacesRemoved(MessageReader& body) {
     }
     if (!isAdapter) return;
     adapters_.erase(path);
-    if (path != adapter_) return;
-    // There may be another one, or none because the service is going.
-    forgetObjects();
-    reload();
-    enter(radioIsGone());
+    if (path == adapter_) loseAdapter();
 }
 
 void BlueZService::propertiesChanged(std::string_view path, MessageReader& body) {
@@ -369,17 +402,22 @@ void BlueZService::propertiesChanged(std::string_view path, MessageReader& body)
         Device* const device = deviceAbove(path);
         if (!device) return;
         body.forEachProperty([&](std::string_view name) {
-            if (name != "Value") return body.skipVariant();
-            if (const auto value = body.variantBytes()) {
-                delegate->characteristicDidChange(*device, path, *value);
+            if (name == "Value") {
+                if (const auto value = body.variantBytes()) {
+                    delegate->characteristicDidChange(*device, path, *value);
+                }
+            } else if (name == "Notifying") {
+                if (body.variantBool() == false) delegate->characteristicDidStopNotifying(*device, path);
+            } else {
+                body.skipVariant();
             }
         });
     } else if (interface == adapterInterface) {
         const auto adapter = adapters_.find(path);
-        if (adapter != adapters_.end() && readAdapter(adapter->second, body) && path == adapter_) {
-            delegate->discoveringDidChange();
-            adapterChanged();
-        }
+        if (adapter == adapters_.end() || !readAdapter(adapter->second, body)) return;
+        if (chooseAgain() || path != adapter_) return;
+        delegate->discoveringDidChange();
+        adapterChanged();
     }
 }
 
@@ -456,8 +494,11 @@ DeviceChange BlueZService::readDevice(Device& device, MessageReader& body) {
             body.variantForEachString([&](std::string_view text) {
                 if (const auto uuid = parseUUID(text)) listedServices_.push_back(*uuid);
             });
+        } else if (name == "Address") {
+            const auto address = deviceAddressFromText(body.variantString().value_or(""), false);
+            if (address) device.linkAddress.bytes = address->bytes;
         } else if (name == "AddressType") {
-            device.address.isRandom = body.variantString() == "random";
+            device.linkAddress.isRandom = body.variantString() == "random";
         } else {
             body.skipVariant();
         }
@@ -492,7 +533,7 @@ Device* BlueZService::addDevice(std::string_view path) {
     if (!address) return nullptr;
     Device& device = devices_[std::string(path)];
     device.path = path;
-    device.address = *address;
+    device.address = device.linkAddress = *address;
     return &device;
 }
 

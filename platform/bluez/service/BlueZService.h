@@ -29,7 +29,11 @@ std::optional<CBUUID> parseUUID(std::string_view text);
 /// What the service says of a device on the air of our adapter.
 struct Device {
     std::string path;
+    /// The one in its path, by which it was first heard.
     DeviceAddress address;
+    /// The one by which kernel and controller know its link: of a device that hides its address, the one that
+    /// it tells when it is bonded.
+    DeviceAddress linkAddress;
     /// The one that the service shows: advertised, or read over a connection.
     std::string name;
     bool isConnected = false;
@@ -70,6 +74,8 @@ public:
     virtual void deviceDidTellLinkEnd(const Device& /*device*/, const LinkEnd& /*end*/) {}
     virtual void characteristicDidChange(const Device& /*device*/, std::string_view /*path*/,
                                          std::span<const std::uint8_t> /*value*/) {}
+    /// The service has no client left that is subscribed to the characteristic.
+    virtual void characteristicDidStopNotifying(const Device& /*device*/, std::string_view /*path*/) {}
     /// BlueZ calls an object of this side. By default, the call is answered that there is none.
     virtual void serviceDidCall(const IncomingCall& call) { Bus::replyNoObject(call); }
 };
@@ -139,7 +145,11 @@ private:
     void load(MessageReader& objects);
     void loadingFailed(const std::string& why);
     void chooseAdapter();
+    bool isChoiceDue() const;
+    bool chooseAgain();
+    void loseAdapter();
     void adapterChanged();
+    void adapterStaysAway();
     void forgetObjects();
     void enter(const RadioCondition& condition);
     /// Calls `action` unless it is scheduled anew before.
@@ -180,6 +190,8 @@ private:
     /// The path of the one that is used; empty while there is none.
     std::string adapter_;
     std::string devicePrefix_;
+    /// The path of the one that was used last.
+    std::string lastAdapter_;
     std::unordered_map<std::string, Device, Hash, std::equal_to<>> devices_;
     GATTObjects gattObjects_;
     // Kept, so that reading a signal allocates nothing.
