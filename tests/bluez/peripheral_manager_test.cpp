@@ -213,7 +213,7 @@ TEST_F(Peripheral, EndsInTimeThoughTheServiceDoesNotAnswer) {
     EXPECT_EQ(eventsIn(4.9), "");
     EXPECT_EQ(eventsIn(), "second");
     // It may be on the air still.
-    EXPECT_EQ(eventsIn(60), "UnregisterAdvertisement");
+    EXPECT_EQ(eventsIn(60), "Get, UnregisterAdvertisement");
 }
 
 TEST_F(Peripheral, ChangesAnAdvertisementInPlaceOnlyIfItFits) {
@@ -245,12 +245,19 @@ TEST_F(Peripheral, RefusesWhatCannotBeAdvertised) {
 
 TEST_F(Peripheral, TakesOffTheAirWhatMayBeThere) {
     service.scripts["RegisterAdvertisement"] = neverAnswered;
-    EXPECT_THAT(eventsIn(60),
-                MatchesRegex("RegisterApplication, RegisterAdvertisement, .*It gives no answer.*, "
-                             "UnregisterAdvertisement"));
-    service.scripts["RegisterAdvertisement"] = neverAnswered;
-    manager->startAdvertising(advertisement);
-    EXPECT_EQ(eventsIn(), "RegisterAdvertisement");
+    EXPECT_THAT(
+        eventsIn(60),
+        MatchesRegex("RegisterApplication, RegisterAdvertisement, .*It gives no answer.*, Get, " + newStart));
+    // A service that stands still is asked once.
+    service.scripts = {{"RegisterApplication", neverAnswered}, {"Get", {.delay = 60, .times = 1}}};
+    restartService();
+    EXPECT_THAT(eventsIn(60), MatchesRegex("RegisterApplication, .*It gives no answer.*, Get"));
+    EXPECT_EQ(eventsIn(20), wholeNewStart) << "it goes on";
+    service.scripts = {{"UnregisterAdvertisement", fails("DoesNotExist")},
+                       {"RegisterAdvertisement", neverAnswered}};
+    service.setPowered(false);
+    service.setPowered(true);
+    EXPECT_EQ(eventsIn(), "UnregisterAdvertisement, RegisterAdvertisement");
     service.setPowered(false);
     manager->stopAdvertising();
     service.setPowered(true);
@@ -294,11 +301,15 @@ TEST_F(Peripheral, ComesBackWithThePowerTheServiceAndTheBus) {
     eventsIn();
     restartService();
     EXPECT_EQ(eventsIn(), wholeNewStart);
-    read(1);
+    read(2);
+    setConnected(1, true);
     eventsIn();
     service.dropBus();
     EXPECT_EQ(eventsIn(3),
-              "disconnected by 00:00:5E:00:53:01, RegisterApplication, unsubscribed, " + newStart);
+              "disconnected by 00:00:5E:00:53:02, RegisterApplication, unsubscribed, " + newStart);
+    read(1);
+    manager->disconnectCentrals();
+    EXPECT_EQ(eventsIn(), "Disconnect1") << "its link has lasted, and is known";
 }
 
 TEST_F(Peripheral, ServesOnThoughTheDelegateThrows) {

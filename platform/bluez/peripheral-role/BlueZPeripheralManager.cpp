@@ -116,14 +116,29 @@ void BlueZPeripheralManager::serviceDidChangeCondition() {
     const Kind radio = service_->condition().kind;
     isAnnounced_ = false;
     stop(restTimer_);
+    isSilent_ = false;
+    probe_.reset();
     std::map<std::string, Link> ended;
+    const auto end = [&](bool isKept) {
+        for (auto link = links_.begin(); link != links_.end();) {
+            const auto next = std::next(link);
+            if (!isKept || link->second.isUncertain) ended.insert(links_.extract(link));
+            link = next;
+        }
+    };
     if (radio == Kind::poweredOn) {
         // BlueZ keeps the application while the power is off, and perhaps the advertisement.
         told_.reset();
         isRefused_ = false;
+        end(true);
     } else {
         call_.cancel();
-        ended.swap(links_);
+        if (radio == Kind::resetting) {
+            // They may outlast a service that is killed, and what this side loses of it.
+            for (auto& [path, link] : links_) link.isUncertain = true;
+        } else {
+            end(false);
+        }
         const bool isOff = radio == Kind::poweredOff || radio == Kind::blocked;
         isApplicationRegistered_ = isApplicationRegistered_ && isOff;
     }
@@ -166,7 +181,7 @@ void BlueZPeripheralManager::proceedSoon() {
 }
 
 void BlueZPeripheralManager::proceed() {
-    if (call_.isPending()) return;
+    if (call_.isPending() || isSilent_) return;
     if (!isPoweredOn()) return finishShutDownIfDone();
     if (!wanted_ || isRefused_) {
         if (isAdvertisementRegistered_) return unregisterAdvertisement();
@@ -222,17 +237,34 @@ void BlueZPeripheralManager::callManager(const char* interface, const char* memb
     call_.start(
         shared_from_this(), context_.runLoop, answerDeadline, "It gives no answer",
         [this, done](MessageReader& /*reply*/, const BusError* error) {
-            proceedSoon();
+            if (error && tellsNothing(*error)) {
+                waitForAnswer();
+            } else {
+                proceedSoon();
+            }
             (this->*done)(error);
         },
         [&](Bus::Answer answer) {
             return service_->call(
-                "/org/bluez/" + service_->adapterName(), interface, member,
+                adapterPath(), interface, member,
                 [&](Message& message) {
                     message.objectPath(path);
                     if (hasOptions) message.properties({});
                 },
                 std::move(answer));
+        });
+}
+
+/// Asks for nothing more until the service answers something. Then it is tried again.
+void BlueZPeripheralManager::waitForAnswer() {
+    isSilent_ = true;
+    probe_ = service_->call(
+        adapterPath(), propertiesInterface, "Get",
+        [](Message& message) { message.string(adapterInterface).string("Powered"); },
+        [this](MessageReader& /*reply*/, const BusError* /*error*/) {
+            isSilent_ = false;
+            isRefused_ = false;
+            proceedSoon();
         });
 }
 
@@ -300,8 +332,8 @@ void BlueZPeripheralManager::restIsOver() {
 // Centrals
 
 void BlueZPeripheralManager::deviceDidAppear(const Device& device) {
-    // Links that were up before the state is powered on are not incoming.
-    if (device.isConnected && !isPoweredOn()) links_.try_emplace(device.path);
+    // Links that were up before the state is powered on are not incoming, unless they were known as such.
+    if (device.isConnected && !isPoweredOn()) links_[device.path].isUncertain = false;
 }
 
 void BlueZPeripheralManager::deviceDidChange(const Device& device, const DeviceChange& change) {
@@ -351,7 +383,7 @@ void BlueZPeripheralManager::disconnectCentrals() {
 
 void BlueZPeripheralManager::notify(GATTPlace place, std::span<const std::uint8_t> value) {
     const std::string path = LocalObjects::characteristicPath(place);
-    if (!subscribed_.contains(path)) return;
+    if (!isApplicationRegistered_ || !subscribed_.contains(path)) return;
     service_->emitChange(path, gattCharacteristicInterface, {{"Value", Bytes(value.begin(), value.end())}});
 }
 

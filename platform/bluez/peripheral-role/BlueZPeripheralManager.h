@@ -60,10 +60,13 @@ private:
         bool isCentral = false;
         /// It came up while this machine advertised, which did not initiate it.
         bool isIncoming = false;
+        /// The service was lost since, and is still to tell whether it is up.
+        bool isUncertain = false;
 
         bool isOurs() const { return isCentral && isIncoming; }
     };
 
+    std::string adapterPath() const { return "/org/bluez/" + service_->adapterName(); }
     bool isPoweredOn() const { return service_ && service_->isPoweredOn(); }
 
     /// Makes the next call that is needed, if any is, once the last one has been answered.
@@ -74,6 +77,7 @@ private:
     void unregisterAdvertisement();
     /// Changes the advertisement that the service has, if that can be done so that a failure is told.
     bool changeAdvertisement();
+    void waitForAnswer();
     using Done = void (BlueZPeripheralManager::*)(const BusError* error);
     void callManager(const char* interface, const char* member, const char* path, bool hasOptions, Done done);
     void applicationRegistered(const BusError* error);
@@ -117,6 +121,9 @@ private:
     /// The delegate was told that the advertisement is on the air.
     bool isAnnounced_ = false;
     TimedCall call_;
+    /// A call was not answered in time, and the service has answered nothing since.
+    bool isSilent_ = false;
+    Slot probe_;
     /// Runs for some time after BlueZ has released an advertisement, during which no new one is registered.
     std::shared_ptr<NSTimer> restTimer_;
 
