@@ -68,7 +68,8 @@ public:
     virtual void peripheralDidWriteValueForCharacteristicError(
         const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const std::shared_ptr<CBCharacteristic>& /*characteristic*/, const NSError* /*error*/) {}
-    /// The answer to `setNotifyValueForCharacteristic`.
+    /// The answer to `setNotifyValueForCharacteristic`; or a subscription has ended though nobody here has
+    /// asked for it and the link is up: then with an error, and `CBCharacteristic::isNotifying` is false.
     virtual void peripheralDidUpdateNotificationStateForCharacteristicError(
         const std::shared_ptr<CBPeripheral>& /*peripheral*/,
         const std::shared_ptr<CBCharacteristic>& /*characteristic*/, const NSError* /*error*/) {}

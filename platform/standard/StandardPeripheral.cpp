@@ -188,6 +188,16 @@ void StandardPeripheral::deliverNotification(GATTPlace place, std::span<const st
     }
 }
 
+void StandardPeripheral::subscriptionEnded(GATTPlace place, const NSError& error) {
+    const auto characteristic = discovered_.characteristic(place);
+    if (phase_ != Phase::linked || !characteristic || !characteristic->isNotifying()) return;
+    characteristic->setNotifying(false);
+    if (const auto delegate = delegate_.lock()) {
+        delegate->peripheralDidUpdateNotificationStateForCharacteristicError(shared_from_this(),
+                                                                             characteristic, &error);
+    }
+}
+
 // The attempt and the link
 
 CBPeripheralState StandardPeripheral::state() const {

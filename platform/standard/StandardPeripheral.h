@@ -73,6 +73,9 @@ public:
     void linkIsEnding();
     /// A value was notified: passes it to the delegate if it is subscribed to the characteristic.
     void deliverNotification(GATTPlace place, std::span<const std::uint8_t> value);
+    /// The peripheral, or the system, has ended the subscription to the characteristic: tells so, if there
+    /// was one. Not for one that ends with the link.
+    void subscriptionEnded(GATTPlace place, const NSError& error);
     /// The device is gone together with all that would be told of it: with a simulated world, for example.
     /// Nobody is told of the end of the attempt or the link.
     void abandon();

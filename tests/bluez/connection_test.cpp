@@ -275,6 +275,29 @@ TEST_P(BlueZRadio, TheEndOfALinkIsToldWithItsReasonOrSoonWithoutIt) {
     }
 }
 
+TEST_P(BlueZRadio, ABondedDeviceThatHidesItsAddressIsConnectedAgain) {
+    const std::string identity = "00:00:5E:00:53:77";
+    beacon.isInRange = true;
+    const auto peripheral = link();
+    // It is told over the link, and the kernel knows the device by it from then on.
+    service.change(beacon.path(), deviceInterface, {{"Address", identity}, {"AddressType", "random"}});
+    service.onLinkEnd = [&](const auto& /*device*/, std::uint8_t reason) {
+        machine.channel->tellLinkEnd(identity, reason, true);
+    };
+    for (const std::uint8_t reason : {std::uint8_t{0x08}, std::uint8_t{0x3D}}) {
+        pass(1);
+        peripheral->readRSSI();
+        EXPECT_THAT(eventsIn(1), ElementsAre("rssi"));
+        EXPECT_EQ(machine.channel->measured, identity);
+        service.endLink(beacon, reason);
+        ASSERT_TRUE(within(1, "disconnected error 6"));
+        EXPECT_EQ(link(), peripheral);
+    }
+    service.dropBus();
+    ASSERT_TRUE(within(5, "state 5"));
+    EXPECT_EQ(link(), peripheral) << "as the service lists it anew";
+}
+
 TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
     for (int phase = waiting; phase < phases; ++phase) {
         SCOPED_TRACE(phase);

@@ -171,5 +171,30 @@ TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
     EXPECT_THAT(*peripheral->services(), SizeIs(1)) << "a table ends with the life of the service";
 }
 
+TEST_P(BlueZRadio, ASubscriptionThatEndsIsRenewedOnceAndThenToldToHaveEnded) {
+    const auto peripheral = reach(linked);
+    const auto level = find(peripheral, batteryLevelCharacteristic);
+    const auto path = beacon.characteristic(batteryLevelCharacteristic).path;
+    const auto isEnded = [&] {
+        service.calls.clear();
+        service.change(path, gattCharacteristicInterface, {{"Notifying", false}});
+        return eventsIn(5);
+    };
+    EXPECT_THAT(isEnded(), IsEmpty());
+    EXPECT_THAT(service.calls, ElementsAre("StartNotify " + path));
+    service.setValue(beacon, batteryLevelCharacteristic, {50});
+    EXPECT_THAT(eventsIn(1), ElementsAre("value 2A19"));
+    EXPECT_THAT(isEnded(), ElementsAre("not notifying 2A19 error 0"));
+    EXPECT_THAT(service.calls, IsEmpty());
+    peripheral->setNotifyValueForCharacteristic(true, level);
+    EXPECT_THAT(eventsIn(1), ElementsAre("notifying 2A19"));
+    service.scripts["StartNotify"] = fails("Failed", "Operation failed with ATT error: 0x0e");
+    EXPECT_THAT(isEnded(), ElementsAre("not notifying 2A19 CBATTErrorDomain 14"));
+    peripheral->setNotifyValueForCharacteristic(false, level);
+    EXPECT_THAT(eventsIn(1), ElementsAre("not notifying 2A19"));
+    EXPECT_THAT(isEnded(), IsEmpty()) << "there is none";
+    EXPECT_THAT(service.calls, IsEmpty());
+}
+
 }  // namespace
 }  // namespace zobi::platform::bluez

@@ -92,7 +92,7 @@ TEST_P(LibraryOverStack, EverythingGoesOnWhenTheServiceComesBack) {
 TEST_P(LibraryOverStack, OnlyALostLinkHasTheCodeOfOne) {
     const auto beacon = connect();
     for (const auto& [reason, code] : std::initializer_list<std::pair<std::string, std::string>>{
-             {"08", "6"}, {"13", "7"}, {"14", "7"}, {"15", "7"}, {"22", "0"}, {"3D", "0"}}) {
+             {"08", "6"}, {"13", "7"}, {"14", "7"}, {"15", "7"}, {"22", "0"}, {"3D", "6"}}) {
         // The second is what the beacon's controller tells.
         ask("stack", "settle");
         ask("air", "lose " + reason + " 08");

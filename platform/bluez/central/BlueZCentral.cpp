@@ -12,7 +12,7 @@ namespace zobi::platform::bluez {
 namespace {
 
 std::uint64_t keyOf(const DeviceAddress& address) {
-    std::uint64_t key = address.isRandom ? 1 : 0;
+    std::uint64_t key = 0;
     for (const std::uint8_t byte : address.bytes) key = key << 8 | byte;
     return key;
 }
@@ -231,6 +231,12 @@ void BlueZCentral::characteristicDidChange(const Device& device, std::string_vie
                                            std::span<const std::uint8_t> value) {
     if (BlueZPeripheral* const peripheral = peripheralOf(device)) {
         peripheral->characteristicDidChange(path, value);
+    }
+}
+
+void BlueZCentral::characteristicDidStopNotifying(const Device& device, std::string_view path) {
+    if (BlueZPeripheral* const peripheral = peripheralOf(device)) {
+        peripheral->characteristicDidStopNotifying(path);
     }
 }
 

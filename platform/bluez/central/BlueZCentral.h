@@ -36,6 +36,7 @@ public:
     void deviceDidTellLinkEnd(const Device& device, const LinkEnd& end) override;
     void characteristicDidChange(const Device& device, std::string_view path,
                                  std::span<const std::uint8_t> value) override;
+    void characteristicDidStopNotifying(const Device& device, std::string_view path) override;
 
 protected:
     void beginScan() override;

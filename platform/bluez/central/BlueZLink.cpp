@@ -130,9 +130,14 @@ void BlueZLink::deviceIsConnected(CentralContext& context, const Device& device)
     context.attempts->remove(*this);
     enter(context, Phase::resolving);
     toldLinkEnd_.reset();
-    if (context.channel) context.channel->watchLink(device.address);
+    watchEnd(context, device);
     after(context, resolvingDeadline, &BlueZLink::resolvingTookTooLong);
     if (device.servicesResolved) readTable(context);
+}
+
+void BlueZLink::watchEnd(CentralContext& context, const Device& device) {
+    linkAddress_ = device.linkAddress;
+    if (context.channel) context.channel->watchLink(linkAddress_);
 }
 
 void BlueZLink::readTable(CentralContext& context) {
@@ -227,6 +232,9 @@ void BlueZLink::deviceDidAppear() {
 void BlueZLink::deviceDidChange(const Device& device, const DeviceChange& change) {
     const auto context = context_.lock();
     if (!context) return;
+    // Over a link, a device may tell the address behind the one that it advertises.
+    const bool isLinked = phase_ == Phase::resolving || isUp();
+    if (isLinked && device.isConnected && device.linkAddress != linkAddress_) watchEnd(*context, device);
     if (change.hasConnected) {
         if (!device.isConnected) {
             isDisconnecting_ = false;
@@ -272,7 +280,7 @@ void BlueZLink::deviceIsDisconnected(CentralContext& context) {
 // The end of the link
 
 std::optional<LinkEnd> BlueZLink::knownLinkEnd(CentralContext& context) {
-    if (!toldLinkEnd_ && context.channel) toldLinkEnd_ = context.channel->takeLinkEnd(address_);
+    if (!toldLinkEnd_ && context.channel) toldLinkEnd_ = context.channel->takeLinkEnd(linkAddress_);
     return toldLinkEnd_;
 }
 

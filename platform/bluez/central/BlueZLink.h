@@ -95,6 +95,8 @@ private:
     void waitForTurn(CentralContext& context);
     void connectWasAnswered(CentralContext& context, const BusError* error);
     void deviceIsConnected(CentralContext& context, const Device& device);
+    /// The channel is to tell why the link of this device ends.
+    void watchEnd(CentralContext& context, const Device& device);
     void readTable(CentralContext& context);
     void tableWasRead(CentralContext& context, std::vector<RemoteService> table);
     void resolvingTookTooLong(CentralContext& context);
@@ -112,6 +114,7 @@ private:
 
     StandardPeripheral& peripheral_;
     DeviceAddress address_;
+    DeviceAddress linkAddress_;
     const HeardDevice& heard_;
     LinkOperations& operations_;
     std::weak_ptr<CentralContext> context_;

@@ -16,6 +16,10 @@ void BlueZPeripheral::characteristicDidChange(std::string_view path, std::span<c
     if (link_.isUp()) operations_.valueDidChange(path, value);
 }
 
+void BlueZPeripheral::characteristicDidStopNotifying(std::string_view path) {
+    if (link_.isUp()) operations_.subscriptionDidEnd(std::string(path));
+}
+
 StandardPeripheral::Outcome BlueZPeripheral::listServices(UUIDs& table) {
     for (const RemoteService& service : operations_.table()) table.push_back(service.uuid);
     return std::nullopt;

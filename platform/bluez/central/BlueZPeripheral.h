@@ -33,6 +33,7 @@ public:
 
     void deviceDidChange(const Device& device, const DeviceChange& change);
     void characteristicDidChange(std::string_view path, std::span<const std::uint8_t> value);
+    void characteristicDidStopNotifying(std::string_view path);
 
 protected:
     void beginAttempt() override { link_.begin(); }

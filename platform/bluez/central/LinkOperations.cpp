@@ -27,6 +27,7 @@ void LinkOperations::end() {
     if (timer_) timer_->invalidate();
     readPath_.clear();
     heldValues_.clear();
+    notifying_.clear();
     const auto subscribed = std::exchange(subscribed_, {});
     const auto context = context_.lock();
     if (!context) return;
@@ -123,11 +124,13 @@ void LinkOperations::setNotify(GATTPlace place, bool enabled, Completion complet
     const std::string& path = pathOf(place);
     // Even a call that fails or is not answered may have had its effect.
     if (enabled) subscribed_.insert(path);
+    notifying_.erase(path);
     operate(path, enabled ? "StartNotify" : "StopNotify", nullptr,
             [this, path, enabled, completion = std::move(completion)](MessageReader& /*reply*/,
                                                                       const BusError* error) {
                 // Where there is no subscription, none is to be ended.
                 if (!error || (!enabled && error->message == "No notify session started")) {
+                    if (enabled) notifying_.try_emplace(path);
                     if (!enabled) subscribed_.erase(path);
                     return completion(std::nullopt);
                 }
@@ -135,19 +138,50 @@ void LinkOperations::setNotify(GATTPlace place, bool enabled, Completion complet
             });
 }
 
+void LinkOperations::subscriptionDidEnd(const std::string& path) {
+    const auto context = context_.lock();
+    const auto subscription = notifying_.find(path);
+    if (!context || subscription == notifying_.end()) return;
+    auto& renewal = subscription->second;
+    if (renewal) {
+        // While it is tried, the answer tells.
+        if (renewal->isPending()) return;
+        return loseSubscription(path,
+                                {CBError::unknown, "The Bluetooth service has ended the subscription."});
+    }
+    renewal.emplace().start(
+        peripheral_.shared_from_this(), context->radio->runLoop, operationDeadline,
+        "The Bluetooth service does not answer.",
+        [this, path](MessageReader& /*reply*/, const BusError* error) {
+            if (error) loseSubscription(path, errorOfOperation(GATTOperation::notify, *error));
+        },
+        [&](Bus::Answer answered) {
+            return context->service->call(path, gattCharacteristicInterface, "StartNotify", nullptr,
+                                          std::move(answered));
+        });
+}
+
+void LinkOperations::loseSubscription(const std::string& path, const NSError& error) {
+    const auto place = placeOf(path);
+    notifying_.erase(path);
+    if (place) peripheral_.subscriptionEnded(*place, error);
+}
+
 void LinkOperations::readSignalStrength(const RSSICompletion& completion) {
     const auto context = context_.lock();
     const auto failWith = [completion](const char* why) { completion(NSError(CBError::unknown, why), {}); };
-    if (!context || !context->channel) {
+    const Device* const device = context ? context->service->device(address_) : nullptr;
+    if (!device || !context->channel) {
         return failWith("This user cannot ask the controller for the signal strength of a link.");
     }
     timer_ = context->radio->runLoop.after(signalDeadline,
                                            [failWith] { failWith("The controller does not answer."); });
-    context->channel->readRSSI(address_, [timer = timer_, completion, failWith](std::optional<int> rssi) {
-        timer->invalidate();
-        if (!rssi) return failWith("The controller does not tell the signal strength of the link.");
-        completion(std::nullopt, NSNumber::numberWithInt(*rssi));
-    });
+    context->channel->readRSSI(
+        device->linkAddress, [timer = timer_, completion, failWith](std::optional<int> rssi) {
+            timer->invalidate();
+            if (!rssi) return failWith("The controller does not tell the signal strength of the link.");
+            completion(std::nullopt, NSNumber::numberWithInt(*rssi));
+        });
 }
 
 }  // namespace zobi::platform::bluez

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -49,9 +50,14 @@ public:
     /// BlueZ has signalled a value, which was notified, or read by this or another program.
     void valueDidChange(std::string_view path, std::span<const std::uint8_t> value);
 
+    /// BlueZ has signalled that nobody is subscribed any more. Renews the subscription, once; then tells that
+    /// it has ended.
+    void subscriptionDidEnd(const std::string& path);
+
 private:
     const std::string& pathOf(GATTPlace place) const;
     std::optional<GATTPlace> placeOf(std::string_view path) const;
+    void loseSubscription(const std::string& path, const NSError& error);
     void operate(const std::string& path, const char* member, const std::function<void(Message&)>& append,
                  Bus::Answer answer);
     /// Tells a failure, unless the end of the link comes first, which may be its cause.
@@ -69,6 +75,8 @@ private:
     std::vector<Bytes> heldValues_;
     /// The paths of the characteristics for which BlueZ was asked to subscribe.
     std::set<std::string> subscribed_;
+    /// Those for which it has, and the attempt to renew the subscription, if there was one.
+    std::map<std::string, std::optional<TimedCall>> notifying_;
 };
 
 }  // namespace zobi::platform::bluez

@@ -30,6 +30,7 @@ enum class DisconnectionReason : std::uint8_t {
     remoteLowResources = 0x14,
     remotePowerOff = 0x15,
     localHostTerminated = 0x16,
+    integrityCheckFailed = 0x3D,
 };
 
 /// The protocol of a Bluetooth socket.

@@ -25,6 +25,8 @@ LinkEnd linkEndFromHCIReason(std::uint8_t reason) {
     switch (DisconnectionReason{reason}) {
         case DisconnectionReason::connectionTimeout:
             return timeout();
+        case DisconnectionReason::integrityCheckFailed:
+            return {LinkEnd::Cause::timeout, "The encrypted link was lost."};
         case DisconnectionReason::remoteUserTerminated:
         case DisconnectionReason::remoteLowResources:
         case DisconnectionReason::remotePowerOff:

@@ -8,7 +8,7 @@ namespace zobi::platform::bluez {
 /// Why a link ended.
 struct LinkEnd {
     enum class Cause : std::uint8_t {
-        /// Nothing was heard for the supervision timeout.
+        /// Nothing was heard for the supervision timeout, or over an encrypted link nothing that fits.
         timeout,
         /// The peripheral ended it.
         peer,

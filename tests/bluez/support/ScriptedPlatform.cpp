@@ -19,14 +19,14 @@ std::optional<bool> ScriptedChannel::isIncomingLink(const DeviceAddress& device)
     return known == incomingLinks.end() ? std::nullopt : std::optional(known->second);
 }
 
-void ScriptedChannel::readRSSI(const DeviceAddress& /*device*/,
-                               std::function<void(std::optional<int>)> answer) {
+void ScriptedChannel::readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) {
+    measured = textOf(device);
     answerRSSI = [this, answer = std::move(answer)] { answer(rssi); };
     if (answersRSSI) runLoop_.dispatchAsync(answerRSSI);
 }
 
-void ScriptedChannel::tellLinkEnd(const std::string& address, std::uint8_t reason) {
-    ends_.insert_or_assign(*deviceAddressFromText(address, false), linkEndFromHCIReason(reason));
+void ScriptedChannel::tellLinkEnd(const std::string& address, std::uint8_t reason, bool isRandom) {
+    ends_.insert_or_assign(*deviceAddressFromText(address, isRandom), linkEndFromHCIReason(reason));
     tellEvent();
 }
 

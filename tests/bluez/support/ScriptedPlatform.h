@@ -26,10 +26,12 @@ public:
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
     void readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) override;
 
-    void tellLinkEnd(const std::string& address, std::uint8_t reason);
+    void tellLinkEnd(const std::string& address, std::uint8_t reason, bool isRandom = false);
 
     bool answersRSSI = true;
     std::optional<int> rssi = -61;
+    /// Whose signal strength was asked for last.
+    std::string measured;
     /// Answers the last request for a signal strength, also once more.
     std::function<void()> answerRSSI;
     /// Who asked for links, as far as that is known.

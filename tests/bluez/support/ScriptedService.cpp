@@ -398,7 +398,9 @@ void ScriptedService::operate(Client& client, ScriptedDevice& device, const Call
         if (isOn) client.subscriptions.insert(shown.path);
         if (!isOn && client.subscriptions.erase(shown.path) == 0)
             return fail(call, "No notify session started");
-        change(shown.path, gattCharacteristicInterface, {{"Notifying", isOn}});
+        const bool isNotifying = std::ranges::any_of(
+            clients_, [&](const Client& it) { return it.subscriptions.contains(shown.path); });
+        change(shown.path, gattCharacteristicInterface, {{"Notifying", isNotifying}});
         return reply(call);
     }
     if (!device.isResolved()) return fail(call, "Not connected");
