@@ -4,6 +4,7 @@
 
 #include "platform/bluez/RadioContext.h"
 #include "platform/bluez/central/BlueZCentral.h"
+#include "platform/bluez/controller/KernelMonitors.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
 #include "zobi/platform/standard/PollWaiting.h"
 
@@ -26,7 +27,10 @@ BlueZPlatform::BlueZPlatform(BlueZOptions options)
           std::move(options.adapter),
           [this](const RadioCondition& condition) { setRadioCondition(condition); },
           std::make_shared<ForeignLinks>(std::move(options.endedServices)), &startKernelDiscovery,
-          faultsOfService()}) {}
+          faultsOfService(),
+          [this](const std::string& adapter, const std::string& service) {
+              return KernelMonitors::open(adapter, service, runLoop());
+          }}) {}
 
 BlueZPlatform::~BlueZPlatform() {
     clear();

@@ -12,6 +12,10 @@ inline constexpr const char* gattCharacteristicInterface = "org.bluez.GattCharac
 inline constexpr const char* gattManagerInterface = "org.bluez.GattManager1";
 inline constexpr const char* advertisementInterface = "org.bluez.LEAdvertisement1";
 inline constexpr const char* advertisingManagerInterface = "org.bluez.LEAdvertisingManager1";
+inline constexpr const char* monitorInterface = "org.bluez.AdvertisementMonitor1";
+inline constexpr const char* monitorManagerInterface = "org.bluez.AdvertisementMonitorManager1";
+/// The type of monitor that matches any of its patterns.
+inline constexpr const char* monitorType = "or_patterns";
 
 inline constexpr const char* busName = "org.freedesktop.DBus";
 inline constexpr const char* busPath = "/org/freedesktop/DBus";

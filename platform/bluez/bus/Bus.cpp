@@ -133,6 +133,10 @@ Message Bus::makeReply(const IncomingCall& call) {
     return Message(MessagePointer(message));
 }
 
+bool Bus::expectsReply(const IncomingCall& call) {
+    return sd_bus_message_get_expect_reply(call.message.get()) > 0;
+}
+
 Slot Bus::call(const Message& message, Answer answer) {
     std::uint64_t cookie = 0;
     // A connection that is lost already tells so by itself: the call is one more without an answer.

@@ -121,6 +121,8 @@ public:
     Message makeSignal(const std::string& path, const std::string& interface,
                        const std::string& member) const;
     static Message makeReply(const IncomingCall& call);
+    /// Whether the caller waits for a reply: otherwise, none need be made.
+    static bool expectsReply(const IncomingCall& call);
 
     /// What an answer is told to: the body of the reply, or the error; the body is empty with an error.
     using Answer = std::function<void(MessageReader& reply, const BusError* error)>;

@@ -15,7 +15,7 @@ void check(int result) {
 
 const char* signatureOf(const Value& value) {
     // In the order of the alternatives.
-    static constexpr std::array signatures{"b", "y", "n", "q", "u", "s", "o", "ay", "as", "a{sv}"};
+    static constexpr std::array signatures{"b", "y", "n", "q", "u", "s", "o", "ay", "as", "a{sv}", "a(yyay)"};
     static_assert(signatures.size() == std::variant_size_v<Value::Variant>);
     return signatures.at(value.content().index());
 }
@@ -107,6 +107,19 @@ Message& Message::objects(const std::vector<ManagedObject>& objects) {
     return *this;
 }
 
+Message& Message::patterns(const std::vector<AdvertisementPattern>& patterns) {
+    open(SD_BUS_TYPE_ARRAY, "(yyay)");
+    for (const auto& [position, type, content] : patterns) {
+        open(SD_BUS_TYPE_STRUCT, "yyay");
+        basic(SD_BUS_TYPE_BYTE, &position);
+        basic(SD_BUS_TYPE_BYTE, &type);
+        bytes(content);
+        close();
+    }
+    close();
+    return *this;
+}
+
 void Message::content(const Value& value) {
     struct Append {
         Message& message;
@@ -124,6 +137,7 @@ void Message::content(const Value& value) {
         void operator()(const Bytes& content) const { message.bytes(content); }
         void operator()(const std::vector<std::string>& content) const { message.strings(content); }
         void operator()(const Properties& content) const { message.properties(content); }
+        void operator()(const std::vector<AdvertisementPattern>& content) const { message.patterns(content); }
     };
     std::visit(Append{*this}, value.content());
 }

@@ -46,6 +46,8 @@ public:
     Message& interfaces(const std::vector<std::pair<std::string, Properties>>& interfaces);
     /// A dictionary of objects with their interfaces (signature a{oa{sa{sv}}}).
     Message& objects(const std::vector<ManagedObject>& objects);
+    /// Signature a(yyay).
+    Message& patterns(const std::vector<AdvertisementPattern>& patterns);
 
     sd_bus_message* get() const { return message_.get(); }
 

@@ -99,6 +99,8 @@ std::optional<Value> MessageReader::variant() {
         value = std::move(texts);
     } else if (signature == "a{sv}") {
         value = properties();
+    } else if (signature == "a(yyay)") {
+        value = patterns();
     } else {
         skip(contents);
     }
@@ -111,6 +113,20 @@ Properties MessageReader::properties() {
     Properties all;
     forEachProperty([&](std::string_view name) {
         if (auto value = variant()) all.emplace_back(name, *std::move(value));
+    });
+    return all;
+}
+
+std::vector<AdvertisementPattern> MessageReader::patterns() {
+    std::vector<AdvertisementPattern> all;
+    forEach("(yyay)", [&] {
+        if (!enter(SD_BUS_TYPE_STRUCT, "yyay")) return;
+        AdvertisementPattern& pattern = all.emplace_back();
+        pattern.position = basic<std::uint8_t>(SD_BUS_TYPE_BYTE);
+        pattern.type = basic<std::uint8_t>(SD_BUS_TYPE_BYTE);
+        const auto read = bytes();
+        pattern.bytes.assign(read.begin(), read.end());
+        leave();
     });
     return all;
 }

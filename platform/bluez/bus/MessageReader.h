@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/bluez/bus/Value.h"
 
@@ -104,6 +105,7 @@ public:
     Properties properties();
 
 private:
+    std::vector<AdvertisementPattern> patterns();
     std::string_view text(char type);
     std::optional<std::string_view> variantText(char type, const char* signature);
     template <typename T>

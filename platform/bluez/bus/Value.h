@@ -6,6 +6,8 @@
 #include <variant>
 #include <vector>
 
+#include "platform/bluez/controller/AdvertisementPattern.h"
+
 namespace zobi::platform::bluez {
 
 struct ObjectPath {
@@ -25,8 +27,9 @@ using Properties = std::vector<std::pair<std::string, Value>>;
 /// A value whose type it tells itself (signature v), of the types that the Bluetooth service uses.
 class Value {
 public:
-    using Variant = std::variant<bool, std::uint8_t, std::int16_t, std::uint16_t, std::uint32_t, std::string,
-                                 ObjectPath, Bytes, std::vector<std::string>, Properties>;
+    using Variant =
+        std::variant<bool, std::uint8_t, std::int16_t, std::uint16_t, std::uint32_t, std::string, ObjectPath,
+                     Bytes, std::vector<std::string>, Properties, std::vector<AdvertisementPattern>>;
 
     template <typename T>
     requires std::constructible_from<Variant, T> Value(T content) : content_(std::move(content)) {}

@@ -37,7 +37,7 @@ BlueZCentral::~BlueZCentral() {
 }
 
 void BlueZCentral::start() {
-    auto& [radio, service, discovery, attempts, channel] = *context_;
+    auto& [radio, service, discovery, attempts, monitor, channel] = *context_;
     service = std::make_shared<BlueZService>(radio, self());
     discovery = std::make_shared<Discovery>(radio, service, [this]() -> std::optional<unsigned> {
         return context_->channel ? context_->channel->scanSwitches() : std::nullopt;
@@ -46,12 +46,16 @@ void BlueZCentral::start() {
         radio, [this](std::function<void()> then) { context_->discovery->stopThen(std::move(then)); },
         [this] { return context_->service->isDiscovering(); }, [this] { updateDiscovery(); });
     radio->foreignLinks->start(radio->clock);
+    // The kernel looks for monitors only when it begins a scan.
+    monitor =
+        std::make_shared<AdvertisementMonitor>(radio, service, [this] { context_->discovery->restart(); });
     service->start();
 }
 
 // Scanning
 
 void BlueZCentral::beginScan() {
+    context_->monitor->start(discoveryFilter());
     if (!context_->attempts->isAttempting()) context_->discovery->start(discoveryFilter());
 }
 
@@ -73,9 +77,11 @@ bool BlueZCentral::isDiscoveryWanted() const {
 void BlueZCentral::updateDiscovery() {
     if (state() != CBManagerState::poweredOn || context_->attempts->isAttempting()) return;
     if (isDiscoveryWanted()) {
+        context_->monitor->start(discoveryFilter());
         context_->discovery->resume(discoveryFilter());
     } else {
         context_->discovery->stop();
+        context_->monitor->stop();
     }
 }
 
@@ -148,8 +154,13 @@ void BlueZCentral::serviceDidChangeCondition() {
     if (now != CBManagerState::poweredOn) {
         context_->discovery->forget(context_->service->hasLeft());
         context_->attempts->clear();
-        // Only with the power alone, the devices stay.
-        if (now != CBManagerState::poweredOff) shown_.clear();
+        // Only with the power alone, the devices and the monitors stay.
+        if (now != CBManagerState::poweredOff) {
+            shown_.clear();
+            context_->monitor->forget();
+        } else {
+            context_->monitor->stop();
+        }
     }
     enterState(now);
 }
@@ -178,6 +189,10 @@ void BlueZCentral::lookForLinkEnds() {
     const auto all = peripherals();
     for (const auto& [key, peripheral] : all)
         static_cast<BlueZPeripheral&>(*peripheral).link().lookForLinkEnd();
+}
+
+void BlueZCentral::serviceDidCall(const IncomingCall& call) {
+    context_->monitor->serviceDidCall(call);
 }
 
 BlueZPeripheral* BlueZCentral::peripheralOf(const Device& device) const {

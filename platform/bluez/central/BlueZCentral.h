@@ -37,6 +37,7 @@ public:
     void characteristicDidChange(const Device& device, std::string_view path,
                                  std::span<const std::uint8_t> value) override;
     void characteristicDidStopNotifying(const Device& device, std::string_view path) override;
+    void serviceDidCall(const IncomingCall& call) override;
 
 protected:
     void beginScan() override;

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "platform/bluez/RadioContext.h"
+#include "platform/bluez/central/AdvertisementMonitor.h"
 #include "platform/bluez/central/ConnectionAttempts.h"
 #include "platform/bluez/central/Discovery.h"
 #include "platform/bluez/controller/ControllerChannel.h"
@@ -17,6 +18,7 @@ struct CentralContext {
     std::shared_ptr<BlueZService> service;
     std::shared_ptr<Discovery> discovery;
     std::shared_ptr<ConnectionAttempts> attempts;
+    std::shared_ptr<AdvertisementMonitor> monitor;
     /// Null where the controller cannot be reached past BlueZ.
     std::shared_ptr<ControllerChannel> channel;
 };

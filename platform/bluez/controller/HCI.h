@@ -38,6 +38,8 @@ inline constexpr int hciProtocol = 1;
 /// Channels of a Bluetooth socket.
 inline constexpr std::uint16_t rawChannel = 0;
 inline constexpr std::uint16_t controlChannel = 3;
+/// What the management socket is bound to, in place of a controller.
+inline constexpr std::uint16_t noController = 0xFFFF;
 
 /// Reads a little-endian number of 16 bits.
 inline std::uint16_t number16(std::span<const std::uint8_t> bytes, std::size_t position) {

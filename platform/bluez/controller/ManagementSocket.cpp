@@ -13,8 +13,6 @@ namespace zobi::platform::bluez {
 
 namespace {
 
-constexpr std::uint16_t noController = 0xFFFF;
-
 constexpr std::uint16_t managementCompleteEvent = 0x0001;
 constexpr std::uint16_t disconnectedEvent = 0x000C;
 constexpr std::uint16_t startDiscoveryCommand = 0x0023;
@@ -36,7 +34,9 @@ DeviceAddress addressIn(std::span<const std::uint8_t> bytes) {
     return address;
 }
 
-bool hasNetworkAdministration() {
+}  // namespace
+
+bool ManagementSocket::isAllowed() {
     constexpr unsigned long long capability = 1ULL << 12;
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
@@ -48,10 +48,8 @@ bool hasNetworkAdministration() {
     return false;
 }
 
-}  // namespace
-
 std::shared_ptr<ManagementSocket> ManagementSocket::open(std::uint16_t controller, RunLoop& runLoop) {
-    if (!hasNetworkAdministration()) return nullptr;
+    if (!isAllowed()) return nullptr;
     const auto descriptor = KernelSocket::open(noController, controlChannel);
     return descriptor ? std::make_shared<ManagementSocket>(*descriptor, controller, runLoop) : nullptr;
 }

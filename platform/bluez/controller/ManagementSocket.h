@@ -12,6 +12,8 @@ namespace zobi::platform::bluez {
 /// in a few kinds of reasons, and a signal strength that the kernel keeps for one to three seconds.
 class ManagementSocket final : public KernelSocket {
 public:
+    /// Whether this process has the capability CAP_NET_ADMIN.
+    static bool isAllowed();
     /// Null where there is none to be had, or it would tell this process nothing.
     static std::shared_ptr<ManagementSocket> open(std::uint16_t controller, RunLoop& runLoop);
     /// Starts a discovery of Low Energy devices, which the kernel ends after 10 s. BlueZ hears what it finds,

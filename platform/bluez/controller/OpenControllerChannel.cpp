@@ -1,8 +1,6 @@
 #include "platform/bluez/controller/OpenControllerChannel.h"
 
 #include <charconv>
-#include <cstdint>
-#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -11,10 +9,7 @@
 
 namespace zobi::platform::bluez {
 
-namespace {
-
-/// 0 for "hci0". Nothing for a name of another kind.
-std::optional<std::uint16_t> controllerOf(const std::string& adapter) {
+std::optional<std::uint16_t> controllerNumber(const std::string& adapter) {
     constexpr std::string_view prefix = "hci";
     std::uint16_t controller = 0;
     const char* const end = adapter.data() + adapter.size();
@@ -24,17 +19,15 @@ std::optional<std::uint16_t> controllerOf(const std::string& adapter) {
     return controller;
 }
 
-}  // namespace
-
 std::shared_ptr<ControllerChannel> openControllerChannel(const std::string& adapter, RunLoop& runLoop) {
-    const auto controller = controllerOf(adapter);
+    const auto controller = controllerNumber(adapter);
     if (!controller) return nullptr;
     if (auto socket = HCISocket::open(*controller, runLoop)) return socket;
     return ManagementSocket::open(*controller, runLoop);
 }
 
 bool startKernelDiscovery(const std::string& adapter) {
-    const auto controller = controllerOf(adapter);
+    const auto controller = controllerNumber(adapter);
     return controller && ManagementSocket::startDiscovery(*controller);
 }
 

@@ -1,12 +1,17 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/bluez/controller/ControllerChannel.h"
 #include "zobi/platform/RunLoop.h"
 
 namespace zobi::platform::bluez {
+
+/// The number in the name of an adapter such as "hci0"; nothing for any other text.
+std::optional<std::uint16_t> controllerNumber(const std::string& adapter);
 
 /// Opens the best channel to a controller that this user and this machine allow: the raw socket of the Host
 /// Controller Interface, which is open to every user and tells most, or the kernel's management socket, which

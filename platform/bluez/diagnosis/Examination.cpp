@@ -7,9 +7,11 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/controller/KernelMonitors.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
 #include "platform/bluez/diagnosis/Conditions.h"
 #include "platform/bluez/diagnosis/Surroundings.h"
+#include "platform/bluez/service/ReportRate.h"
 #include "zobi/platform/standard/PollWaiting.h"
 #include "zobi/platform/standard/StandardClock.h"
 #include "zobi/platform/standard/StandardLog.h"
@@ -151,6 +153,11 @@ void Examination::readObjects(MessageReader& objects) {
             } else if (interface == advertisingManagerInterface) {
                 const auto free = property<std::uint8_t>(objects.properties(), "SupportedInstances");
                 abilities_[path].freeAdvertisements = free;
+            } else if (interface == monitorManagerInterface) {
+                using Types = std::vector<std::string>;
+                const auto types =
+                    property<Types>(objects.properties(), "SupportedMonitorTypes").value_or(Types());
+                abilities_[path].takesMonitors = std::ranges::find(types, monitorType) != types.end();
             } else {
                 objects.skip("a{sv}");
             }
@@ -182,7 +189,7 @@ void Examination::examineAdapter() {
 
 void Examination::examineAdvertisements(MessageReader& filters, const BusError* error) {
     if (!error && has(filters, "DuplicateData")) {
-        return add("scan", Severity::good, "The service passes on every advertisement that it is told of.");
+        return examineRate();
     }
     if (!error || error->name == unknownMethodError || error->name == unknownObjectError) {
         return add("scan", Severity::obstacle,
@@ -190,6 +197,20 @@ void Examination::examineAdvertisements(MessageReader& filters, const BusError* 
                    "Install a newer version of the package bluez: 5.47 or later.");
     }
     add("scan", Severity::limitation, "The service does not tell its filters. " + textOf(*error));
+}
+
+void Examination::examineRate() {
+    if (abilities_[path_].takesMonitors) {
+        return add("scan", Severity::good,
+                   "Every advertisement is heard: the service takes advertisement monitors.");
+    }
+    if (context_.openMonitorPlace(name_, "")) {
+        return add("scan", Severity::good,
+                   "Every advertisement is heard: the kernel takes advertisement monitors of this user.");
+    }
+    add("scan", Severity::limitation,
+        limitedRateText("neither the service nor the kernel takes advertisement monitors of this user"),
+        remedyForRate());
 }
 
 void Examination::examinePeripheralRole(const Abilities& abilities) {
@@ -273,7 +294,11 @@ std::vector<Finding> diagnose(const BlueZOptions& options) {
     const auto openChannel = [&](const std::string& adapter) {
         return openControllerChannel(adapter, runLoop);
     };
-    const RadioContext context{runLoop, clock, log, &Bus::overSystemBus, openChannel, options.adapter};
+    const auto openMonitorPlace = [&](const std::string& adapter, const std::string& service) {
+        return KernelMonitors::open(adapter, service, runLoop);
+    };
+    const RadioContext context{runLoop,         clock,           log, &Bus::overSystemBus, openChannel,
+                               options.adapter, openMonitorPlace};
     const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
     runLoop.dispatchAsync([&] { examination->start(); });
     runLoop.run();

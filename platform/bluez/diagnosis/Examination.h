@@ -39,6 +39,7 @@ private:
         /// Nothing in versions of the service that do not tell; empty if there is no Low Energy.
         std::optional<std::vector<std::string>> roles;
         bool hasServiceRegistry = false;
+        bool takesMonitors = false;
         /// How many advertisements more there can be; nothing if there can be none at all.
         std::optional<std::uint8_t> freeAdvertisements;
     };
@@ -59,6 +60,7 @@ private:
     void readAdapter(const std::string& path, const Properties& properties);
     void examineAdapter();
     void examineAdvertisements(MessageReader& filters, const BusError* error);
+    void examineRate();
     void examinePeripheralRole(const Abilities& abilities);
     void examineRole(const Abilities& abilities);
     void examinePower();

@@ -14,6 +14,8 @@ struct Adapter {
     bool isBlocked = false;
     /// For anybody, other programs included.
     bool isDiscovering = false;
+    /// The service takes advertisement monitors for it.
+    bool takesMonitors = false;
 
     friend bool operator==(const Adapter&, const Adapter&) = default;
 };

@@ -210,6 +210,8 @@ void BlueZService::load(MessageReader& objects) {
         objects.forEachInterface([&](std::string_view interface) {
             if (interface == adapterInterface) {
                 readAdapter(adapters_[std::string(path)], objects);
+            } else if (interface == monitorManagerInterface) {
+                readMonitorManager(adapters_[std::string(path)], objects);
             } else if (interface == deviceInterface) {
                 if (Device* const device = addDevice(path)) {
                     readDevice(*device, objects);
@@ -240,7 +242,7 @@ void BlueZService::chooseAdapter() {
     devicePrefix_ = adapter_ + "/dev_";
     if (adapter_.empty() || adapter_ == lastAdapter_) return;
     if (!std::exchange(lastAdapter_, adapter_).empty()) {
-        context_->log.log("Bluetooth: the adapter %@ is used from now on.", adapterName());
+        context_->log.message("Bluetooth: the adapter %@ is used from now on.", adapterName());
     }
 }
 
@@ -306,6 +308,11 @@ bool BlueZService::isDiscovering() const {
     return adapter != adapters_.end() && adapter->second.isDiscovering;
 }
 
+bool BlueZService::takesMonitors() const {
+    const auto adapter = adapters_.find(adapter_);
+    return adapter != adapters_.end() && adapter->second.takesMonitors;
+}
+
 std::string BlueZService::adapterName() const {
     return std::string(lastComponent(adapter_));
 }
@@ -350,6 +357,8 @@ void BlueZService::interfacesAdded(MessageReader& body) {
         if (interface == adapterInterface) {
             isAdapter = true;
             readAdapter(adapters_[path], body);
+        } else if (interface == monitorManagerInterface) {
+            readMonitorManager(adapters_[path], body);
         } else if (interface == deviceInterface && path.starts_with(devicePrefix_) && !adapter_.empty() &&
                    (device = addDevice(path)) != nullptr) {
             const DeviceChange change = readDevice(*device, body);
@@ -464,6 +473,14 @@ bool BlueZService::readAdapter(Adapter& adapter, MessageReader& body) {
         }
     });
     return adapter != before;
+}
+
+void BlueZService::readMonitorManager(Adapter& adapter, MessageReader& body) {
+    body.forEachProperty([&](std::string_view name) {
+        if (name != "SupportedMonitorTypes") return body.skipVariant();
+        body.variantForEachString(
+            [&](std::string_view type) { adapter.takesMonitors |= type == monitorType; });
+    });
 }
 
 DeviceChange BlueZService::readDevice(Device& device, MessageReader& body) {

@@ -98,6 +98,10 @@ public:
     bool isDiscovering() const;
     /// Whether the service is not there, though the bus is.
     bool hasLeft() const { return bus_ && owner_.empty(); }
+    /// The service's own name on the bus; empty while it does not run.
+    const std::string& owner() const { return owner_; }
+    /// Whether the service takes advertisement monitors for the adapter.
+    bool takesMonitors() const;
 
     /// The device with this address; null while the service has none.
     const Device* device(const DeviceAddress& address) const;
@@ -164,6 +168,7 @@ private:
     /// Reads the properties of an interface of a GATT object. Any other interface is passed over.
     void readGATTObject(std::string_view path, std::string_view interface, MessageReader& body);
     static bool readAdapter(Adapter& adapter, MessageReader& body);
+    static void readMonitorManager(Adapter& adapter, MessageReader& body);
     DeviceChange readDevice(Device& device, MessageReader& body);
     void readServiceData(MessageReader& body);
     /// Null for a path that is no device's.

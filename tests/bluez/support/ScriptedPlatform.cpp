@@ -30,6 +30,11 @@ void ScriptedChannel::tellLinkEnd(const std::string& address, std::uint8_t reaso
     tellEvent();
 }
 
+void ScriptedMonitors::add(const std::vector<AdvertisementPattern>& patterns, Placed placed) {
+    events_.push_back("added " + std::to_string(patterns.size()));
+    tell = std::move(placed);
+}
+
 // The machine
 
 ScriptedPlatform::ScriptedPlatform() : StandardPlatform(Time::virtualTime, std::make_unique<PollWaiting>()) {
@@ -52,7 +57,14 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
     };
     const auto openBus = [this](const auto& busContext) { return service.openBus(busContext); };
     const auto setCondition = [this](const RadioCondition& condition) { setRadioCondition(condition); };
-    return {runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition, foreignLinks};
+    const auto openMonitors = [this](const auto& /*adapter*/,
+                                     const auto& /*service*/) -> std::shared_ptr<MonitorPlace> {
+        if (!mayPlaceMonitors) return nullptr;
+        return monitors = std::make_shared<ScriptedMonitors>(monitorEvents);
+    };
+    RadioContext context{runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition, foreignLinks};
+    context.openMonitorPlace = openMonitors;
+    return context;
 }
 
 std::shared_ptr<StandardCentral> ScriptedPlatform::makeCentral(

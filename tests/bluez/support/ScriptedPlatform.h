@@ -42,6 +42,21 @@ private:
     std::map<DeviceAddress, LinkEnd> ends_;
 };
 
+/// Writes down which monitors a process has in the kernel.
+class ScriptedMonitors final : public MonitorPlace {
+public:
+    explicit ScriptedMonitors(std::vector<std::string>& events) : events_(events) {}
+
+    void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) override;
+    void remove() override { events_.emplace_back("removed"); }
+
+    /// Tells that they are there, or why not.
+    Placed tell;
+
+private:
+    std::vector<std::string>& events_;
+};
+
 /// A machine without hardware: its bus, its Bluetooth service and its controller are played, its time is
 /// virtual.
 class ScriptedPlatform : public StandardPlatform {
@@ -58,6 +73,10 @@ public:
 
     /// The way to the controller; null for none.
     std::shared_ptr<ScriptedChannel> channel = std::make_shared<ScriptedChannel>(runLoop());
+    /// Whether the kernel takes monitors of this process, those that came last, and what became of all.
+    bool mayPlaceMonitors = true;
+    std::shared_ptr<ScriptedMonitors> monitors;
+    std::vector<std::string> monitorEvents;
     /// When the controller tells why a link has ended, in seconds after the service has told that it has.
     double reasonDelay = 0;
     /// What is logged.

@@ -1,0 +1,210 @@
+#include "platform/bluez/controller/KernelMonitors.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/bluez/controller/HCI.h"
+#include "platform/bluez/controller/KernelSocket.h"
+#include "platform/bluez/controller/ManagementSocket.h"
+#include "platform/bluez/controller/OpenControllerChannel.h"
+
+namespace zobi::platform::bluez {
+
+namespace {
+
+constexpr std::uint16_t featuresCommand = 0x0051;
+constexpr std::uint16_t addCommand = 0x0052;
+constexpr std::uint16_t removeCommand = 0x0053;
+constexpr std::uint16_t commandComplete = 0x0001;
+constexpr std::uint16_t commandStatus = 0x0002;
+
+// Code, controller and size begin a packet.
+constexpr std::size_t headerSize = 6;
+constexpr std::size_t largestPacket = 2048;
+constexpr std::size_t patternSize = 31;
+
+// The kernel answers at once, unless its controller does not.
+constexpr double answerDeadline = 10;
+
+std::vector<std::uint8_t> parametersOf(const std::vector<AdvertisementPattern>& patterns) {
+    std::vector<std::uint8_t> parameters{static_cast<std::uint8_t>(patterns.size())};
+    for (const auto& [position, type, bytes] : patterns) {
+        for (const auto byte : {type, position, static_cast<std::uint8_t>(bytes.size())}) {
+            parameters.push_back(byte);
+        }
+        parameters.insert(parameters.end(), bytes.begin(), bytes.end());
+        parameters.resize(parameters.size() + patternSize - bytes.size());
+    }
+    return parameters;
+}
+
+/// Tells one life of the controller at the service from the next. The kernel gives each controller that it
+/// meets a new entry.
+std::string lifeOf(const std::string& adapter, const std::string& service) {
+    struct stat entry {};
+    const bool isThere = ::stat(("/sys/class/bluetooth/" + adapter).c_str(), &entry) == 0;
+    return std::to_string(isThere ? entry.st_ino : 0) + service;
+}
+
+}  // namespace
+
+std::shared_ptr<KernelMonitors> KernelMonitors::open(const std::string& adapter, const std::string& service,
+                                                     RunLoop& runLoop) {
+    const auto controller = controllerNumber(adapter);
+    if (!controller || !ManagementSocket::isAllowed()) return nullptr;
+    auto record =
+        std::make_unique<MonitorRecord>(MonitorRecord::usualFolder(), adapter, lifeOf(adapter, service));
+    return std::make_shared<KernelMonitors>(
+        *controller, [] { return KernelSocket::open(noController, controlChannel); }, std::move(record),
+        runLoop);
+}
+
+KernelMonitors::~KernelMonitors() {
+    close();
+}
+
+void KernelMonitors::close() {
+    source_.reset();
+    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+    if (deadline_) std::exchange(deadline_, nullptr)->invalidate();
+}
+
+void KernelMonitors::add(const std::vector<AdvertisementPattern>& patterns, Placed placed) {
+    patterns_ = patterns;
+    placed_ = std::move(placed);
+    commands_.push_back({featuresCommand});
+    proceed();
+}
+
+void KernelMonitors::remove() {
+    isRemoved_ = true;
+    placed_ = nullptr;
+    std::erase_if(commands_, [first = true](const Command& command) mutable {
+        // The one that was sent is answered.
+        return !std::exchange(first, false) && command.code == addCommand;
+    });
+    proceed();
+}
+
+KernelMonitors::Command KernelMonitors::removalOf(std::uint16_t handle) {
+    return {removeCommand, {lowByte(handle), highByte(handle)}};
+}
+
+void KernelMonitors::proceed() {
+    if (isSent_) return;
+    if (commands_.empty() && isRemoved_) {
+        for (const std::uint16_t handle : handles_) commands_.push_back(removalOf(handle));
+    }
+    if (!commands_.empty()) return send();
+    const auto self = shared_from_this();
+    close();
+    tell("");
+}
+
+void KernelMonitors::send() {
+    if (descriptor_ < 0) {
+        const auto opened = openSocket_();
+        if (!opened) return giveUp();
+        descriptor_ = *opened;
+        source_ = runLoop_.addSource({descriptor_, POLLIN}, [this] { drain(); });
+    }
+    const auto& [code, parameters] = commands_.front();
+    const auto size = static_cast<std::uint16_t>(parameters.size());
+    std::vector<std::uint8_t> packet;
+    for (const std::uint16_t number : {code, controller_, size}) {
+        packet.push_back(lowByte(number));
+        packet.push_back(highByte(number));
+    }
+    packet.insert(packet.end(), parameters.begin(), parameters.end());
+    if (::write(descriptor_, packet.data(), packet.size()) != static_cast<ssize_t>(packet.size())) {
+        return giveUp();
+    }
+    isSent_ = true;
+    if (deadline_) deadline_->invalidate();
+    deadline_ = runLoop_.after(answerDeadline, [self = shared_from_this()] { self->giveUp(); });
+}
+
+void KernelMonitors::drain() {
+    const auto self = shared_from_this();
+    std::array<std::uint8_t, largestPacket> packet;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    while (descriptor_ >= 0) {
+        const auto size = ::read(descriptor_, packet.data(), packet.size());
+        if (size < 0 && errno == EINTR) continue;
+        if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+        if (size <= 0) return giveUp();
+        packetWasRead(std::span(packet).first(static_cast<std::size_t>(size)));
+    }
+}
+
+void KernelMonitors::packetWasRead(std::span<const std::uint8_t> packet) {
+    constexpr std::size_t answerSize = 3;
+    if (!isSent_ || packet.size() < headerSize + answerSize || number16(packet, 2) != controller_) return;
+    const std::uint16_t event = number16(packet, 0);
+    const auto parameters = packet.subspan(headerSize);
+    const Command command = commands_.front();
+    if ((event != commandComplete && event != commandStatus) || number16(parameters, 0) != command.code) {
+        return;
+    }
+    isSent_ = false;
+    commands_.pop_front();
+    const std::uint8_t status = parameters[2];
+    const auto returned = parameters.subspan(answerSize);
+    if (command.code == removeCommand) {
+        // One that it does not know is gone.
+        std::erase(handles_, number16(command.parameters, 0));
+        record_->write(handles_);
+    } else if (status != 0 || returned.size() < sizeof(std::uint16_t)) {
+        commands_.clear();
+        tell("the kernel refuses with status " + std::to_string(status));
+    } else if (command.code == addCommand) {
+        handles_.push_back(number16(returned, 0));
+        record_->write(handles_);
+    } else {
+        featuresWereRead(returned);
+    }
+    proceed();
+}
+
+/// Which features there are and which are in use, 4 bytes each; how many monitors there can be, and patterns
+/// in each; how many there are, and their handles.
+void KernelMonitors::featuresWereRead(std::span<const std::uint8_t> features) {
+    constexpr std::size_t most = 8;
+    constexpr std::size_t count = 11;
+    constexpr std::size_t first = 13;
+    if (features.size() < first) return tell("the kernel does not tell how many it takes");
+    std::vector<std::uint16_t> present;
+    for (std::size_t at = first; at + 1 < features.size(); at += 2) present.push_back(number16(features, at));
+    for (const std::uint16_t handle : record_->takeLeft()) {
+        if (std::ranges::find(present, handle) != present.end()) handles_.push_back(handle);
+    }
+    record_->write(handles_);
+    for (const std::uint16_t handle : handles_) commands_.push_back(removalOf(handle));
+    if (isRemoved_) return;
+    const std::size_t taken = number16(features, count) - handles_.size();
+    const std::size_t free =
+        number16(features, most) - std::min<std::size_t>(taken, number16(features, most));
+    if (free == 0) return tell("other programs use all monitors of the kernel");
+    for (const auto& monitor : monitorsOf(patterns_, free)) {
+        commands_.push_back({addCommand, parametersOf(monitor)});
+    }
+}
+
+void KernelMonitors::giveUp() {
+    const auto self = shared_from_this();
+    isSent_ = false;
+    commands_.clear();
+    close();
+    tell("the kernel does not answer");
+}
+
+void KernelMonitors::tell(const std::string& trouble) {
+    if (!placed_) return;
+    runLoop_.dispatchAsync([placed = std::exchange(placed_, nullptr), trouble] { placed(trouble); });
+}
+
+}  // namespace zobi::platform::bluez

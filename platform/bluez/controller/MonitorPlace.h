@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/bluez/controller/AdvertisementPattern.h"
+
+namespace zobi::platform::bluez {
+
+/// Where the kernel holds the advertisement monitors of one scan. Main thread only.
+class MonitorPlace {
+public:
+    MonitorPlace() = default;
+    virtual ~MonitorPlace() = default;
+    MonitorPlace(const MonitorPlace&) = delete;
+    MonitorPlace& operator=(const MonitorPlace&) = delete;
+
+    /// Why the monitors are not there; empty if they are.
+    using Placed = std::function<void(const std::string& trouble)>;
+
+    /// Adds monitors, as many as the kernel takes. Called once.
+    /// @param placed called through the run loop, unless `remove` is called before.
+    virtual void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) = 0;
+    /// Removes them, which goes on without the caller while the run loop runs.
+    virtual void remove() = 0;
+};
+
+}  // namespace zobi::platform::bluez

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace zobi::platform::bluez {
+
+/// A file with the handles of the monitors that this process has in the kernel, which keeps them when the
+/// process is killed. The file is locked as long as the process lives.
+class MonitorRecord {
+public:
+    /// @param folder where the files are; empty for none, so that nothing is recorded.
+    /// @param adapter "hci0", for example.
+    /// @param life tells one life of the controller from the next, in which the handles count anew.
+    MonitorRecord(std::string folder, const std::string& adapter, std::string life)
+        : folder_(std::move(folder)), prefix_("zobi-monitors-" + adapter + '-'), life_(std::move(life)) {}
+    ~MonitorRecord();
+    MonitorRecord(const MonitorRecord&) = delete;
+    MonitorRecord& operator=(const MonitorRecord&) = delete;
+
+    /// The handles that processes have left which live no more. Their files are deleted.
+    std::vector<std::uint16_t> takeLeft() const;
+    /// Replaces what the file says; without handles there is no file.
+    void write(const std::vector<std::uint16_t>& handles);
+
+    /// A folder of this machine for files that end with its run; empty if this process may write none.
+    static std::string usualFolder();
+
+private:
+    std::string folder_;
+    std::string prefix_;
+    std::string life_;
+    std::string path_;
+    int descriptor_ = -1;
+};
+
+}  // namespace zobi::platform::bluez
