@@ -58,6 +58,14 @@ TEST_F(Doctor, FindsAllGoodOrWhatIsInTheWay) {
     EXPECT_TRUE(told["access"].ends_with("Have that policy allow it."));
     EXPECT_EQ(troublesWith("GetDiscoveryFilters", neverAnswered), Texts{"scan: limited"});
     EXPECT_EQ(troublesWith("GetDiscoveryFilters", fails(unknownMethodError)), Texts{"scan: failed"});
+    service.scripts.clear();
+    machine.mayPlaceMonitors = false;
+    EXPECT_EQ(troubles(), Texts{"scan: limited"});
+    EXPECT_NE(told["scan"].find("systemctl restart bluetooth"), std::string::npos);
+    service.addObject(firstAdapter,
+                      {{monitorManagerInterface, {{"SupportedMonitorTypes", Texts{"or_patterns"}}}},
+                       {adapterInterface, {{"Powered", true}}}});
+    EXPECT_NE((troubles(), told["scan"]).find("the service takes"), std::string::npos);
     machine.runLoop().after(1, [&] { service.dropBus(); });
     EXPECT_EQ(troublesWith("GetManagedObjects", neverAnswered), Texts{"system bus: failed"});
     EXPECT_EQ(told.size(), 1);
