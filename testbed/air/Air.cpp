@@ -11,7 +11,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr std::uint8_t connectableKind = 0;
 constexpr std::uint8_t scanResponseKind = 4;
+constexpr int beaconStrength = -60;
+
+// Each advertisement comes up to so much late on purpose, so that two devices do not stay in step.
+constexpr int mostDelay = 10;
 
 int randomFrom(int least, int most) {
     static std::minstd_rand generator(1);
@@ -29,6 +34,9 @@ void Air::run(Time now) {
     for (Controller& controller : controllers_) {
         if (controller.advertising().isOn && controller.advertising().due <= now) advertise(controller, now);
     }
+    for (auto& [address, beacon] : beacons) {
+        if (beacon.due <= now) advertise(address, beacon, now);
+    }
 }
 
 Time Air::due() const {
@@ -39,6 +47,7 @@ Time Air::due() const {
             next = std::min(next, supervisionEnd(*controller.link()));
         }
     }
+    for (const auto& [address, beacon] : beacons) next = std::min(next, beacon.due);
     return next;
 }
 
@@ -59,9 +68,8 @@ int Air::strengthOf(const Controller& controller) {
 void Air::advertise(Controller& advertiser, Time now) {
     const auto& advertising = advertiser.advertising();
     const auto own = advertiser.radio.advertisingInterval;
-    // Each advertisement comes up to 10 ms late on purpose, so that two devices do not stay in step.
     advertiser.advertising().due =
-        now + (own == 0ms ? advertising.interval : own) + std::chrono::milliseconds(randomFrom(0, 10));
+        now + (own == 0ms ? advertising.interval : own) + std::chrono::milliseconds(randomFrom(0, mostDelay));
     if (!carries()) return;
 
     Controller& listener = peerOf(advertiser);
@@ -71,6 +79,18 @@ void Air::advertise(Controller& advertiser, Time now) {
         listener.hear({scanResponseKind, sender, advertising.scanResponse, strengthOf(advertiser)});
     }
     if (advertising.isConnectable() && listener.initiatesTo(sender)) connect(listener, advertiser);
+}
+
+void Air::advertise(const Address& address, Beacon& beacon, Time now) {
+    beacon.due = now + beacon.interval + std::chrono::milliseconds(randomFrom(0, mostDelay));
+    const Identity sender{0, address};
+    for (Controller& listener : controllers_) {
+        if (listener.radio.isSilent) continue;
+        listener.hear({connectableKind, sender, now < beacon.pressedUntil ? beacon.pressedData : beacon.data,
+                       beaconStrength});
+        if (!listener.scansActively()) continue;
+        listener.hear({scanResponseKind, sender, beacon.scanResponse, beaconStrength});
+    }
 }
 
 void Air::connect(Controller& initiator, Controller& advertiser) {

@@ -1,14 +1,28 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
+#include <map>
 #include <string>
 
 #include "Controller.h"
 
 namespace air {
 
-/// What is between two controllers: each hears the other, and there is at most one link.
+/// A beacon without a controller, which advertises and cannot be connected to.
+struct Beacon {
+    std::chrono::milliseconds interval{};
+    Bytes scanResponse;
+    /// What it advertises, and what it does while it is pressed.
+    Bytes data;
+    Bytes pressedData = {};
+    Time pressedUntil = {};
+    Time due = {};
+};
+
+/// What is between two controllers: each hears the other, and there is at most one link. Both hear the
+/// beacons.
 class Air {
 public:
     Air(Controller::Send toFirstHost, Controller::Send toSecondHost);
@@ -31,10 +45,13 @@ public:
     static int strengthOf(const Controller& controller);
 
     bool isDataCarried = true;
+    /// By their addresses, which are public.
+    std::map<Address, Beacon> beacons;
 
 private:
     bool carries() const;
     void advertise(Controller& advertiser, Time now);
+    void advertise(const Address& address, Beacon& beacon, Time now);
     static void connect(Controller& initiator, Controller& advertiser);
     void supervise(Controller& controller, Time now) const;
     static Time supervisionEnd(const Controller::Link& link);

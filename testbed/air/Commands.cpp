@@ -67,6 +67,28 @@ private:
     std::size_t next_ = 0;
 };
 
+/// The flags, the service 1320 in a complete list, and the payload as data of the service 180A.
+Bytes advertisementOf(const Bytes& payload) {
+    Bytes data{0x02, 0x01, 0x06, 0x03, 0x03, 0x20, 0x13};
+    data.insert(data.end(), {static_cast<std::uint8_t>(payload.size() + 3), 0x16, 0x0A, 0x18});
+    data.insert(data.end(), payload.begin(), payload.end());
+    if (data.size() > 31) throw std::invalid_argument("more than 31 bytes");
+    return data;
+}
+
+Bytes scanResponseOf(const std::string& name) {
+    if (name.size() > 29) throw std::invalid_argument("more than 31 bytes");
+    Bytes data{static_cast<std::uint8_t>(name.size() + 1), 0x09};
+    data.insert(data.end(), name.begin(), name.end());
+    return data;
+}
+
+Beacon& beaconAt(const Address& address, Air& air) {
+    const auto beacon = air.beacons.find(address);
+    if (beacon == air.beacons.end()) throw std::invalid_argument("no such beacon");
+    return beacon->second;
+}
+
 struct Command {
     std::size_t argumentCount;
     void (*carryOut)(Arguments& arguments, Air& air, std::string& answer);
@@ -91,6 +113,7 @@ const std::map<std::string, Command> commands{
      {0,
       [](Arguments&, Air& air, std::string&) {
           air.isDataCarried = true;
+          air.beacons.clear();
           for (const std::size_t number : {0U, 1U}) air.controller(number).radio = Radio();
       }}},
     {"rssi",
@@ -152,6 +175,28 @@ const std::map<std::string, Command> commands{
           radio.duplicateFilter = arguments.oneOf<DuplicateFilter>({{"none", DuplicateFilter::none},
                                                                     {"addr", DuplicateFilter::sameAddress},
                                                                     {"data", DuplicateFilter::sameData}});
+      }}},
+    {"beacon",
+     {4,
+      [](Arguments& arguments, Air& air, std::string&) {
+          const Address address = arguments.address();
+          const std::chrono::milliseconds interval(arguments.number(20, 60000));
+          const Bytes scanResponse = scanResponseOf(arguments.text());
+          air.beacons[address] = {interval, scanResponse, advertisementOf(arguments.bytes())};
+      }}},
+    {"press",
+     {3,
+      [](Arguments& arguments, Air& air, std::string&) {
+          Beacon& beacon = beaconAt(arguments.address(), air);
+          beacon.pressedUntil = Clock::now() + std::chrono::milliseconds(arguments.number(0, 60000));
+          beacon.pressedData = advertisementOf(arguments.bytes());
+      }}},
+    {"remove",
+     {1,
+      [](Arguments& arguments, Air& air, std::string&) {
+          const Address address = arguments.address();
+          beaconAt(address, air);
+          air.beacons.erase(address);
       }}},
     {"advert", {6, [](Arguments& arguments, Air& air, std::string&) {
                     Controller& controller = arguments.controller(air);

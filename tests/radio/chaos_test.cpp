@@ -144,7 +144,6 @@ protected:
     bool live(const std::function<bool()>& condition, double seconds) {
         return bench->runUntil(
             [&] {
-                otherBeaconAdvertises();
                 keeper.advance();
                 return condition();
             },
@@ -161,14 +160,6 @@ protected:
         });
         EXPECT_TRUE(live([&] { return done.wait_for(0s) == std::future_status::ready; }, 300));
         done.get();
-    }
-    void otherBeaconAdvertises() {
-        static auto last = std::chrono::steady_clock::now();
-        if (std::chrono::steady_clock::now() - last < std::chrono::milliseconds(200)) return;
-        last = std::chrono::steady_clock::now();
-        ask("air",
-            "advert 0 0 0 00:00:5E:00:53:08 -60 0201060303201313160A18563412EFCDAB07012C0008035A001A00");
-        ask("air", "advert 0 4 0 00:00:5E:00:53:08 -60 08096D6F7276616E65");
     }
     std::vector<int> listed() const {
         std::vector<int> minors;
@@ -193,6 +184,7 @@ TEST_P(Chaos, OneOutcomeForEachAttemptAndTheListIsRightAgain) {
     std::mt19937 random(seed);
     const auto upTo = [&](std::size_t limit) { return random() % limit; };
     bench->beaconComesIntoRange();
+    ask("air", "beacon 00:00:5E:00:53:08 200 morvane 563412EFCDAB07012C0008035A001A00");
     ASSERT_TRUE(live([&] { return keeper.isLinked(); }, healingTime));
 
     std::ptrdiff_t descriptorsBefore = 0;

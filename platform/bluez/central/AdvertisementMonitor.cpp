@@ -92,10 +92,7 @@ void AdvertisementMonitor::registerObjects() {
 }
 
 void AdvertisementMonitor::registered(const BusError* error) {
-    if (error && error->name == "org.bluez.Error.AlreadyExists") {
-        standing_ = 0;
-        return unregisterObjects();
-    }
+    if (error && error->name == "org.bluez.Error.AlreadyExists") return unregisterObjects();
     if (error) {
         // Without an answer, they may be there.
         isRegistered_ = error->name.empty();
@@ -106,6 +103,8 @@ void AdvertisementMonitor::registered(const BusError* error) {
 }
 
 void AdvertisementMonitor::unregisterObjects() {
+    // BlueZ releases them now.
+    standing_ = 0;
     callManager("UnregisterMonitor", [this](MessageReader& /*reply*/, const BusError* /*error*/) {
         isRegistered_ = false;
         advance();
@@ -126,9 +125,7 @@ void AdvertisementMonitor::serviceDidCall(const IncomingCall& call) {
 }
 
 void AdvertisementMonitor::wasReleased() {
-    // It releases them too when they are unregistered.
-    if (wanted_ != services_ || standing_ == 0 || --standing_ > 0) return;
-    restAndRetry();
+    if (standing_ > 0 && --standing_ == 0) restAndRetry();
 }
 
 // In the kernel
