@@ -352,10 +352,24 @@ TEST_F(KernelMonitor, TellsWhyItIsNotThereAndLeavesNothing) {
     monitors.reset();
     answer(0x52, 0, "\6\0"s);
     EXPECT_EQ(command(), "remove 6");
+    answer(0x53, 0x0A, "");
+    EXPECT_EQ(command(), "remove 6") << "the kernel was busy";
     answer(0x53, 0, "\6\0"s);
     EXPECT_EQ(command(), "closed");
     EXPECT_THAT(told, IsEmpty());
-    EXPECT_EQ(files(), 0U);
+
+    // The run loop has ended before the scan.
+    monitors = open();
+    monitors->add({{0, 0x16, {0x20, 0x13}}}, placed);
+    tellFeatures("");
+    EXPECT_EQ(command(), "add");
+    answer(0x52, 0, "\7\0"s);
+    const int before = kernel;
+    EXPECT_EQ(files(), 1U);
+    monitors.reset();
+    EXPECT_NE(kernel, before);
+    EXPECT_EQ(command(), "remove 7");
+    EXPECT_EQ(files(), 1U) << "the kernel has not answered: the next process tries again";
 }
 
 }  // namespace

@@ -22,6 +22,8 @@ constexpr std::uint16_t addCommand = 0x0052;
 constexpr std::uint16_t removeCommand = 0x0053;
 constexpr std::uint16_t commandComplete = 0x0001;
 constexpr std::uint16_t commandStatus = 0x0002;
+// Another command about monitors, of whatever program, is being carried out.
+constexpr std::uint8_t busyStatus = 0x0A;
 
 // Code, controller and size begin a packet.
 constexpr std::size_t headerSize = 6;
@@ -30,6 +32,8 @@ constexpr std::size_t patternSize = 31;
 
 // The kernel answers at once, unless its controller does not.
 constexpr double answerDeadline = 10;
+constexpr int lastAnswerMilliseconds = 200;
+constexpr double busyDelay = 0.1;
 
 std::vector<std::uint8_t> parametersOf(const std::vector<AdvertisementPattern>& patterns) {
     std::vector<std::uint8_t> parameters{static_cast<std::uint8_t>(patterns.size())};
@@ -65,7 +69,27 @@ std::shared_ptr<KernelMonitors> KernelMonitors::open(const std::string& adapter,
 }
 
 KernelMonitors::~KernelMonitors() {
+    source_.reset();
+    // An answer may be on its way; that to a removal takes its handle away.
+    bool isAnswered = !isSent_ || waitForAnswer();
+    if (!handles_.empty() && descriptor_ < 0) descriptor_ = openSocket_().value_or(-1);
+    while (isAnswered && !handles_.empty() && descriptor_ >= 0) {
+        commands_ = {removalOf(handles_.front())};
+        isSent_ = write(commands_.front());
+        isAnswered = isSent_ && waitForAnswer() && !isBusy_;
+    }
     close();
+}
+
+bool KernelMonitors::waitForAnswer() {
+    std::array<std::uint8_t, largestPacket> packet;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    pollfd arrival{descriptor_, POLLIN, 0};
+    while (isSent_ && ::poll(&arrival, 1, lastAnswerMilliseconds) > 0) {
+        const auto size = ::read(descriptor_, packet.data(), packet.size());
+        if (size <= 0) return false;
+        handle(std::span(packet).first(static_cast<std::size_t>(size)));
+    }
+    return !isSent_;
 }
 
 void KernelMonitors::close() {
@@ -84,10 +108,10 @@ void KernelMonitors::add(const std::vector<AdvertisementPattern>& patterns, Plac
 void KernelMonitors::remove() {
     isRemoved_ = true;
     placed_ = nullptr;
-    std::erase_if(commands_, [first = true](const Command& command) mutable {
-        // The one that was sent is answered.
-        return !std::exchange(first, false) && command.code == addCommand;
-    });
+    // The one that was sent is answered.
+    const auto unsent = commands_.begin() + (isSent_ ? 1 : 0);
+    const auto isNeeded = [](const Command& command) { return command.code == removeCommand; };
+    commands_.erase(std::stable_partition(unsent, commands_.end(), isNeeded), commands_.end());
     proceed();
 }
 
@@ -97,6 +121,11 @@ KernelMonitors::Command KernelMonitors::removalOf(std::uint16_t handle) {
 
 void KernelMonitors::proceed() {
     if (isSent_) return;
+    if (std::exchange(isBusy_, false)) {
+        deadline_->invalidate();
+        deadline_ = runLoop_.after(busyDelay, [self = shared_from_this()] { self->proceed(); });
+        return;
+    }
     if (commands_.empty() && isRemoved_) {
         for (const std::uint16_t handle : handles_) commands_.push_back(removalOf(handle));
     }
@@ -113,7 +142,14 @@ void KernelMonitors::send() {
         descriptor_ = *opened;
         source_ = runLoop_.addSource({descriptor_, POLLIN}, [this] { drain(); });
     }
-    const auto& [code, parameters] = commands_.front();
+    if (!write(commands_.front())) return giveUp();
+    isSent_ = true;
+    if (deadline_) deadline_->invalidate();
+    deadline_ = runLoop_.after(answerDeadline, [self = shared_from_this()] { self->giveUp(); });
+}
+
+bool KernelMonitors::write(const Command& command) const {
+    const auto& [code, parameters] = command;
     const auto size = static_cast<std::uint16_t>(parameters.size());
     std::vector<std::uint8_t> packet;
     for (const std::uint16_t number : {code, controller_, size}) {
@@ -121,12 +157,7 @@ void KernelMonitors::send() {
         packet.push_back(highByte(number));
     }
     packet.insert(packet.end(), parameters.begin(), parameters.end());
-    if (::write(descriptor_, packet.data(), packet.size()) != static_cast<ssize_t>(packet.size())) {
-        return giveUp();
-    }
-    isSent_ = true;
-    if (deadline_) deadline_->invalidate();
-    deadline_ = runLoop_.after(answerDeadline, [self = shared_from_this()] { self->giveUp(); });
+    return ::write(descriptor_, packet.data(), packet.size()) == static_cast<ssize_t>(packet.size());
 }
 
 void KernelMonitors::drain() {
@@ -137,11 +168,12 @@ void KernelMonitors::drain() {
         if (size < 0 && errno == EINTR) continue;
         if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
         if (size <= 0) return giveUp();
-        packetWasRead(std::span(packet).first(static_cast<std::size_t>(size)));
+        handle(std::span(packet).first(static_cast<std::size_t>(size)));
+        proceed();
     }
 }
 
-void KernelMonitors::packetWasRead(std::span<const std::uint8_t> packet) {
+void KernelMonitors::handle(std::span<const std::uint8_t> packet) {
     constexpr std::size_t answerSize = 3;
     if (!isSent_ || packet.size() < headerSize + answerSize || number16(packet, 2) != controller_) return;
     const std::uint16_t event = number16(packet, 0);
@@ -151,8 +183,10 @@ void KernelMonitors::packetWasRead(std::span<const std::uint8_t> packet) {
         return;
     }
     isSent_ = false;
-    commands_.pop_front();
     const std::uint8_t status = parameters[2];
+    isBusy_ = status == busyStatus;
+    if (isBusy_) return;
+    commands_.pop_front();
     const auto returned = parameters.subspan(answerSize);
     if (command.code == removeCommand) {
         // One that it does not know is gone.
@@ -167,7 +201,6 @@ void KernelMonitors::packetWasRead(std::span<const std::uint8_t> packet) {
     } else {
         featuresWereRead(returned);
     }
-    proceed();
 }
 
 /// Which features there are and which are in use, 4 bytes each; how many monitors there can be, and patterns

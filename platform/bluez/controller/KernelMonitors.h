@@ -39,6 +39,7 @@ public:
           openSocket_(std::move(openSocket)),
           record_(std::move(record)),
           runLoop_(runLoop) {}
+    /// Removes what is left, as the run loop may have ended.
     ~KernelMonitors() override;
 
     void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) override;
@@ -53,8 +54,10 @@ private:
     static Command removalOf(std::uint16_t handle);
     void proceed();
     void send();
+    bool write(const Command& command) const;
+    bool waitForAnswer();
     void drain();
-    void packetWasRead(std::span<const std::uint8_t> packet);
+    void handle(std::span<const std::uint8_t> packet);
     void featuresWereRead(std::span<const std::uint8_t> features);
     void giveUp();
     void tell(const std::string& trouble);
@@ -70,6 +73,7 @@ private:
     std::vector<std::uint16_t> handles_;
     std::deque<Command> commands_;
     bool isSent_ = false;
+    bool isBusy_ = false;
     bool isRemoved_ = false;
     int descriptor_ = -1;
     std::shared_ptr<RunLoopSource> source_;
