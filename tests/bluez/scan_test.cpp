@@ -1,6 +1,9 @@
 // What the radio makes of the service's reports while it scans.
 
+#include <algorithm>
 #include <array>
+#include <chrono>
+#include <deque>
 
 #include "BlueZRadio.h"
 #include "zobi/platform/NSData.h"
@@ -85,13 +88,35 @@ TEST_P(BlueZRadio, OnlyWhatIsHeardIsASighting) {
     const Events told = watched.takeEvents();
     EXPECT_THAT(told, Contains("morvane 180A:16 (null)")) << "127 is no strength";
     EXPECT_EQ(told.back(), "morvane 180A:16 -40") << "name and data came in two signals";
-    for (int i = 0; i < 4; ++i) {
-        signal(heardOnce);
-        pass(0.001);
-    }
-    EXPECT_THAT(watched.takeEvents(), SizeIs(2)) << "signals that come fast gather";
-    pass(0.025);
-    EXPECT_THAT(watched.takeEvents(), SizeIs(2));
+}
+
+TEST_P(BlueZRadio, WhatComesFastGathersForSomeMilliseconds) {
+    using std::chrono::nanoseconds;
+    link();
+    scan();
+    beacon.isInRange = false;
+    nanoseconds longest{};
+    std::deque<nanoseconds> sent;
+    listener->onSighting = [&](const auto& /*data*/) {
+        longest = std::max(longest, machine.clock().monotonicTime() - sent.front());
+        sent.pop_front();
+    };
+    const auto longestWaitAt = [&](int signalsInASecond) {
+        pass(1);
+        longest = {};
+        for (int i = 0; i < signalsInASecond; ++i) {
+            sent.push_back(machine.clock().monotonicTime());
+            signal({{"RSSI", std::int16_t{-40}}, {"ServiceData", beacon.serviceData}});
+            pass(1.0 / signalsInASecond);
+        }
+        pass(1);
+        EXPECT_THAT(sent, IsEmpty());
+        return std::chrono::duration<double, std::milli>(longest).count();
+    };
+    for (const int rate : {200, 2000}) EXPECT_THAT(longestWaitAt(rate), AllOf(Ge(10), Le(15))) << "linked";
+    service.endLink(beacon, 0x13);
+    for (const int rate : {200, 2000}) EXPECT_THAT(longestWaitAt(rate), AllOf(Gt(30), Le(40)));
+    EXPECT_EQ(longestWaitAt(20), 0) << "nobody else comes soon";
 }
 
 TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {

@@ -19,16 +19,11 @@ namespace {
 // Timers and other tasks get their turn after so many messages.
 constexpr int messagesInOneTurn = 256;
 
-// Signals that come faster than one in this time gather.
-constexpr nanoseconds fast = std::chrono::milliseconds(5);
-// Long enough to take dozens of a crowd's signals at once, and short beside the time after which a person
-// takes a pressed button for ignored.
-constexpr nanoseconds gatheringTime = std::chrono::milliseconds(25);
-// The cost of waking up counts little when so many bytes share it: some dozens of signals.
-constexpr int bytesToGather = 20 * 1024;
-// A socket that holds so much may be full, with its sender waiting: its limit is about 200 KiB, of which most
-// is the kernel's own.
-constexpr int bytesOfFullSocket = 32 * 1024;
+// The cost of waking up counts little when so many bytes share it: about 80 signals.
+constexpr int bytesToGather = 32 * 1024;
+// A socket that holds so much is soon full, and then its sender has to wait: one holds 167 messages of up to
+// 600 bytes each.
+constexpr int bytesOfFullSocket = 44 * 1024;
 
 std::string_view orEmpty(const char* text) {
     return text ? std::string_view(text) : std::string_view();
@@ -164,15 +159,16 @@ void Bus::replyNoObject(const IncomingCall& call) {
     replyError(call, {unknownObjectError, "There is no such object."});
 }
 
-void Bus::setGathers(bool gathers) {
-    gathers_ = gathers;
+void Bus::setLongestRest(nanoseconds longestRest) {
+    longestRest_ = longestRest;
+    restsUntil_.reset();
     updateSource();
 }
 
 void Bus::updateSource() {
     if (!source_) return;
     source_->setEvents(static_cast<short>(std::max(sd_bus_get_events(bus_), 0)));
-    source_->restUntil(gathers_ && outstanding_.empty() ? restsUntil_ : std::nullopt);
+    source_->restUntil(outstanding_.empty() ? restsUntil_ : std::nullopt);
 }
 
 void Bus::serveSoon() {
@@ -200,7 +196,7 @@ void Bus::serve() {
             if (served > 0) bus.lastServed_ = now;
             bus.updateSource();
         }
-    } afterwards{*this, gathers_ ? bytesWaiting() : 0};
+    } afterwards{*this, longestRest_ > nanoseconds::zero() ? bytesWaiting() : 0};
     while (afterwards.served < messagesInOneTurn && serveOne()) ++afterwards.served;
 }
 
@@ -213,8 +209,9 @@ nanoseconds Bus::restAfter(int served, int waiting, nanoseconds now) const {
     if (served == 0 || served == messagesInOneTurn) return nanoseconds::zero();
     if (waiting == 0 || waiting >= bytesOfFullSocket) return nanoseconds::zero();
     const nanoseconds elapsed = now - lastServed_;
-    if (elapsed / served >= fast) return nanoseconds::zero();
-    return std::min(gatheringTime, elapsed * bytesToGather / waiting);
+    // Worth it if at least two are expected to come meanwhile.
+    if (elapsed / served > longestRest_ / 2) return nanoseconds::zero();
+    return std::min(longestRest_, elapsed * bytesToGather / waiting);
 }
 
 bool Bus::serveOne() {

@@ -136,9 +136,9 @@ public:
     /// There is no object at the path of the call.
     static void replyNoObject(const IncomingCall& call);
 
-    /// Whether signals that come fast may gather for some milliseconds before they are read, which saves most
-    /// of the cost of waking up. They never do while the answer to a call is awaited.
-    void setGathers(bool gathers);
+    /// Messages that come fast may gather for so long before they are read, which saves most of the cost of
+    /// waking up; zero, as at first, for never. They never do while the answer to a call is awaited.
+    void setLongestRest(std::chrono::nanoseconds longestRest);
 
 private:
     friend class Slot;
@@ -167,7 +167,7 @@ private:
     std::weak_ptr<BusDelegate> delegate_;
     std::unordered_map<std::uint64_t, Answer> outstanding_;
     bool isServingSoon_ = false;
-    bool gathers_ = false;
+    std::chrono::nanoseconds longestRest_{};
     std::chrono::nanoseconds lastServed_{};
     std::optional<std::chrono::nanoseconds> restsUntil_;
 };

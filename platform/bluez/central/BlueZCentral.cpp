@@ -49,6 +49,7 @@ void BlueZCentral::start() {
     // The kernel looks for monitors only when it begins a scan.
     monitor =
         std::make_shared<AdvertisementMonitor>(radio, service, [this] { context_->discovery->restart(); });
+    service->gatherAdvertisements();
     service->start();
 }
 

@@ -99,7 +99,6 @@ BlueZPeripheralManager::~BlueZPeripheralManager() {
 void BlueZPeripheralManager::start() {
     service_ =
         std::make_shared<BlueZService>(std::make_shared<const RadioContext>(context_), weak_from_this());
-    promptness_ = service_->stayPrompt();
     service_->start();
 }
 

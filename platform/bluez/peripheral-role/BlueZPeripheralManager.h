@@ -107,8 +107,6 @@ private:
     LocalObjects objects_;
     std::weak_ptr<PeripheralManagerDelegate> delegate_;
     std::shared_ptr<BlueZService> service_;
-    /// Centrals must not wait.
-    std::shared_ptr<void> promptness_;
 
     std::optional<LocalAdvertisement> wanted_;
     /// What the object of the advertisement shows; absent when BlueZ may have read something else.

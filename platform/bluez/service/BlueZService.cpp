@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -24,6 +25,12 @@ constexpr double returnDeadline = 10;
 constexpr double adapterDeadline = 5;
 // Policies change when an administrator changes them.
 constexpr double refusedDelay = 30;
+
+// Long enough to take dozens of a crowd's advertisements at once, and short beside the time after which a
+// person takes a pressed button for ignored.
+constexpr auto gatheringTime = std::chrono::milliseconds(40);
+// Shorter than the interval at which most peripherals answer over a link.
+constexpr auto gatheringTimeWithLink = std::chrono::milliseconds(15);
 
 // Services of the table of each peripheral (generic access, generic attribute), which no device advertises.
 constexpr std::array servicesOfTables{CBUUID::UUIDWithString("1800"), CBUUID::UUIDWithString("1801")};
@@ -132,6 +139,11 @@ void BlueZService::loseBus(const std::string& reason) {
     enter(wasInUse ? radioIsGone() : busIsMissing());
 }
 
+void BlueZService::gatherAdvertisements() {
+    isGathering_ = true;
+    updateGathering();
+}
+
 std::shared_ptr<void> BlueZService::stayPrompt() {
     auto promptness = promptness_.lock();
     if (!promptness) {
@@ -145,7 +157,8 @@ std::shared_ptr<void> BlueZService::stayPrompt() {
 }
 
 void BlueZService::updateGathering() {
-    if (bus_) bus_->setGathers(promptness_.expired());
+    if (bus_ && isGathering_)
+        bus_->setLongestRest(promptness_.expired() ? gatheringTime : gatheringTimeWithLink);
 }
 
 void BlueZService::afterDelay(double seconds, void (BlueZService::*action)()) {

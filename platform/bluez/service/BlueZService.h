@@ -130,7 +130,11 @@ public:
     /// bus.
     void emitChange(const std::string& path, const char* interface, const Properties& changed);
 
-    /// While somebody holds the result, no signal waits for others to gather: see `Bus::setGathers`.
+    /// From now on, advertisements may gather before they are read: see `Bus::setLongestRest`. A pressed
+    /// button is told within 50 ms all the same.
+    void gatherAdvertisements();
+    /// While somebody holds the result, they gather for a shorter time: what comes over a link comes among
+    /// them.
     [[nodiscard]] std::shared_ptr<void> stayPrompt();
 
     void busDidReceiveSignal(const Signal& signal) override;
@@ -187,6 +191,7 @@ private:
     std::shared_ptr<const RadioContext> context_;
     std::weak_ptr<BlueZServiceDelegate> delegate_;
     std::shared_ptr<Bus> bus_;
+    bool isGathering_ = false;
     std::weak_ptr<void> promptness_;
     RadioCondition condition_;
     /// The service's own name on the bus; empty while it does not run.
