@@ -31,6 +31,7 @@ PlainClient::PlainClient(int socket, std::size_t beacons) {
                            "type='signal',interface='org.freedesktop.DBus.Properties',"
                            "member='PropertiesChanged',path_namespace='/org/bluez'",
                            &PlainClient::signalCame, this));
+    check(sd_bus_add_object(bus_, nullptr, monitorPath, &PlainClient::monitorWasCalled, this));
 }
 
 PlainClient::~PlainClient() {
@@ -60,6 +61,11 @@ int PlainClient::signalCame(sd_bus_message* message, void* self, sd_bus_error* /
         client->failure_ = std::current_exception();
     }
     return 1;
+}
+
+int PlainClient::monitorWasCalled(sd_bus_message* call, void* self, sd_bus_error* /*error*/) noexcept {
+    ++static_cast<PlainClient*>(self)->answered_;
+    return sd_bus_reply_method_return(call, nullptr);
 }
 
 void PlainClient::take(sd_bus_message* message) {

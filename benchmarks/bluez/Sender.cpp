@@ -37,8 +37,11 @@ using zobi::BeaconDescription;
 namespace {
 
 constexpr const char* service = ":1.1";
+constexpr const char* client = ":1.7";
 constexpr const char* adapter = "/org/bluez/hci0";
 constexpr const char* deviceInterface = "org.bluez.Device1";
+constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
+constexpr const char* objectManagerInterface = "org.freedesktop.DBus.ObjectManager";
 
 int check(int result) {
     if (result < 0) throw std::system_error(-result, std::generic_category(), "the sender");
@@ -154,7 +157,16 @@ int connectTo(const std::string& path) {
     return socket;
 }
 
-/// Makes the bytes of signals, by sending each to itself: so they are written once and sent often.
+/// From the service.
+MessagePointer makeSignal(sd_bus* bus, const std::string& path, const char* interface, const char* member) {
+    sd_bus_message* raw = nullptr;
+    check(sd_bus_message_new_signal(bus, &raw, path.c_str(), interface, member));
+    MessagePointer message(raw);
+    check(sd_bus_message_set_sender(raw, service));
+    return message;
+}
+
+/// Makes the bytes of messages, by sending each to itself: so they are written once and sent often.
 class Recorder {
 public:
     Recorder() {
@@ -169,7 +181,7 @@ public:
 
     /// What the service signals for an advertisement of a device that it knows.
     std::string propertiesChanged(std::size_t beacon, int code) const {
-        const auto message = signal(pathOf(beacon), "org.freedesktop.DBus.Properties", "PropertiesChanged");
+        const auto message = makeSignal(bus_.get(), pathOf(beacon), propertiesInterface, "PropertiesChanged");
         sd_bus_message* const raw = message.get();
         check(sd_bus_message_append(raw, "s", deviceInterface));
         open(raw, 'a', "{sv}");
@@ -182,7 +194,7 @@ public:
 
     /// What it signals for the first one.
     std::string interfacesAdded(std::size_t beacon) const {
-        const auto message = signal("/", "org.freedesktop.DBus.ObjectManager", "InterfacesAdded");
+        const auto message = makeSignal(bus_.get(), "/", objectManagerInterface, "InterfacesAdded");
         sd_bus_message* const raw = message.get();
         check(sd_bus_message_append(raw, "o", pathOf(beacon).c_str()));
         open(raw, 'a', "{sa{sv}}");
@@ -207,20 +219,23 @@ public:
         check(sd_bus_message_append(raw, "{sv}", "Adapter", "o", adapter));
         appendServiceData(raw, beacon, 0);
         close(raw, 2);
-        check(sd_bus_message_append(raw, "{sa{sv}}", "org.freedesktop.DBus.Properties", 0));
+        check(sd_bus_message_append(raw, "{sa{sv}}", propertiesInterface, 0));
         close(raw, 1);
         return bytesOf(message);
     }
 
-private:
-    MessagePointer signal(const std::string& path, const char* interface, const char* member) const {
+    /// Its call to the monitor of a client.
+    std::string deviceFound(std::size_t beacon) const {
         sd_bus_message* raw = nullptr;
-        check(sd_bus_message_new_signal(bus_.get(), &raw, path.c_str(), interface, member));
-        MessagePointer message(raw);
+        check(sd_bus_message_new_method_call(bus_.get(), &raw, client, monitorPath,
+                                             "org.bluez.AdvertisementMonitor1", "DeviceFound"));
+        const MessagePointer message(raw);
         check(sd_bus_message_set_sender(raw, service));
-        return message;
+        check(sd_bus_message_append(raw, "o", pathOf(beacon).c_str()));
+        return bytesOf(message);
     }
 
+private:
     static void open(sd_bus_message* message, char type, const char* contents) {
         check(sd_bus_message_open_container(message, type, contents));
     }
@@ -245,7 +260,9 @@ private:
     }
 
     std::string bytesOf(const MessagePointer& message) const {
-        check(sd_bus_send(bus_.get(), message.get(), nullptr));
+        // Who wants the number of a call wants its answer.
+        std::uint64_t cookie = 0;
+        check(sd_bus_send(bus_.get(), message.get(), &cookie));
         check(sd_bus_flush(bus_.get()));
         return read();
     }
@@ -271,6 +288,7 @@ public:
             found_.push_back(recorder.interfacesAdded(i));
             quiet_.push_back(recorder.propertiesChanged(i, 0));
             pressed_.push_back(recorder.propertiesChanged(i, pressCode));
+            calls_.push_back(recorder.deviceFound(i));
         }
         last_ = recorder.propertiesChanged(0, lastCode);
         // Beacons do not advertise in the order in which they were found.
@@ -281,48 +299,76 @@ public:
     void run() {
         writeAll(control_, "!");
         while (true) {
-            int result = 0;
-            do {
-                sd_bus_message* raw = nullptr;
-                result = sd_bus_process(bus_.get(), &raw);
-                const MessagePointer message(raw);
-                if (message) answer(raw);
-            } while (result > 0);
-            if (result < 0) return;
+            if (!serveClient()) return;
             const auto events = static_cast<short>(sd_bus_get_events(bus_.get()));
             std::array<pollfd, 2> polled{{{socket_, events, 0}, {control_, POLLIN, 0}}};
             checkCall(::poll(polled.data(), polled.size(), -1));
             if (polled[1].revents == 0) continue;
             Traffic traffic{};
             if (checkCall(::read(control_, &traffic, sizeof traffic)) != sizeof traffic) return;
-            // What follows goes past the bus's own connection.
-            check(sd_bus_flush(bus_.get()));
             traffic.signals == 0 ? announce() : send(traffic);
         }
     }
 
 private:
-    static void answer(sd_bus_message* call) {
-        // The end of the connection is a signal.
-        if (sd_bus_message_is_method_call(call, nullptr, nullptr) == 0) return;
+    /// Takes what the client has sent.
+    /// @returns false when the connection has ended.
+    bool serveClient() {
+        int result = 0;
+        do {
+            sd_bus_message* raw = nullptr;
+            result = sd_bus_process(bus_.get(), &raw);
+            const MessagePointer message(raw);
+            if (!message) continue;
+            // The end of the connection is a signal.
+            if (sd_bus_message_is_method_call(raw, nullptr, nullptr) > 0) {
+                answer(raw);
+            } else if (sd_bus_message_is_signal(raw, nullptr, nullptr) == 0) {
+                --unanswered_;
+            }
+        } while (result > 0);
+        return result == 0;
+    }
+
+    void answer(sd_bus_message* call) const {
         const std::string_view member = sd_bus_message_get_member(call);
         sd_bus_message* raw = nullptr;
         check(sd_bus_message_new_method_return(call, &raw));
         const MessagePointer reply(raw);
-        if (member == "Hello") check(sd_bus_message_append(raw, "s", ":1.7"));
+        if (member == "Hello") check(sd_bus_message_append(raw, "s", client));
         if (member == "GetNameOwner") check(sd_bus_message_append(raw, "s", service));
+        // Of a linked device, whether it is connected, and whether its services are resolved.
+        if (member == "Get") check(sd_bus_message_append(raw, "v", "b", 1));
         if (member == "GetManagedObjects") {
             check(sd_bus_message_append(raw, "a{oa{sa{sv}}}", 1, adapter, 1, "org.bluez.Adapter1", 2,
                                         "Address", "s", "00:00:5E:00:53:01", "Powered", "b", 1));
         }
-        check(sd_bus_send(sd_bus_message_get_bus(call), raw, nullptr));
+        check(sd_bus_send(bus_.get(), raw, nullptr));
+        if (member == "Connect") link(sd_bus_message_get_path(call));
+        // What is recorded goes past the bus's own connection.
+        check(sd_bus_flush(bus_.get()));
+    }
+
+    void link(const std::string& device) const {
+        const auto change = [&](const char* property) {
+            const auto signal = makeSignal(bus_.get(), device, propertiesInterface, "PropertiesChanged");
+            check(sd_bus_message_append(signal.get(), "sa{sv}as", deviceInterface, 1, property, "b", 1, 0));
+            check(sd_bus_send(bus_.get(), signal.get(), nullptr));
+        };
+        change("Connected");
+        const auto table = makeSignal(bus_.get(), "/", objectManagerInterface, "InterfacesAdded");
+        check(sd_bus_message_append(table.get(), "oa{sa{sv}}", (device + "/service0001").c_str(), 1,
+                                    "org.bluez.GattService1", 1, "UUID", "s",
+                                    "00001801-0000-1000-8000-00805f9b34fb"));
+        check(sd_bus_send(bus_.get(), table.get(), nullptr));
+        change("ServicesResolved");
     }
 
     void announce() const {
         for (const std::string& signal : found_) writeAll(socket_, signal);
     }
 
-    void send(const Traffic& traffic) const {
+    void send(const Traffic& traffic) {
         std::vector<nanoseconds> pressTimes;
         std::string crowd;
         const nanoseconds start = now();
@@ -337,10 +383,20 @@ private:
             }
             waitUntil(start + static_cast<nanoseconds::rep>(i) * traffic.interval);
             const bool isPress = traffic.pressEvery > 0 && i % traffic.pressEvery == traffic.pressEvery - 1;
+            serveClient();
+            if (traffic.callsMonitor) {
+                ++unanswered_;
+                writeAll(socket_, calls_[beacon]);
+            }
             if (isPress) pressTimes.push_back(now());
             writeAll(socket_, isPress ? pressed_[beacon] : quiet_[beacon]);
         }
         writeAll(socket_, crowd + last_);
+        while (unanswered_ > 0 && serveClient()) {
+            pollfd polled{socket_, POLLIN, 0};
+            constexpr int deadline = 10'000;
+            if (checkCall(::poll(&polled, 1, deadline)) == 0) throw std::runtime_error("no answer to a call");
+        }
         const auto* const bytes = static_cast<const void*>(pressTimes.data());
         writeAll(control_, {static_cast<const char*>(bytes), pressTimes.size() * sizeof(nanoseconds)});
     }
@@ -358,6 +414,8 @@ private:
     std::vector<std::string> found_;
     std::vector<std::string> quiet_;
     std::vector<std::string> pressed_;
+    std::vector<std::string> calls_;
+    std::size_t unanswered_ = 0;
     std::string last_;
     std::vector<std::size_t> order_;
 };

@@ -19,6 +19,9 @@ zobi::BeaconDescription numberedBeacon(std::size_t number);
 inline constexpr int pressCode = 1;
 inline constexpr int lastCode = 3;
 
+/// The client's object that is called for each advertisement, where one is.
+inline constexpr const char* monitorPath = "/monitor";
+
 /// What is to be sent: signals of advertisements, of all beacons in turn.
 struct Traffic {
     std::size_t signals;
@@ -26,6 +29,9 @@ struct Traffic {
     std::chrono::nanoseconds interval{};
     /// Each so many-th has a pressed button; zero for none.
     std::size_t pressEvery = 0;
+    /// Before each of them the service calls the client's object, as it does for one with a monitor of
+    /// advertisements, and each call must be answered. Not at full speed.
+    bool callsMonitor = false;
 };
 
 /// How signals get to the client.
@@ -37,7 +43,8 @@ enum class Route {
 };
 
 /// A process of its own that plays the Bluetooth service for one client, so that what sending takes is not
-/// the client's. Its signals are those of the service for a scan that reports each advertisement.
+/// the client's. Its signals are those of the service for a scan that reports each advertisement. It links
+/// each beacon that it is asked to, with a GATT table of one service.
 class Sender {
 public:
     /// With so many beacons in range, which it does not tell of yet.

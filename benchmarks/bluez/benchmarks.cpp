@@ -109,6 +109,14 @@ struct Stack {
         waitFor([&] { return manager->liveBeacons().size() == beacons; });
     }
 
+    /// Links one of the beacons, for good.
+    void link() {
+        const auto& beacon = manager->liveBeacons().front();
+        manager->connectBeacon(beacon);
+        const auto peripheral = beacon->peripheral();
+        while (!peripheral->services()) platform.runLoop().runFor(0.01);
+    }
+
     void takeAll() {
         listener->onLast = [this] { platform.runLoop().stop(); };
         platform.runLoop().run();
@@ -171,6 +179,8 @@ void takeAllUnderGLib(Stack& stack) {
 struct Comparison {
     Traffic traffic;
     int turns = 1;
+    /// Whether the library has linked a beacon meanwhile.
+    bool isLinked = false;
     Route route = Route::direct;
     void (*runFloor)(PlainClient&) = [](PlainClient& client) { client.takeAll(); };
     void (*runLibrary)(Stack&) = [](Stack& stack) { stack.takeAll(); };
@@ -184,6 +194,7 @@ void takeInTurns(benchmark::State& state, const Comparison& comparison) {
     const Sender sender(beacons, comparison.route);
     PlainClient client(sender.clientSocket(), beacons);
     Stack stack(beacons, comparison.route);
+    if (comparison.isLinked) stack.link();
     const std::int64_t start = stack.platform.clock().secondsSince1970();
     double floor = 0;
     double library = 0;
@@ -204,6 +215,9 @@ void takeInTurns(benchmark::State& state, const Comparison& comparison) {
     if (client.taken() != expected || client.stamped() != expected || client.strengths() >= 0) {
         state.SkipWithError("signals were lost");
     }
+    if (client.answered() != (comparison.traffic.callsMonitor ? expected - comparison.turns : 0)) {
+        state.SkipWithError("calls were not answered");
+    }
     const auto& live = stack.manager->liveBeacons();
     const bool isEachHeard =
         std::ranges::all_of(live, [&](const auto& beacon) { return beacon->timestamp() >= start; });
@@ -216,10 +230,40 @@ void takeInTurns(benchmark::State& state, const Comparison& comparison) {
 const Comparison flood{.traffic = {.signals = 4000}, .turns = 10};
 BENCHMARK_CAPTURE(takeInTurns, flood, flood)->Name("Flood")->Arg(32)->Arg(1000)->Iterations(1);
 
-// 200 beacons, each of which sends ten in a second.
+// 200 beacons, each of which sends ten in a second, or one.
 constexpr int crowd = 200;
 constexpr Traffic steady{.signals = 2000, .interval = std::chrono::microseconds(500)};
+constexpr Traffic sparse{.signals = 400, .interval = std::chrono::milliseconds(5)};
+
+constexpr Traffic withCalls(Traffic traffic) {
+    traffic.callsMonitor = true;
+    return traffic;
+}
+
 BENCHMARK_CAPTURE(takeInTurns, steady, Comparison{steady})->Name("Steady")->Arg(crowd)->Iterations(1);
+BENCHMARK_CAPTURE(takeInTurns, steadyLinked, Comparison{.traffic = steady, .isLinked = true})
+    ->Name("SteadyLinked")
+    ->Arg(crowd)
+    ->Iterations(1);
+BENCHMARK_CAPTURE(takeInTurns, steadyMonitor, Comparison{withCalls(steady)})
+    ->Name("SteadyMonitor")
+    ->Arg(crowd)
+    ->Iterations(1);
+BENCHMARK_CAPTURE(takeInTurns, sparse, Comparison{sparse})
+    ->Name("Sparse")
+    ->Arg(crowd)
+    ->Iterations(1)
+    ->Repetitions(7);
+BENCHMARK_CAPTURE(takeInTurns, sparseLinked, Comparison{.traffic = sparse, .isLinked = true})
+    ->Name("SparseLinked")
+    ->Arg(crowd)
+    ->Iterations(1)
+    ->Repetitions(7);
+BENCHMARK_CAPTURE(takeInTurns, sparseMonitor, Comparison{withCalls(sparse)})
+    ->Name("SparseMonitor")
+    ->Arg(crowd)
+    ->Iterations(1)
+    ->Repetitions(7);
 
 #ifdef ZOBI_HAS_GLIB
 BENCHMARK_CAPTURE(takeInTurns, glib,
@@ -238,26 +282,32 @@ BENCHMARK_CAPTURE(takeInTurns, daemon, throughDaemon)
     ->Iterations(1)
     ->Repetitions(5);
 
-void button(benchmark::State& state) {
+void button(benchmark::State& state, Traffic traffic) {
     // No divisor of what gathers between two looks, so that the presses fall on all moments between them.
-    constexpr std::size_t pressEvery = 19;
-    constexpr Traffic presses{.signals = 4000, .interval = steady.interval, .pressEvery = pressEvery};
-    constexpr std::size_t count = presses.signals / pressEvery;
+    traffic.pressEvery = 19;
+    const std::size_t count = traffic.signals / traffic.pressEvery;
     Stack stack(crowd);
     nanoseconds longest{};
     for ([[maybe_unused]] auto _ : state) {
         stack.listener->pressesTold.clear();
-        stack.sender.send(presses);
+        stack.sender.send(traffic);
         stack.takeAll();
         const auto sent = stack.sender.pressTimes(count);
         const auto& told = stack.listener->pressesTold;
         if (told.size() != count) return state.SkipWithError("a pressed button was not told of");
         for (std::size_t i = 0; i < count; ++i) longest = std::max(longest, told[i] - sent[i]);
     }
-    state.counters["presses"] = count;
+    state.counters["presses"] = static_cast<double>(count);
     state.counters["longest_latency"] = std::chrono::duration<double>(longest).count();
 }
-BENCHMARK(button)->Name("Button")->Iterations(1)->Repetitions(3);
+BENCHMARK_CAPTURE(button, steady, {.signals = 4000, .interval = steady.interval})
+    ->Name("Button/2000")
+    ->Iterations(1)
+    ->Repetitions(3);
+BENCHMARK_CAPTURE(button, sparse, {.signals = 1600, .interval = sparse.interval})
+    ->Name("Button/200")
+    ->Iterations(1)
+    ->Repetitions(3);
 
 void idle(benchmark::State& state) {
     constexpr double seconds = 10;
