@@ -1,6 +1,7 @@
 #include "zobi/platform/standard/StandardCentral.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "platform/ThreadCheck.h"
@@ -29,6 +30,11 @@ std::vector<CBServiceData> withAddresses(std::span<const CBServiceData> elements
     return result;
 }
 
+/// Whether it is idle, and nobody else holds it.
+bool isUnused(const std::shared_ptr<StandardPeripheral>& peripheral) {
+    return peripheral->isIdle() && peripheral.use_count() == 1;
+}
+
 }  // namespace
 
 StandardCentral::StandardCentral(MainQueue& queue, Log& log, std::weak_ptr<CBCentralManagerDelegate> delegate)
@@ -49,8 +55,9 @@ void StandardCentral::scanForPeripheralsWithServicesOptions(std::span<const CBUU
     options_ = options;
     isScanning_ = true;
     ++scansStarted_;
-    std::erase_if(peripherals_,
-                  [](const auto& entry) { return entry.second->isIdle() && entry.second.use_count() == 1; });
+    forgetUnused();
+    forgotten_ = {};
+    isForgettingTold_ = false;
     beginScan();
 }
 
@@ -86,14 +93,39 @@ void StandardCentral::hear(StandardPeripheral& peripheral, const CBAdvertisement
     }
 }
 
+// Handles
+
+StandardPeripheral& StandardCentral::keep(Key key, std::shared_ptr<StandardPeripheral> made) {
+    if (forgotten_.contains(key)) made->noteReport(scansStarted_);
+    // So that it costs little for each peripheral that is made.
+    if (peripherals_.size() >= manyPeripherals_) {
+        constexpr std::size_t few = 64;
+        forgetUnused();
+        manyPeripherals_ = 2 * peripherals_.size() + few;
+    }
+    return *peripherals_.emplace(key, std::move(made)).first->second;
+}
+
 void StandardCentral::forget(Key key) {
     const auto known = peripherals_.find(key);
-    if (known == peripherals_.end()) return;
-    const auto& peripheral = known->second;
-    const bool isUsed = !peripheral->isIdle() || peripheral.use_count() > 1;
-    // The scan has to know that it was reported.
-    const bool isKnown = isScanning_ && !options_.allowDuplicates && peripheral->wasReportedIn(scansStarted_);
-    if (!isUsed && !isKnown) peripherals_.erase(known);
+    if (known != peripherals_.end() && isUnused(known->second)) forgetUnused(known);
+}
+
+void StandardCentral::forgetUnused() {
+    for (auto it = peripherals_.begin(); it != peripherals_.end();) {
+        it = isUnused(it->second) ? forgetUnused(it) : std::next(it);
+    }
+}
+
+StandardCentral::Peripherals::iterator StandardCentral::forgetUnused(Peripherals::iterator known) {
+    const auto& [key, peripheral] = *known;
+    const bool mustBeKnown =
+        isScanning_ && !options_.allowDuplicates && peripheral->wasReportedIn(scansStarted_);
+    if (mustBeKnown && forgotten_.add(key) && !std::exchange(isForgettingTold_, true)) {
+        log_.log("More than %lu devices were reported in this scan: the first of them may be reported again.",
+                 RecentKeys::capacity);
+    }
+    return peripherals_.erase(known);
 }
 
 // Connecting

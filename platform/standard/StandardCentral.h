@@ -11,6 +11,7 @@
 #include "zobi/platform/Export.h"
 #include "zobi/platform/Log.h"
 #include "zobi/platform/MainQueue.h"
+#include "zobi/platform/standard/RecentKeys.h"
 #include "zobi/platform/standard/StandardPeripheral.h"
 
 namespace zobi::platform {
@@ -54,6 +55,7 @@ public:
 protected:
     /// What the radio tells its devices apart by: the address as a number, for example.
     using Key = std::uint64_t;
+    using Peripherals = std::unordered_map<Key, std::shared_ptr<StandardPeripheral>>;
 
     /// @name The scan, which the radio carries out
     /// @{
@@ -78,15 +80,15 @@ protected:
     /// @{
 
     /// The peripheral of the device with this key, made from `arguments` when it is asked for first. There is
-    /// one for each key, over all sightings, links and power cycles; a new scan forgets those that are idle
-    /// and that nobody else holds.
+    /// one for each key, over all sightings, links and power cycles, for as long as it is in use or somebody
+    /// else holds it; others are forgotten at a new scan, or when they have become many.
     template <typename Peripheral, typename... Arguments>
     Peripheral& peripheral(Key key, Arguments&&... arguments) {
-        auto known = peripherals_.find(key);
+        const auto known = peripherals_.find(key);
         if (known == peripherals_.end()) {
             auto made = std::make_shared<Peripheral>(std::forward<Arguments>(arguments)...);
             made->adopt(weak_from_this(), delegate_, queue_);
-            known = peripherals_.emplace(key, std::move(made)).first;
+            return static_cast<Peripheral&>(keep(key, std::move(made)));
         }
         return static_cast<Peripheral&>(*known->second);
     }
@@ -97,10 +99,9 @@ protected:
         return known == peripherals_.end() ? nullptr : static_cast<Peripheral*>(known->second.get());
     }
     /// The peripherals of all devices that it knows.
-    const std::unordered_map<Key, std::shared_ptr<StandardPeripheral>>& peripherals() const {
-        return peripherals_;
-    }
+    const Peripherals& peripherals() const { return peripherals_; }
     /// The system has forgotten the device: forgets its peripheral, unless it is in use or someone holds it.
+    /// A scan without duplicates still knows of 100,000 such devices that they were reported.
     void forget(Key key);
 
     /// @}
@@ -117,6 +118,11 @@ protected:
     /// @}
 
 private:
+    StandardPeripheral& keep(Key key, std::shared_ptr<StandardPeripheral> made);
+    /// Forgets all peripherals that are idle and that nobody else holds.
+    void forgetUnused();
+    /// @returns the next one.
+    Peripherals::iterator forgetUnused(Peripherals::iterator known);
     /// Null for a peripheral that is not this central manager's.
     std::shared_ptr<StandardPeripheral> ownPeripheral(const std::shared_ptr<CBPeripheral>& peripheral) const;
     std::vector<std::shared_ptr<StandardPeripheral>> activePeripherals() const;
@@ -132,7 +138,12 @@ private:
     std::uint64_t attemptsStarted_ = 0;
     std::uint64_t powerLosses_ = 0;
     bool isShutDown_ = false;
-    std::unordered_map<Key, std::shared_ptr<StandardPeripheral>> peripherals_;
+    Peripherals peripherals_;
+    /// With so many, those that are unused are forgotten.
+    std::size_t manyPeripherals_ = 0;
+    /// The devices that were reported in this scan, which is one without duplicates, and then forgotten.
+    RecentKeys forgotten_;
+    bool isForgettingTold_ = false;
 };
 
 }  // namespace zobi::platform

@@ -1,10 +1,21 @@
 #include "BlueZRadio.h"
 
+#include <malloc.h>
+
 #include <algorithm>
+
+// The sanitizers have a heap of their own.
+extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();  // NOLINT
 
 namespace zobi::platform::bluez {
 
 using namespace ::testing;
+
+std::ptrdiff_t heapInUse() {
+    return static_cast<std::ptrdiff_t>(__sanitizer_get_current_allocated_bytes
+                                           ? __sanitizer_get_current_allocated_bytes()
+                                           : mallinfo2().uordblks);
+}
 
 bool BlueZRadio::within(double seconds, const std::string& event) {
     return bench->runUntil([&] { return std::ranges::count(listener->events, event) > 0; }, seconds);

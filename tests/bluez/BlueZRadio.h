@@ -53,6 +53,9 @@ public:
 
 inline const RadioUnderTest scriptedRadio{"Scripted", [] { return std::make_unique<ScriptedBench>(); }};
 
+/// In bytes.
+std::ptrdiff_t heapInUse();
+
 /// Where an attempt or a link stands.
 enum Phase { waiting, connecting, resolving, linked, ending, phases };
 

@@ -1,7 +1,5 @@
 // What becomes of attempts to connect and of links, whatever the service answers and whatever befalls it.
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -11,9 +9,6 @@
 #include <tuple>
 
 #include "BlueZRadio.h"
-
-// The sanitizers have a heap of their own.
-extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();  // NOLINT
 
 namespace zobi::platform::bluez {
 namespace {
@@ -162,9 +157,7 @@ TEST_P(BlueZRadio, EachAttemptAndLinkHasOneOutcomeWhateverHappensInWhichPhase) {
         std::async(std::launch::async, strikeAll).get();
         const std::filesystem::directory_iterator files("/proc/self/fd");
         return std::tuple(std::distance(begin(files), end(files)), machine.runLoop().timerCount(),
-                          static_cast<std::ptrdiff_t>(__sanitizer_get_current_allocated_bytes
-                                                          ? __sanitizer_get_current_allocated_bytes()
-                                                          : mallinfo2().uordblks));
+                          heapInUse());
     };
     // The first time, what lasts is made.
     heldAfterAll();

@@ -6,6 +6,7 @@
 #include <deque>
 
 #include "BlueZRadio.h"
+#include "platform/bluez/service/BlueZService.h"
 #include "zobi/platform/NSData.h"
 
 namespace zobi::platform::bluez {
@@ -162,6 +163,68 @@ TEST_P(BlueZRadio, AScanWithoutDuplicatesReportsADeviceOnceUnderItsName) {
         if (std::exchange(refuses, false)) throw DataRangeError(data.serviceData[0].data, 0, 99);
     };
     EXPECT_THAT(told(), SizeIs(2)) << "a report that is dropped is none";
+}
+
+TEST_P(BlueZRadio, ADeviceThatIsGoneCostsAScanWithoutDuplicatesFewBytes) {
+    struct Application : CBCentralManagerDelegate {
+        void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
+            CBCentralManager& /*central*/, const std::shared_ptr<CBPeripheral>& peripheral,
+            const CBAdvertisementData& /*data*/, NSNumber /*rssi*/) override {
+            ++reports;
+            last = peripheral;
+            // Each other one is held until some more have come.
+            if (reports % 2 == 0) held[reports % held.size()] = peripheral;
+        }
+        void centralManagerDidUpdateState(CBCentralManager& /*central*/) override {}
+
+        std::size_t reports = 0;
+        std::shared_ptr<CBPeripheral> last;
+        std::array<std::shared_ptr<CBPeripheral>, 60> held;
+    };
+    const auto application = std::make_shared<Application>();
+    const auto scanning = machine.makeCentralManager(application);
+    pass(1);
+    const auto scanAnew = [&] { scanning->scanForPeripheralsWithServicesOptions({}, {}); };
+    scanAnew();
+    // Past the bus, which takes longer than all the rest.
+    auto& told = dynamic_cast<BlueZServiceDelegate&>(*scanning);
+    const Bytes payload(16);
+    const std::array<CBServiceData, 1> serviceData{{{CBUUID::UUIDWithString("180A"), payload}}};
+    const auto reportsOf = [&](int first, int end) {
+        const auto before = application->reports;
+        for (int i = first; i < end; ++i) {
+            Device device;
+            device.name = "morvane";
+            for (std::size_t byte = 0; byte < 4; ++byte) {
+                device.address.bytes.at(byte) = static_cast<std::uint8_t>(i >> 8 * byte);
+            }
+            DeviceChange sighting;
+            sighting.rssi = -40;
+            sighting.serviceData = serviceData;
+            told.deviceDidAppear(device);
+            told.deviceDidChange(device, sighting);
+            told.deviceDidVanish(device);
+        }
+        return static_cast<int>(application->reports - before);
+    };
+    constexpr int many = 100'000;
+    constexpr int all = 10 * many;
+    reportsOf(0, 1000);
+    const auto heapAtFirst = heapInUse();
+    EXPECT_EQ(reportsOf(1000, many), many - 1000);
+    EXPECT_THAT(machine.lines, IsEmpty());
+    const auto heap = heapInUse();
+    EXPECT_LT(heap - heapAtFirst, 64 * many);
+    EXPECT_EQ(reportsOf(many, all), all - many);
+    EXPECT_LT(heapInUse(), heap + 100'000);
+    EXPECT_THAT(machine.lines, ElementsAre(HasSubstr("may be reported again")));
+    EXPECT_EQ(reportsOf(all - many + 1000, all), 0);
+    EXPECT_EQ(reportsOf(0, 1), 1) << "so long ago, it was forgotten";
+    const auto held = application->last;
+    scanAnew();
+    EXPECT_EQ(reportsOf(0, 1), 1);
+    EXPECT_EQ(application->last, held);
+    EXPECT_LT(heapInUse(), heapAtFirst + 100'000);
 }
 
 TEST_P(BlueZRadio, AScanThatDoesNotStartOrStopIsTriedAgain) {
