@@ -55,7 +55,7 @@ std::shared_ptr<ManagementSocket> ManagementSocket::open(std::uint16_t controlle
 }
 
 bool ManagementSocket::startDiscovery(std::uint16_t controller) {
-    if (!hasNetworkAdministration()) return false;
+    if (!isAllowed()) return false;
     const auto descriptor = KernelSocket::open(noController, controlChannel);
     if (!descriptor) return false;
     const std::array<std::uint8_t, headerSize + 1> request{lowByte(startDiscoveryCommand),

@@ -294,11 +294,10 @@ std::vector<Finding> diagnose(const BlueZOptions& options) {
     const auto openChannel = [&](const std::string& adapter) {
         return openControllerChannel(adapter, runLoop);
     };
-    const auto openMonitorPlace = [&](const std::string& adapter, const std::string& service) {
+    RadioContext context{runLoop, clock, log, &Bus::overSystemBus, openChannel, options.adapter};
+    context.openMonitorPlace = [&](const std::string& adapter, const std::string& service) {
         return KernelMonitors::open(adapter, service, runLoop);
     };
-    const RadioContext context{runLoop,         clock,           log, &Bus::overSystemBus, openChannel,
-                               options.adapter, openMonitorPlace};
     const auto examination = std::make_shared<Examination>(context, [&] { runLoop.stop(); });
     runLoop.dispatchAsync([&] { examination->start(); });
     runLoop.run();
