@@ -268,6 +268,20 @@ TEST_P(BlueZRadio, TheEndOfALinkIsToldWithItsReasonOrSoonWithoutIt) {
     }
 }
 
+TEST_P(BlueZRadio, ADeviceOfTwoKindsIsConnectedOverLowEnergy) {
+    beacon.isInRange = true;
+    const auto peripheral = sight();
+    for (const std::string bearer : {"last-used", "le"}) {
+        service.change(beacon.path(), deviceInterface, {{"PreferredBearer", bearer}});
+        service.calls.clear();
+        connect(peripheral);
+        ASSERT_TRUE(within(10, "connected"));
+        EXPECT_EQ(callsOf("Set"), bearer == "le" ? 0 : 1);
+        EXPECT_EQ(callsOf("Connect"), 1);
+        unlink(peripheral);
+    }
+}
+
 TEST_P(BlueZRadio, ABondedDeviceThatHidesItsAddressIsConnectedAgain) {
     const std::string identity = "00:00:5E:00:53:77";
     beacon.isInRange = true;

@@ -195,5 +195,19 @@ TEST_F(Controller, TellsOfLinksByTheirAddressesWhenTheKernelIsAsked) {
     EXPECT_FALSE(channel->isOpen());
 }
 
+TEST(Controller, TellsWhetherLowEnergyIsSwitchedOn) {
+    std::vector<std::uint8_t> answer(286);
+    answer[0] = 1;
+    answer[6] = 4;
+    EXPECT_EQ(lowEnergyIn(answer), LowEnergy::missing);
+    answer[19] = 2;
+    EXPECT_EQ(lowEnergyIn(answer), LowEnergy::off);
+    answer[23] = 2;
+    EXPECT_EQ(lowEnergyIn(answer), LowEnergy::on);
+    EXPECT_EQ(lowEnergyIn(std::span(answer).first(25)), LowEnergy::unknown);
+    answer[8] = 0x11;
+    EXPECT_EQ(lowEnergyIn(answer), LowEnergy::unknown) << "there is no such controller";
+}
+
 }  // namespace
 }  // namespace zobi::platform::bluez

@@ -96,6 +96,22 @@ TEST_F(Doctor, TellsWhatTheMachineCannotDo) {
     EXPECT_TRUE(told["links"].starts_with("The service tells"));
 }
 
+TEST_F(Doctor, NamesWhatKeepsLowEnergyFromBeingUsed) {
+    machine.channel->energy = LowEnergy::off;
+    EXPECT_EQ(troubles(), Texts{"adapter: failed"});
+    EXPECT_NE(told["adapter"].find("ControllerMode = dual"), std::string::npos);
+    machine.channel->energy = LowEnergy::missing;
+    EXPECT_EQ(troubles(), Texts{"adapter: failed"});
+    EXPECT_TRUE(told["adapter"].ends_with("Use another adapter."));
+    machine.channel->energy = LowEnergy::unknown;
+    Properties phone{{"Class", std::uint32_t{1}}, {"ServiceData", Properties()}, {"Address", "A"}};
+    service.addObject(firstAdapter + "/dev_A", {{deviceInterface, phone}});
+    EXPECT_EQ(troubles(), Texts{"transport: limited"});
+    phone.emplace_back("PreferredBearer", "last-seen");
+    service.addObject(firstAdapter + "/dev_A", {{deviceInterface, phone}});
+    EXPECT_EQ(troubles(), Texts());
+}
+
 TEST_F(Doctor, FindsTheSwitchOfBluetoothAloneThatBlocksMost) {
     const std::string folder = ::testing::TempDir() + "block_switches" + std::to_string(::getpid());
     const auto add = [&](const std::string& name, const char* type, int soft, int hard) {

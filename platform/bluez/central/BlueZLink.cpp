@@ -90,6 +90,7 @@ void BlueZLink::turnDidBegin() {
     enter(*context, Phase::connecting);
     isDisconnecting_ = false;
     mayBeOrphaned_ = false;
+    if (known->mayUseOtherBearer) context->service->preferLowEnergy(*known);
     phaseCall_ = call(*context, *known, "Connect", &BlueZLink::connectWasAnswered);
 }
 

@@ -6,6 +6,7 @@
 
 #include "platform/bluez/controller/DeviceAddress.h"
 #include "platform/bluez/controller/LinkEnd.h"
+#include "platform/bluez/controller/LowEnergy.h"
 
 namespace zobi::platform::bluez {
 
@@ -20,6 +21,9 @@ public:
 
     /// Whether the controller itself is asked. Otherwise it is the kernel, which tells less.
     virtual bool asksController() const { return true; }
+
+    /// Whether the controller has Low Energy, and has it switched on. May take a moment.
+    virtual LowEnergy lowEnergy() const { return LowEnergy::unknown; }
 
     /// False when the controller is gone.
     virtual bool isOpen() const { return true; }

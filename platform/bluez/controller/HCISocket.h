@@ -19,6 +19,7 @@ public:
     HCISocket(int descriptor, std::uint16_t controller, RunLoop& runLoop)
         : KernelSocket(descriptor, runLoop), controller_(controller) {}
 
+    LowEnergy lowEnergy() const override { return readLowEnergy(controller_); }
     void watchLink(const DeviceAddress& device) override;
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
     std::optional<unsigned> scanSwitches() const override { return scanSwitches_; }

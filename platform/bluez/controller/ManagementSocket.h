@@ -24,6 +24,7 @@ public:
         : KernelSocket(descriptor, runLoop), controller_(controller) {}
 
     bool asksController() const override { return false; }
+    LowEnergy lowEnergy() const override { return readLowEnergy(controller_); }
     void watchLink(const DeviceAddress& device) override;
 
 protected:

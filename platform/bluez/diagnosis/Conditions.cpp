@@ -80,10 +80,10 @@ RadioCondition adapterIsMissing(const Adapters& adapters, const std::string& wan
     }
     const std::vector<std::string> inKernel = kernelAdapters();
     if (!inKernel.empty()) {
-        return {Kind::noAdapter,
-                "The kernel has " + joined(inKernel) + ", the Bluetooth service has no adapter.",
-                "Look for another program that holds it for itself, and for firmware that it lacks: dmesg | "
-                "grep -i bluetooth"};
+        return {
+            Kind::noAdapter, "The kernel has " + joined(inKernel) + ", the Bluetooth service has no adapter.",
+            "Look for another program that holds it for itself, for firmware that it lacks (dmesg | grep -i "
+            "bluetooth), and for ControllerMode = bredr in /etc/bluetooth/main.conf."};
     }
     // Many switches of laptops take the adapter off its bus.
     const BlockSwitch blockSwitch = readBlockSwitchOfMachine();
@@ -101,6 +101,16 @@ RadioCondition adapterIsBlocked(const std::string& name, BlockSwitch blockSwitch
     return {Kind::blocked, name + " is blocked by a switch of the machine.",
             "Look for a switch or a key with an aeroplane or a Bluetooth sign, or for a setting of the "
             "firmware."};
+}
+
+RadioCondition lowEnergyIsMissing(const std::string& name, bool isOff) {
+    if (!isOff) {
+        return {Kind::noAdapter, name + " cannot listen to Low Energy devices.", "Use another adapter."};
+    }
+    return {
+        Kind::noAdapter, name + " could listen to Low Energy devices, which is switched off.",
+        "In /etc/bluetooth/main.conf, set ControllerMode = dual in place of bredr, or take the line away; "
+        "then restart the service: systemctl restart bluetooth"};
 }
 
 BlockSwitch blockSwitchOf(const Adapter& adapter, const std::string& name) {

@@ -34,6 +34,10 @@ RadioCondition adapterIsMissing(const Adapters& adapters, const std::string& wan
 /// @param name "hci0", for example.
 RadioCondition adapterIsBlocked(const std::string& name, BlockSwitch blockSwitch);
 
+/// The adapter hears no device of Low Energy.
+/// @param isOff whether it could, and is not switched on.
+RadioCondition lowEnergyIsMissing(const std::string& name, bool isOff);
+
 /// The switch that keeps an adapter off, as the kernel or the service tells it.
 /// @param name "hci0", for example.
 BlockSwitch blockSwitchOf(const Adapter& adapter, const std::string& name);

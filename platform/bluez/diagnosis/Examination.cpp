@@ -146,7 +146,6 @@ void Examination::readObjects(MessageReader& objects) {
     objects.forEachObject([&](std::string_view objectPath) {
         const std::string path(objectPath);
         objects.forEachInterface([&](std::string_view interface) {
-            if (interface == deviceInterface) device_ = path;
             if (interface == gattManagerInterface) abilities_[path].hasServiceRegistry = true;
             if (interface == adapterInterface) {
                 readAdapter(path, objects.properties());
@@ -158,11 +157,24 @@ void Examination::readObjects(MessageReader& objects) {
                 const auto types =
                     property<Types>(objects.properties(), "SupportedMonitorTypes").value_or(Types());
                 abilities_[path].takesMonitors = std::ranges::find(types, monitorType) != types.end();
+            } else if (interface == deviceInterface) {
+                readDevice(path, objects.properties());
             } else {
                 objects.skip("a{sv}");
             }
         });
     });
+}
+
+void Examination::readDevice(const std::string& path, const Properties& properties) {
+    device_ = path;
+    const auto has = [&](const char* name) {
+        return std::ranges::find(properties, name, &Properties::value_type::first) != properties.end();
+    };
+    const bool isDual = has("Class") && has("ServiceData");
+    if (isDual && !has("PreferredBearer")) {
+        dualDevice_ = property<std::string>(properties, "Address").value_or(path);
+    }
 }
 
 void Examination::readAdapter(const std::string& path, const Properties& properties) {
@@ -176,6 +188,7 @@ void Examination::readAdapter(const std::string& path, const Properties& propert
 // The adapter
 
 void Examination::examineAdapter() {
+    channel_ = context_.openChannel(name_);
     ask({blueZName, path_, adapterInterface, "GetDiscoveryFilters"}, nullptr,
         [this](MessageReader& filters, const BusError* error) {
             const Abilities& abilities = abilities_[path_];
@@ -230,9 +243,12 @@ void Examination::examineRole(const Abilities& abilities) {
     std::string found = name_ + " (" + adapters_[path_].address + ')';
     if (adapters_.size() > 1) found += ", of " + std::to_string(adapters_.size());
     const auto canConnect = [](const std::string& role) { return role.starts_with("central"); };
-    if (abilities.roles && std::ranges::none_of(*abilities.roles, canConnect)) {
-        return add("adapter", Severity::obstacle, found + ". It cannot listen to Low Energy devices.",
-                   "Use another adapter.");
+    LowEnergy lowEnergy = channel_ ? channel_->lowEnergy() : LowEnergy::unknown;
+    const bool hasNoRole = abilities.roles && std::ranges::none_of(*abilities.roles, canConnect);
+    if (hasNoRole && lowEnergy != LowEnergy::off) lowEnergy = LowEnergy::missing;
+    if (lowEnergy == LowEnergy::missing || lowEnergy == LowEnergy::off) {
+        const RadioCondition missing = lowEnergyIsMissing(name_, lowEnergy == LowEnergy::off);
+        return add("adapter", Severity::obstacle, found + ". " + missing.text, missing.remedy);
     }
     add("adapter", Severity::good, found + '.');
 }
@@ -256,9 +272,16 @@ void Examination::examinePower() {
 // Links
 
 void Examination::examineLinks() {
-    if (const auto channel = context_.openChannel(name_)) {
+    if (!dualDevice_.empty()) {
+        add("transport", Severity::limitation,
+            dualDevice_ +
+                " has two kinds of Bluetooth, and this version of the service cannot be asked to "
+                "connect to it over Low Energy.",
+            "If connecting fails, install a newer version of the package bluez: 5.80 or later.");
+    }
+    if (channel_) {
         add("links", Severity::good,
-            channel->asksController()
+            channel_->asksController()
                 ? "The controller tells why they end, and how strong they are."
                 : "The kernel tells roughly why they end, and how strong they were up to 3 s ago.");
         return end();

@@ -57,6 +57,7 @@ private:
     void askForService();
     void askForObjects();
     void readObjects(MessageReader& objects);
+    void readDevice(const std::string& path, const Properties& properties);
     void readAdapter(const std::string& path, const Properties& properties);
     void examineAdapter();
     void examineAdvertisements(MessageReader& filters, const BusError* error);
@@ -78,6 +79,10 @@ private:
     /// The path and the name of the adapter that is used.
     std::string path_;
     std::string name_;
+    /// The channel to it; null if there is none.
+    std::shared_ptr<ControllerChannel> channel_;
+    /// The address of a device of which the service does not tell how it will be connected.
+    std::string dualDevice_;
     /// The path of any device that the service has; empty if it has none.
     std::string device_;
 };

@@ -35,6 +35,8 @@ constexpr auto gatheringTimeWithLink = std::chrono::milliseconds(15);
 // Services of the table of each peripheral (generic access, generic attribute), which no device advertises.
 constexpr std::array servicesOfTables{CBUUID::UUIDWithString("1800"), CBUUID::UUIDWithString("1801")};
 
+constexpr const char* lowEnergyBearer = "le";
+
 constexpr std::array matchRules{
     "type='signal',sender='org.bluez',path='/',interface='org.freedesktop.DBus.ObjectManager'",
     "type='signal',sender='org.bluez',interface='org.freedesktop.DBus.Properties',"
@@ -527,6 +529,8 @@ DeviceChange BlueZService::readDevice(Device& device, MessageReader& body) {
         } else if (name == "Address") {
             const auto address = deviceAddressFromText(body.variantString().value_or(""), false);
             if (address) device.linkAddress.bytes = address->bytes;
+        } else if (name == "PreferredBearer") {
+            device.mayUseOtherBearer = body.variantString() != lowEnergyBearer;
         } else if (name == "AddressType") {
             device.linkAddress.isRandom = body.variantString() == "random";
         } else {
@@ -617,6 +621,11 @@ Slot BlueZService::getProperty(const Device& device, const char* name, Bus::Answ
     return call(
         device.path, propertiesInterface, "Get",
         [name](Message& message) { message.string(deviceInterface).string(name); }, std::move(answer));
+}
+
+void BlueZService::preferLowEnergy(const Device& device) {
+    Message message = bus_->makeCall({owner_, device.path, propertiesInterface, "Set"});
+    bus_->send(message.string(deviceInterface).string("PreferredBearer").variant(lowEnergyBearer));
 }
 
 Slot BlueZService::checkConnected(const Device& device) {

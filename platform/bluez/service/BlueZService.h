@@ -38,6 +38,8 @@ struct Device {
     std::string name;
     bool isConnected = false;
     bool servicesResolved = false;
+    /// It has two kinds of Bluetooth, and may be connected over the other one.
+    bool mayUseOtherBearer = false;
     /// Nothing while it is not known, as the service has replaced them by those that it found over a link.
     std::optional<std::vector<CBUUID>> advertisedServices;
 };
@@ -113,6 +115,9 @@ public:
                             const std::function<void(Message&)>& append, Bus::Answer answer);
     /// The same, without an interest in the answer.
     void send(const std::string& path, const char* interface, const char* member);
+
+    /// Has the device connected over Low Energy from then on.
+    void preferLowEnergy(const Device& device);
 
     /// Asks whether the device is connected. If it is, which the service sometimes forgets to tell, that is a
     /// change of the device.

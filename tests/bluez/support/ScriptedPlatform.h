@@ -21,6 +21,7 @@ public:
     explicit ScriptedChannel(RunLoop& runLoop) : runLoop_(runLoop) {}
 
     bool isOpen() const override { return false; }
+    LowEnergy lowEnergy() const override { return energy; }
     void watchLink(const DeviceAddress& device) override { ends_.erase(device); }
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override;
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
@@ -28,6 +29,7 @@ public:
 
     void tellLinkEnd(const std::string& address, std::uint8_t reason, bool isRandom = false);
 
+    LowEnergy energy = LowEnergy::on;
     bool answersRSSI = true;
     std::optional<int> rssi = -61;
     /// Whose signal strength was asked for last.

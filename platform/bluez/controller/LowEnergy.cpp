@@ -1,0 +1,60 @@
+#include "platform/bluez/controller/LowEnergy.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "platform/bluez/controller/HCI.h"
+#include "platform/bluez/controller/KernelSocket.h"
+
+namespace zobi::platform::bluez {
+
+namespace {
+
+constexpr std::uint16_t noController = 0xFFFF;
+constexpr std::uint16_t completeEvent = 0x0001;
+constexpr std::uint16_t readInformationCommand = 0x0004;
+// Code, controller and size; then command and status; address, version and manufacturer.
+constexpr std::size_t settingsPosition = 6 + 3 + 9;
+constexpr unsigned lowEnergyInSecondByte = 0x02;
+// In milliseconds.
+constexpr int answerDeadline = 1000;
+
+}  // namespace
+
+LowEnergy lowEnergyIn(std::span<const std::uint8_t> packet) {
+    // The settings that there are, and those that are switched on, of four bytes each.
+    const bool isAnswer = packet.size() >= settingsPosition + 8 && number16(packet, 0) == completeEvent &&
+                          number16(packet, 6) == readInformationCommand && packet[8] == 0;
+    if (!isAnswer) return LowEnergy::unknown;
+    if ((packet[settingsPosition + 1] & lowEnergyInSecondByte) == 0) return LowEnergy::missing;
+    const bool isOn = (packet[settingsPosition + 5] & lowEnergyInSecondByte) != 0;
+    return isOn ? LowEnergy::on : LowEnergy::off;
+}
+
+LowEnergy readLowEnergy(std::uint16_t controller) {
+    const auto descriptor = KernelSocket::open(noController, controlChannel);
+    if (!descriptor) return LowEnergy::unknown;
+    const std::array<std::uint8_t, 6> request{lowByte(readInformationCommand),
+                                              highByte(readInformationCommand),
+                                              lowByte(controller),
+                                              highByte(controller),
+                                              0,
+                                              0};
+    LowEnergy found = LowEnergy::unknown;
+    if (::write(*descriptor, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
+        pollfd socket{*descriptor, POLLIN, 0};
+        // Other events may come first.
+        while (found == LowEnergy::unknown && ::poll(&socket, 1, answerDeadline) == 1) {
+            std::array<std::uint8_t, 512> packet{};
+            const auto size = ::read(*descriptor, packet.data(), packet.size());
+            if (size <= 0) break;
+            found = lowEnergyIn(std::span(packet).first(static_cast<std::size_t>(size)));
+        }
+    }
+    ::close(*descriptor);
+    return found;
+}
+
+}  // namespace zobi::platform::bluez
