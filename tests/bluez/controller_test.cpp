@@ -195,7 +195,7 @@ TEST_F(Controller, TellsOfLinksByTheirAddressesWhenTheKernelIsAsked) {
     EXPECT_FALSE(channel->isOpen());
 }
 
-TEST(Controller, TellsWhetherLowEnergyIsSwitchedOn) {
+TEST_F(Controller, TellsWhetherLowEnergyIsSwitchedOn) {
     std::vector<std::uint8_t> answer(286);
     answer[0] = 1;
     answer[6] = 4;

@@ -143,6 +143,7 @@ void ScriptedService::perform(Client& client, const Call& call) {
         const Properties* const all = find(path, std::string(arguments.string()));
         return reply(call, [&](Message& body) { body.properties(*all); });
     }
+    if (member == "Set") return reply(call);
     if (member == "SetDiscoveryFilter") client.filter = lastFilter = arguments.properties();
     if (member == "GetDiscoveryFilters") {
         return reply(call, [](Message& body) { body.strings({"DuplicateData", "Pattern"}); });
