@@ -58,9 +58,7 @@ void BeaconVisit::disconnect() {
     constexpr double patience = 5;
     if (client_->link() != Link::none) tellProgress("disconnecting from " + client_->name());
     client_->end();
-    const Deadline limit(platform_.runLoop(), patience);
-    if (runUntil([this] { return client_->link() == Link::none; }, &limit)) return;
-    if (wasInterrupted_) throw Failure("interrupted");
+    if (platform_.shutDown(patience)) return;
     throw Failure("the link to " + client_->name() + " did not end" + withinText(patience));
 }
 

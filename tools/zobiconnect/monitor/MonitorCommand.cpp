@@ -64,6 +64,7 @@ int runMonitor(const Options& options) {
     } else {
         platform.runLoop().run();
     }
+    platform.shutDown();
     monitor->end();
     flushOut();
     return success;

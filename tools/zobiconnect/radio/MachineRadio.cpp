@@ -43,6 +43,7 @@ std::string obstacle(CBManagerState state) {
 std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log,
                                                      std::optional<double> patience) {
     auto platform = std::make_unique<platform::bluez::BlueZPlatform>(platform::bluez::BlueZOptions{adapter});
+    // Why the radio cannot be used is told by the failure.
     if (!log) platform->log().setSink(nullptr);
     const auto listener = std::make_shared<StateListener>(platform->runLoop());
     const auto central = platform->makeCentralManager(listener);
@@ -62,6 +63,7 @@ std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter,
     if (central->state() != CBManagerState::poweredOn) {
         throw Failure(obstacle(central->state()) + help);
     }
+    if (!log) platform->log().setMessageSink(tellMessage);
     return platform;
 }
 

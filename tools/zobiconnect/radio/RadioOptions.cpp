@@ -48,7 +48,7 @@ Radio makeSimulatedRadio(const RadioOptions& options) {
                          : demoScenario(options.simulate.value_or(demoBeacons), options.seed.value_or(0));
     auto simulated = makeSimulatedPlatform(options);
     SimulatedPlatform& platform = *simulated;
-    if (!options.log) platform.log().setSink(nullptr);
+    if (!options.log) platform.log().setDiagnosticSink(nullptr);
     return {std::move(simulated),
             [scenario, &platform] { playScenario(scenario, platform, platform.world()); }};
 }

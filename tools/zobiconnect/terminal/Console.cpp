@@ -7,7 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
+#include <string>
 #include <system_error>
+#include <utility>
 
 #include "platform/UTF8.h"
 #include "tools/zobiconnect/terminal/Screen.h"
@@ -19,6 +22,9 @@ namespace {
 
 /// The first error of stdout. The stream forgets what it could not write.
 int outputError = 0;
+
+constexpr std::size_t waitingAtMost = 20;
+std::deque<std::string> waitingMessages;
 
 void noteOutputError() {
     if (outputError == 0) outputError = errno;
@@ -80,6 +86,16 @@ void tellProgress(std::string_view message) {
     if (Screen::isDrawn() || ::isatty(STDERR_FILENO) != 1) return;
     const std::string line = printable(message) + " ...\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void tellMessage(std::string_view message) {
+    if (!Screen::isDrawn() || ::isatty(STDERR_FILENO) != 1) return complain(message);
+    waitingMessages.emplace_back(message);
+    if (waitingMessages.size() > waitingAtMost) waitingMessages.pop_front();
+}
+
+void tellWaitingMessages() {
+    for (const std::string& message : std::exchange(waitingMessages, {})) complain(message);
 }
 
 void complain(std::string_view message) {

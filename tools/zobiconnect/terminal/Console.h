@@ -44,6 +44,13 @@ void flushOut();
 /// One line on stderr, if that is a terminal without a live screen: what is being done.
 void tellProgress(std::string_view message);
 
+/// A message of the library's on stderr, under the tool's name. While a live screen is on that terminal it
+/// waits for `tellWaitingMessages`; of many, the last stay.
+void tellMessage(std::string_view message);
+
+/// A live screen has been given back.
+void tellWaitingMessages();
+
 /// One line on stderr, under the tool's name, after what was printed.
 void complain(std::string_view message);
 

@@ -186,6 +186,7 @@ void Screen::giveBack() {
     }
     // Nobody is left to tell if it fails.
     if (std::exchange(isTaken, false)) writeNow(showCursorAndGiveBackScreen);
+    tellWaitingMessages();
 }
 
 void Screen::show(std::vector<Line> lines) {
