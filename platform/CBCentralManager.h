@@ -56,7 +56,8 @@ struct CBAdvertisementData {
 
 /// Options of a scan.
 struct CBScanOptions {
-    /// True: every advertisement is reported. False: each peripheral is reported once per scan.
+    /// True: every advertisement is reported. False: each peripheral is reported once per scan; when a scan
+    /// has found more than 100,000 that nobody holds, the first of them may be reported again.
     bool allowDuplicates = false;
 };
 
