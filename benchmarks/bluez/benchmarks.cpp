@@ -210,12 +210,12 @@ void takeInTurns(benchmark::State& state, const Comparison& comparison) {
             });
         }
     }
-    const std::size_t expected =
-        static_cast<std::size_t>(comparison.turns) * (comparison.traffic.signals + 1);
+    const auto turns = static_cast<std::size_t>(comparison.turns);
+    const std::size_t expected = turns * (comparison.traffic.signals + 1);
     if (client.taken() != expected || client.stamped() != expected || client.strengths() >= 0) {
         state.SkipWithError("signals were lost");
     }
-    if (client.answered() != (comparison.traffic.callsMonitor ? expected - comparison.turns : 0)) {
+    if (client.answered() != (comparison.traffic.callsMonitor ? turns * comparison.traffic.signals : 0)) {
         state.SkipWithError("calls were not answered");
     }
     const auto& live = stack.manager->liveBeacons();
