@@ -212,10 +212,12 @@ void Discovery::answerIsLate() {
     tellTrouble(lateness());
     tellStopped();
     // Any answer will do.
+    isProbing_ = true;
     probe_ =
         service_->callAdapter("GetDiscoveryFilters", nullptr, [weakSelf = weak_from_this()](auto&, auto*) {
             const auto self = weakSelf.lock();
             if (!self) return;
+            self->isProbing_ = false;
             self->deadline_ = self->context_->after(startDeadline, self, &Discovery::callIsLost);
         });
 }
@@ -235,6 +237,7 @@ void Discovery::cancelCall() {
     answered_ = nullptr;
     call_.reset();
     probe_.reset();
+    isProbing_ = false;
     if (deadline_) deadline_->invalidate();
 }
 

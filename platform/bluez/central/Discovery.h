@@ -52,7 +52,7 @@ public:
 private:
     using Answered = void (Discovery::*)(const BusError*);
 
-    bool isBusy() const override { return answered_ || (retry_ && retry_->isValid()); }
+    bool isServiceHanging() const override { return isProbing_; }
     bool isToldToScan() const override { return service_->isDiscovering(); }
     std::optional<unsigned> scanSwitches() const override { return scanSwitches_(); }
     bool restartPastService() override;
@@ -96,6 +96,7 @@ private:
     std::string member_;
     Slot call_;
     Slot probe_;
+    bool isProbing_ = false;
     std::shared_ptr<NSTimer> deadline_;
     std::shared_ptr<NSTimer> retry_;
     std::string lastTrouble_;

@@ -13,6 +13,8 @@ namespace {
 // A controller with duplicate filtering reports a device about every 10 s. Both times and the restarts are
 // over within 45 s of the last advertisement.
 constexpr nanoseconds longSilence = seconds(20);
+// An application that ends a scan and begins the next has not paused.
+constexpr nanoseconds shortRest = seconds(1);
 // BlueZ restarts its scan every 10.3 s, on a busy machine a little later.
 constexpr nanoseconds scanTime = seconds(13);
 // At most 144 restarts a day in an empty room.
@@ -27,7 +29,8 @@ constexpr nanoseconds nextMend = seconds(8);
 }  // namespace
 
 void DiscoveryWatchdog::watch() {
-    if (std::exchange(isWatching_, true)) return;
+    const bool goesOn = timer_ && timer_->isValid() && now() - restedAt_ < shortRest;
+    if (std::exchange(isWatching_, true) || goesOn) return;
     silentSince_ = now();
     nanoseconds delay = longSilence;
     // Programs may scan for a short time again and again.
@@ -39,16 +42,16 @@ void DiscoveryWatchdog::watch() {
 }
 
 void DiscoveryWatchdog::rest() {
+    if (std::exchange(isWatching_, false)) restedAt_ = now();
+}
+
+void DiscoveryWatchdog::forget() {
     isWatching_ = false;
     for (const auto& timer : {timer_, offTimer_}) {
         if (timer) timer->invalidate();
     }
-}
-
-void DiscoveryWatchdog::forget() {
-    rest();
     step_ = Step::none;
-    isAdministratorTold_ = false;
+    isAdministratorTold_ = isHintTold_ = false;
 }
 
 void DiscoveryWatchdog::deviceWasHeard() {
@@ -72,10 +75,11 @@ void DiscoveryWatchdog::lookIn(nanoseconds delay) {
 }
 
 void DiscoveryWatchdog::look() {
+    if (!isWatching_) return;
     const nanoseconds silence = now() - silentSince_;
     if (silence < longSilence) return lookIn(longSilence - silence);
-    if (discovery_.isBusy()) {
-        // What the controller does meanwhile is nothing that the restart brought about.
+    if (discovery_.isServiceHanging()) {
+        // The service may do what it was asked for when it goes on.
         switchesBefore_ = discovery_.scanSwitches();
         return lookIn(scanTime);
     }
@@ -153,8 +157,8 @@ void DiscoveryWatchdog::mendIn(nanoseconds delay) {
 }
 
 void DiscoveryWatchdog::mend() {
-    if (discovery_.isToldToScan()) return;
-    if (!discovery_.isBusy()) discovery_.restart();
+    if (!isWatching_ || discovery_.isToldToScan()) return;
+    discovery_.restart();
     mendIn(nextMend);
 }
 

@@ -15,13 +15,13 @@ class WatchedDiscovery {
 public:
     virtual ~WatchedDiscovery() = default;
 
-    /// It waits for an answer of BlueZ, or to call it again.
-    virtual bool isBusy() const = 0;
+    /// BlueZ answers nothing.
+    virtual bool isServiceHanging() const = 0;
     /// BlueZ says that the adapter scans.
     virtual bool isToldToScan() const = 0;
     /// See `ControllerChannel::scanSwitches`.
     virtual std::optional<unsigned> scanSwitches() const = 0;
-    /// Stops and starts discovery.
+    /// Stops and starts discovery, unless that is being done.
     virtual void restart() = 0;
     /// Starts discovery in the kernel, past BlueZ, which then follows. False if this process may not.
     virtual bool restartPastService() = 0;
@@ -39,7 +39,7 @@ public:
     /// @param context,discovery outlive this object.
     DiscoveryWatchdog(const RadioContext& context, WatchedDiscovery& discovery)
         : context_(context), discovery_(discovery) {}
-    ~DiscoveryWatchdog() { rest(); }
+    ~DiscoveryWatchdog() { forget(); }
     DiscoveryWatchdog(const DiscoveryWatchdog&) = delete;
     DiscoveryWatchdog& operator=(const DiscoveryWatchdog&) = delete;
 
@@ -74,6 +74,7 @@ private:
     const RadioContext& context_;
     WatchedDiscovery& discovery_;
     bool isWatching_ = false;
+    std::chrono::nanoseconds restedAt_{};
     /// When the silence began, as far as it counts.
     std::chrono::nanoseconds silentSince_{};
     Step step_ = Step::none;
