@@ -62,9 +62,16 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
         if (!mayPlaceMonitors) return nullptr;
         return monitors = std::make_shared<ScriptedMonitors>(monitorEvents);
     };
-    RadioContext context{runLoop(), clock(), log(), openBus, openChannel, adapter, setCondition, foreignLinks};
-    context.openMonitorPlace = openMonitors;
-    return context;
+    const auto startKernelDiscovery = [this](const auto& /*adapter*/) {
+        if (mayAdminister) ++kernelDiscoveries;
+        // The service is told of its end.
+        if (mayAdminister) service.believesThatItScans = false;
+        return mayAdminister;
+    };
+    return {runLoop(),    clock(),      log(),
+            openBus,      openChannel,  adapter,
+            setCondition, foreignLinks, startKernelDiscovery,
+            faults_,      openMonitors};
 }
 
 std::shared_ptr<StandardCentral> ScriptedPlatform::makeCentral(

@@ -25,11 +25,13 @@ public:
     void watchLink(const DeviceAddress& device) override { ends_.erase(device); }
     std::optional<LinkEnd> takeLinkEnd(const DeviceAddress& device) override;
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
+    std::optional<unsigned> scanSwitches() const override { return countScanSwitches(); }
     void readRSSI(const DeviceAddress& device, std::function<void(std::optional<int>)> answer) override;
 
     void tellLinkEnd(const std::string& address, std::uint8_t reason, bool isRandom = false);
 
     LowEnergy energy = LowEnergy::on;
+    std::function<std::optional<unsigned>()> countScanSwitches = [] { return std::nullopt; };
     bool answersRSSI = true;
     std::optional<int> rssi = -61;
     /// Whose signal strength was asked for last.
@@ -62,6 +64,8 @@ private:
 /// A machine without hardware: its bus, its Bluetooth service and its controller are played, its time is
 /// virtual.
 class ScriptedPlatform : public StandardPlatform {
+    std::shared_ptr<ServiceFaults> faults_ = std::make_shared<ServiceFaults>();
+
 public:
     ScriptedPlatform();
     ~ScriptedPlatform() override { clear(); }
@@ -81,6 +85,9 @@ public:
     std::vector<std::string> monitorEvents;
     /// When the controller tells why a link has ended, in seconds after the service has told that it has.
     double reasonDelay = 0;
+    /// Whether discovery can be started past the service, and how often it was.
+    bool mayAdminister = false;
+    int kernelDiscoveries = 0;
     /// What is logged.
     std::vector<std::string> lines;
     ScriptedService service{runLoop(), clock()};

@@ -58,6 +58,14 @@ ScriptedDevice::Shown ScriptedDevice::characteristic(const CBUUID& uuid) {
 
 // Its life
 
+ScriptedService::ScriptedService(RunLoop& runLoop, const Clock& clock) : ScriptedBus(runLoop), clock_(clock) {
+    start();
+    constexpr double scanTime = 10.3;
+    runLoop_.every(scanTime, [this] {
+        if (isDiscovering(firstAdapter) && !believesThatItScans) scanSwitches += 2;
+    });
+}
+
 void ScriptedService::start() {
     changeOwner(true);
     addAdapter(firstAdapter, "00:00:5E:00:53:01");
@@ -144,7 +152,12 @@ void ScriptedService::perform(Client& client, const Call& call) {
         return reply(call, [&](Message& body) { body.properties(*all); });
     }
     if (member == "Set") return reply(call);
-    if (member == "SetDiscoveryFilter") client.filter = lastFilter = arguments.properties();
+    if (member == "SetDiscoveryFilter") {
+        client.filter = lastFilter = arguments.properties();
+        const auto isAsked = [this](const std::string& key) { return named(lastFilter, key) != nullptr; };
+        if (std::ranges::any_of(unknownKeys, isAsked))
+            return fail(call, "Invalid arguments", "InvalidArguments");
+    }
     if (member == "GetDiscoveryFilters") {
         return reply(call, [](Message& body) { body.strings({"DuplicateData", "Pattern"}); });
     }
@@ -152,6 +165,7 @@ void ScriptedService::perform(Client& client, const Call& call) {
     if (member == "StopDiscovery") {
         if (client.discovers != path) return fail(call, "No discovery started");
         client.discovers.clear();
+        if (believesThatItScans) return fail(call, "Operation already in progress", "InProgress");
         reply(call);
         return discoveryEnded(path);
     }
@@ -215,12 +229,14 @@ void ScriptedService::startDiscovery(Client& client, const Call& call) {
     client.isDeaf = !isDiscovering(adapter) && client.filter == scanFilter_;
     client.discovers = adapter;
     scanFilter_ = client.filter;
+    if (!believesThatItScans) ++scanSwitches;
     reply(call);
     change(adapter, adapterInterface, {{"Discovering", true}});
 }
 
 void ScriptedService::discoveryEnded(const std::string& adapter) {
     if (isDiscovering(adapter)) return;
+    ++scanSwitches;
     for (const auto& device : devices_) {
         const Properties* const all = find(device.path(), deviceInterface);
         if (all && named(*all, "RSSI")) change(device.path(), deviceInterface, {}, {"RSSI"});
@@ -236,8 +252,9 @@ void ScriptedService::report(ScriptedDevice& device) {
         return client.discovers == device.adapter && !client.isDeaf &&
                (!uuids || std::ranges::find_first_of(*uuids, device.uuids) != uuids->end());
     };
-    if (!device.isInRange || device.isLinked() || !isPowered(device.adapter)) return;
+    if (!device.isInRange || device.isLinked() || !isPowered(device.adapter) || believesThatItScans) return;
     if (!othersDiscover && std::ranges::none_of(clients_, looksForIt)) return;
+    if (endsAtServices && named(lastFilter, "UUIDs")) return crash();
     device.lastSeen = clock_.monotonicTime();
     Properties told{{"RSSI", device.rssi}};
     const Properties* const known = find(device.path(), deviceInterface);

@@ -94,7 +94,7 @@ class ScriptedService final : public ScriptedBus {
 public:
     using Interfaces = std::vector<std::pair<std::string, Properties>>;
 
-    ScriptedService(RunLoop& runLoop, const Clock& clock) : ScriptedBus(runLoop), clock_(clock) { start(); }
+    ScriptedService(RunLoop& runLoop, const Clock& clock);
 
     /// A version that tells why links end, and answers `Disconnect` when they have.
     bool isRecent = false;
@@ -103,6 +103,14 @@ public:
     /// Told of the end of each link, with the controller's reason, before the service tells it.
     std::function<void(const ScriptedDevice&, std::uint8_t reason)> onLinkEnd = [](auto&, auto) {};
     Properties lastFilter;
+    /// It lost the news that its scan has ended, and believes that it scans.
+    bool believesThatItScans = false;
+    /// It crashes at the first device that a filter with services lets through.
+    bool endsAtServices = false;
+    /// Keys of filters that its version does not know.
+    std::vector<std::string> unknownKeys;
+    /// How often its controller has begun or ended a scan.
+    unsigned scanSwitches = 0;
 
     /// @name Its life
     /// @{
@@ -126,6 +134,10 @@ public:
     void removeAdapter(const std::string& path);
     void setPowered(bool isOn, const std::string& adapter = firstAdapter);
     bool isDiscovering(const std::string& adapter) const;
+    /// Nothing is reported to anybody before the next start of a scan.
+    void losesScan() {
+        for (Client& client : clients_) client.isDeaf = true;
+    }
 
     /// @}
     /// @name Devices
