@@ -1,6 +1,10 @@
 // The suite over the radio of Linux, with the real Bluetooth service and kernel: in the virtual machine of
 // testbed/, where scripts/test-radio runs it. What only this radio can do wrong is tested at the end.
 
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
@@ -87,6 +91,47 @@ TEST_P(LibraryOverStack, EverythingGoesOnWhenTheServiceComesBack) {
             << end;
         EXPECT_TRUE(isHeardAgain(beacon)) << end;
     }
+}
+
+// What a service that stands still is told meanwhile is more than its socket holds. Among what is lost is
+// that the scan has ended: then it believes that it scans, and no program's scan makes it do so.
+TEST_P(LibraryOverStack, AServiceThatStoodStillScansAgainOrTheRemedyIsTold) {
+    std::string log;
+    dynamic_cast<bluez::BlueZPlatform&>(platform).log().setSink([&](auto line) { (log += line) += '\n'; });
+    range();
+    const auto scans = [] { return ask("air", "state").find("scanning") < ask("air", "state").find("1:"); };
+    bool isDeaf = false;
+    for (int tries = 0; !isDeaf && tries < 9; ++tries) {
+        ask("stack", "service freeze");
+        for (unsigned i = 0; scans(); ++i) {
+            std::array<char, 99> line{};
+            std::snprintf(line.data(), line.size(),
+                          "advert 0 3 1 C0:00:00:00:%02X:%02X -70 0201060303201313160A18", i >> 8 & 0xFF,
+                          i & 0xFF);
+            for (int j = 0; j < 20; ++j) ask("air", line.data());
+        }
+        ask("stack", "service thaw");
+        isDeaf = !bench->runUntil(scans, RadioBench::aWhile);
+    }
+    ASSERT_TRUE(isDeaf);
+    constexpr double longest = 45;
+    if (::geteuid() == 0) {
+        EXPECT_TRUE(bench->runUntil(scans, longest)) << log;
+    } else {
+        EXPECT_TRUE(bench->runUntil(
+            [&] { return log.find("systemctl restart bluetooth") != std::string::npos; }, longest));
+        ask("stack", "service restart");
+    }
+    // The record that was dropped meanwhile is another one now.
+    EXPECT_TRUE(isHeardAgain(range())) << log;
+}
+
+TEST_P(LibraryOverStack, ThePatternOfAnotherClientIsItsOwn) {
+    const auto beacon = range();
+    ask("stack", "client scan nobody");
+    // What was on its way is heard first.
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(isHeardAgain(beacon)) << i;
+    ask("stack", "client off");
 }
 
 TEST_P(LibraryOverStack, OnlyALostLinkHasTheCodeOfOne) {
