@@ -69,18 +69,20 @@ private:
 
 /// The flags, the service 1320 in a complete list, and the payload as data of the service 180A.
 Bytes advertisementOf(const Bytes& payload) {
-    Bytes data{0x02, 0x01, 0x06, 0x03, 0x03, 0x20, 0x13};
-    data.insert(data.end(), {static_cast<std::uint8_t>(payload.size() + 3), 0x16, 0x0A, 0x18});
-    data.insert(data.end(), payload.begin(), payload.end());
-    if (data.size() > 31) throw std::invalid_argument("more than 31 bytes");
-    return data;
+    Writer writer;
+    writer.u8(2).u8(0x01).u8(0x06).u8(3).u8(0x03).u16(0x1320);
+    writer.u8(static_cast<unsigned>(payload.size()) + 3).u8(0x16).u16(0x180A).append(payload);
+    if (payload.size() > 20) throw std::invalid_argument("more than 31 bytes");
+    return writer.take();
 }
 
 Bytes scanResponseOf(const std::string& name) {
     if (name.size() > 29) throw std::invalid_argument("more than 31 bytes");
-    Bytes data{static_cast<std::uint8_t>(name.size() + 1), 0x09};
-    data.insert(data.end(), name.begin(), name.end());
-    return data;
+    return Writer()
+        .u8(static_cast<unsigned>(name.size()) + 1)
+        .u8(0x09)
+        .append(Bytes(name.begin(), name.end()))
+        .take();
 }
 
 Beacon& beaconAt(const Address& address, Air& air) {

@@ -29,6 +29,16 @@ std::string ask(const std::string& part, const std::string& line) {
     return text.substr(std::min<std::size_t>(text.size(), 3));
 }
 
+std::string digitsOf(const std::vector<std::uint8_t>& bytes) {
+    std::string text;
+    for (const unsigned byte : bytes) {
+        std::array<char, 3> digits{};
+        std::snprintf(digits.data(), digits.size(), "%02X", byte);
+        text += digits.data();
+    }
+    return text;
+}
+
 namespace {
 
 std::string testName() {
@@ -53,13 +63,7 @@ bool StackBench::makeAttemptsFail(bool fail) {
 }
 
 void StackBench::setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) {
-    std::string line = "set " + characteristic.UUIDString() + ' ';
-    for (const unsigned byte : value) {
-        std::array<char, 3> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02X", byte);
-        line += digits.data();
-    }
-    ask("beacon", line);
+    ask("beacon", "set " + characteristic.UUIDString() + ' ' + digitsOf(value));
 }
 
 std::vector<std::uint8_t> StackBench::value(const CBUUID& characteristic) {

@@ -10,6 +10,9 @@
 /// Asks a part of the test bed, which answers when it is done: see testbed/README.md.
 std::string ask(const std::string& part, const std::string& line);
 
+/// In hexadecimal, two for each byte.
+std::string digitsOf(const std::vector<std::uint8_t>& bytes);
+
 /// The radio of Linux in the virtual machine of testbed/.
 class StackBench final : public RadioBench {
 public:

@@ -96,8 +96,9 @@ void AdvertisementMonitor::registered(const BusError* error) {
     if (error) {
         // Without an answer, they may be there.
         isRegistered_ = error->name.empty();
-        if (!isRegistered_)
+        if (!isRegistered_ && wanted_) {
             return askKernel("the service refuses advertisement monitors (" + error->message + ')');
+        }
     }
     advance();
 }
@@ -105,8 +106,9 @@ void AdvertisementMonitor::registered(const BusError* error) {
 void AdvertisementMonitor::unregisterObjects() {
     // BlueZ releases them now.
     standing_ = 0;
-    callManager("UnregisterMonitor", [this](MessageReader& /*reply*/, const BusError* /*error*/) {
+    callManager("UnregisterMonitor", [this](MessageReader& /*reply*/, const BusError* error) {
         isRegistered_ = false;
+        if (error && wanted_) restAndRetry();
         advance();
     });
 }

@@ -12,8 +12,8 @@ namespace {
 // What a legacy advertisement leaves for one structure, besides its length and type.
 constexpr std::size_t structureSize = 29;
 
-// The kernel takes more in a monitor. But BlueZ counts the bytes of its command in one byte: with more than
-// seven, versions 5.66 to 5.82 write past the end of it, and crash.
+// The kernel takes more in a monitor. But BlueZ 5.82 refuses a monitor with 28, and crashes when it is
+// unregistered: the size of its command to the kernel does not fit into a byte.
 constexpr std::size_t patternsOfMonitor = 7;
 
 constexpr std::uint8_t flagsType = 0x01;
