@@ -32,7 +32,7 @@ constexpr std::size_t patternSize = 31;
 
 // The kernel answers at once, unless its controller does not.
 constexpr double answerDeadline = 10;
-constexpr int lastAnswerMilliseconds = 200;
+constexpr int lastAnswerMilliseconds = 100;
 constexpr double busyDelay = 0.1;
 
 std::vector<std::uint8_t> parametersOf(const std::vector<AdvertisementPattern>& patterns) {
@@ -113,6 +113,9 @@ void KernelMonitors::remove() {
     const auto isNeeded = [](const Command& command) { return command.code == removeCommand; };
     commands_.erase(std::stable_partition(unsent, commands_.end(), isNeeded), commands_.end());
     proceed();
+    // The kernel answers in milliseconds, and the run loop may be about to end. If it does not, the rest goes
+    // on with the loop.
+    while (isSent_ && waitForAnswer()) proceed();
 }
 
 KernelMonitors::Command KernelMonitors::removalOf(std::uint16_t handle) {

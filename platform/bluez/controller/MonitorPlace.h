@@ -22,7 +22,7 @@ public:
     /// Adds monitors, as many as the kernel takes. Called once.
     /// @param placed called through the run loop, unless `remove` is called before.
     virtual void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) = 0;
-    /// Removes them, which goes on without the caller while the run loop runs.
+    /// Removes them. What the kernel does not remove at once is removed while the run loop runs.
     virtual void remove() = 0;
 };
 
