@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
@@ -24,6 +26,63 @@ INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverRadio, stackRadio);
 INSTANTIATE_TEST_SUITE_P(StrictStack, LibraryOverRadio,
                          ::testing::Values(RadioUnderTest{
                              "Strict", [] { return std::make_unique<StackBench>("addr"); }}));
+
+/// Whether a link is up on the air.
+bool isLinked() {
+    return ask("air", "state").find("linked") != std::string::npos;
+}
+
+/// A program that starts when another has ended.
+struct Successor {
+    explicit Successor(std::vector<CBUUID> endedServices)
+        : platform({.adapter = "hci0", .endedServices = std::move(endedServices)}) {
+        application->monitors = true;
+    }
+
+    bool hearsTheBeacon() {
+        const auto start = platform.clock().monotonicTime();
+        while (manager->liveBeacons().empty() &&
+               platform.clock().monotonicTime() - start < std::chrono::seconds(60)) {
+            platform.runLoop().runFor(0.01);
+        }
+        return !manager->liveBeacons().empty();
+    }
+
+    bluez::BlueZPlatform platform;
+    std::shared_ptr<ZOKManager> manager = ZOKManager::managerOnPlatform(platform);
+    std::shared_ptr<ManagerRecorder> application = ManagerRecorder::of(manager);
+};
+
+/// The tool, which is killed.
+class ToolToKill {
+public:
+    explicit ToolToKill(const std::string& arguments)
+        : out_(::popen(("echo $$; exec zobiconnect " + arguments).c_str(), "r")) {
+        tells("");
+        pid_ = std::stoi(line_.data());
+    }
+    ~ToolToKill() { killIt(); }
+    ToolToKill(const ToolToKill&) = delete;
+    ToolToKill& operator=(const ToolToKill&) = delete;
+
+    /// Waits for a line with this text. False if the tool ends before.
+    bool tells(const std::string& text) {
+        while (std::fgets(line_.data(), static_cast<int>(line_.size()), out_)) {
+            if (std::string(line_.data()).find(text) != std::string::npos) return true;
+        }
+        return false;
+    }
+    void killIt() {
+        if (!out_) return;
+        ::kill(pid_, SIGKILL);
+        ::pclose(std::exchange(out_, nullptr));
+    }
+
+private:
+    FILE* out_;
+    std::array<char, 4096> line_{};
+    pid_t pid_ = 0;
+};
 
 class LibraryOverStack : public LibraryOverRadio {
 protected:
@@ -162,6 +221,43 @@ TEST_P(LibraryOverStack, ASubscriptionEndsWithItsLink) {
     EXPECT_EQ(ask("beacon", "subscriptions FFE1"), "1 off");
     manager->setButtonActionsNotificationsForBeacon(true, beacon);
     EXPECT_TRUE(bench->runUntil([] { return ask("beacon", "subscriptions FFE1") == "2 on"; }));
+}
+
+TEST_P(LibraryOverStack, ALinkEndsWithItsProgramAndTheNextHearsTheBeacon) {
+    const auto beacon = connect();
+    EXPECT_TRUE(platform.shutDown());
+    EXPECT_EQ(beacon->peripheral()->state(), CBPeripheralState::disconnected);
+    Successor next({});
+    EXPECT_TRUE(next.hearsTheBeacon());
+    EXPECT_TRUE(next.platform.foreignLinks().empty());
+}
+
+TEST_P(LibraryOverStack, ALinkOfAProgramThatWasKilledIsToldAndEndedIfAskedFor) {
+    const std::vector<CBUUID> services{CBUUID::UUIDWithString("1320"), ZOKGATTProfile::configurationService};
+    bench->beaconComesIntoRange();
+    for (const std::string phase : {"scanning", "connecting", "discovering", "linked"}) {
+        SCOPED_TRACE(phase);
+        if (phase == "connecting") bench->makeAttemptsFail(true);
+        ToolToKill tool("watch 300 7 --rssi-interval 60 --format json --adapter hci0");
+        ASSERT_TRUE(tool.tells(phase == "scanning" ? "\"state\""
+                               : phase == "linked" ? "\"connected\""
+                                                   : "\"connecting\""));
+        ASSERT_TRUE(phase != "discovering" || bench->runUntil([] { return isLinked(); }));
+        tool.killIt();
+        bench->makeAttemptsFail(false);
+        if (phase == "linked") {
+            Successor idle({});
+            EXPECT_TRUE(bench->runUntil([&] {
+                idle.platform.runLoop().runFor(0.01);
+                return !idle.platform.foreignLinks().empty();
+            }));
+            EXPECT_TRUE(isLinked()) << "nobody has asked for its end";
+        }
+        Successor next(services);
+        EXPECT_TRUE(next.hearsTheBeacon());
+        EXPECT_TRUE(next.platform.shutDown());
+        EXPECT_FALSE(isLinked());
+    }
 }
 
 // To what the tool offers, the service adds a Device Information of its own unless it is told not to.
