@@ -33,6 +33,13 @@ std::string numberText(double number) {
     return {text.data(), end};
 }
 
+std::string tenthsText(double number) {
+    std::array<char, 320> text{};
+    char* const end =
+        std::to_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed, 1).ptr;
+    return {text.data(), end};
+}
+
 std::string secondsText(std::int64_t seconds) {
     return std::to_string(seconds) + 's';
 }

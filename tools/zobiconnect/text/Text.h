@@ -34,6 +34,9 @@ inline constexpr double longestTime = 1e9;
 /// In decimal; a whole number without a fraction.
 std::string numberText(double number);
 
+/// With one digit after the point.
+std::string tenthsText(double number);
+
 /// As in "5s".
 std::string secondsText(std::int64_t seconds);
 
