@@ -1,5 +1,8 @@
 #include "tools/zobiconnect/monitor/JsonLinesView.h"
 
+#include <string>
+#include <string_view>
+
 #include "tools/zobiconnect/terminal/Console.h"
 #include "tools/zobiconnect/text/Names.h"
 
@@ -8,6 +11,13 @@ namespace zobi::tool {
 void JsonLinesView::bluetoothStateChanged(const Moment& moment) {
     print("state", moment,
           {{"state", moment.bluetoothState}, {"description", radioStateName(moment.bluetoothState)}});
+}
+
+void JsonLinesView::radioConditionChanged(const Moment& moment, const platform::RadioCondition& condition) {
+    const auto json = [](const std::string& text) {
+        return text.empty() ? OrderedJson() : OrderedJson(text);
+    };
+    print("radio", moment, {{"text", json(condition.text)}, {"remedy", json(condition.remedy)}});
 }
 
 void JsonLinesView::applicationStateChanged(const Moment& moment) {
@@ -20,12 +30,21 @@ void JsonLinesView::applicationStateChanged(const Moment& moment) {
 void JsonLinesView::beaconsRanged(const Moment& moment,
                                   const std::vector<std::shared_ptr<ZOKBeacon>>& beacons,
                                   const Sightings& sightings) {
-    OrderedJson list = OrderedJson::array();
+    // One after the other: as one object, a thousand of them take megabytes.
+    std::string line = eventLine("report", moment.time, {{"beacons", OrderedJson::array()}});
+    constexpr std::string_view end = "]}\n";
+    line.resize(line.size() - end.size());
+    printOut(line);
     for (const auto& beacon : beacons) {
-        list.push_back(beaconJson(*beacon));
-        list.back()["latest"] = latestJson(sightings.of(*beacon));
+        const Sighting& sighting = sightings.of(*beacon);
+        OrderedJson object = beaconJson(*beacon);
+        object["latest"] = latestJson(sighting);
+        object["lastMinute"] = receptionJson(sighting.reception, moment.monotonicTime);
+        if (beacon != beacons.front()) printOut(",");
+        printOut(jsonText(object));
     }
-    print("report", moment, {{"beacons", std::move(list)}});
+    printOut(end);
+    if (flushes_) flushOut();
 }
 
 void JsonLinesView::buttonUsed(const Moment& moment, int action, const ZOKBeacon& beacon) {

@@ -12,6 +12,7 @@ public:
     explicit JsonLinesView(bool flushes) : flushes_(flushes) {}
 
     void bluetoothStateChanged(const Moment& moment) override;
+    void radioConditionChanged(const Moment& moment, const platform::RadioCondition& condition) override;
     void applicationStateChanged(const Moment& moment) override;
     void beaconsRanged(const Moment& moment, const std::vector<std::shared_ptr<ZOKBeacon>>& beacons,
                        const Sightings& sightings) override;

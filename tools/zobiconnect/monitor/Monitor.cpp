@@ -7,6 +7,11 @@ Monitor::Monitor(ObservedPlatform& platform, MonitorView& view)
 
 void Monitor::start() {
     ZOKManager::shared()->setDelegate(weak_from_this());
+    platform_.notificationCenter().addObserverForNameObjectUsingBlock(
+        platform::RadioConditionDidChangeNotification, nullptr,
+        [weakSelf = weak_from_this()](const auto& /*notification*/) {
+            if (const auto self = weakSelf.lock()) self->showRadioCondition();
+        });
     const auto showApplicationState = [weakSelf = weak_from_this()](const auto& /*notification*/) {
         if (const auto self = weakSelf.lock()) self->view_.applicationStateChanged(self->now());
     };
@@ -28,9 +33,18 @@ void Monitor::end() {
                         .malformedAdvertisements = sightings.malformedAdvertisements()});
 }
 
+void Monitor::showRadioCondition() {
+    const platform::RadioCondition condition = platform_.radioCondition();
+    // It is posted too when Bluetooth is found usable at first.
+    if (condition.advice() == shownAdvice_) return;
+    shownAdvice_ = condition.advice();
+    view_.radioConditionChanged(now(), condition);
+}
+
 void Monitor::zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                          int state) {
     bluetoothState_ = state;
+    if (state == static_cast<int>(platform::CBManagerState::poweredOn)) hasBeenPoweredOn_ = true;
     view_.bluetoothStateChanged(now());
     monitorIfPoweredOn(*manager, state);
 }
@@ -54,8 +68,9 @@ void Monitor::zobiConnectManagerDidButtonActionChangedForBeacon(
 }
 
 Moment Monitor::now() const {
-    const std::chrono::duration<double> elapsed = platform_.clock().monotonicTime() - start_;
-    return {platform_.clock().timeIntervalSince1970(), elapsed.count(), bluetoothState_,
+    const auto monotonicTime = platform_.clock().monotonicTime();
+    const std::chrono::duration<double> elapsed = monotonicTime - start_;
+    return {platform_.clock().timeIntervalSince1970(), monotonicTime, elapsed.count(), bluetoothState_,
             platform_.application().applicationState()};
 }
 

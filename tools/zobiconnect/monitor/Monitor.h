@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
@@ -25,6 +26,9 @@ public:
     /// Stops monitoring and has the view end.
     void end();
 
+    /// Whether Bluetooth could be used at any time.
+    bool hasBeenPoweredOn() const { return hasBeenPoweredOn_; }
+
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& manager,
                                                     int state) override;
     void zobiConnectManagerDidRangeBeacon(const std::shared_ptr<ZOKManager>& manager,
@@ -35,11 +39,15 @@ public:
 
 private:
     Moment now() const;
+    void showRadioCondition();
 
     ObservedPlatform& platform_;
     MonitorView& view_;
     std::chrono::nanoseconds start_;
     int bluetoothState_ = 0;
+    bool hasBeenPoweredOn_ = false;
+    /// Why Bluetooth cannot be used, as it was shown; empty if it can.
+    std::string shownAdvice_;
     std::set<BeaconIdentity> beaconsSeen_;
     std::uint64_t reports_ = 0;
     std::uint64_t buttonActions_ = 0;

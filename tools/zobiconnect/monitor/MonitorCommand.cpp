@@ -67,6 +67,8 @@ int runMonitor(const Options& options) {
     platform.shutDown();
     monitor->end();
     flushOut();
+    const bool hasWaitedInVain = options.radio.wait && !monitor->hasBeenPoweredOn();
+    if (hasWaitedInVain && !StopOnSignal::take()) throw Failure(platform.radioCondition().advice());
     return success;
 }
 
@@ -88,25 +90,38 @@ Command addMonitorCommand(CLI::App& tool) {
         ->check(isSeconds())
         ->option_text("SECONDS")
         ->allow_extra_args(false);
+    app->add_flag("--wait", options->radio.wait,
+                  "Do not fail when Bluetooth cannot be used yet: tell why, and wait until it can")
+        ->disable_flag_override();
     addRadioOptions(*app, options->radio);
     app->footer(
         "Columns of the table:\n"
         "  BEACON         major and minor number: what tells beacons apart\n"
-        "  VER            version of the layout of what the beacon advertises\n"
         "  AGE            since the beacon was last heard; after 20 s of silence it is soon dropped\n"
-        "  as first seen  battery level and temperature as the library holds them: from when the\n"
+        "  first seen     battery level and temperature as the library holds them: from when the\n"
         "                 beacon came into range. BATT is 0% in layout version 1, which has none\n"
         "  latest         signal strength, battery level and temperature as last advertised\n"
+        "  last minute    RATE: advertisements per second that the radio reported to the library.\n"
+        "                 GAP: the longest time without one, that since the last included. In the\n"
+        "                 first minute, since the first advertisement. In the background a radio\n"
+        "                 reports a beacon once per scan\n"
         "  BUTTON         the last action, 0 to 2, and how long ago it was heard\n"
+        "  VER            version of the layout of what the beacon advertises\n"
         "\n"
         "Events of json, each with its time in seconds since 1970:\n"
         "  state          of Bluetooth: 0 unknown, 1 resetting, 2 unsupported, 3 unauthorized,\n"
         "                 4 poweredOff, 5 poweredOn\n"
+        "  radio          why Bluetooth cannot be used, and what can be done about it, as the doctor\n"
+        "                 says; null for both when it can be again\n"
         "  application    0 active, 2 background\n"
         "  report         once a second: the fields of the beacons in range, as the library holds\n"
-        "                 them, and under 'latest' what each last advertised\n"
+        "                 them, under 'latest' what each last advertised, and under 'lastMinute'\n"
+        "                 the rate and, in seconds, the longest gap\n"
         "  button         the action, and the fields of the advertisement that told it\n"
         "  summary        at the end\n"
+        "\n"
+        "With --wait and --for, the time is counted from the start; the exit status is 1 if Bluetooth could\n"
+        "not be used in all of it.\n"
         "\n"
         "Examples:\n"
         "  zobiconnect monitor --simulate 20\n"

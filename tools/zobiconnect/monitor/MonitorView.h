@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/zobiconnect/monitor/Sightings.h"
+#include "zobi/platform/RadioCondition.h"
 #include "zobi/platform/UIApplication.h"
 
 namespace zobi::tool {
@@ -14,6 +15,7 @@ namespace zobi::tool {
 struct Moment {
     /// By the wall clock: seconds since 1970.
     double time;
+    Reception::Time monotonicTime;
     /// Seconds since the start.
     double elapsed;
     int bluetoothState;
@@ -35,6 +37,8 @@ public:
     virtual ~MonitorView() = default;
 
     virtual void bluetoothStateChanged(const Moment& moment) = 0;
+    /// Why Bluetooth cannot be used, or that it can be again.
+    virtual void radioConditionChanged(const Moment& moment, const platform::RadioCondition& condition) = 0;
     virtual void applicationStateChanged(const Moment& moment) = 0;
     virtual void beaconsRanged(const Moment& moment, const std::vector<std::shared_ptr<ZOKBeacon>>& beacons,
                                const Sightings& sightings) = 0;

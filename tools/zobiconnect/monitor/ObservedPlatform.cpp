@@ -11,8 +11,9 @@ namespace {
 
 class ObservedCentral final : public platform::ForwardingCentral {
 public:
-    ObservedCentral(Sightings& sightings, std::weak_ptr<platform::CBCentralManagerDelegate> delegate)
-        : ForwardingCentral(std::move(delegate)), sightings_(sightings) {}
+    ObservedCentral(const platform::Clock& clock, Sightings& sightings,
+                    std::weak_ptr<platform::CBCentralManagerDelegate> delegate)
+        : ForwardingCentral(std::move(delegate)), clock_(clock), sightings_(sightings) {}
 
     void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
         platform::CBCentralManager& central, const std::shared_ptr<platform::CBPeripheral>& peripheral,
@@ -29,12 +30,13 @@ public:
         if (advertisementData.localName != "morvane") return;
         for (const platform::CBServiceData& element : advertisementData.serviceData) {
             if (element.service.description() != "Device Information") continue;
-            sightings_.noteBeacon(decoder_.decode(element.data), rssi);
+            sightings_.noteBeacon(clock_.monotonicTime(), *decoder_.decode(element.data), rssi);
         }
     }
 
 private:
     QuietDecoder decoder_;
+    const platform::Clock& clock_;
     Sightings& sightings_;
 };
 
@@ -42,7 +44,7 @@ private:
 
 std::shared_ptr<platform::CBCentralManager> ObservedPlatform::makeCentralManager(
     std::weak_ptr<platform::CBCentralManagerDelegate> delegate) {
-    return insert(std::make_shared<ObservedCentral>(sightings_, std::move(delegate)));
+    return insert(std::make_shared<ObservedCentral>(clock(), sightings_, std::move(delegate)));
 }
 
 }  // namespace zobi::tool

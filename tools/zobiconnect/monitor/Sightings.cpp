@@ -8,10 +8,14 @@ BeaconIdentity identityOf(const ZOKBeacon& beacon) {
     return {beacon.major().integerValue(), beacon.minor().integerValue()};
 }
 
-void Sightings::noteBeacon(std::shared_ptr<const ZOKBeacon> latest, platform::NSNumber rssi) {
-    Sighting& sighting = sightings_[identityOf(*latest)];
-    sighting.rssi = rssi;
-    sighting.latest = std::move(latest);
+void Sightings::noteBeacon(Reception::Time now, const ZOKBeacon& latest, platform::NSNumber rssi) {
+    Sighting& sighting = sightings_[identityOf(latest)];
+    sighting.latest = {.rssi = rssi,
+                       .scanRspVersion = latest.scanRspVersion(),
+                       .advertBatteryLevel = latest.advertBatteryLevel(),
+                       .temperature = latest.temperature(),
+                       .advertAction = latest.advertAction()};
+    sighting.reception.noteReport(now);
 }
 
 void Sightings::noteButton(const ZOKBeacon& beacon, Sighting::Button button) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ZobiConnectKit/ZobiConnectKit.h"
+#include "tools/zobiconnect/monitor/Reception.h"
 
 namespace zobi::tool {
 
@@ -24,10 +25,19 @@ struct Sighting {
         double time;
     };
 
-    /// The signal strength of the latest advertisement; nothing when the radio could not tell.
-    platform::NSNumber rssi;
-    /// The latest advertisement decoded; null before the first.
-    std::shared_ptr<const ZOKBeacon> latest;
+    /// What an advertisement tells that may differ in the next. Not a whole record, which takes much room.
+    struct Advertisement {
+        /// Nothing when the radio could not tell.
+        platform::NSNumber rssi;
+        platform::NSNumber scanRspVersion;
+        platform::NSNumber advertBatteryLevel;
+        platform::NSNumber temperature;
+        platform::NSNumber advertAction;
+    };
+
+    /// Nothing before the first.
+    std::optional<Advertisement> latest;
+    Reception reception;
     std::optional<Button> lastButton;
 };
 
@@ -36,7 +46,8 @@ class Sightings {
 public:
     void noteAdvertisement() { ++advertisements_; }
     void noteMalformedAdvertisement() { ++malformedAdvertisements_; }
-    void noteBeacon(std::shared_ptr<const ZOKBeacon> latest, platform::NSNumber rssi);
+    /// @param now of the monotonic clock.
+    void noteBeacon(Reception::Time now, const ZOKBeacon& latest, platform::NSNumber rssi);
     void noteButton(const ZOKBeacon& beacon, Sighting::Button button);
 
     /// Forgets all beacons but these, as the library does, so that the list cannot grow for ever.

@@ -21,39 +21,47 @@ std::string cellText(NSNumber number, const char* unit) {
     return number.hasValue() ? number.description() + unit : "-";
 }
 
+std::string cellText(std::optional<double> number, const char* unit) {
+    return number ? tenthsText(*number) + unit : "-";
+}
+
 const std::vector<Column>& columns() {
     constexpr auto right = Column::Alignment::right;
     constexpr auto left = Column::Alignment::left;
     static const std::vector<Column> columns{
         {"", "BEACON", left},
         {"", "MAC", left},
-        {"", "VER", right},
         {"", "AGE", right},
-        {"as first seen", "BATT", right},
-        {"as first seen", "TEMP", right},
+        {"first seen", "BATT", right},
+        {"first seen", "TEMP", right},
         {"latest", "SIGNAL dBm", right},
         {"latest", "BATT", right},
         {"latest", "TEMP", right},
+        {"last minute", "RATE", right},
+        {"last minute", "GAP", right},
         {"", "BUTTON", left},
+        {"", "VER", right},
     };
     return columns;
 }
 
-std::vector<std::string> cells(double now, const ZOKBeacon& beacon, const Sighting& sighting) {
-    const ZOKBeacon none;
-    const ZOKBeacon& latest = sighting.latest ? *sighting.latest : none;
+std::vector<std::string> cells(const Moment& moment, const ZOKBeacon& beacon, const Sighting& sighting) {
+    const double now = moment.time;
+    const auto latest = sighting.latest.value_or(Sighting::Advertisement());
     const auto& button = sighting.lastButton;
     return {
         beacon.major().description() + '.' + beacon.minor().description(),
         beacon.macAddress().value_or("-"),
-        cellText(beacon.scanRspVersion(), ""),
         secondsText(age(now, static_cast<double>(beacon.timestamp()))),
         cellText(beacon.advertBatteryLevel(), "%"),
         cellText(beacon.temperature(), "C"),
-        signalText(sighting.rssi),
-        cellText(latest.advertBatteryLevel(), "%"),
-        cellText(latest.temperature(), "C"),
+        signalText(latest.rssi),
+        cellText(latest.advertBatteryLevel, "%"),
+        cellText(latest.temperature, "C"),
+        cellText(sighting.reception.rate(moment.monotonicTime), ""),
+        cellText(sighting.reception.longestGap(moment.monotonicTime), "s"),
         button ? std::to_string(button->action) + " (" + secondsText(age(now, button->time)) + ")" : "-",
+        cellText(beacon.scanRspVersion(), ""),
     };
 }
 
@@ -62,6 +70,11 @@ std::vector<std::string> cells(double now, const ZOKBeacon& beacon, const Sighti
 TableView::TableView(Display display, std::string note) : screen_(display), note_(std::move(note)) {}
 
 void TableView::bluetoothStateChanged(const Moment& moment) {
+    draw(moment);
+}
+
+void TableView::radioConditionChanged(const Moment& moment, const platform::RadioCondition& condition) {
+    advice_ = printableASCII(condition.advice());
     draw(moment);
 }
 
@@ -74,7 +87,7 @@ void TableView::beaconsRanged(const Moment& moment, const std::vector<std::share
     std::vector<std::vector<std::string>> rows;
     rows.reserve(beacons.size());
     for (const auto& beacon : beacons) {
-        rows.push_back(cells(moment.time, *beacon, sightings.of(*beacon)));
+        rows.push_back(cells(moment, *beacon, sightings.of(*beacon)));
     }
     auto lines = formatTable(columns(), rows);
     headings_.clear();
@@ -105,6 +118,7 @@ void TableView::ended(const Moment& moment, const Totals& totals) {
 
 void TableView::draw(const Moment& moment) {
     std::vector<Screen::Line> lines{{statusLine(moment)}};
+    if (!advice_.empty()) lines.push_back({advice_});
     // None before the first report.
     if (!headings_.empty()) lines.push_back({""});
     lines.insert(lines.end(), headings_.begin(), headings_.end());

@@ -18,6 +18,7 @@ public:
     TableView(Display display, std::string note);
 
     void bluetoothStateChanged(const Moment& moment) override;
+    void radioConditionChanged(const Moment& moment, const platform::RadioCondition& condition) override;
     void applicationStateChanged(const Moment& moment) override;
     void beaconsRanged(const Moment& moment, const std::vector<std::shared_ptr<ZOKBeacon>>& beacons,
                        const Sightings& sightings) override;
@@ -30,6 +31,7 @@ private:
 
     Screen screen_;
     std::string note_;
+    std::string advice_;
     std::size_t beaconCount_ = 0;
     std::vector<Screen::Line> headings_;
     std::vector<Screen::Line> rows_;

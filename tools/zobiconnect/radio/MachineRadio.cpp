@@ -15,7 +15,7 @@ namespace {
 using platform::CBCentralManager;
 using platform::CBManagerState;
 
-constexpr const char* help = ": 'zobiconnect doctor' tells why, and --radio simulated needs none";
+constexpr const char* help = " ('zobiconnect doctor' tells more, and --radio simulated needs none)";
 
 class StateListener final : public platform::CBCentralManagerDelegate {
 public:
@@ -27,44 +27,39 @@ private:
     platform::RunLoop& runLoop_;
 };
 
-std::string obstacle(CBManagerState state) {
-    switch (state) {
-        case CBManagerState::poweredOff:
-            return "Bluetooth is off";
-        case CBManagerState::unauthorized:
-            return "this user may not use Bluetooth";
-        default:
-            return "this machine has no Bluetooth that can be used";
-    }
-}
-
 }  // namespace
 
-std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log,
-                                                     std::optional<double> patience) {
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log) {
     auto platform = std::make_unique<platform::bluez::BlueZPlatform>(platform::bluez::BlueZOptions{adapter});
-    // Why the radio cannot be used is told by the failure.
-    if (!log) platform->log().setSink(nullptr);
-    const auto listener = std::make_shared<StateListener>(platform->runLoop());
-    const auto central = platform->makeCentralManager(listener);
+    if (log) return platform;
+    platform->log().setDiagnosticSink(nullptr);
+    // Why the radio cannot be used is told by the command itself.
+    platform->log().setMessageSink([&radio = *platform](std::string_view message) {
+        if (radio.radioCondition().advice().empty()) tellMessage(message);
+    });
+    return platform;
+}
+
+void expectPoweredOn(platform::Platform& platform, std::optional<double> patience) {
+    platform::RunLoop& runLoop = platform.runLoop();
+    const auto listener = std::make_shared<StateListener>(runLoop);
+    const auto central = platform.makeCentralManager(listener);
     bool isOver = false;
     std::shared_ptr<platform::NSTimer> deadline;
     if (patience) {
-        deadline = platform->runLoop().after(*patience, [&isOver, &runLoop = platform->runLoop()] {
+        deadline = runLoop.after(*patience, [&isOver, &runLoop] {
             isOver = true;
             runLoop.stop();
         });
     }
-    while (central->state() == CBManagerState::unknown && !isOver) platform->runLoop().run();
+    while (central->state() == CBManagerState::unknown && !isOver) runLoop.run();
     if (deadline) deadline->invalidate();
     if (central->state() == CBManagerState::unknown) {
         throw Failure("Bluetooth gave no answer within " + numberText(*patience) + " s" + help);
     }
     if (central->state() != CBManagerState::poweredOn) {
-        throw Failure(obstacle(central->state()) + help);
+        throw Failure(platform.radioCondition().advice() + help);
     }
-    if (!log) platform->log().setMessageSink(tellMessage);
-    return platform;
 }
 
 }  // namespace zobi::tool
@@ -73,10 +68,11 @@ std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter,
 
 namespace zobi::tool {
 
-std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& /*adapter*/, bool /*log*/,
-                                                     std::optional<double> /*patience*/) {
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& /*adapter*/, bool /*log*/) {
     throw Failure("this tool was built without the radio of this machine");
 }
+
+void expectPoweredOn(platform::Platform& /*platform*/, std::optional<double> /*patience*/) {}
 
 }  // namespace zobi::tool
 

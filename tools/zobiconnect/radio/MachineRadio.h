@@ -15,12 +15,15 @@ inline constexpr bool hasMachineRadio = true;
 inline constexpr bool hasMachineRadio = false;
 #endif
 
-/// A platform over the radio of this machine, which is on.
+/// A platform over the radio of this machine, which may be off or not there yet.
 /// @param adapter its name or address; empty for any.
 /// @param log whether the library's log lines are printed.
-/// @param patience how many seconds the radio has to tell its state; absent for as long as it takes.
-/// @throws Failure when the radio cannot be used, or is not part of this tool.
-std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log,
-                                                     std::optional<double> patience);
+/// @throws Failure when the radio is not part of this tool.
+std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter, bool log);
+
+/// Runs the platform's loop until the radio has told its state.
+/// @param patience how many seconds it has for that; absent for as long as it takes.
+/// @throws Failure unless it is on.
+void expectPoweredOn(platform::Platform& platform, std::optional<double> patience);
 
 }  // namespace zobi::tool

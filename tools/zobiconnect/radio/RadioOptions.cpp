@@ -107,7 +107,9 @@ Radio makeRadio(const RadioOptions& options, std::optional<double> patience) {
         throw CLI::ValidationError(
             "--simulate, --scenario, --seed and --virtual-time are for a simulated radio");
     }
-    return {makeMachineRadio(options.adapter.value_or(""), options.log, patience), [] {}};
+    auto platform = makeMachineRadio(options.adapter.value_or(""), options.log);
+    if (!options.wait) expectPoweredOn(*platform, patience);
+    return {std::move(platform), [] {}};
 }
 
 }  // namespace zobi::tool

@@ -21,6 +21,9 @@ struct RadioOptions {
     std::optional<std::uint64_t> seed;
     bool virtualTime = false;
     bool log = false;
+    /// Whether the machine's radio is waited for when it cannot be used yet. Not among the options that
+    /// `addRadioOptions` adds.
+    bool wait = false;
 
     /// Names what is listened with, for people.
     std::string caption() const;

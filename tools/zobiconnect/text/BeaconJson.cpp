@@ -32,16 +32,27 @@ OrderedJson beaconJson(const ZOKBeacon& beacon) {
 
 OrderedJson latestJson(const Sighting& sighting) {
     if (!sighting.latest) return nullptr;
-    return {{"rssi", numberJson(sighting.rssi)},
-            {"scanRspVersion", numberJson(sighting.latest->scanRspVersion())},
-            {"advertBatteryLevel", numberJson(sighting.latest->advertBatteryLevel())},
-            {"temperature", numberJson(sighting.latest->temperature())},
-            {"advertAction", numberJson(sighting.latest->advertAction())}};
+    return {{"rssi", numberJson(sighting.latest->rssi)},
+            {"scanRspVersion", numberJson(sighting.latest->scanRspVersion)},
+            {"advertBatteryLevel", numberJson(sighting.latest->advertBatteryLevel)},
+            {"temperature", numberJson(sighting.latest->temperature)},
+            {"advertAction", numberJson(sighting.latest->advertAction)}};
+}
+
+OrderedJson receptionJson(const Reception& reception, Reception::Time now) {
+    const auto json = [](std::optional<double> number) {
+        return number ? OrderedJson(rounded(*number)) : OrderedJson();
+    };
+    return {{"rate", json(reception.rate(now))}, {"longestGap", json(reception.longestGap(now))}};
+}
+
+std::string jsonText(const OrderedJson& object) {
+    // A text that came off the air need not be UTF-8.
+    return object.dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
 }
 
 std::string jsonLine(const OrderedJson& object) {
-    // A text that came off the air need not be UTF-8.
-    return object.dump(-1, ' ', false, OrderedJson::error_handler_t::replace) + '\n';
+    return jsonText(object) + '\n';
 }
 
 double rounded(double seconds) {

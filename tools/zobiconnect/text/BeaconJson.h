@@ -23,7 +23,14 @@ OrderedJson beaconJson(const ZOKBeacon& beacon);
 /// What the latest advertisement told besides the beacon's identity; null when there was none.
 OrderedJson latestJson(const Sighting& sighting);
 
-/// The object in one line, with its line feed.
+/// How the beacon was heard in the last minute.
+/// @param now of the monotonic clock.
+OrderedJson receptionJson(const Reception& reception, Reception::Time now);
+
+/// The object in one line, without a line feed.
+std::string jsonText(const OrderedJson& object);
+
+/// The same with its line feed.
 std::string jsonLine(const OrderedJson& object);
 
 /// To the millisecond: a clock's further digits are noise.
