@@ -1,5 +1,6 @@
 // How much a controller that filters duplicates strictly brings with an advertisement monitor.
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -71,7 +71,7 @@ TEST(ToolScreen, CutsOffWhatHasNoRoom) {
     ASSERT_NE(last, std::string::npos);
     const std::string lastScreen = written.substr(last);
     EXPECT_THAT(lastScreen, StartsWith("\x1b[H\x1b[KBluetooth poweredOn | foregrou\x1b[0m\r"));
-    EXPECT_THAT(lastScreen, HasSubstr("BEACON  MAC           VER  AGE\x1b[0m\r"));
+    EXPECT_THAT(lastScreen, HasSubstr("BEACON  MAC           AGE  BAT\x1b[0m\r"));
     // No line feed, with which the full screen would move. What is left on the terminal is whole.
     EXPECT_THAT(lastScreen, HasSubstr("... and 6 more rows\x1b[0m" + giveBackScreen +
                                       "Bluetooth poweredOn | foreground | 10s | 9 beacons | seed 0\r\n"));
@@ -83,8 +83,8 @@ TEST(ToolScreen, ShowsFaintWhatWasNotHeardOfLateAndErasesTheRest) {
     const Shell shell(
         "setsid -w $tool monitor --virtual-time --for 14 --scenario tests/tool/scenarios/eventful.json");
     const std::string written = shell.readTo(toTheEnd);
-    EXPECT_THAT(written, HasSubstr("\x1b[K1.7     ABCDEF123456    3   4s"));
-    EXPECT_THAT(written, ContainsRegex("\x1b\\[2m1.7     ABCDEF123456    3   5s.*\r\n\x1b\\[J"));
+    EXPECT_THAT(written, HasSubstr("\x1b[K1.7     ABCDEF123456   4s"));
+    EXPECT_THAT(written, ContainsRegex("\x1b\\[2m1.7     ABCDEF123456   5s.*\r\n\x1b\\[J"));
 }
 
 // With Bluetooth off there are no reports, which would draw it.
@@ -101,8 +101,9 @@ TEST(ToolScreen, IsGivenBackWhileStoppedAndDrawnAnewAfterIt) {
     }
     shell.type(controlC);
     // With the last table above the summary.
-    EXPECT_THAT(shell.readTo("status 0"),
-                ContainsRegex("1049lBluetooth poweredOff [^\r]*\r\n\r\nEnded after "));
+    EXPECT_THAT(
+        shell.readTo("status 0"),
+        ContainsRegex("1049lBluetooth poweredOff [^\r]*\r\nBluetooth is off[^\r]*\r\n\r\nEnded after "));
 }
 
 TEST(ToolScreen, IsNotTakenInTheBackgroundNorOnATerminalThatCannotBeDrawnOn) {

@@ -12,7 +12,6 @@ namespace zobi::platform::bluez {
 
 namespace {
 
-constexpr std::uint16_t noController = 0xFFFF;
 constexpr std::uint16_t completeEvent = 0x0001;
 constexpr std::uint16_t readInformationCommand = 0x0004;
 // Code, controller and size; then command and status; address, version and manufacturer.
