@@ -135,8 +135,8 @@ TEST_P(BlueZMonitor, StandsAtTheServiceAsLongAsTheScan) {
 
     // Released, it is made anew after a while.
     for (int monitor = 0; monitor < 5; ++monitor) tell("Release", monitor);
-    EXPECT_EQ(callsIn(50), "");
-    EXPECT_EQ(callsIn(20), "UnregisterMonitor RegisterMonitor ");
+    EXPECT_THAT(callsIn(50), Not(HasSubstr("Monitor")));
+    EXPECT_THAT(callsIn(20), HasSubstr("UnregisterMonitor RegisterMonitor "));
 
     central->stopScan();
     EXPECT_EQ(callsIn(1), "StopDiscovery UnregisterMonitor ");

@@ -216,7 +216,8 @@ TEST_P(BlueZRadio, ADeviceThatIsGoneCostsAScanWithoutDuplicatesFewBytes) {
     const auto heap = heapInUse();
     EXPECT_LT(heap - heapAtFirst, 64 * many);
     EXPECT_EQ(reportsOf(many, all), all - many);
-    EXPECT_LT(heapInUse(), heap + 100'000);
+    // Those that the application held until lately, or holds, come and go.
+    EXPECT_LT(heapInUse(), heap + 200'000);
     EXPECT_THAT(machine.lines, ElementsAre(HasSubstr("may be reported again")));
     EXPECT_EQ(reportsOf(all - many + 1000, all), 0);
     EXPECT_EQ(reportsOf(0, 1), 1) << "so long ago, it was forgotten";

@@ -140,9 +140,9 @@ void DiscoveryWatchdog::tellAdministrator() {
     const bool isSure = hasScannedSinceRestart() == false;
     if (std::exchange(isSure ? isAdministratorTold_ : isHintTold_, true)) return;
     context_.log.message("Bluetooth: %@ systemctl restart bluetooth",
-                     isSure ? "Only an administrator can make it scan again:"
-                            : "Nothing is heard, though the scan was started again. If a device is near, "
-                              "restart the service:");
+                         isSure ? "Only an administrator can make it scan again:"
+                                : "Nothing is heard, though the scan was started again. If a device is near, "
+                                  "restart the service:");
 }
 
 // What the service tells

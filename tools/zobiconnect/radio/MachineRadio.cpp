@@ -14,6 +14,7 @@ namespace {
 
 using platform::CBCentralManager;
 using platform::CBManagerState;
+using platform::RadioCondition;
 
 constexpr const char* help = " ('zobiconnect doctor' tells more, and --radio simulated needs none)";
 
@@ -35,7 +36,7 @@ std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter,
     platform->log().setDiagnosticSink(nullptr);
     // Why the radio cannot be used is told by the command itself.
     platform->log().setMessageSink([&radio = *platform](std::string_view message) {
-        if (radio.radioCondition().advice().empty()) tellMessage(message);
+        if (radio.radioCondition().kind == RadioCondition::Kind::poweredOn) tellMessage(message);
     });
     return platform;
 }
