@@ -84,10 +84,13 @@ TEST_P(Watchdog, ASilentScanIsStartedAgainByTheMeansThatThereAre) {
         service.believesThatItScans = true;
         EXPECT_EQ(isHeardWithin(45), it.mayAdminister);
         EXPECT_EQ(linesWith(remedy), it.mayAdminister ? 0 : 1);
+        const bool isKnown = it.areScansSeen && !it.mayAdminister;
+        EXPECT_EQ(machine.radioCondition().kind == RadioCondition::Kind::deaf, isKnown);
         EXPECT_FALSE(isHeardWithin(it.mayAdminister ? 0 : 3000));
         EXPECT_EQ(linesWith(remedy), it.mayAdminister ? 0 : 1) << "once";
         service.believesThatItScans = false;
         EXPECT_TRUE(isHeardWithin(620));
+        EXPECT_EQ(machine.radioCondition().kind, RadioCondition::Kind::poweredOn);
         EXPECT_TRUE(central->isScanning());
         EXPECT_EQ(listener->sightings.size() > reported, it.isForeground) << "nothing is reported twice";
         EXPECT_THAT(takeEvents(), IsEmpty());

@@ -15,8 +15,10 @@ namespace {
 // Both wait for the controller. What waits for a stop waits no longer, as its time runs.
 constexpr double startDeadline = 5;
 constexpr double stopDeadline = 1;
-// The service refuses while another attempt or another client keeps the controller busy.
-constexpr double retryDelay = 0.5;
+// The service refuses while another attempt or another client keeps the controller busy. Each refusal for the
+// same reason doubles the pause.
+constexpr double shortestRetryDelay = 0.5;
+constexpr double longestRetryDelay = 4;
 
 // From the youngest: `Pattern` came with version 5.54, `DuplicateData` with 5.47.
 constexpr std::ptrdiff_t keysNotNeeded = 3;
@@ -185,7 +187,9 @@ void Discovery::tellStopped() {
 }
 
 void Discovery::tellTrouble(const BusError& error) {
-    if (std::exchange(lastTrouble_, error.message) == error.message) return;
+    const bool isSame = std::exchange(lastTrouble_, error.message) == error.message;
+    retryDelay_ = isSame ? std::min(2 * retryDelay_, longestRetryDelay) : shortestRetryDelay;
+    if (isSame) return;
     context_->log.message("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
 }
 
@@ -194,7 +198,7 @@ void Discovery::tryAgainLater(const BusError& error) {
     // Discovery of this connection is on already, perhaps with another filter.
     if (error.name == "org.bluez.Error.InProgress" && isFilterSet_) isStale_ = isOn_ = true;
     if (!isWanted_ && !isOn_) return tellStopped();
-    retry_ = context_->after(retryDelay, shared_from_this(), &Discovery::advance);
+    retry_ = context_->after(retryDelay_, shared_from_this(), &Discovery::advance);
 }
 
 void Discovery::call(const char* member, const std::function<void(Message&)>& append, double seconds,

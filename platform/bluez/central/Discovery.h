@@ -15,9 +15,9 @@
 namespace zobi::platform::bluez {
 
 /// Brings the discovery of BlueZ to the state that this client wants: on or off, and with which filter; and
-/// has a watchdog for it. It makes one call at a time. One that fails is made again after half a second. One
-/// that is not answered is made again only if BlueZ answers another one meanwhile: a service that hangs would
-/// carry out each of them when it goes on. Main thread only.
+/// has a watchdog for it. It makes one call at a time. One that fails is made again after 0.5 s, and later
+/// and later while it fails in the same way. One that is not answered is made again only if BlueZ answers
+/// another one meanwhile: a service that hangs would carry out each of them when it goes on. Main thread only.
 class Discovery final : public std::enable_shared_from_this<Discovery>, private WatchedDiscovery {
 public:
     /// @param scanSwitches see `ControllerChannel::scanSwitches`.
@@ -100,6 +100,7 @@ private:
     std::shared_ptr<NSTimer> deadline_;
     std::shared_ptr<NSTimer> retry_;
     std::string lastTrouble_;
+    double retryDelay_ = 0;
 };
 
 }  // namespace zobi::platform::bluez

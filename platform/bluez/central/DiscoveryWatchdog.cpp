@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/bluez/diagnosis/Conditions.h"
+
 namespace zobi::platform::bluez {
 
 using std::chrono::nanoseconds;
@@ -57,7 +59,9 @@ void DiscoveryWatchdog::forget() {
 void DiscoveryWatchdog::deviceWasHeard() {
     silentSince_ = now();
     if (std::exchange(step_, Step::none) == Step::none) return;
-    isAdministratorTold_ = false;
+    if (std::exchange(isAdministratorTold_, false)) {
+        context_.setCondition(RadioCondition::ofState(CBManagerState::poweredOn));
+    }
     if (isWatching_) lookIn(longSilence);
 }
 
@@ -138,6 +142,7 @@ std::optional<bool> DiscoveryWatchdog::hasScannedSinceRestart() const {
 
 void DiscoveryWatchdog::tellAdministrator() {
     const bool isSure = hasScannedSinceRestart() == false;
+    if (isSure) context_.setCondition(controllerDoesNotScan());
     if (std::exchange(isSure ? isAdministratorTold_ : isHintTold_, true)) return;
     context_.log.message("Bluetooth: %@ systemctl restart bluetooth",
                          isSure ? "Only an administrator can make it scan again:"

@@ -64,6 +64,11 @@ RadioCondition serviceIsSilent() {
             "Look at its log, and restart it: systemctl restart bluetooth"};
 }
 
+RadioCondition controllerDoesNotScan() {
+    return {Kind::deaf, "The Bluetooth service says that it scans, and the controller does not.",
+            "Restart the service: systemctl restart bluetooth"};
+}
+
 RadioCondition radioIsGone() {
     return {Kind::resetting, "The Bluetooth service or the adapter is gone, or does not answer.",
             "Waiting for its return."};

@@ -27,6 +27,9 @@ RadioCondition serviceIsSilent();
 /// Service or adapter were there, and nothing says that they stay away.
 RadioCondition radioIsGone();
 
+/// The service believes that the controller scans, and no program's scan makes it do so.
+RadioCondition controllerDoesNotScan();
+
 /// @param adapters those that the service has.
 /// @param wanted which one is asked for; empty for any.
 RadioCondition adapterIsMissing(const Adapters& adapters, const std::string& wanted);
