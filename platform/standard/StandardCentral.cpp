@@ -122,8 +122,9 @@ StandardCentral::Peripherals::iterator StandardCentral::forgetUnused(Peripherals
     const bool mustBeKnown =
         isScanning_ && !options_.allowDuplicates && peripheral->wasReportedIn(scansStarted_);
     if (mustBeKnown && forgotten_.add(key) && !std::exchange(isForgettingTold_, true)) {
-        log_.log("More than %lu devices were reported in this scan: the first of them may be reported again.",
-                 RecentKeys::capacity);
+        log_.message(
+            "More than %lu devices were reported in this scan: the first of them may be reported again.",
+            RecentKeys::capacity);
     }
     return peripherals_.erase(known);
 }

@@ -72,6 +72,7 @@ public:
         }
         return false;
     }
+    const char* lastLine() const { return line_.data(); }
     void killIt() {
         if (!out_) return;
         ::kill(pid_, SIGKILL);
@@ -158,7 +159,10 @@ TEST_P(LibraryOverStack, AServiceThatStoodStillScansAgainOrTheRemedyIsTold) {
     std::string log;
     dynamic_cast<bluez::BlueZPlatform&>(platform).log().setSink([&](auto line) { (log += line) += '\n'; });
     range();
-    const auto scans = [] { return ask("air", "state").find("scanning") < ask("air", "state").find("1:"); };
+    const auto scans = [] {
+        const std::string state = ask("air", "state");
+        return state.find("scanning") < state.find("1:");
+    };
     bool isDeaf = false;
     for (int tries = 0; !isDeaf && tries < 9; ++tries) {
         ask("stack", "service freeze");
@@ -241,7 +245,8 @@ TEST_P(LibraryOverStack, ALinkOfAProgramThatWasKilledIsToldAndEndedIfAskedFor) {
         ToolToKill tool("watch 300 7 --rssi-interval 60 --format json --adapter hci0");
         ASSERT_TRUE(tool.tells(phase == "scanning" ? "\"state\""
                                : phase == "linked" ? "\"connected\""
-                                                   : "\"connecting\""));
+                                                   : "\"connecting\""))
+            << tool.lastLine();
         ASSERT_TRUE(phase != "discovering" || bench->runUntil([] { return isLinked(); }));
         tool.killIt();
         bench->makeAttemptsFail(false);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -19,6 +20,10 @@ constexpr double stopDeadline = 1;
 // same reason doubles the pause.
 constexpr double shortestRetryDelay = 0.5;
 constexpr double longestRetryDelay = 4;
+
+// A service that a program's filter ends does so at the first device, other services later and for other
+// reasons.
+constexpr std::chrono::seconds soon(10);
 
 // From the youngest: `Pattern` came with version 5.54, `DuplicateData` with 5.47.
 constexpr std::ptrdiff_t keysNotNeeded = 3;
@@ -65,7 +70,8 @@ void Discovery::resume(const std::vector<CBUUID>& services) {
 }
 
 void Discovery::restart() {
-    isStale_ = isOn_;
+    // One that is being started was asked for before whatever this is for.
+    isStale_ = isOn_ || answered_ == &Discovery::started;
     if (isWanted_) advance();
 }
 
@@ -82,12 +88,12 @@ void Discovery::stopThen(std::function<void()> then) {
 
 void Discovery::forget(bool hasServiceLeft) {
     // Version 5.87 crashes at the first device with a list of services.
-    if (hasServiceLeft && isOn_ && hasServicesInFilter_ && !hasHeardServices_) {
+    const bool hasJustBegun = context_->clock.monotonicTime() - begunAt_ < soon;
+    if (hasServiceLeft && isOn_ && hasJustBegun && hasServicesInFilter_ && !hasHeardServices_) {
         context_->faults->endsAtServices = true;
         context_->log.message(
-            "Bluetooth: the service ended while it looked for services, as version 5.87 does. From now on it "
-            "is "
-            "not asked for any, and reports all devices.");
+            "Bluetooth: the service ended as soon as it looked for services, as version 5.87 does. From now "
+            "on it reports all devices.");
     }
     watchdog_.forget();
     isWanted_ = false;
@@ -162,6 +168,7 @@ void Discovery::started(const BusError* error) {
     if (error && error->name.empty()) isStale_ = isOn_ = true;
     if (error) return tryAgainLater(*error);
     isOn_ = true;
+    begunAt_ = context_->clock.monotonicTime();
     lastTrouble_.clear();
     advance();
 }
@@ -187,10 +194,12 @@ void Discovery::tellStopped() {
 }
 
 void Discovery::tellTrouble(const BusError& error) {
-    const bool isSame = std::exchange(lastTrouble_, error.message) == error.message;
+    std::string trouble = error.name + ' ' + error.message;
+    const bool isSame = trouble == lastTrouble_;
+    lastTrouble_ = std::move(trouble);
     retryDelay_ = isSame ? std::min(2 * retryDelay_, longestRetryDelay) : shortestRetryDelay;
     if (isSame) return;
-    context_->log.message("Bluetooth: scanning does not start or stop: %@ %@", error.name, error.message);
+    context_->log.message("Bluetooth: scanning does not start or stop: %@", lastTrouble_);
 }
 
 void Discovery::tryAgainLater(const BusError& error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -17,7 +18,8 @@ namespace zobi::platform::bluez {
 /// Brings the discovery of BlueZ to the state that this client wants: on or off, and with which filter; and
 /// has a watchdog for it. It makes one call at a time. One that fails is made again after 0.5 s, and later
 /// and later while it fails in the same way. One that is not answered is made again only if BlueZ answers
-/// another one meanwhile: a service that hangs would carry out each of them when it goes on. Main thread only.
+/// another one meanwhile: a service that hangs would carry out each of them when it goes on. Main thread
+/// only.
 class Discovery final : public std::enable_shared_from_this<Discovery>, private WatchedDiscovery {
 public:
     /// @param scanSwitches see `ControllerChannel::scanSwitches`.
@@ -85,6 +87,7 @@ private:
     bool isStale_ = false;
     bool isFilterSet_ = false;
     bool hasServicesInFilter_ = false;
+    std::chrono::nanoseconds begunAt_{};
     /// A device with a list of services was heard since BlueZ came.
     bool hasHeardServices_ = false;
     /// How many of the keys that are not needed BlueZ does not know.

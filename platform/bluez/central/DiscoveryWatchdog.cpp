@@ -15,6 +15,8 @@ namespace {
 // A controller with duplicate filtering reports a device about every 10 s. Both times and the restarts are
 // over within 45 s of the last advertisement.
 constexpr nanoseconds longSilence = seconds(20);
+// What a scan has at least before it is found to be silent.
+constexpr nanoseconds shortestDelay = seconds(5);
 // An application that ends a scan and begins the next has not paused.
 constexpr nanoseconds shortRest = seconds(1);
 // BlueZ restarts its scan every 10.3 s, on a busy machine a little later.
@@ -27,15 +29,17 @@ constexpr unsigned switchesOfARestart = 2;
 // BlueZ itself restarts a scan that another program or the kernel ended.
 constexpr nanoseconds ownMend = seconds(2);
 constexpr nanoseconds nextMend = seconds(8);
+// Whatever the service lacks then, it does not get by itself.
+constexpr int manyMends = 3;
 
 }  // namespace
 
 void DiscoveryWatchdog::watch() {
     const bool goesOn = timer_ && timer_->isValid() && now() - restedAt_ < shortRest;
     if (std::exchange(isWatching_, true) || goesOn) return;
-    silentSince_ = now();
-    nanoseconds delay = longSilence;
-    // Programs may scan for a short time again and again.
+    // While nobody listens, silence tells nothing. Programs may scan for a short time again and again.
+    silentSince_ = std::min(silentSince_ + (now() - restedAt_), now());
+    nanoseconds delay = std::max(longSilence - (now() - silentSince_), shortestDelay);
     if (step_ != Step::none) {
         step_ = Step::waiting;
         delay = std::max(delay, restartedAt_ + lookInterval - now());
@@ -162,8 +166,11 @@ void DiscoveryWatchdog::mendIn(nanoseconds delay) {
 }
 
 void DiscoveryWatchdog::mend() {
-    if (!isWatching_ || discovery_.isToldToScan()) return;
-    discovery_.restart();
+    if (!isWatching_ || discovery_.isToldToScan()) {
+        mends_ = 0;
+        return;
+    }
+    if (++mends_ != manyMends || !discovery_.restartPastService()) discovery_.restart();
     mendIn(nextMend);
 }
 

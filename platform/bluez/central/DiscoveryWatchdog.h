@@ -84,6 +84,7 @@ private:
     bool isHintTold_ = false;
     std::shared_ptr<NSTimer> timer_;
     std::shared_ptr<NSTimer> offTimer_;
+    int mends_ = 0;
 };
 
 }  // namespace zobi::platform::bluez

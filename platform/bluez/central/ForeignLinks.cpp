@@ -87,9 +87,8 @@ void ForeignLinks::decide(Log& log, BlueZService& service, const DeviceAddress& 
     if (isNew) known = found_.insert(found_.end(), {text, name});
     if (isToTell && !isToEnd) {
         return log.message(
-            "Bluetooth: %@ (%@) is linked, though not by this program, and does not advertise meanwhile. If "
-            "no "
-            "other program uses it, end the link: bluetoothctl disconnect %@",
+            "Bluetooth: %@ (%@) is linked, though not by this program, and does not advertise meanwhile. "
+            "If no other program uses it, end the link: bluetoothctl disconnect %@",
             text, name, text);
     }
     service.send(device->path, deviceInterface, "Disconnect");

@@ -188,11 +188,13 @@ void BlueZService::ownerIs(const std::string& owner) {
 /// There is no service. What helps depends on whether the bus could start one.
 void BlueZService::askHowToStart() {
     loading_ = askBus("ListActivatableNames", nullptr, [this](MessageReader& names, const BusError* error) {
+        timer_->invalidate();
         loading_.reset();
         bool canBeStarted = false;
         if (!error) names.forEach("s", [&] { canBeStarted = names.string() == blueZName || canBeStarted; });
         enter(serviceIsMissing(canBeStarted));
     });
+    afterDelay(answerDeadline, &BlueZService::answerIsLate);
 }
 
 void BlueZService::reload() {
@@ -541,7 +543,10 @@ DeviceChange BlueZService::readDevice(Device& device, MessageReader& body) {
     const bool isLinked = wasConnected || device.isConnected;
     const bool isTable =
         std::ranges::find_first_of(listedServices_, servicesOfTables) != listedServices_.end();
-    if (hasServices && !isLinked && !isTable) device.advertisedServices = listedServices_;
+    if (!hasServices || isLinked || isTable) return change;
+    // After a link that ended before its table was read, version 5.66 lists none.
+    device.advertisedServices.reset();
+    if (!listedServices_.empty()) device.advertisedServices = listedServices_;
     return change;
 }
 

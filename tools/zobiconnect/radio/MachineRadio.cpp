@@ -14,7 +14,6 @@ namespace {
 
 using platform::CBCentralManager;
 using platform::CBManagerState;
-using platform::RadioCondition;
 
 constexpr const char* help = " ('zobiconnect doctor' tells more, and --radio simulated needs none)";
 
@@ -36,7 +35,7 @@ std::unique_ptr<platform::Platform> makeMachineRadio(const std::string& adapter,
     platform->log().setDiagnosticSink(nullptr);
     // Why the radio cannot be used is told by the command itself.
     platform->log().setMessageSink([&radio = *platform](std::string_view message) {
-        if (radio.radioCondition().kind == RadioCondition::Kind::poweredOn) tellMessage(message);
+        if (message != "Bluetooth: " + radio.radioCondition().advice()) tellMessage(message);
     });
     return platform;
 }
