@@ -358,30 +358,30 @@ TEST_P(BlueZRadio, ALinkThatIsNotOursAtTheStartIsToldOnceAndEndedIfAskedFor) {
         {-0.5, {mine}}, {30},          {30, {mine}}, {60, {}, false, false}, {60, {mine}, false, false}};
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE(i);
-        const auto& [moment, ended, isPaired, isTold] = rows[i];
+        const Row& row = rows[i];
         ScriptedPlatform its;
-        its.foreignLinks = std::make_shared<ForeignLinks>(ended);
+        its.foreignLinks = std::make_shared<ForeignLinks>(row.ended);
         ScriptedDevice& device = its.service.add({.serviceData = scripted.payload(7)});
         device.isInRange = its.service.othersDiscover = true;
         its.runLoop().runFor(2);
         const auto linkNow = [&] {
             its.service.connectByOther(device);
-            if (isPaired) its.service.change(device.path(), deviceInterface, {{"Paired", true}});
+            if (row.isPaired) its.service.change(device.path(), deviceInterface, {{"Paired", true}});
         };
-        if (moment < 0) (linkNow(), its.runLoop().runFor(-moment));
+        if (row.moment < 0) (linkNow(), its.runLoop().runFor(-row.moment));
         const auto first = watch(its);
         const auto second = watch(its);
-        its.runLoop().runFor(std::max(moment, 0.0));
-        if (moment > 0) linkNow();
+        its.runLoop().runFor(std::max(row.moment, 0.0));
+        if (row.moment > 0) linkNow();
         its.runLoop().runFor(5);
-        const bool isEnded = isTold && !ended.empty() && ended.front() == mine;
+        const bool isEnded = row.isTold && !row.ended.empty() && row.ended.front() == mine;
         EXPECT_EQ(device.isLinked(), !isEnded);
         EXPECT_EQ(std::ranges::count_if(its.lines,
                                         [](auto& it) { return it.find("not by this") != std::string::npos; }),
-                  isTold ? 1 : 0);
+                  row.isTold ? 1 : 0);
         const auto& found = its.foreignLinks->found();
-        ASSERT_EQ(found.size(), isTold ? 1U : 0U);
-        EXPECT_TRUE(!isTold || (found[0].address == device.address && found[0].isEnded == isEnded));
+        ASSERT_EQ(found.size(), row.isTold ? 1U : 0U);
+        EXPECT_TRUE(!row.isTold || (found[0].address == device.address && found[0].isEnded == isEnded));
     }
     reach(linked);
     watch(machine);

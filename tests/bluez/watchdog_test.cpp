@@ -160,7 +160,7 @@ TEST_P(Watchdog, AVersionThatServicesEndOrThatKnowsFewerKeysIsUsedAllTheSame) {
                                  .serviceData = ScriptedBench::payload(8)});
     service.endsAtServices = true;
     service.unknownKeys = {"Pattern"};
-    for (int i = 0; i < 2; ++i) {
+    for (std::size_t i = 0; i < 2; ++i) {
         // It restarts without having crashed.
         beginScan();
         pass(3);
