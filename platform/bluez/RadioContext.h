@@ -44,7 +44,7 @@ struct RadioContext {
     /// Opens a place for advertisement monitors in the kernel; null where this process may not have any.
     /// @param service the name of the Bluetooth service on the bus.
     std::function<std::shared_ptr<MonitorPlace>(const std::string& adapter, const std::string& service)>
-        openMonitorPlace = nullptr;
+        openMonitorPlace = [](const auto& /*adapter*/, const auto& /*service*/) { return nullptr; };
 
     /// Calls an action of `object` once, so many seconds from now, if the object lives then.
     template <typename Object>

@@ -46,7 +46,7 @@ public:
 
     /// Ends the scan, and cancels each attempt and each link. Another scan does not start, and another
     /// attempt fails.
-    void shutDown();
+    virtual void shutDown();
     /// Whether there is neither an attempt nor a link, and the radio has nothing left to end.
     bool hasEnded() const { return activePeripherals().empty() && isRadioIdle(); }
 

@@ -58,19 +58,18 @@ TEST(MonitorPatterns, MatchAServiceAtEachPlaceOfEachListAndInData) {
 
 class BlueZMonitor : public BlueZRadio {
 protected:
-    void offerMonitors() {
-        service.addObject(firstAdapter,
-                          {{adapterInterface, {{"Address", "00:00:5E:00:53:01"}, {"Powered", true}}},
-                           {monitorManagerInterface,
-                            {{"SupportedMonitorTypes", std::vector<std::string>{"or_patterns"}}}}});
+    void offerMonitors(const std::string& adapter = firstAdapter) {
+        service.addObject(adapter, {{adapterInterface, {{"Address", "00:00:5E:00:53:01"}, {"Powered", true}}},
+                                    {monitorManagerInterface,
+                                     {{"SupportedMonitorTypes", std::vector<std::string>{"or_patterns"}}}}});
         pass(0.1);
     }
     /// The service calls a monitor; nobody else is answered with success.
     bool tell(const std::string& member, int monitor, const std::string& sender = {}) {
         bool isDone = false;
-        const auto slot = service.callFrom(sender.empty() ? service.owner() : sender,
-                                           "/monitors/" + std::to_string(monitor), monitorInterface, member,
-                                           nullptr, [&](auto&, const BusError* error) { isDone = !error; });
+        const auto slot = service.callFrom(
+            sender.empty() ? service.owner() : sender, "/monitors/hci0/" + std::to_string(monitor),
+            monitorInterface, member, nullptr, [&](auto&, const BusError* error) { isDone = !error; });
         pass(0.1);
         return isDone;
     }
@@ -78,10 +77,10 @@ protected:
     std::vector<Properties> monitors() {
         std::vector<Properties> all;
         const auto slot =
-            service.callFrom(service.owner(), "/monitors", objectManagerInterface, "GetManagedObjects",
+            service.callFrom(service.owner(), "/monitors/hci0", objectManagerInterface, "GetManagedObjects",
                              nullptr, [&](MessageReader& reply, const BusError*) {
                                  reply.forEachObject([&](auto path) {
-                                     EXPECT_EQ(path, "/monitors/" + std::to_string(all.size()));
+                                     EXPECT_EQ(path, "/monitors/hci0/" + std::to_string(all.size()));
                                      reply.forEachInterface([&](auto interface) {
                                          EXPECT_EQ(interface, monitorInterface);
                                          all.push_back(reply.properties());
@@ -90,6 +89,9 @@ protected:
                              });
         pass(0.1);
         return all;
+    }
+    void scanFor(const CBUUID& itsService) {
+        central->scanForPeripheralsWithServicesOptions(std::array{itsService}, {});
     }
     /// The calls about monitors and discovery since the last time.
     std::string callsIn(double seconds) {
@@ -128,18 +130,30 @@ TEST_P(BlueZMonitor, StandsAtTheServiceAsLongAsTheScan) {
     EXPECT_EQ(callsOf("StopDiscovery"), 1);
     EXPECT_EQ(callsOf("StartDiscovery"), 1);
     EXPECT_TRUE(tell("DeviceFound", 0));
+    central->stopScan();
+    EXPECT_EQ(callsIn(1), "StopDiscovery ");
     scan();
-    EXPECT_THAT(callsIn(1), Not(HasSubstr("Monitor"))) << "a scan for the same needs no others";
-    central->scanForPeripheralsWithServicesOptions(std::array{strapService}, {});
+    EXPECT_EQ(callsIn(5), "StartDiscovery ") << "a scan for the same needs no others";
+    scanFor(strapService);
     EXPECT_THAT(callsIn(1), AllOf(StartsWith("UnregisterMonitor "), HasSubstr(" RegisterMonitor ")));
 
-    // Released, it is made anew after a while.
-    for (int monitor = 0; monitor < 5; ++monitor) tell("Release", monitor);
-    EXPECT_THAT(callsIn(50), Not(HasSubstr("Monitor")));
-    EXPECT_THAT(callsIn(20), HasSubstr("UnregisterMonitor RegisterMonitor "));
+    // When the first is released, all are made anew: soon, and later and later.
+    const auto anew = HasSubstr("UnregisterMonitor RegisterMonitor ");
+    for (const double rest : {2, 4, 8, 2}) {
+        tell("Release", 3);
+        EXPECT_THAT(callsIn(rest - 0.5), Not(HasSubstr("Monitor")));
+        EXPECT_THAT(callsIn(0.5), anew) << rest;
+        // Then they stand for long.
+        if (rest == 8) pass(61);
+    }
+    tell("Release", 0);
+    scanFor(strapService);
+    EXPECT_THAT(callsIn(1), AllOf(StartsWith("UnregisterMonitor "), HasSubstr(" RegisterMonitor ")))
+        << "a new scan does not wait";
 
     central->stopScan();
-    EXPECT_EQ(callsIn(1), "StopDiscovery UnregisterMonitor ");
+    EXPECT_EQ(callsIn(1), "StopDiscovery ");
+    EXPECT_EQ(callsIn(1), "UnregisterMonitor ");
     EXPECT_EQ(callsIn(100), "");
     scan();
     pass(1);
@@ -160,14 +174,23 @@ TEST_P(BlueZMonitor, StandsAtTheServiceAsLongAsTheScan) {
     EXPECT_THAT(callsIn(1), HasSubstr("RegisterMonitor ")) << "the service knows of none";
     service.scripts["RegisterMonitor"] = fails("AlreadyExists");
     service.scripts["UnregisterMonitor"] = {.delay = 0.5, .times = 1};
-    scan();
-    central->stopScan();
-    scan();
+    scanFor(strapService);
     service.calls.clear();
-    for (int monitor = 0; monitor < 5; ++monitor) tell("Release", monitor);
+    tell("Release", 0);
     pass(1);
     EXPECT_EQ(callsOf("UnregisterMonitor"), 2);
     EXPECT_EQ(callsOf("RegisterMonitor"), 2) << "they were released as they were unregistered";
+
+    // Another adapter is used, and the service releases those at the former one late.
+    offerMonitors("/org/bluez/hci1");
+    service.removeObjects(firstAdapter);
+    service.calls.clear();
+    pass(1);
+    EXPECT_THAT(service.calls, Contains("UnregisterMonitor /org/bluez/hci0"));
+    scan();
+    pass(1);
+    tell("Release", 0);
+    EXPECT_THAT(callsIn(5), Not(HasSubstr("Monitor")));
 }
 
 TEST_P(BlueZMonitor, IsTheKernelsOrNobodysWhereTheServiceTakesNone) {
@@ -175,7 +198,7 @@ TEST_P(BlueZMonitor, IsTheKernelsOrNobodysWhereTheServiceTakesNone) {
     pass(1);
     EXPECT_EQ(machine.monitorEvents, Events{"added 29"});
     service.calls.clear();
-    machine.monitors->tell("");
+    machine.monitors.lock()->tell("");
     pass(1);
     EXPECT_EQ(callsOf("StartDiscovery"), 1) << "anew, as the scan may have begun before";
     service.setPowered(false);
@@ -196,12 +219,13 @@ TEST_P(BlueZMonitor, IsTheKernelsOrNobodysWhereTheServiceTakesNone) {
     scan();
     pass(1);
     for (int refusals = 0; refusals < 2; ++refusals) {
-        machine.monitors->tell("the kernel is full");
+        machine.monitors.lock()->tell("the kernel is full");
         pass(61);
     }
     EXPECT_THAT(machine.monitorEvents, SizeIs(9)) << "it is tried again";
     EXPECT_EQ(linesWith("once in 10 s: the kernel is full. "), 1);
     central->stopScan();
+    pass(2);
 
     machine.mayPlaceMonitors = false;
     for (int scans = 0; scans < 3; ++scans) {
@@ -215,8 +239,14 @@ TEST_P(BlueZMonitor, IsTheKernelsOrNobodysWhereTheServiceTakesNone) {
     service.scripts["RegisterMonitor"] = fails("Failed", "no", -1);
     machine.mayPlaceMonitors = true;
     scan();
+    scanFor(longService);
     pass(1);
-    EXPECT_EQ(machine.monitorEvents.back(), "added 29") << "what one refuses the other may take";
+    EXPECT_EQ(machine.monitorEvents.back(), "added 3") << "what one refuses the other may take";
+    auto busyKernel = machine.monitors.lock();
+    EXPECT_FALSE(machine.shutDown(1));
+    EXPECT_EQ(machine.monitorEvents.back(), "removed");
+    busyKernel.reset();
+    EXPECT_TRUE(machine.shutDown(1));
 }
 
 /// The kernel at the other end of a socket.

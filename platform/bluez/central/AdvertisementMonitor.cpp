@@ -1,5 +1,7 @@
 #include "platform/bluez/central/AdvertisementMonitor.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -11,16 +13,17 @@ namespace zobi::platform::bluez {
 
 namespace {
 
-constexpr const char* monitorsPath = "/monitors";
-
 // The kernel takes 32, of all programs together. A service of 16 bits needs 5.
 constexpr std::size_t mostMonitors = 16;
 
 constexpr double answerDeadline = 10;
-// What was refused or released is tried again after so long.
-constexpr double rest = 60;
+// The library restarts its scan within milliseconds.
+constexpr double lingering = 1.5;
+// What was refused or released is tried again after so long, and later and later if it does not last.
+constexpr double shortestRest = 2;
+constexpr double longestRest = 60;
 
-std::vector<ManagedObject> objectsFor(const std::vector<CBUUID>& services) {
+std::vector<ManagedObject> objectsFor(const std::vector<CBUUID>& services, const std::string& parent) {
     std::vector<ManagedObject> objects;
     for (auto& patterns : monitorsOf(patternsOf(services), mostMonitors)) {
         // Without thresholds, BlueZ calls the object for reports between two scans alone. The sampling period
@@ -28,7 +31,7 @@ std::vector<ManagedObject> objectsFor(const std::vector<CBUUID>& services) {
         const Properties properties{{"Type", monitorType},
                                     {"RSSISamplingPeriod", std::uint16_t{0}},
                                     {"Patterns", std::move(patterns)}};
-        const std::string path = std::string(monitorsPath) + '/' + std::to_string(objects.size());
+        const std::string path = parent + '/' + std::to_string(objects.size());
         objects.push_back({path, {{monitorInterface, properties}}});
     }
     return objects;
@@ -41,31 +44,56 @@ AdvertisementMonitor::~AdvertisementMonitor() {
 }
 
 void AdvertisementMonitor::start(const std::vector<CBUUID>& services) {
+    cancel(rest_);
+    resume(services);
+}
+
+void AdvertisementMonitor::resume(const std::vector<CBUUID>& services) {
+    cancel(linger_);
     wanted_ = services;
     advance();
 }
 
 void AdvertisementMonitor::stop() {
+    cancel(linger_);
     wanted_.reset();
     advance();
 }
 
+void AdvertisementMonitor::stopSoon() {
+    if (!wanted_ || linger_) return;
+    linger_ = context_->after(lingering, shared_from_this(), &AdvertisementMonitor::stop);
+}
+
 void AdvertisementMonitor::forget() {
     wanted_.reset();
-    isRegistered_ = false;
+    cancel(linger_);
+    cancel(rest_);
+    delay_ = 0;
+    // A service that lives on would keep them at the adapter.
+    if (std::exchange(isRegistered_, false)) callManager("UnregisterMonitor", nullptr);
     call_.cancel();
     removeFromKernel();
-    if (rest_) std::exchange(rest_, nullptr)->invalidate();
+}
+
+bool AdvertisementMonitor::isIdle() const {
+    return !place_ && std::ranges::all_of(leaving_, [](const auto& place) { return place.expired(); });
+}
+
+void AdvertisementMonitor::cancel(std::shared_ptr<NSTimer>& timer) {
+    if (timer) std::exchange(timer, nullptr)->invalidate();
 }
 
 void AdvertisementMonitor::advance() {
     if (call_.isPending()) return;
-    if (isPlaced() && wanted_ != services_) {
+    const bool isReleased = isRegistered_ && !isStanding_;
+    if (isPlaced() && (wanted_ != services_ || (isReleased && !rest_))) {
         removeFromKernel();
         if (isRegistered_) return unregisterObjects();
     }
-    if (!wanted_ || isPlaced() || rest_) return;
+    if (!wanted_ || linger_ || isPlaced() || rest_) return;
     services_ = *wanted_;
+    placedAt_ = context_->clock.monotonicTime();
     if (service_->takesMonitors()) return registerObjects();
     askKernel("the service takes no advertisement monitors");
 }
@@ -76,36 +104,34 @@ void AdvertisementMonitor::callManager(const char* member, Bus::Answer answer) {
     call_.start(shared_from_this(), context_->runLoop, answerDeadline, "it does not answer",
                 std::move(answer), [&](Bus::Answer answered) {
                     return service_->call(
-                        "/org/bluez/" + service_->adapterName(), monitorManagerInterface, member,
-                        [](Message& message) { message.objectPath(monitorsPath); }, std::move(answered));
+                        "/org/bluez/" + adapter_, monitorManagerInterface, member,
+                        [this](Message& message) { message.objectPath(path_); }, std::move(answered));
                 });
 }
 
 void AdvertisementMonitor::registerObjects() {
-    objects_ = objectsFor(services_);
-    standing_ = objects_.size();
+    adapter_ = service_->adapterName();
+    path_ = "/monitors/" + adapter_;
+    objects_ = objectsFor(services_, path_);
     isActive_ = false;
     // BlueZ calls the objects before it answers.
-    isRegistered_ = true;
+    isRegistered_ = isStanding_ = true;
     callManager("RegisterMonitor",
                 [this](MessageReader& /*reply*/, const BusError* error) { registered(error); });
 }
 
 void AdvertisementMonitor::registered(const BusError* error) {
     if (error && error->name == "org.bluez.Error.AlreadyExists") return unregisterObjects();
-    if (error) {
-        // Without an answer, they may be there.
-        isRegistered_ = error->name.empty();
-        if (!isRegistered_ && wanted_) {
-            return askKernel("the service refuses advertisement monitors (" + error->message + ')');
-        }
-    }
-    advance();
+    // Without an answer, they may be there.
+    if (error) isRegistered_ = error->name.empty();
+    // The scan may have become another meanwhile, or ended.
+    if (isRegistered_ || wanted_ != services_ || linger_) return advance();
+    askKernel("the service refuses advertisement monitors (" + error->message + ')');
 }
 
 void AdvertisementMonitor::unregisterObjects() {
     // BlueZ releases them now.
-    standing_ = 0;
+    isStanding_ = false;
     callManager("UnregisterMonitor", [this](MessageReader& /*reply*/, const BusError* error) {
         isRegistered_ = false;
         if (error && wanted_) restAndRetry();
@@ -114,20 +140,17 @@ void AdvertisementMonitor::unregisterObjects() {
 }
 
 void AdvertisementMonitor::serviceDidCall(const IncomingCall& call) {
-    const bool isForMonitor = call.interface == monitorInterface;
-    if (call.interface == objectManagerInterface && call.path == monitorsPath) {
+    if (call.interface == objectManagerInterface && call.path == path_) {
         Message message = Bus::makeReply(call);
         return service_->send(message.objects(objects_));
     }
-    if (!isForMonitor) return Bus::replyNoObject(call);
+    if (call.interface != monitorInterface) return Bus::replyNoObject(call);
     // BlueZ asks for no reply, at each device that it finds.
     if (Bus::expectsReply(call)) service_->send(Bus::makeReply(call));
-    if (call.member == "Release") wasReleased();
+    // Those at an adapter that was used before are released late.
+    if (call.path.substr(0, call.path.rfind('/')) != path_) return;
+    if (call.member == "Release" && std::exchange(isStanding_, false)) restAndRetry();
     if (call.member == "Activate" && !std::exchange(isActive_, true)) onActive_();
-}
-
-void AdvertisementMonitor::wasReleased() {
-    if (standing_ > 0 && --standing_ == 0) restAndRetry();
 }
 
 // In the kernel
@@ -150,19 +173,26 @@ void AdvertisementMonitor::placed(const std::string& trouble) {
 }
 
 void AdvertisementMonitor::removeFromKernel() {
-    if (const auto place = std::exchange(place_, nullptr)) place->remove();
+    const auto place = std::exchange(place_, nullptr);
+    if (!place) return;
+    place->remove();
+    std::erase_if(leaving_, [](const auto& former) { return former.expired(); });
+    leaving_.push_back(place);
 }
 
 // Without them
 
 void AdvertisementMonitor::restAndRetry() {
-    rest_ = context_->after(rest, shared_from_this(), &AdvertisementMonitor::restIsOver);
+    // What has stood for long is not what fails each time.
+    const std::chrono::duration<double> stood = context_->clock.monotonicTime() - placedAt_;
+    if (stood.count() > longestRest) delay_ = 0;
+    delay_ = std::clamp(2 * delay_, shortestRest, longestRest);
+    cancel(rest_);
+    rest_ = context_->after(delay_, shared_from_this(), &AdvertisementMonitor::restIsOver);
 }
 
 void AdvertisementMonitor::restIsOver() {
     rest_ = nullptr;
-    // BlueZ keeps the path of objects that it has released.
-    if (isRegistered_ && standing_ == 0 && !call_.isPending()) return unregisterObjects();
     advance();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -33,15 +33,22 @@ public:
     AdvertisementMonitor(const AdvertisementMonitor&) = delete;
     AdvertisementMonitor& operator=(const AdvertisementMonitor&) = delete;
 
-    /// Has monitors for devices that advertise one of these services; for any if empty.
+    /// A scan begins: has monitors for devices that advertise one of these services; for any if empty.
     void start(const std::vector<CBUUID>& services);
+    /// A scan goes on: as `start`, but a pause after a failure goes on too.
+    void resume(const std::vector<CBUUID>& services);
     void stop();
-    /// BlueZ has forgotten them, as it does when it is restarted.
+    /// Stops after a moment unless it is started before: a scan that is restarted needs the same ones.
+    void stopSoon();
+    /// BlueZ has forgotten them, or another adapter is used from now on.
     void forget();
+    /// Whether nothing is left that would outlive this process. What BlueZ has ends with it.
+    bool isIdle() const;
     /// BlueZ calls one of the objects.
     void serviceDidCall(const IncomingCall& call);
 
 private:
+    static void cancel(std::shared_ptr<NSTimer>& timer);
     bool isPlaced() const { return isRegistered_ || place_; }
     void advance();
     void registerObjects();
@@ -50,7 +57,6 @@ private:
     void askKernel(const std::string& why);
     void placed(const std::string& trouble);
     void removeFromKernel();
-    void wasReleased();
     void restAndRetry();
     void restIsOver();
     void tellRate(const std::string& why);
@@ -62,14 +68,22 @@ private:
     std::optional<std::vector<CBUUID>> wanted_;
     /// What those that are there were made for.
     std::vector<CBUUID> services_;
+    /// Which adapter that was at, and the path of the objects.
+    std::string adapter_;
+    std::string path_;
     std::vector<ManagedObject> objects_;
     bool isRegistered_ = false;
-    /// How many of the objects BlueZ has not released.
-    std::size_t standing_ = 0;
+    /// Registered, and BlueZ has released none of the objects.
+    bool isStanding_ = false;
     bool isActive_ = false;
     std::shared_ptr<MonitorPlace> place_;
+    /// Those from which the kernel has not removed everything.
+    std::vector<std::weak_ptr<MonitorPlace>> leaving_;
     TimedCall call_;
+    std::shared_ptr<NSTimer> linger_;
     std::shared_ptr<NSTimer> rest_;
+    double delay_ = 0;
+    std::chrono::nanoseconds placedAt_{};
     std::string told_;
 };
 

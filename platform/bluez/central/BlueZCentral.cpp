@@ -53,6 +53,12 @@ void BlueZCentral::start() {
     service->start();
 }
 
+void BlueZCentral::shutDown() {
+    StandardCentral::shutDown();
+    // No scan comes that could need them.
+    if (context_->monitor) context_->monitor->stop();
+}
+
 // Scanning
 
 void BlueZCentral::beginScan() {
@@ -65,6 +71,7 @@ void BlueZCentral::endScan() {
 }
 
 bool BlueZCentral::isRadioIdle() const {
+    if (context_->monitor && !context_->monitor->isIdle()) return false;
     if (state() != CBManagerState::poweredOn) return true;
     return context_->discovery->isIdle() && std::ranges::none_of(peripherals(), [](const auto& known) {
                return static_cast<BlueZPeripheral&>(*known.second).link().isDisconnecting();
@@ -78,11 +85,11 @@ bool BlueZCentral::isDiscoveryWanted() const {
 void BlueZCentral::updateDiscovery() {
     if (state() != CBManagerState::poweredOn || context_->attempts->isAttempting()) return;
     if (isDiscoveryWanted()) {
-        context_->monitor->start(discoveryFilter());
+        context_->monitor->resume(discoveryFilter());
         context_->discovery->resume(discoveryFilter());
     } else {
         context_->discovery->stop();
-        context_->monitor->stop();
+        context_->monitor->stopSoon();
     }
 }
 

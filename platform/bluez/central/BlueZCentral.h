@@ -27,6 +27,7 @@ public:
 
     /// Looks for BlueZ. Called once, from the run loop.
     void start();
+    void shutDown() override;
 
     void serviceDidChangeCondition() override;
     void discoveringDidChange() override { context_->discovery->scanWasTold(); }

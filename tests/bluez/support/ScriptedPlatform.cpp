@@ -60,7 +60,9 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
     const auto openMonitors = [this](const auto& /*adapter*/,
                                      const auto& /*service*/) -> std::shared_ptr<MonitorPlace> {
         if (!mayPlaceMonitors) return nullptr;
-        return monitors = std::make_shared<ScriptedMonitors>(monitorEvents);
+        const auto place = std::make_shared<ScriptedMonitors>(monitorEvents);
+        monitors = place;
+        return place;
     };
     const auto startKernelDiscovery = [this](const auto& /*adapter*/) {
         if (mayAdminister) ++kernelDiscoveries;

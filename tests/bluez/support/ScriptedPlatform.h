@@ -81,7 +81,7 @@ public:
     std::shared_ptr<ScriptedChannel> channel = std::make_shared<ScriptedChannel>(runLoop());
     /// Whether the kernel takes monitors of this process, those that came last, and what became of all.
     bool mayPlaceMonitors = true;
-    std::shared_ptr<ScriptedMonitors> monitors;
+    std::weak_ptr<ScriptedMonitors> monitors;
     std::vector<std::string> monitorEvents;
     /// When the controller tells why a link has ended, in seconds after the service has told that it has.
     double reasonDelay = 0;
