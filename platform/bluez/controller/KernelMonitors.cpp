@@ -1,11 +1,11 @@
 #include "platform/bluez/controller/KernelMonitors.h"
 
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <utility>
 
 #include "platform/bluez/controller/HCI.h"
@@ -32,7 +32,8 @@ constexpr std::size_t patternSize = 31;
 
 // The kernel answers at once, unless its controller does not.
 constexpr double answerDeadline = 10;
-constexpr int lastAnswerMilliseconds = 100;
+// All answers to a removal, where the run loop may be about to end.
+constexpr std::chrono::milliseconds removalDeadline(200);
 constexpr double busyDelay = 0.1;
 
 std::vector<std::uint8_t> parametersOf(const std::vector<AdvertisementPattern>& patterns) {
@@ -70,21 +71,21 @@ std::shared_ptr<KernelMonitors> KernelMonitors::open(const std::string& adapter,
 
 KernelMonitors::~KernelMonitors() {
     source_.reset();
+    const PacketDeadline deadline(removalDeadline);
     // An answer may be on its way; that to a removal takes its handle away.
-    bool isAnswered = !isSent_ || waitForAnswer();
+    bool isAnswered = !isSent_ || waitForAnswer(deadline);
     if (!handles_.empty() && descriptor_ < 0) descriptor_ = openSocket_().value_or(-1);
     while (isAnswered && !handles_.empty() && descriptor_ >= 0) {
         commands_ = {removalOf(handles_.front())};
         isSent_ = write(commands_.front());
-        isAnswered = isSent_ && waitForAnswer() && !isBusy_;
+        isAnswered = isSent_ && waitForAnswer(deadline) && !isBusy_;
     }
     close();
 }
 
-bool KernelMonitors::waitForAnswer() {
+bool KernelMonitors::waitForAnswer(const PacketDeadline& deadline) {
     std::array<std::uint8_t, largestPacket> packet;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-    pollfd arrival{descriptor_, POLLIN, 0};
-    while (isSent_ && ::poll(&arrival, 1, lastAnswerMilliseconds) > 0) {
+    while (isSent_ && deadline.awaitPacket(descriptor_)) {
         const auto size = ::read(descriptor_, packet.data(), packet.size());
         if (size <= 0) return false;
         handle(std::span(packet).first(static_cast<std::size_t>(size)));
@@ -115,7 +116,8 @@ void KernelMonitors::remove() {
     proceed();
     // The kernel answers in milliseconds, and the run loop may be about to end. If it does not, the rest goes
     // on with the loop.
-    while (isSent_ && waitForAnswer()) proceed();
+    const PacketDeadline deadline(removalDeadline);
+    while (isSent_ && waitForAnswer(deadline)) proceed();
 }
 
 KernelMonitors::Command KernelMonitors::removalOf(std::uint16_t handle) {

@@ -11,6 +11,7 @@
 
 #include "platform/bluez/controller/MonitorPlace.h"
 #include "platform/bluez/controller/MonitorRecord.h"
+#include "platform/bluez/controller/PacketDeadline.h"
 #include "zobi/platform/NSTimer.h"
 #include "zobi/platform/RunLoop.h"
 
@@ -55,7 +56,7 @@ private:
     void proceed();
     void send();
     bool write(const Command& command) const;
-    bool waitForAnswer();
+    bool waitForAnswer(const PacketDeadline& deadline);
     void drain();
     void handle(std::span<const std::uint8_t> packet);
     void featuresWereRead(std::span<const std::uint8_t> features);

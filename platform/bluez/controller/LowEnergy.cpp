@@ -1,12 +1,13 @@
 #include "platform/bluez/controller/LowEnergy.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 
 #include "platform/bluez/controller/HCI.h"
 #include "platform/bluez/controller/KernelSocket.h"
+#include "platform/bluez/controller/PacketDeadline.h"
 
 namespace zobi::platform::bluez {
 
@@ -17,8 +18,7 @@ constexpr std::uint16_t readInformationCommand = 0x0004;
 // Code, controller and size; then command and status; address, version and manufacturer.
 constexpr std::size_t settingsPosition = 6 + 3 + 9;
 constexpr unsigned lowEnergyInSecondByte = 0x02;
-// In milliseconds.
-constexpr int answerDeadline = 1000;
+constexpr std::chrono::seconds answerDeadline(1);
 
 }  // namespace
 
@@ -43,9 +43,9 @@ LowEnergy readLowEnergy(std::uint16_t controller) {
                                               0};
     LowEnergy found = LowEnergy::unknown;
     if (::write(*descriptor, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
-        pollfd socket{*descriptor, POLLIN, 0};
+        const PacketDeadline deadline(answerDeadline);
         // Other events may come first.
-        while (found == LowEnergy::unknown && ::poll(&socket, 1, answerDeadline) == 1) {
+        while (found == LowEnergy::unknown && deadline.awaitPacket(*descriptor)) {
             std::array<std::uint8_t, 512> packet{};
             const auto size = ::read(*descriptor, packet.data(), packet.size());
             if (size <= 0) break;
