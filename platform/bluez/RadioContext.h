@@ -41,10 +41,10 @@ struct RadioContext {
     /// Starts a discovery of the kernel, past the service; false if this process may not.
     std::function<bool(const std::string& adapter)> startKernelDiscovery = nullptr;
     std::shared_ptr<ServiceFaults> faults = std::make_shared<ServiceFaults>();
-    /// Opens a place for advertisement monitors in the kernel; null where this process may not have any.
+    /// Opens a place for advertisement monitors in the kernel.
     /// @param service the name of the Bluetooth service on the bus.
-    std::function<std::shared_ptr<MonitorPlace>(const std::string& adapter, const std::string& service)>
-        openMonitorPlace = [](const auto& /*adapter*/, const auto& /*service*/) { return nullptr; };
+    std::function<OpenedPlace(const std::string& adapter, const std::string& service)>
+        openMonitorPlace = [](const auto& /*adapter*/, const auto& /*service*/) { return OpenedPlace(); };
 
     /// Calls an action of `object` once, so many seconds from now, if the object lives then.
     template <typename Object>

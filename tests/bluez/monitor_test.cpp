@@ -233,7 +233,7 @@ TEST_P(BlueZMonitor, IsTheKernelsOrNobodysWhereTheServiceTakesNone) {
         pass(30);
         central->stopScan();
     }
-    EXPECT_EQ(linesWith("CAP_NET_ADMIN. Turn on"), 1);
+    EXPECT_EQ(linesWith("takes none of this process. Turn on"), 1);
     EXPECT_EQ(linesWith("setcap cap_net_admin+ep"), 2);
     offerMonitors();
     service.scripts["RegisterMonitor"] = fails("Failed", "no", -1);

@@ -156,8 +156,9 @@ void AdvertisementMonitor::serviceDidCall(const IncomingCall& call) {
 // In the kernel
 
 void AdvertisementMonitor::askKernel(const std::string& why) {
-    place_ = context_->openMonitorPlace(service_->adapterName(), service_->owner());
-    if (!place_) return tellRate(why + ", and this process lacks the capability CAP_NET_ADMIN");
+    auto [opened, obstacle] = context_->openMonitorPlace(service_->adapterName(), service_->owner());
+    place_ = std::move(opened);
+    if (!place_) return tellRate(why + ", and " + obstacle);
     place_->add(patternsOf(services_),
                 [weakSelf = weak_from_this(), place = place_.get()](const std::string& trouble) {
                     const auto self = weakSelf.lock();

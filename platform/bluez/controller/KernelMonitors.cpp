@@ -58,15 +58,21 @@ std::string lifeOf(const std::string& adapter, const std::string& service) {
 
 }  // namespace
 
-std::shared_ptr<KernelMonitors> KernelMonitors::open(const std::string& adapter, const std::string& service,
-                                                     RunLoop& runLoop) {
+OpenedPlace KernelMonitors::open(const std::string& adapter, const std::string& service, RunLoop& runLoop) {
     const auto controller = controllerNumber(adapter);
-    if (!controller || !ManagementSocket::isAllowed()) return nullptr;
-    auto record =
-        std::make_unique<MonitorRecord>(MonitorRecord::usualFolder(), adapter, lifeOf(adapter, service));
-    return std::make_shared<KernelMonitors>(
-        *controller, [] { return KernelSocket::open(noController, controlChannel); }, std::move(record),
-        runLoop);
+    if (!controller) return {};
+    if (!ManagementSocket::isAllowed()) return {nullptr, "this process lacks the capability CAP_NET_ADMIN"};
+    const std::string folder = MonitorRecord::usualFolder();
+    if (folder.empty()) {
+        return {nullptr,
+                "this process may write no folder ($RUNTIME_DIRECTORY, $XDG_RUNTIME_DIR, /run) to record what "
+                "it has in the kernel"};
+    }
+    auto record = std::make_unique<MonitorRecord>(folder, adapter, lifeOf(adapter, service));
+    return {std::make_shared<KernelMonitors>(
+                *controller, [] { return KernelSocket::open(noController, controlChannel); },
+                std::move(record), runLoop),
+            ""};
 }
 
 KernelMonitors::~KernelMonitors() {
@@ -202,7 +208,10 @@ void KernelMonitors::handle(std::span<const std::uint8_t> packet) {
         tell("the kernel refuses with status " + std::to_string(status));
     } else if (command.code == addCommand) {
         handles_.push_back(number16(returned, 0));
-        record_->write(handles_);
+        if (record_->write(handles_)) return;
+        // If this process were killed, they would stay.
+        commands_.clear();
+        tell("this process cannot record what it has in the kernel");
     } else {
         featuresWereRead(returned);
     }

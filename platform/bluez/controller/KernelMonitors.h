@@ -24,12 +24,11 @@ namespace zobi::platform::bluez {
 /// every advertisement a second time.
 class KernelMonitors final : public MonitorPlace, public std::enable_shared_from_this<KernelMonitors> {
 public:
-    /// Null where this process may not.
+    /// None where this process may not, or could not record what it has in the kernel.
     /// @param adapter "hci0", for example.
     /// @param service the name on the bus of the Bluetooth service, which removes all monitors when it
     /// starts.
-    static std::shared_ptr<KernelMonitors> open(const std::string& adapter, const std::string& service,
-                                                RunLoop& runLoop);
+    static OpenedPlace open(const std::string& adapter, const std::string& service, RunLoop& runLoop);
 
     /// Opens a management socket that does not block. Nothing where that cannot be.
     using OpenSocket = std::function<std::optional<int>()>;

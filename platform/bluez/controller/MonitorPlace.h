@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,14 @@ public:
     virtual void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) = 0;
     /// Removes them. What the kernel does not remove at once is removed while the run loop runs.
     virtual void remove() = 0;
+};
+
+/// A place for monitors in the kernel, or why there is none.
+struct OpenedPlace {
+    /// Null for none.
+    std::shared_ptr<MonitorPlace> place = nullptr;
+    /// The end of a sentence.
+    std::string why = "the kernel takes none of this process";
 };
 
 }  // namespace zobi::platform::bluez

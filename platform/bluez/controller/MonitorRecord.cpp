@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -15,11 +16,16 @@
 namespace zobi::platform::bluez {
 
 std::string MonitorRecord::usualFolder() {
+    std::string list;
     for (const char* const variable : {"RUNTIME_DIRECTORY", "XDG_RUNTIME_DIR"}) {
-        const char* const folder = std::getenv(variable);
-        if (folder && ::access(folder, W_OK) == 0) return folder;
+        const char* const folders = std::getenv(variable);
+        if (folders) list += folders + std::string(":");
     }
-    return ::access("/run", W_OK) == 0 ? "/run" : "";
+    std::istringstream folders(list + "/run");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        if (::access(folder.c_str(), W_OK | X_OK) == 0) return folder;
+    }
+    return "";
 }
 
 MonitorRecord::~MonitorRecord() {
@@ -28,7 +34,6 @@ MonitorRecord::~MonitorRecord() {
 
 std::vector<std::uint16_t> MonitorRecord::takeLeft() const {
     std::vector<std::uint16_t> left;
-    if (folder_.empty()) return left;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
         if (!entry.path().filename().string().starts_with(prefix_)) continue;
@@ -51,24 +56,33 @@ std::vector<std::uint16_t> MonitorRecord::takeLeft() const {
     return left;
 }
 
-void MonitorRecord::write(const std::vector<std::uint16_t>& handles) {
-    if (folder_.empty()) return;
-    if (handles.empty()) {
-        if (descriptor_ < 0) return;
-        ::unlink(path_.c_str());
-        ::close(std::exchange(descriptor_, -1));
-        return;
-    }
-    if (descriptor_ < 0) {
+bool MonitorRecord::createFile() {
+    struct stat state {};
+    // Until it is locked, another process may take it for one that was left, and delete it.
+    do {
+        if (descriptor_ >= 0) ::close(descriptor_);
         path_ = folder_ + '/' + prefix_ + "XXXXXX";
         descriptor_ = ::mkostemp(path_.data(), O_CLOEXEC);
-        if (descriptor_ < 0) return;
-        ::flock(descriptor_, LOCK_EX | LOCK_NB);
+        if (descriptor_ < 0) return false;
+        while (::flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    } while (::fstat(descriptor_, &state) == 0 && state.st_nlink == 0);
+    return true;
+}
+
+bool MonitorRecord::write(const std::vector<std::uint16_t>& handles) {
+    if (handles.empty()) {
+        if (descriptor_ < 0) return true;
+        ::unlink(path_.c_str());
+        ::close(std::exchange(descriptor_, -1));
+        return true;
     }
+    if (descriptor_ < 0 && !createFile()) return false;
     std::string text = life_;
     for (const std::uint16_t handle : handles) text += ' ' + std::to_string(handle);
     // A shorter text than before leaves nothing of it behind.
-    if (::ftruncate(descriptor_, 0) != 0 || ::pwrite(descriptor_, text.data(), text.size(), 0) < 0) return;
+    return ::ftruncate(descriptor_, 0) == 0 &&
+           ::pwrite(descriptor_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
 }
 
 }  // namespace zobi::platform::bluez

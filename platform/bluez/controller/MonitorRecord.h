@@ -10,7 +10,7 @@ namespace zobi::platform::bluez {
 /// process is killed. The file is locked as long as the process lives.
 class MonitorRecord {
 public:
-    /// @param folder where the files are; empty for none, so that nothing is recorded.
+    /// @param folder where the files are.
     /// @param adapter "hci0", for example.
     /// @param life tells one life of the controller from the next, in which the handles count anew.
     MonitorRecord(std::string folder, const std::string& adapter, std::string life)
@@ -21,13 +21,17 @@ public:
 
     /// The handles that processes have left which live no more. Their files are deleted.
     std::vector<std::uint16_t> takeLeft() const;
-    /// Replaces what the file says; without handles there is no file.
-    void write(const std::vector<std::uint16_t>& handles);
+    /// Replaces what the file says; without handles there is no file. False if it cannot be written.
+    bool write(const std::vector<std::uint16_t>& handles);
 
-    /// A folder of this machine for files that end with its run; empty if this process may write none.
+    /// A folder for files that end with the run of the machine: the first that this process may write of
+    /// those in RUNTIME_DIRECTORY (which may name several), XDG_RUNTIME_DIR, and /run; empty if there is
+    /// none.
     static std::string usualFolder();
 
 private:
+    bool createFile();
+
     std::string folder_;
     std::string prefix_;
     std::string life_;

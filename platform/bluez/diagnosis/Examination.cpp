@@ -217,13 +217,13 @@ void Examination::examineRate() {
         return add("scan", Severity::good,
                    "Every advertisement is heard: the service takes advertisement monitors.");
     }
-    if (context_.openMonitorPlace(name_, "")) {
+    const auto [place, why] = context_.openMonitorPlace(name_, "");
+    if (place) {
         return add("scan", Severity::good,
                    "Every advertisement is heard: the kernel takes advertisement monitors of this user.");
     }
     add("scan", Severity::limitation,
-        limitedRateText("neither the service nor the kernel takes advertisement monitors of this user"),
-        remedyForRate());
+        limitedRateText("the service takes no advertisement monitors, and " + why), remedyForRate());
 }
 
 void Examination::examinePeripheralRole(const Abilities& abilities) {

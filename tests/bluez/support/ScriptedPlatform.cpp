@@ -57,12 +57,11 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
     };
     const auto openBus = [this](const auto& busContext) { return service.openBus(busContext); };
     const auto setCondition = [this](const RadioCondition& condition) { setRadioCondition(condition); };
-    const auto openMonitors = [this](const auto& /*adapter*/,
-                                     const auto& /*service*/) -> std::shared_ptr<MonitorPlace> {
-        if (!mayPlaceMonitors) return nullptr;
+    const auto openMonitors = [this](const auto& /*adapter*/, const auto& /*service*/) -> OpenedPlace {
+        if (!mayPlaceMonitors) return {};
         const auto place = std::make_shared<ScriptedMonitors>(monitorEvents);
         monitors = place;
-        return place;
+        return {place, ""};
     };
     const auto startKernelDiscovery = [this](const auto& /*adapter*/) {
         if (mayAdminister) ++kernelDiscoveries;
