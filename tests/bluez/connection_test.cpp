@@ -361,7 +361,7 @@ TEST_P(BlueZRadio, ALinkThatIsNotOursAtTheStartIsToldOnceAndEndedIfAskedFor) {
         const Row& row = rows[i];
         ScriptedPlatform its;
         its.foreignLinks = std::make_shared<ForeignLinks>(row.ended);
-        ScriptedDevice& device = its.service.add({.serviceData = scripted.payload(7)});
+        ScriptedDevice& device = its.service.add({.serviceData = ScriptedBench::payload(7)});
         device.isInRange = its.service.othersDiscover = true;
         its.runLoop().runFor(2);
         const auto linkNow = [&] {

@@ -31,7 +31,7 @@ protected:
     Verdict verdict(double seconds) { return listen(seconds).verdict; }
     Finding::Severity severity() const { return last.findings.front().severity; }
     /// Repeats it for ever.
-    void every(double seconds, std::function<void()> action) {
+    void every(double seconds, const std::function<void()>& action) {
         runLoop.after(seconds, [=, this] {
             action();
             every(seconds, action);

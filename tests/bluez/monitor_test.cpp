@@ -251,7 +251,7 @@ TEST_P(BlueZMonitor, IsTheKernelsOrNobodysWhereTheServiceTakesNone) {
 
 /// The kernel at the other end of a socket.
 class KernelMonitor : public Test {
-protected:
+public:
     KernelMonitor() { std::filesystem::create_directories(folder); }
     ~KernelMonitor() override {
         std::filesystem::remove_all(folder);
@@ -260,6 +260,7 @@ protected:
     KernelMonitor(const KernelMonitor&) = delete;
     KernelMonitor& operator=(const KernelMonitor&) = delete;
 
+protected:
     std::shared_ptr<KernelMonitors> open(const std::string& life = "life") {
         const auto openSocket = [this]() -> std::optional<int> {
             std::array<int, 2> ends{};

@@ -76,17 +76,17 @@ public:
         listener_->events.clear();
         if (central_->state() != CBManagerState::poweredOn) return;
         if (!beacon_) return scan();
-        if (link_ == CBPeripheralState::disconnected && wantsLink) {
+        if (link_ == CBPeripheralState::disconnected && wantsLink_) {
             central_->stopScan();
             beacon_->setDelegate(listener_);
             link_ = CBPeripheralState::connecting;
             central_->connectPeripheral(beacon_);
-        } else if (link_ == CBPeripheralState::connected && requests_ == 0 && wantsLink) {
+        } else if (link_ == CBPeripheralState::connected && requests_ == 0 && wantsLink_) {
             request();
         }
     }
     void end() {
-        wantsLink = false;
+        wantsLink_ = false;
         central_->cancelPeripheralConnection(beacon_);
     }
 
@@ -136,7 +136,7 @@ private:
     int requests_ = 0;
     int links_ = 0;
     int answers_ = 0;
-    bool wantsLink = true;
+    bool wantsLink_ = true;
 };
 
 class Chaos : public LibraryOverRadio {

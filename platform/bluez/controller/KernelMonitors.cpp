@@ -64,9 +64,10 @@ OpenedPlace KernelMonitors::open(const std::string& adapter, const std::string& 
     if (!ManagementSocket::isAllowed()) return {nullptr, "this process lacks the capability CAP_NET_ADMIN"};
     const std::string folder = MonitorRecord::usualFolder();
     if (folder.empty()) {
-        return {nullptr,
-                "this process may write no folder ($RUNTIME_DIRECTORY, $XDG_RUNTIME_DIR, /run) to record what "
-                "it has in the kernel"};
+        return {
+            nullptr,
+            "this process may write no folder ($RUNTIME_DIRECTORY, $XDG_RUNTIME_DIR, /run) to record what "
+            "it has in the kernel"};
     }
     auto record = std::make_unique<MonitorRecord>(folder, adapter, lifeOf(adapter, service));
     return {std::make_shared<KernelMonitors>(

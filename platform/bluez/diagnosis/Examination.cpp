@@ -62,8 +62,8 @@ void Examination::add(const char* subject, Severity severity, std::string found,
     findings_.push_back({subject, severity, std::move(found), std::move(advice)});
 }
 
-void Examination::obstruct(const char* subject, const RadioCondition& condition, std::string found) {
-    add(subject, Severity::obstacle, found.empty() ? condition.text : std::move(found), condition.remedy);
+void Examination::obstruct(const char* subject, const RadioCondition& condition, const std::string& found) {
+    add(subject, Severity::obstacle, found.empty() ? condition.text : found, condition.remedy);
     end();
 }
 

@@ -50,7 +50,7 @@ private:
     void add(const char* subject, Severity severity, std::string found, std::string advice = {});
     /// The last finding: what depends on it is left out.
     /// @param found what was found, where that is more than the condition's own text.
-    void obstruct(const char* subject, const RadioCondition& condition, std::string found = {});
+    void obstruct(const char* subject, const RadioCondition& condition, const std::string& found = {});
     void end();
 
     void failAtBus(std::string found);

@@ -112,9 +112,10 @@ std::vector<Finding> findingsOf(const Hearing& hearing) {
             break;
     }
     for (const auto& [address, name] : hearing.linked) {
-        add("link", Severity::limitation,
-            address + (name.empty() ? "" : " (" + name + ')') +
-                " is linked to this machine, and was not heard: most devices do not advertise meanwhile.",
+        std::string found = address;
+        if (!name.empty()) found.append(" (").append(name).append(")");
+        found += " is linked to this machine, and was not heard: most devices do not advertise meanwhile.";
+        add("link", Severity::limitation, std::move(found),
             "If no program here uses the link, end it: bluetoothctl disconnect " + address);
     }
     return findings;

@@ -3,7 +3,8 @@
 namespace zobi::platform::bluez {
 
 std::string limitedRateText(const std::string& why) {
-    return "If the controller filters duplicates strictly, as many do, each beacon is heard only about once in "
+    return "If the controller filters duplicates strictly, as many do, each beacon is heard only about once "
+           "in "
            "10 s: " +
            why + '.';
 }
