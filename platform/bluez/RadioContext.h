@@ -43,8 +43,8 @@ struct RadioContext {
     std::shared_ptr<ServiceFaults> faults = std::make_shared<ServiceFaults>();
     /// Opens a place for advertisement monitors in the kernel.
     /// @param service the name of the Bluetooth service on the bus.
-    std::function<OpenedPlace(const std::string& adapter, const std::string& service)>
-        openMonitorPlace = [](const auto& /*adapter*/, const auto& /*service*/) { return OpenedPlace(); };
+    std::function<OpenedPlace(const std::string& adapter, const std::string& service)> openMonitorPlace =
+        [](const auto& /*adapter*/, const auto& /*service*/) { return OpenedPlace(); };
 
     /// Calls an action of `object` once, so many seconds from now, if the object lives then.
     template <typename Object>

@@ -260,17 +260,24 @@ public:
     KernelMonitor(const KernelMonitor&) = delete;
     KernelMonitor& operator=(const KernelMonitor&) = delete;
 
-protected:
-    std::shared_ptr<KernelMonitors> open(const std::string& life = "life") {
+    std::shared_ptr<KernelMonitors> open() {
         const auto openSocket = [this]() -> std::optional<int> {
             std::array<int, 2> ends{};
             if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()) != 0) return {};
             if (kernel >= 0) ::close(kernel);
             kernel = ends[1];
+            if (!features.empty()) send(0x51, 0, features);
             return ends[0];
         };
         return std::make_shared<KernelMonitors>(
-            258, openSocket, std::make_unique<MonitorRecord>(folder, "hci2", life), machine.runLoop());
+            258, openSocket, std::make_unique<MonitorRecord>(folder, "hci2", "life"), machine.runLoop());
+    }
+    using Patterns = std::vector<AdvertisementPattern>;
+    std::shared_ptr<KernelMonitors> begin(const Patterns& patterns = patternsOf(std::array{beaconService})) {
+        told.clear();
+        auto monitors = open();
+        monitors->add(patterns, placed);
+        return monitors;
     }
     /// The next command: its code, and the first bytes of its parameters, as they are.
     std::string command() {
@@ -283,19 +290,24 @@ protected:
                : packet[0] == 0x52 ? "add"
                                    : "remove " + std::to_string(last[0]);
     }
-    void answer(char code, char status, const std::string& parameters) {
+    void send(char code, char status, const std::string& parameters) const {
         const std::string body = std::string{code} + '\0' + status + parameters;
         const std::string packet = "\1\0\2\1"s + static_cast<char>(body.size()) + '\0' + body;
         EXPECT_GT(::send(kernel, packet.data(), packet.size(), 0), 0);
+    }
+    void answer(char code, char status, const std::string& parameters) {
+        send(code, status, parameters);
         machine.runLoop().runFor(0.1);
     }
-    /// Answers which monitors there are, of 32 at most.
+    /// Which monitors there are, of 32 at most.
+    static std::string featuresWith(const std::string& handles) {
+        std::string text = std::string(8, 0) + "\x20\0\x10"s + static_cast<char>(handles.size()) + '\0';
+        for (const char handle : handles) text += handle + "\0"s;
+        return text;
+    }
     void tellFeatures(const std::string& handles) {
         EXPECT_EQ(command(), "features");
-        std::string features(8, 0);
-        features += "\x20\0\x10"s + static_cast<char>(handles.size()) + '\0';
-        for (const char handle : handles) features += handle + "\0"s;
-        answer(0x51, 0, features);
+        answer(0x51, 0, featuresWith(handles));
     }
     std::size_t files() const {
         return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
@@ -304,6 +316,8 @@ protected:
     std::string folder = TempDir() + "zobi_monitors" + std::to_string(::getpid());
     ScriptedPlatform machine;
     int kernel = -1;
+    /// Told as soon as it is asked.
+    std::string features;
     std::string last;
     Events told;
     MonitorPlace::Placed placed = [this](const std::string& trouble) { told.push_back(trouble); };
@@ -323,6 +337,10 @@ TEST_F(KernelMonitor, StandsUntilItIsRemovedAndOutlivesNoKilledProcess) {
     ASSERT_EQ(files(), 3U);
 
     auto monitors = open();
+    features = featuresWith("\3\4\5");
+    EXPECT_THAT(monitors->use().value().unrecorded, ElementsAre(3, 5));
+    EXPECT_EQ(files(), 3U) << "the question changes nothing";
+    features.clear();
     monitors->add(patterns, placed);
     tellFeatures("\3\4\5");
     EXPECT_EQ(files(), 2U);
@@ -353,30 +371,23 @@ TEST_F(KernelMonitor, StandsUntilItIsRemovedAndOutlivesNoKilledProcess) {
 }
 
 TEST_F(KernelMonitor, TellsWhyItIsNotThereAndLeavesNothing) {
-    auto monitors = open();
-    monitors->add(patternsOf({}), placed);
+    auto monitors = begin(patternsOf({}));
     tellFeatures(std::string(32, 7));
     EXPECT_THAT(told, ElementsAre(HasSubstr("other programs")));
     for (const bool isKnown : {false, true}) {
-        told.clear();
-        monitors = open();
-        monitors->add(patternsOf(std::array{beaconService}), placed);
+        monitors = begin();
         if (isKnown) tellFeatures("");
         EXPECT_EQ(command(), isKnown ? "add" : "features");
         answer(isKnown ? 0x52 : 0x51, 0x14, "");
         EXPECT_THAT(told, ElementsAre(HasSubstr("status 20")));
         EXPECT_EQ(command(), "closed");
     }
-    told.clear();
-    monitors = open();
-    monitors->add(patternsOf(std::array{beaconService}), placed);
+    monitors = begin();
     machine.runLoop().runFor(11);
     EXPECT_THAT(told, ElementsAre(HasSubstr("does not answer")));
 
     // The scan ends while one is being added.
-    told.clear();
-    monitors = open();
-    monitors->add(patternsOf(std::array{beaconService}), placed);
+    monitors = begin();
     tellFeatures("");
     EXPECT_EQ(command(), "add");
     monitors->remove();
@@ -389,9 +400,21 @@ TEST_F(KernelMonitor, TellsWhyItIsNotThereAndLeavesNothing) {
     EXPECT_EQ(command(), "closed");
     EXPECT_THAT(told, IsEmpty());
 
+    // What cannot be recorded is removed.
+    ::setenv("RUNTIME_DIRECTORY", ("/nowhere:" + folder).c_str(), 1);
+    EXPECT_EQ(MonitorRecord::usualFolder(), folder);
+    std::filesystem::remove_all(folder);
+    monitors = begin({{0, 0x16, {0x20, 0x13}}});
+    tellFeatures("");
+    EXPECT_EQ(command(), "add");
+    answer(0x52, 0, "\6\0"s);
+    EXPECT_THAT(told, ElementsAre(HasSubstr("cannot record")));
+    std::filesystem::create_directories(folder);
+    monitors.reset();
+    EXPECT_EQ(command(), "remove 6");
+
     // The run loop has ended before the scan.
-    monitors = open();
-    monitors->add({{0, 0x16, {0x20, 0x13}}}, placed);
+    monitors = begin({{0, 0x16, {0x20, 0x13}}});
     tellFeatures("");
     EXPECT_EQ(command(), "add");
     answer(0x52, 0, "\7\0"s);

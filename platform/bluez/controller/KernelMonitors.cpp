@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <iterator>
 #include <utility>
 
 #include "platform/bluez/controller/HCI.h"
@@ -32,8 +33,8 @@ constexpr std::size_t patternSize = 31;
 
 // The kernel answers at once, unless its controller does not.
 constexpr double answerDeadline = 10;
-// All answers to a removal, where the run loop may be about to end.
-constexpr std::chrono::milliseconds removalDeadline(200);
+// All answers to a removal, where the run loop may be about to end; and to the question what there is.
+constexpr std::chrono::milliseconds promptDeadline(200);
 constexpr double busyDelay = 0.1;
 
 std::vector<std::uint8_t> parametersOf(const std::vector<AdvertisementPattern>& patterns) {
@@ -54,6 +55,19 @@ std::string lifeOf(const std::string& adapter, const std::string& service) {
     struct stat entry {};
     const bool isThere = ::stat(("/sys/class/bluetooth/" + adapter).c_str(), &entry) == 0;
     return std::to_string(isThere ? entry.st_ino : 0) + service;
+}
+
+/// Which features there are and which are in use, 4 bytes each; how many monitors there can be, and patterns
+/// in each; how many there are, and their handles.
+std::optional<MonitorUse> useIn(std::span<const std::uint8_t> features) {
+    constexpr std::size_t most = 8;
+    constexpr std::size_t first = 13;
+    if (features.size() < first) return std::nullopt;
+    MonitorUse use{.most = number16(features, most)};
+    for (std::size_t at = first; at + 1 < features.size(); at += 2) {
+        use.handles.push_back(number16(features, at));
+    }
+    return use;
 }
 
 }  // namespace
@@ -78,7 +92,7 @@ OpenedPlace KernelMonitors::open(const std::string& adapter, const std::string& 
 
 KernelMonitors::~KernelMonitors() {
     source_.reset();
-    const PacketDeadline deadline(removalDeadline);
+    const PacketDeadline deadline(promptDeadline);
     // An answer may be on its way; that to a removal takes its handle away.
     bool isAnswered = !isSent_ || waitForAnswer(deadline);
     if (!handles_.empty() && descriptor_ < 0) descriptor_ = openSocket_().value_or(-1);
@@ -123,8 +137,31 @@ void KernelMonitors::remove() {
     proceed();
     // The kernel answers in milliseconds, and the run loop may be about to end. If it does not, the rest goes
     // on with the loop.
-    const PacketDeadline deadline(removalDeadline);
+    const PacketDeadline deadline(promptDeadline);
     while (isSent_ && waitForAnswer(deadline)) proceed();
+}
+
+std::optional<MonitorUse> KernelMonitors::use() {
+    descriptor_ = openSocket_().value_or(-1);
+    if (descriptor_ < 0) return std::nullopt;
+    std::optional<MonitorUse> found;
+    std::array<std::uint8_t, largestPacket> packet;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    const PacketDeadline deadline(promptDeadline);
+    for (bool isAsked = write({featuresCommand}); isAsked && deadline.awaitPacket(descriptor_);) {
+        const auto size = ::read(descriptor_, packet.data(), packet.size());
+        if (size <= 0) break;
+        const auto answer =
+            answerIn(std::span(packet).first(static_cast<std::size_t>(size)), featuresCommand);
+        if (answer) found = useIn(answer->subspan(1));
+        isAsked = !answer;
+    }
+    close();
+    if (!found) return std::nullopt;
+    const auto living = record_->living();
+    std::ranges::copy_if(found->handles, std::back_inserter(found->unrecorded), [&](std::uint16_t handle) {
+        return std::ranges::find(living, handle) == living.end();
+    });
+    return found;
 }
 
 KernelMonitors::Command KernelMonitors::removalOf(std::uint16_t handle) {
@@ -185,21 +222,27 @@ void KernelMonitors::drain() {
     }
 }
 
-void KernelMonitors::handle(std::span<const std::uint8_t> packet) {
-    constexpr std::size_t answerSize = 3;
-    if (!isSent_ || packet.size() < headerSize + answerSize || number16(packet, 2) != controller_) return;
+std::optional<std::span<const std::uint8_t>> KernelMonitors::answerIn(std::span<const std::uint8_t> packet,
+                                                                      std::uint16_t command) const {
+    constexpr std::size_t commandSize = 2;
+    if (packet.size() <= headerSize + commandSize || number16(packet, 2) != controller_) return std::nullopt;
     const std::uint16_t event = number16(packet, 0);
-    const auto parameters = packet.subspan(headerSize);
+    const bool isAnswer = event == commandComplete || event == commandStatus;
+    if (!isAnswer || number16(packet, headerSize) != command) return std::nullopt;
+    return packet.subspan(headerSize + commandSize);
+}
+
+void KernelMonitors::handle(std::span<const std::uint8_t> packet) {
+    if (!isSent_) return;
     const Command command = commands_.front();
-    if ((event != commandComplete && event != commandStatus) || number16(parameters, 0) != command.code) {
-        return;
-    }
+    const auto answer = answerIn(packet, command.code);
+    if (!answer) return;
     isSent_ = false;
-    const std::uint8_t status = parameters[2];
+    const std::uint8_t status = answer->front();
     isBusy_ = status == busyStatus;
     if (isBusy_) return;
     commands_.pop_front();
-    const auto returned = parameters.subspan(answerSize);
+    const auto returned = answer->subspan(1);
     if (command.code == removeCommand) {
         // One that it does not know is gone.
         std::erase(handles_, number16(command.parameters, 0));
@@ -218,24 +261,18 @@ void KernelMonitors::handle(std::span<const std::uint8_t> packet) {
     }
 }
 
-/// Which features there are and which are in use, 4 bytes each; how many monitors there can be, and patterns
-/// in each; how many there are, and their handles.
 void KernelMonitors::featuresWereRead(std::span<const std::uint8_t> features) {
-    constexpr std::size_t most = 8;
-    constexpr std::size_t count = 11;
-    constexpr std::size_t first = 13;
-    if (features.size() < first) return tell("the kernel does not tell how many it takes");
-    std::vector<std::uint16_t> present;
-    for (std::size_t at = first; at + 1 < features.size(); at += 2) present.push_back(number16(features, at));
+    const auto found = useIn(features);
+    if (!found) return tell("the kernel does not tell how many it takes");
+    const auto& present = found->handles;
     for (const std::uint16_t handle : record_->takeLeft()) {
         if (std::ranges::find(present, handle) != present.end()) handles_.push_back(handle);
     }
     record_->write(handles_);
     for (const std::uint16_t handle : handles_) commands_.push_back(removalOf(handle));
     if (isRemoved_) return;
-    const std::size_t taken = number16(features, count) - handles_.size();
-    const std::size_t free =
-        number16(features, most) - std::min<std::size_t>(taken, number16(features, most));
+    const std::size_t taken = present.size() - handles_.size();
+    const std::size_t free = found->most - std::min(taken, found->most);
     if (free == 0) return tell("other programs use all monitors of the kernel");
     for (const auto& monitor : monitorsOf(patterns_, free)) {
         commands_.push_back({addCommand, parametersOf(monitor)});

@@ -44,6 +44,7 @@ public:
 
     void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) override;
     void remove() override;
+    std::optional<MonitorUse> use() override;
 
 private:
     struct Command {
@@ -57,6 +58,9 @@ private:
     bool write(const Command& command) const;
     bool waitForAnswer(const PacketDeadline& deadline);
     void drain();
+    /// The answer to a command, its status first; nothing for any other packet.
+    std::optional<std::span<const std::uint8_t>> answerIn(std::span<const std::uint8_t> packet,
+                                                          std::uint16_t command) const;
     void handle(std::span<const std::uint8_t> packet);
     void featuresWereRead(std::span<const std::uint8_t> features);
     void giveUp();

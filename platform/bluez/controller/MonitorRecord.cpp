@@ -9,11 +9,52 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 #include <system_error>
 #include <utility>
 
 namespace zobi::platform::bluez {
+
+namespace {
+
+struct Record {
+    std::string life;
+    std::vector<std::uint16_t> handles;
+    bool isOfLiving = false;
+};
+
+Record read(int file) {
+    std::array<char, 1024> text{};
+    const ssize_t size = ::read(file, text.data(), text.size() - 1);
+    std::istringstream words(size > 0 ? text.data() : "");
+    Record record;
+    words >> record.life;
+    for (std::uint16_t handle = 0; words >> handle;) record.handles.push_back(handle);
+    return record;
+}
+
+/// While a record is passed to `action`, no other process takes it.
+void forEachRecord(const std::string& folder, const std::string& prefix,
+                   const std::function<void(const std::string& path, const Record& record)>& action) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        if (!entry.path().filename().string().starts_with(prefix)) continue;
+        const int file = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (file < 0) continue;
+        struct stat state {};
+        const bool isOfLiving = ::flock(file, LOCK_EX | LOCK_NB) != 0;
+        // Without a name, another process has just taken it.
+        if (::fstat(file, &state) == 0 && state.st_nlink > 0) {
+            Record record = read(file);
+            record.isOfLiving = isOfLiving;
+            action(entry.path().string(), record);
+        }
+        ::close(file);
+    }
+}
+
+}  // namespace
 
 std::string MonitorRecord::usualFolder() {
     std::string list;
@@ -34,26 +75,30 @@ MonitorRecord::~MonitorRecord() {
 
 std::vector<std::uint16_t> MonitorRecord::takeLeft() const {
     std::vector<std::uint16_t> left;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
-        if (!entry.path().filename().string().starts_with(prefix_)) continue;
-        const int file = ::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-        if (file < 0) continue;
-        struct stat state {};
-        // Locked, it belongs to a living process; without a name, another one has just taken it.
-        if (::flock(file, LOCK_EX | LOCK_NB) == 0 && ::fstat(file, &state) == 0 && state.st_nlink > 0) {
-            std::array<char, 1024> text{};
-            const ssize_t size = ::read(file, text.data(), text.size() - 1);
-            std::istringstream words(size > 0 ? text.data() : "");
-            std::string life;
-            words >> life;
-            const bool isOfThisLife = life == life_;
-            for (std::uint16_t handle = 0; isOfThisLife && words >> handle;) left.push_back(handle);
-            ::unlink(entry.path().c_str());
-        }
-        ::close(file);
-    }
+    forEachRecord(folder_, prefix_, [&](const std::string& path, const Record& record) {
+        if (record.isOfLiving) return;
+        if (record.life == life_) left.insert(left.end(), record.handles.begin(), record.handles.end());
+        ::unlink(path.c_str());
+    });
     return left;
+}
+
+std::vector<std::uint16_t> MonitorRecord::living() const {
+    std::vector<std::string> folders{folder_, "/run"};
+    for (const char* const parent : {"/run", "/run/user"}) {
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(parent, error)) {
+            if (entry.is_directory(error)) folders.push_back(entry.path().string());
+        }
+    }
+    std::vector<std::uint16_t> handles;
+    for (const std::string& folder : folders) {
+        forEachRecord(folder, prefix_, [&](const std::string& /*path*/, const Record& record) {
+            if (!record.isOfLiving) return;
+            handles.insert(handles.end(), record.handles.begin(), record.handles.end());
+        });
+    }
+    return handles;
 }
 
 bool MonitorRecord::createFile() {

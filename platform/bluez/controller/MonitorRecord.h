@@ -21,6 +21,8 @@ public:
 
     /// The handles that processes have left which live no more. Their files are deleted.
     std::vector<std::uint16_t> takeLeft() const;
+    /// The handles that living processes have recorded, in whichever of the usual folders.
+    std::vector<std::uint16_t> living() const;
     /// Replaces what the file says; without handles there is no file. False if it cannot be written.
     bool write(const std::vector<std::uint16_t>& handles);
 

@@ -213,14 +213,27 @@ void Examination::examineAdvertisements(MessageReader& filters, const BusError* 
 }
 
 void Examination::examineRate() {
-    if (abilities_[path_].takesMonitors) {
-        return add("scan", Severity::good,
-                   "Every advertisement is heard: the service takes advertisement monitors.");
-    }
+    constexpr const char* remedy = "Remove those of all programs: systemctl restart bluetooth";
+    const bool atService = abilities_[path_].takesMonitors;
     const auto [place, why] = context_.openMonitorPlace(name_, "");
-    if (place) {
+    const auto use = place ? place->use() : std::nullopt;
+    // What the service has is nobody's record.
+    if (use && !atService && !use->unrecorded.empty()) {
+        std::string handles;
+        for (const auto handle : use->unrecorded) handles += ' ' + std::to_string(handle);
+        add("monitors", Severity::limitation,
+            "The kernel keeps monitors that no living program has recorded:" + handles + '.',
+            std::string("If a killed program left them, its next start removes them. ") + remedy);
+    }
+    if (use && use->handles.size() >= use->most) {
+        return add("scan", Severity::limitation,
+                   limitedRateText("the kernel has no place left for advertisement monitors"), remedy);
+    }
+    if (atService || place) {
         return add("scan", Severity::good,
-                   "Every advertisement is heard: the kernel takes advertisement monitors of this user.");
+                   std::string("Every advertisement is heard: the ") +
+                       (atService ? "service takes advertisement monitors."
+                                  : "kernel takes advertisement monitors of this user."));
     }
     add("scan", Severity::limitation,
         limitedRateText("the service takes no advertisement monitors, and " + why), remedyForRate());

@@ -59,7 +59,7 @@ RadioContext ScriptedPlatform::context(const std::string& adapter) {
     const auto setCondition = [this](const RadioCondition& condition) { setRadioCondition(condition); };
     const auto openMonitors = [this](const auto& /*adapter*/, const auto& /*service*/) -> OpenedPlace {
         if (!mayPlaceMonitors) return {};
-        const auto place = std::make_shared<ScriptedMonitors>(monitorEvents);
+        const auto place = std::make_shared<ScriptedMonitors>(monitorEvents, monitorUse);
         monitors = place;
         return {place, ""};
     };

@@ -49,16 +49,18 @@ private:
 /// Writes down which monitors a process has in the kernel.
 class ScriptedMonitors final : public MonitorPlace {
 public:
-    explicit ScriptedMonitors(std::vector<std::string>& events) : events_(events) {}
+    ScriptedMonitors(std::vector<std::string>& events, const MonitorUse& use) : events_(events), use_(use) {}
 
     void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) override;
     void remove() override { events_.emplace_back("removed"); }
+    std::optional<MonitorUse> use() override { return use_; }
 
     /// Tells that they are there, or why not.
     Placed tell;
 
 private:
     std::vector<std::string>& events_;
+    MonitorUse use_;
 };
 
 /// A machine without hardware: its bus, its Bluetooth service and its controller are played, its time is
@@ -83,6 +85,7 @@ public:
     bool mayPlaceMonitors = true;
     std::weak_ptr<ScriptedMonitors> monitors;
     std::vector<std::string> monitorEvents;
+    MonitorUse monitorUse{.most = 32};
     /// When the controller tells why a link has ended, in seconds after the service has told that it has.
     double reasonDelay = 0;
     /// Whether discovery can be started past the service, and how often it was.
