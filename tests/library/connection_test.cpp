@@ -1,5 +1,7 @@
 // Connections as the library sees them: the very calls, lines and callbacks, and their order.
 
+#include <tuple>
+
 #include "ManagerTest.h"
 #include "SeamRecorders.h"
 
@@ -38,18 +40,11 @@ protected:
         manager->peripheralDidUpdateValueForCharacteristicError(
             peripheral, foundCharacteristic(uuid, std::move(value)), error);
     }
-    /// All that the library uses was discovered.
-    void discoverAll() {
-        peripheral->found = {{foundService("1802", {"2A06"}), foundService("180F", {"2A19"}),
-                              foundService("FFE0", {"FFE1"}), foundService("FFA0", {"FFA2", "FFA3", "FFA4"}),
-                              foundService(configurationUUID, {modeUUID}), foundService("FFF0", {"FFF2"}),
-                              foundService("180A", {"2A26"})}};
-    }
 
     const NSError lost{CBError::connectionTimeout, "It is gone"};
     const NSError ended{CBError::peripheralDisconnected, "It hung up"};
-    std::shared_ptr<RecordingCentral> central = RecordingCentral::make();
-    std::shared_ptr<RecordingPeripheral> peripheral = RecordingPeripheral::make();
+    std::shared_ptr<RecordingCentral> central = std::make_shared<RecordingCentral>();
+    std::shared_ptr<RecordingPeripheral> peripheral = std::make_shared<RecordingPeripheral>();
     std::shared_ptr<ZOKBeacon> record = makeRecord(12, 345, 5);
 };
 
@@ -78,7 +73,7 @@ TEST_F(ConnectionTest, ConnectingTakesItsStepsInOrder) {
     }
     EXPECT_THAT(central->calls, ::testing::Each(Pair("connect", peripheral)));
 
-    const auto other = RecordingPeripheral::make();
+    const auto other = std::make_shared<RecordingPeripheral>();
     const auto othersDelegate = std::make_shared<CBPeripheralDelegate>();
     other->setDelegate(othersDelegate);
     record->setPeripheral(other);
@@ -147,17 +142,6 @@ TEST_F(ConnectionTest, ALinkThatIsUpIsStampedAndAskedForItsServices) {
     EXPECT_THAT(takeEvents(), IsEmpty());
 }
 
-TEST_F(ConnectionTest, OnlyTheCompletionHearsOfAFailedAttempt) {
-    manager->connectBeaconWithCompletion(record, application->completion("completion"));
-    for (int i = 0; i < 2; ++i) {
-        manager->centralManagerDidFailToConnectPeripheralError(*central, peripheral, &ended);
-        EXPECT_THAT(takeEvents(), ElementsAre("completion error 7"));
-    }
-    EXPECT_EQ(record->timestamp(), 0);
-    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
-    EXPECT_EQ(central->calls.size(), 1U);
-}
-
 TEST_F(ConnectionTest, OnlyCode6ConnectsAgainAndDoesSoBeforeTheEndIsReported) {
     manager->addLiveBeacon(record);
     manager->disconnectBeaconWithCompletion(record, application->completion("completion"));
@@ -212,8 +196,16 @@ TEST_F(ConnectionTest, EachKnownServiceIsAskedForItsCharacteristicsInTheOrderItI
                             configurationUUID + ": " + modeUUID, "1802: 2A06", "FFE0: FFE1"));
 }
 
-TEST_F(ConnectionTest, TheSeventhAnswerSinceTheLinkCameUpReportsTheBeacon) {
+TEST_F(ConnectionTest, OnlyTheCompletionHearsOfAFailedAttemptAndAllOfTheSeventhAnswerSinceTheLinkCameUp) {
     manager->connectBeaconWithCompletion(record, application->completion("completion"));
+    for (int i = 0; i < 2; ++i) {
+        manager->centralManagerDidFailToConnectPeripheralError(*central, peripheral, &ended);
+        EXPECT_THAT(takeEvents(), ElementsAre("completion error 7"));
+    }
+    EXPECT_EQ(record->timestamp(), 0);
+    EXPECT_THAT(manager->liveBeacons(), ElementsAre(record));
+    EXPECT_EQ(central->calls.size(), 1U);
+
     linkUp();
     answerCharacteristics(3);
     answerCharacteristics(3, &ended);
@@ -224,7 +216,7 @@ TEST_F(ConnectionTest, TheSeventhAnswerSinceTheLinkCameUpReportsTheBeacon) {
     EXPECT_THAT(takeEvents(), IsEmpty());
     EXPECT_EQ(manager->nbChars(), 15);
     linkUp();
-    manager->centralManagerDidConnectPeripheral(*central, RecordingPeripheral::make());
+    manager->centralManagerDidConnectPeripheral(*central, std::make_shared<RecordingPeripheral>());
     answerCharacteristics(14);
     EXPECT_EQ(takeEvents().size(), 3U)
         << "one report for two links, with the completion, which is still there";
@@ -254,7 +246,10 @@ TEST_F(ConnectionTest, TheLookupSearchesEveryServiceWithTheUUID) {
 }
 
 TEST_F(ConnectionTest, EachCommandSendsItsOneRequest) {
-    discoverAll();
+    peripheral->found = {{foundService("1802", {"2A06"}), foundService("180F", {"2A19"}),
+                          foundService("FFE0", {"FFE1"}), foundService("FFA0", {"FFA2", "FFA3", "FFA4"}),
+                          foundService(configurationUUID, {modeUUID}), foundService("FFF0", {"FFF2"}),
+                          foundService("180A", {"2A26"})}};
     const auto never = application->completion("never");
     manager->pingBeacon(record);
     manager->setButtonModeForBeacon(258, record);
@@ -284,16 +279,12 @@ TEST_F(ConnectionTest, EachCommandSendsItsOneRequest) {
 }
 
 TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
-    struct Row {
-        std::string uuid;
-        std::optional<std::vector<std::uint8_t>> value;
-        Events events;
-        Lines log;
-    };
     const std::string axisY = "ZOKBeaconDidAccelerometerAxisYChangeNotification ";
     const std::string firmware = "ZOKBeaconFirmwareVersionNotification ";
     const std::string temperature = "ZOKBeaconDidTemperatureChangeNotification ";
     const std::vector<std::uint8_t> noBytes;
+    // A value of a characteristic, with what is told and logged of it.
+    using Row = std::tuple<std::string, std::optional<std::vector<std::uint8_t>>, Events, Lines>;
     const std::vector<Row> rows{
         {"2A19", {{0xC8, 1}}, {"battery -56"}, {}},
         {"2A19", noBytes, {"battery 0"}, {}},
@@ -314,17 +305,17 @@ TEST_F(ConnectionTest, ValuesAreDecodedByTheirCharacteristic) {
         {"2A06", {{1}}, {}, {}},
     };
     manager->addLiveBeacon(record);
-    for (const Row& row : rows) {
-        deliver(row.uuid, row.value);
-        EXPECT_EQ(takeEvents(), row.events) << row.uuid;
-        EXPECT_EQ(takeLog(), row.log);
-        EXPECT_EQ(std::exchange(application->lastRecord, {}).lock(), row.events.empty() ? nullptr : record);
-        if (row.uuid == "2A26") {
+    for (const auto& [uuid, value, events, lines] : rows) {
+        deliver(uuid, value);
+        EXPECT_EQ(takeEvents(), events) << uuid;
+        EXPECT_EQ(takeLog(), lines);
+        EXPECT_EQ(std::exchange(application->lastRecord, {}).lock(), events.empty() ? nullptr : record);
+        if (uuid == "2A26") {
             const auto expected =
-                row.events.empty() ? std::nullopt : std::optional(row.events[0].substr(firmware.size()));
+                events.empty() ? std::nullopt : std::optional(events[0].substr(firmware.size()));
             EXPECT_EQ(record->firmwareVersion(), expected);
         }
-        deliver(row.uuid, row.value, &ended);
+        deliver(uuid, value, &ended);
         EXPECT_THAT(takeEvents(), IsEmpty());
         EXPECT_THAT(takeLog(), IsEmpty()) << "not even a look for the record";
     }
@@ -373,7 +364,6 @@ TEST_F(ConnectionTest, ValuesOfAnUnknownPeripheralAreToldWithoutARecord) {
 }
 
 TEST_F(ConnectionTest, AnRSSITimerLastsUntilItIsStopped) {
-    using zobi::platform::CBPeripheralState;
     EXPECT_EQ(ZOKManager::keyFromBeacon(nullptr), std::nullopt);
     EXPECT_EQ(ZOKManager::keyFromBeacon(std::make_shared<ZOKBeacon>()), "(null)_(null)");
     const auto twin = makeRecord(12, 345);

@@ -1,4 +1,4 @@
-// What a repeated advertisement of a live beacon allocates, through a forwarding layer. A program of its own,
+// What a repeated advertisement of a live beacon allocates, through forwarding layers. A program of its own,
 // which counts.
 
 #include <gtest/gtest.h>
@@ -36,24 +36,23 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 namespace {
 
 TEST(HotPathTest, ARepeatedAdvertisementAllocatesTheFreshRecordAndNothingElse) {
-    auto simulated = std::make_unique<zobi::platform::simulation::SimulatedPlatform>(
-        zobi::platform::StandardPlatform::Time::virtualTime);
+    using namespace zobi::platform;
+    auto simulated = std::make_unique<simulation::SimulatedPlatform>(StandardPlatform::Time::virtualTime);
     simulated->log().setSink(nullptr);
-    Layer platform(std::move(simulated));
-    const auto manager = ZOKManager::managerOnPlatform(platform);
+    const auto platform = inLayers(std::move(simulated));
+    const auto manager = ZOKManager::managerOnPlatform(*platform);
     const auto application = ManagerRecorder::of(manager);
-    platform.runLoop().processPending();
+    platform->runLoop().processPending();
     const auto payload = zobi::encodePayload({.major = 1, .minor = 7});
-    const std::vector<zobi::platform::CBServiceData> serviceData{
-        {zobi::platform::CBUUID::UUIDWithString("180F"), {}},
-        {zobi::platform::CBUUID::UUIDWithString("180A"), payload}};
-    const zobi::platform::CBAdvertisementData data{"morvane", serviceData};
+    const std::vector<CBServiceData> serviceData{{CBUUID::UUIDWithString("180F"), {}},
+                                                 {CBUUID::UUIDWithString("180A"), payload}};
+    const CBAdvertisementData data{"morvane", serviceData};
     const auto central = manager->centralManager();
-    const auto handle = RecordingPeripheral::make();
+    const auto handle = std::make_shared<RecordingPeripheral>();
     const auto advertise = [&] {
-        dynamic_cast<zobi::platform::CBCentralManagerDelegate&>(*central)
-            .centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(
-                *central, handle, data, zobi::platform::NSNumber::numberWithInt(-60));
+        dynamic_cast<CBCentralManagerDelegate&>(*central)
+            .centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(*central, handle, data,
+                                                                      NSNumber::numberWithInt(-60));
     };
     advertise();
     ASSERT_EQ(manager->liveBeacons().size(), 1U);

@@ -2,7 +2,6 @@
 // use decides.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <stdexcept>
 
@@ -11,12 +10,14 @@
 
 namespace {
 
+using namespace zobi::platform;
+
 TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     ::testing::internal::CaptureStderr();
-    EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), zobi::platform::DataRangeError);
+    EXPECT_THROW(ZOKProtocolUtils::beaconFromData({}), DataRangeError);
     const auto manager = ZOKManager::shared();
     const auto application = ManagerRecorder::of(manager);
-    auto& loop = zobi::platform::Platform::current().runLoop();
+    auto& loop = Platform::current().runLoop();
     manager->startMonitoring();
     application->onReport = [&] { loop.stop(); };
     manager->updateRangedBeaconsTimerFired(nullptr);
@@ -24,10 +25,8 @@ TEST(NoPlatformTest, DecodingNeedsNoRadioAndTheManagerReportsThatThereIsNone) {
     loop.processPending();
     EXPECT_THAT(application->events, ::testing::ElementsAre("state 2"));
     EXPECT_FALSE(manager->isMonitoring());
-    EXPECT_THROW(
-        zobi::platform::Platform::install(std::make_unique<zobi::platform::simulation::SimulatedPlatform>(
-            zobi::platform::StandardPlatform::Time::virtualTime)),
-        std::logic_error);
+    auto late = std::make_unique<simulation::SimulatedPlatform>(StandardPlatform::Time::virtualTime);
+    EXPECT_THROW(Platform::install(std::move(late)), std::logic_error);
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 ::testing::HasSubstr("Z ----->State BLE unsupported (CBCentralManagerStateResetting)\n"));
 }

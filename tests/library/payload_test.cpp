@@ -19,11 +19,7 @@ protected:
 };
 
 /// A payload of each layout, with the record that it makes.
-struct PayloadCase {
-    const char* payload = "";
-    const char* record = "";
-};
-const std::array<PayloadCase, 9> payloadCases{{
+const std::array<std::pair<const char*, const char*>, 9> payloadCases{{
     {"56 34 12 EF CD AB 07 01 2C 00 07 03 5A 00 1A 02",
      "<ZOKBeacon ABCDEF123456 major 300 minor 7 version 3 battery 90 temperature 22 action 2>"},
     {"56 34 12 EF CD AB 07 01 2C 00 07 02 5A 02",
@@ -83,8 +79,7 @@ TEST_F(PayloadTest, EveryLengthUpToTwentyDecodesOrIsRefusedByItsLayout) {
 }
 
 TEST_F(PayloadTest, BytesAreReversedIntoNewOnes) {
-    const std::vector<std::uint8_t> bytes{1, 2, 3};
-    EXPECT_EQ(ZOKProtocolUtils::reverseBytes(bytes), (std::vector<std::uint8_t>{3, 2, 1}));
+    EXPECT_EQ(ZOKProtocolUtils::reverseBytes(bytesOfHex("01 02 03")), bytesOfHex("03 02 01"));
     EXPECT_TRUE(ZOKProtocolUtils::reverseBytes({}).empty());
 }
 
@@ -95,15 +90,12 @@ TEST_F(PayloadTest, ASimulatedBeaconSendsTheBytesOfItsLayout) {
                              .batteryLevel = 90,
                              .temperature = 22,
                              .buttonAction = 2};
-    // Byte 6 carries nothing.
-    const auto expected = [](const PayloadCase& layout) {
-        auto payload = bytesOfHex(layout.payload);
-        payload[6] = 0;
-        return payload;
-    };
     for (const std::size_t row : {0U, 1U, 2U}) {
         beacon.layoutVersion = static_cast<std::int8_t>(3 - row);
-        EXPECT_EQ(encodePayload(beacon), expected(payloadCases[row]));
+        auto expected = bytesOfHex(payloadCases[row].first);
+        // It carries nothing.
+        expected[6] = 0;
+        EXPECT_EQ(encodePayload(beacon), expected);
     }
     beacon.layoutVersion = -1;
     EXPECT_EQ(encodePayload(beacon).size(), 13U);

@@ -14,44 +14,41 @@
 
 namespace {
 
-using zobi::platform::Platform;
-using zobi::platform::simulation::SimulatedPlatform;
+using namespace zobi::platform;
+using simulation::SimulatedPlatform;
 
 SimulatedPlatform* installed = nullptr;
 
 TEST(SharedManagerTest, APlatformIsInstalledOnceAndBeforeItsFirstUse) {
     EXPECT_THROW(Platform::install(nullptr), std::invalid_argument);
-    auto platform = std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real);
+    auto platform = std::make_unique<SimulatedPlatform>(StandardPlatform::Time::real);
     platform->log().setSink(nullptr);
     installed = platform.get();
     auto layers = inLayers(std::move(platform));
     const Platform* const outermost = layers.get();
     Platform::install(std::move(layers));
     EXPECT_EQ(&Platform::current(), outermost);
-    EXPECT_THROW(
-        Platform::install(std::make_unique<SimulatedPlatform>(zobi::platform::StandardPlatform::Time::real)),
-        std::logic_error);
+    EXPECT_THROW(Platform::install(std::make_unique<SimulatedPlatform>(StandardPlatform::Time::real)),
+                 std::logic_error);
 }
 
 TEST(SharedManagerTest, FirstCallsFromManyThreadsWhileTheLoopRunsGiveOneManager) {
     std::atomic<int> ready = 0;
     std::vector<std::shared_ptr<ZOKManager>> seen(8);
     std::vector<std::thread> threads;
-    threads.reserve(seen.size());
     auto& loop = installed->runLoop();
     const auto posting = loop.every(0.0001, [] {
-        installed->application().setApplicationState(zobi::platform::UIApplicationState::background);
-        installed->application().setApplicationState(zobi::platform::UIApplicationState::active);
+        installed->application().setApplicationState(UIApplicationState::background);
+        installed->application().setApplicationState(UIApplicationState::active);
     });
-    const auto startThread = [&](std::shared_ptr<ZOKManager>& manager) {
-        threads.emplace_back([&] {
-            manager = ZOKManager::shared();
-            if (++ready == static_cast<int>(seen.size())) loop.dispatchAsync([&] { loop.stop(); });
-        });
-    };
     // From inside the loop, so that it is running when they make the manager.
     loop.dispatchAsync([&] {
-        for (auto& manager : seen) startThread(manager);
+        for (auto& manager : seen) {
+            threads.emplace_back([&] {
+                manager = ZOKManager::shared();
+                if (++ready == static_cast<int>(seen.size())) loop.dispatchAsync([&] { loop.stop(); });
+            });
+        }
     });
     loop.run();
     for (auto& thread : threads) thread.join();

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "zobi/platform/standard/ForwardingPlatform.h"
 #include "zobi/platform/standard/WrappingCentral.h"
 
 using namespace zobi::platform;
@@ -15,12 +16,15 @@ struct LayerCentral final : WrappingCentral<ForwardingPeripheral> {
     }
 };
 
-}  // namespace
+struct Layer final : ForwardingPlatform {
+    using ForwardingPlatform::ForwardingPlatform;
+    std::shared_ptr<CBCentralManager> makeCentralManager(
+        std::weak_ptr<CBCentralManagerDelegate> delegate) override {
+        return insert(std::make_shared<LayerCentral>(std::move(delegate)));
+    }
+};
 
-std::shared_ptr<CBCentralManager> Layer::makeCentralManager(
-    std::weak_ptr<CBCentralManagerDelegate> delegate) {
-    return insert(std::make_shared<LayerCentral>(std::move(delegate)));
-}
+}  // namespace
 
 std::unique_ptr<Platform> inLayers(std::unique_ptr<Platform> platform) {
     return std::make_unique<Layer>(std::make_unique<Layer>(std::move(platform)));

@@ -12,16 +12,17 @@ using namespace zobi::platform;
 namespace {
 
 class Delegate final : public RadioRecorder {
-    using Peripheral = std::shared_ptr<CBPeripheral>;
-    using Service = std::shared_ptr<CBService>;
-    using Characteristic = std::shared_ptr<CBCharacteristic>;
+    using Central = CBCentralManager;
+    using Peripheral = const std::shared_ptr<CBPeripheral>&;
+    using Service = const std::shared_ptr<CBService>&;
+    using Characteristic = const std::shared_ptr<CBCharacteristic>&;
+    using Error = const NSError*;
 
-    void centralManagerDidUpdateState(CBCentralManager& central) override {
+    void centralManagerDidUpdateState(Central& central) override {
         named.insert(&central);
         note("state " + std::to_string(static_cast<int>(central.state())));
     }
-    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(CBCentralManager&,
-                                                                  const Peripheral& peripheral,
+    void centralManagerDidDiscoverPeripheralAdvertisementDataRSSI(Central&, Peripheral peripheral,
                                                                   const CBAdvertisementData& data,
                                                                   NSNumber rssi) override {
         EXPECT_FALSE(isInsideCall_);
@@ -35,61 +36,55 @@ class Delegate final : public RadioRecorder {
         sightings.push_back(peripheral);
         onSighting(data);
     }
-    void centralManagerDidConnectPeripheral(CBCentralManager& central,
-                                            const Peripheral& peripheral) override {
+    void centralManagerDidConnectPeripheral(Central& central, Peripheral peripheral) override {
         noteConnection("connected", true, central, peripheral, nullptr);
     }
-    void centralManagerDidFailToConnectPeripheralError(CBCentralManager& central,
-                                                       const Peripheral& peripheral,
-                                                       const NSError* error) override {
+    void centralManagerDidFailToConnectPeripheralError(Central& central, Peripheral peripheral,
+                                                       Error error) override {
         noteConnection("failed", false, central, peripheral, error);
     }
-    void centralManagerDidDisconnectPeripheralError(CBCentralManager& central, const Peripheral& peripheral,
-                                                    const NSError* error) override {
+    void centralManagerDidDisconnectPeripheralError(Central& central, Peripheral peripheral,
+                                                    Error error) override {
         noteConnection("disconnected", false, central, peripheral, error);
     }
-    void peripheralDidDiscoverServices(const Peripheral& peripheral, const NSError* error) override {
+    void peripheralDidDiscoverServices(Peripheral peripheral, Error error) override {
         noteAnswer("services", peripheral, error);
     }
-    void peripheralDidDiscoverCharacteristicsForServiceError(const Peripheral& peripheral,
-                                                             const Service& service,
-                                                             const NSError* error) override {
+    void peripheralDidDiscoverCharacteristicsForServiceError(Peripheral peripheral, Service service,
+                                                             Error error) override {
         noteAnswer("characteristics " + service->UUID().UUIDString(), peripheral, error);
     }
-    void peripheralDidUpdateValueForCharacteristicError(const Peripheral& peripheral,
-                                                        const Characteristic& of,
-                                                        const NSError* error) override {
+    void peripheralDidUpdateValueForCharacteristicError(Peripheral peripheral, Characteristic of,
+                                                        Error error) override {
         if (const auto value = of->value()) lastValue.assign(value->begin(), value->end());
         noteAnswer("value " + of->UUID().UUIDString(), peripheral, error);
     }
-    void peripheralDidWriteValueForCharacteristicError(const Peripheral& peripheral, const Characteristic& of,
-                                                       const NSError* error) override {
+    void peripheralDidWriteValueForCharacteristicError(Peripheral peripheral, Characteristic of,
+                                                       Error error) override {
         noteAnswer("written " + of->UUID().UUIDString(), peripheral, error);
     }
-    void peripheralDidUpdateNotificationStateForCharacteristicError(const Peripheral& peripheral,
-                                                                    const Characteristic& of,
-                                                                    const NSError* error) override {
+    void peripheralDidUpdateNotificationStateForCharacteristicError(Peripheral peripheral, Characteristic of,
+                                                                    Error error) override {
         const std::string state = of->isNotifying() ? "notifying " : "not notifying ";
         noteAnswer(state + of->UUID().UUIDString(), peripheral, error);
     }
-    void peripheralDidReadRSSIError(const Peripheral& peripheral, NSNumber rssi,
-                                    const NSError* error) override {
+    void peripheralDidReadRSSIError(Peripheral peripheral, NSNumber rssi, Error error) override {
         EXPECT_TRUE(error || (rssi.integerValue() >= -127 && rssi.integerValue() <= 20));
         noteAnswer("rssi", peripheral, error);
     }
 
-    void noteConnection(const std::string& event, bool isLinked, const CBCentralManager& central,
-                        const Peripheral& peripheral, const NSError* error) {
+    void noteConnection(const std::string& event, bool isLinked, const Central& central,
+                        Peripheral peripheral, Error error) {
         EXPECT_EQ(peripheral->state() == CBPeripheralState::connected, isLinked) << event;
         named.insert({&central, peripheral.get()});
         note(event, error);
     }
-    void noteAnswer(const std::string& event, const Peripheral& peripheral, const NSError* error) {
+    void noteAnswer(const std::string& event, Peripheral peripheral, Error error) {
         EXPECT_EQ(peripheral->state(), CBPeripheralState::connected) << event;
         named.insert(peripheral.get());
         note(event, error);
     }
-    void note(std::string event, const NSError* error = nullptr) {
+    void note(std::string event, Error error = nullptr) {
         EXPECT_FALSE(isInsideCall_) << event << " was told from inside a call";
         if (error) {
             event += error->domain() == CBErrorDomain ? " error" : ' ' + error->domain();
