@@ -1,10 +1,8 @@
 #include "zobi/platform/standard/KeyedArchive.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
@@ -18,20 +16,15 @@
 namespace zobi::platform {
 namespace {
 
+using ::testing::HasSubstr;
 using Bytes = std::vector<std::uint8_t>;
 
-/// The message that `action` is refused with; empty when it is not refused.
-std::string refusal(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::invalid_argument& error) {
-        return error.what();
-    }
-    return "";
+auto isRefused(const auto& message) {
+    return ::testing::ThrowsMessage<std::invalid_argument>(message);
 }
 
-std::string refusalOf(const Bytes& data) {
-    return refusal([&] { NSKeyedUnarchiver{data}; });
+auto reading(const Bytes& data) {
+    return [data] { NSKeyedUnarchiver{data}; };
 }
 
 TEST(KeyedArchive, EachNumberHasItsBytes) {
@@ -52,10 +45,8 @@ TEST(KeyedArchive, EachNumberHasItsBytes) {
         EXPECT_EQ(archiver.encodedData(), archive);
         EXPECT_EQ(NSKeyedUnarchiver(archive).decodeNumberForKey("n"), NSNumber::numberWithInt(number));
     }
-    EXPECT_EQ(
-        NSKeyedUnarchiver(bytesOfHex("B8 01 79 00 01 6E 1B 00 00 00 00 00 00 00 05")).decodeNumberForKey("n"),
-        NSNumber::numberWithInt(5))
-        << "in a longer form than it is written in";
+    const NSKeyedUnarchiver longerThanItIsWritten(bytesOfHex("B8 01 79 00 01 6E 1B 00 00 00 00 00 00 00 05"));
+    EXPECT_EQ(longerThanItIsWritten.decodeNumberForKey("n"), NSNumber::numberWithInt(5));
 }
 
 TEST(KeyedArchive, HoldsTextsNumbersAndNullsInTheOrderInWhichTheyAreWritten) {
@@ -80,12 +71,12 @@ TEST(KeyedArchive, HoldsTextsNumbersAndNullsInTheOrderInWhichTheyAreWritten) {
         EXPECT_EQ(unarchiver.decodeTextForKey(key), std::nullopt);
         EXPECT_EQ(unarchiver.decodeNumberForKey(key), NSNumber());
     }
-    EXPECT_EQ(refusal([&] { unarchiver.decodeNumberForKey("b"); }),
-              "keyed archive, offset 3, key \"b\": the value is not an integer");
-    EXPECT_EQ(refusal([&] { unarchiver.decodeTextForKey("a"); }),
-              "keyed archive, offset 16, key \"a\": the value is not a text");
+    EXPECT_THAT([&] { unarchiver.decodeNumberForKey("b"); },
+                isRefused("keyed archive, offset 3, key \"b\": the value is not an integer"));
+    EXPECT_THAT([&] { unarchiver.decodeTextForKey("a"); },
+                isRefused("keyed archive, offset 16, key \"a\": the value is not a text"));
     for (std::size_t size = 0; size < data.size(); ++size) {
-        EXPECT_THAT(refusalOf({data.data(), data.data() + size}), ::testing::HasSubstr(": the data ends"));
+        EXPECT_THAT(reading({data.data(), data.data() + size}), isRefused(HasSubstr(": the data ends")));
     }
 }
 
@@ -105,50 +96,47 @@ TEST(KeyedArchive, RefusesToWriteWhatItCouldNotRead) {
     archiver.encodeTextForKey(longest, "a");
     const Bytes before = archiver.encodedData();
     EXPECT_EQ(NSKeyedUnarchiver(before).decodeTextForKey("a"), longest);
-    EXPECT_EQ(refusal([&] { archiver.encodeTextForKey("y", "a"); }),
-              "keyed archive, key \"a\": the key is repeated");
-    EXPECT_EQ(refusal([&] { archiver.encodeTextForKey("\xFF", "b"); }),
-              "keyed archive, key \"b\": the text is not UTF-8");
+    EXPECT_THAT([&] { archiver.encodeTextForKey("y", "a"); },
+                isRefused("keyed archive, key \"a\": the key is repeated"));
+    EXPECT_THAT([&] { archiver.encodeTextForKey("\xFF", "b"); },
+                isRefused("keyed archive, key \"b\": the text is not UTF-8"));
     EXPECT_THROW(archiver.encodeNumberForKey({}, "\xC0\x80"), std::invalid_argument);
     EXPECT_EQ(archiver.encodedData(), before);
     archiver.encodeNumberForKey({}, "");
     EXPECT_THROW(archiver.encodedData(), std::length_error);
-    EXPECT_EQ(refusalOf(Bytes(keyedArchiveMaximumSize + 1)),
-              "keyed archive, offset 65536: the data is longer than an archive may be");
+    EXPECT_THAT(reading(Bytes(keyedArchiveMaximumSize + 1)),
+                isRefused("keyed archive, offset 65536: the data is longer than an archive may be"));
 }
 
 TEST(KeyedArchive, RefusesToReadAnythingElse) {
-    const std::vector<std::pair<std::string, std::string>> archives{
-        {"A1 61 61", "3, key \"a\": the data ends before the archive does"},
-        {"A1 60 01 00", "3: the data goes on after the archive"},
-        {"80", "0: the archive is not a map"},
-        {"C1 A0", "0: the archive is not a map"},
-        {"BF FF", "0: the item is of no definite length"},
-        {"A2 60 01 07 01", "3: the key is not a text"},
-        {"A1 61 80 01", "1: the text is not UTF-8"},
-        {"A2 62 61 62 F6 79 00 02 61 62 F6", "5, key \"ab\": the key is repeated"},
-        // Claims of 2^64 - 1 entries and bytes.
-        {"BB FF FF FF FF FF FF FF FF 60 00", "11: the data ends before the archive does"},
-        {"A1 7B FF FF FF FF FF FF FF FF 61", "1: the data ends inside an item"}};
-    for (const auto& [data, whereAndWhy] : archives) {
-        EXPECT_EQ(refusalOf(bytesOfHex(data)), "keyed archive, offset " + whereAndWhy) << data;
-    }
-    const std::vector<std::pair<std::string, std::vector<std::string>>> values{
-        {"the data ends inside an item", {"19 01", "7B 80 00 00 00 00 00 00 01 61"}},
-        {"the text is not UTF-8", {"61 C3"}},
-        {"the integer is beyond 32 signed bits",
-         {"1A 80 00 00 00", "3A 80 00 00 00", "1B 00 00 00 01 00 00 00 00", "3B FF FF FF FF FF FF FF FF"}},
-        {"the additional information is reserved", {"1C"}},
-        {"a break has nothing to end", {"FF"}},
-        {"the item is of no definite length", {"7F 61 61 FF"}},
+    // Among them are claims of 2^64 - 1 entries and bytes.
+    const std::vector<std::pair<std::string, std::vector<std::string>>> archives{
+        {"3, key \"a\": the data ends before the archive does", {"A1 61 61"}},
+        {"11: the data ends before the archive does", {"BB FF FF FF FF FF FF FF FF 60 00"}},
+        {"1: the data ends inside an item", {"A1 7B FF FF FF FF FF FF FF FF 61"}},
+        {"3: the data goes on after the archive", {"A1 60 01 00"}},
+        {"0: the archive is not a map", {"80", "C1 A0"}},
+        {"0: the item is of no definite length", {"BF FF"}},
+        {"3: the key is not a text", {"A2 60 01 07 01"}},
+        {"1: the text is not UTF-8", {"A1 61 80 01"}},
+        {"5, key \"ab\": the key is repeated", {"A2 62 61 62 F6 79 00 02 61 62 F6"}},
+        {"3, key \"k\": the data ends inside an item",
+         {"A1 61 6B 19 01", "A1 61 6B 7B 80 00 00 00 00 00 00 01 61"}},
+        {"3, key \"k\": the text is not UTF-8", {"A1 61 6B 61 C3"}},
+        {"3, key \"k\": the integer is beyond 32 signed bits",
+         {"A1 61 6B 1A 80 00 00 00", "A1 61 6B 3A 80 00 00 00", "A1 61 6B 1B 00 00 00 01 00 00 00 00",
+          "A1 61 6B 3B FF FF FF FF FF FF FF FF"}},
+        {"3, key \"k\": the additional information is reserved", {"A1 61 6B 1C"}},
+        {"3, key \"k\": a break has nothing to end", {"A1 61 6B FF"}},
+        {"3, key \"k\": the item is of no definite length", {"A1 61 6B 7F 61 61 FF"}},
         // Bytes, an array, a map, a tag, false, undefined, null in two bytes, and 1.0.
-        {"the value is neither a text nor an integer nor null",
-         {"41 78", "80", "A0", "C0 60", "F4", "F7", "F8 16", "F9 3C 00"}}};
-    for (const auto& [why, refused] : values) {
-        for (const std::string& value : refused) {
-            EXPECT_EQ(refusalOf(bytesOfHex("A1 61 6B " + value)),
-                      "keyed archive, offset 3, key \"k\": " + why)
-                << value;
+        {"3, key \"k\": the value is neither a text nor an integer nor null",
+         {"A1 61 6B 41 78", "A1 61 6B 80", "A1 61 6B A0", "A1 61 6B C0 60", "A1 61 6B F4", "A1 61 6B F7",
+          "A1 61 6B F8 16", "A1 61 6B F9 3C 00"}}};
+    for (const auto& [whereAndWhy, refused] : archives) {
+        for (const std::string& archive : refused) {
+            EXPECT_THAT(reading(bytesOfHex(archive)), isRefused("keyed archive, offset " + whereAndWhy))
+                << archive;
         }
     }
 }

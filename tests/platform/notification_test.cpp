@@ -1,7 +1,6 @@
 // Broadcasts, and the application's state that is told by them.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
@@ -92,16 +91,13 @@ TEST_F(NotificationTest, TheApplicationsStateChangesBeforeItIsBroadcast) {
             told.emplace_back(notification.name, application.applicationState());
         });
     }
-    EXPECT_EQ(application.applicationState(), UIApplicationState::active);
-    application.setApplicationState(UIApplicationState::active);
-    application.setApplicationState(UIApplicationState::inactive);
-    application.setApplicationState(UIApplicationState::background);
-    application.setApplicationState(UIApplicationState::background);
-    application.setApplicationState(UIApplicationState::active);
-    EXPECT_THAT(
-        told,
-        ElementsAre(std::pair("UIApplicationDidEnterBackgroundNotification", UIApplicationState::background),
-                    std::pair("UIApplicationDidBecomeActiveNotification", UIApplicationState::active)));
+    using enum UIApplicationState;
+    EXPECT_EQ(application.applicationState(), active);
+    for (const auto state : {active, inactive, background, background, active}) {
+        application.setApplicationState(state);
+    }
+    EXPECT_THAT(told, ElementsAre(std::pair("UIApplicationDidEnterBackgroundNotification", background),
+                                  std::pair("UIApplicationDidBecomeActiveNotification", active)));
 }
 
 }  // namespace
