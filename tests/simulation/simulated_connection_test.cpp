@@ -37,6 +37,14 @@ protected:
     void connect(std::size_t index = 0) {
         manager->connectBeaconWithCompletion(record(index), application->completion("complete"));
     }
+    /// A beacon that is live and linked.
+    SimulatedBeacon& link(BeaconDescription description = {}) {
+        SimulatedBeacon& beacon = addLive(std::move(description));
+        connect();
+        pass(1);
+        EXPECT_EQ(takeEvents(), connected);
+        return beacon;
+    }
 
     static NSError error(CBError code) { return {code, "Scripted."}; }
 
@@ -68,6 +76,17 @@ TEST_F(SimulatedConnectionTest, ALinkThatDiesDuringDiscoveryMayBeReportedAndAtOn
     both.insert(both.end(), {"disconnected error 7", "ZOKBeaconDidDisconnectNotification"});
     EXPECT_EQ(takeEvents(), both) << "seven answers are seven answers";
     EXPECT_EQ(manager->nbChars(), 7);
+
+    connect();
+    pass(2);
+    application->onEvent = [](const std::string& event) {
+        if (event == "connected") throw std::runtime_error("mine");
+    };
+    beacon.endLink(error(CBError::peripheralDisconnected));
+    EXPECT_THROW(pass(1), std::runtime_error);
+    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 7", "ZOKBeaconDidDisconnectNotification"))
+        << "an exception out of one callback keeps no other from being made";
+    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::disconnected);
 }
 
 TEST_F(SimulatedConnectionTest, PowerOffDuringAttemptAndLinkIsTold) {
@@ -127,10 +146,7 @@ TEST_F(SimulatedConnectionTest, ADiscoveryThatFailsIsAnAnswerAndFindsNothing) {
 }
 
 TEST_F(SimulatedConnectionTest, AShortSilenceDelaysAnswersAndALongOneEndsTheLink) {
-    SimulatedBeacon& beacon = addLive({});
-    connect();
-    pass(1);
-    takeEvents();
+    SimulatedBeacon& beacon = link();
     manager->setBatteryNotificationsForBeacon(true, record());
     pass(1);
     manager->temperatureForBeaconWithCompletion(record(), nullptr);
@@ -153,12 +169,9 @@ TEST_F(SimulatedConnectionTest, AShortSilenceDelaysAnswersAndALongOneEndsTheLink
 }
 
 TEST_F(SimulatedConnectionTest, ALinkedBeaconFallsSilentOnTheAir) {
-    SimulatedBeacon& beacon = addLive({.advertisingInterval = 0.5});
-    connect();
-    pass(1);
+    SimulatedBeacon& beacon = link({.advertisingInterval = 0.5});
     manager->setButtonActionsNotificationsForBeacon(true, record());
     pass(1);
-    EXPECT_EQ(takeEvents(), connected);
     takeLog();
     beacon.sendOnce({{CBUUID::UUIDWithString("180A"), {}}});
     beacon.pressButton(2, 1);
@@ -194,19 +207,6 @@ TEST_F(SimulatedConnectionTest, ABeaconHasOneLinkAndAManagerThatGoesAwayGivesItB
     EXPECT_THAT(other->events, ElementsAre("state 5", "connected"));
 }
 
-TEST_F(SimulatedConnectionTest, AnExceptionOutOfOneCallbackKeepsNoOtherFromBeingMade) {
-    SimulatedBeacon& beacon = addLive({.link = {.responseDelay = 1}});
-    connect();
-    pass(2);
-    application->onEvent = [](const std::string& event) {
-        if (event == "connected") throw std::runtime_error("mine");
-    };
-    beacon.endLink(error(CBError::peripheralDisconnected));
-    EXPECT_THROW(pass(1), std::runtime_error);
-    EXPECT_THAT(takeEvents(), ElementsAre("disconnected error 7", "ZOKBeaconDidDisconnectNotification"));
-    EXPECT_EQ(record()->peripheral()->state(), CBPeripheralState::disconnected);
-}
-
 TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     BeaconDescription description;
     const auto characteristic = [&](std::size_t service, std::size_t place) -> CharacteristicDescription& {
@@ -216,10 +216,8 @@ TEST_F(SimulatedConnectionTest, ValuesAreGeneratedWhileLinked) {
     characteristic(4, 0).generated = swingingValue(0.25, 100, 300, 1);
     characteristic(4, 1).generated = driftingValue(1, 500, 510, 3);
     characteristic(0, 0).generated = pickedValue(1000, {{'7'}});
-    addLive(description);
-    connect();
-    pass(1.1);
-    takeEvents();
+    link(description);
+    pass(0.1);
     manager->setAccelerometerNotificationsForBeacon(true, record());
     manager->setButtonActionsNotificationsForBeacon(true, record());
     std::set<std::int64_t> swing;
@@ -272,9 +270,8 @@ TEST_F(SimulatedConnectionTest, AGeneratorThatFailsKeepsNoLinkFromBeingReported)
 TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     BeaconDescription description;
     description.services.push_back(description.services[1]);
-    SimulatedBeacon& beacon = addLive(description);
-    connect();
-    pass(5);
+    SimulatedBeacon& beacon = link(description);
+    pass(4);
     const auto peripheral = record()->peripheral();
     const auto listener = RadioRecorder::make();
     peripheral->setDelegate(listener);
@@ -284,16 +281,15 @@ TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     const auto write = [&](const auto& characteristic, std::size_t size, CBCharacteristicWriteType type) {
         peripheral->writeValueForCharacteristicType(std::vector<std::uint8_t>(size, 7), characteristic, type);
     };
-    constexpr auto answered = CBCharacteristicWriteType::withResponse;
-    constexpr auto unanswered = CBCharacteristicWriteType::withoutResponse;
+    using enum CBCharacteristicWriteType;
     beacon.gatt().setNotifyError(batteryLevelCharacteristic, error(CBError::unknown));
     beacon.gatt().setWriteError(alertLevelCharacteristic, error(CBError::unknown));
     peripheral->setNotifyValueForCharacteristic(true, find(firmwareRevisionCharacteristic));
     peripheral->setNotifyValueForCharacteristic(true, find(batteryLevelCharacteristic));
-    write(find(alertLevelCharacteristic), 1, answered);
-    write(find(alertLevelCharacteristic), 1, unanswered);
-    write(mode, 1, unanswered);
-    write(mode, 513, answered);
+    write(find(alertLevelCharacteristic), 1, withResponse);
+    write(find(alertLevelCharacteristic), 1, withoutResponse);
+    write(mode, 1, withoutResponse);
+    write(mode, 513, withResponse);
     peripheral->setNotifyValueForCharacteristic(true, find(temperatureCharacteristic));
     peripheral->discoverCharacteristicsForService(std::array{buttonModeCharacteristic},
                                                   peripheral->services()->at(6));
@@ -301,7 +297,7 @@ TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     beacon.gatt().setWriteError(buttonModeCharacteristic, error(CBError::unknown));
     beacon.gatt().setReadError(firmwareRevisionCharacteristic, error(CBError::unknown));
     beacon.setSignalReadError(error(CBError::unknown));
-    write(mode, 2, answered);
+    write(mode, 2, withResponse);
     peripheral->readValueForCharacteristic(find(firmwareRevisionCharacteristic));
     peripheral->readRSSI();
     beacon.setTemperature(21);
@@ -318,29 +314,26 @@ TEST_F(SimulatedConnectionTest, WhatTheDescriptionDoesNotAllowIsRefused) {
     EXPECT_THAT(*beacon.gatt().value(buttonModeCharacteristic), ElementsAre(0, 0));
     EXPECT_EQ(find(buttonModeCharacteristic), mode) << "found again, it is the same";
     beacon.gatt().setValue(batteryLevelCharacteristic, {1});
-    for (const std::size_t twin : {1U, 7U}) {
-        EXPECT_THAT(*beacon.gatt().services()[twin].characteristics[0].value, ElementsAre(1));
-    }
+    EXPECT_THAT(*beacon.gatt().services()[1].characteristics[0].value, ElementsAre(1));
+    EXPECT_THAT(*beacon.gatt().services()[7].characteristics[0].value, ElementsAre(1)) << "its twin";
 }
 
 TEST_F(SimulatedConnectionTest, WhatNoBeaconCanBeIsRefused) {
-    const auto value = [](BeaconDescription & it) -> auto& {
-        return it.services[0].characteristics[0];
+    const std::vector<std::function<void(BeaconDescription&, CharacteristicDescription&)>> changes{
+        [](auto& it, auto&) { it.advertisingInterval = 0; },
+        [](auto& it, auto&) { it.advertisingJitter = -1; },
+        [](auto& it, auto&) { it.link.connectionDelay = -1; },
+        [](auto& it, auto&) { it.link.responseDelay = std::nan(""); },
+        [](auto& it, auto&) { it.link.supervisionTimeout = 0; },
+        [](auto&, auto& its) { its.value->resize(maximumValueSize + 1); },
+        [](auto&, auto& its) { its.generated = pickedValue(0, {{1}}); },
+        [](auto&, auto& its) {
+            its.generated = {1, nullptr};
+        },
     };
-    const std::vector<std::function<void(BeaconDescription&)>> changes{
-        [](auto& it) { it.advertisingInterval = 0; },
-        [](auto& it) { it.advertisingJitter = -1; },
-        [](auto& it) { it.link.connectionDelay = -1; },
-        [](auto& it) { it.link.responseDelay = std::nan(""); },
-        [](auto& it) { it.link.supervisionTimeout = 0; },
-        [&](auto& it) { value(it).value->resize(maximumValueSize + 1); },
-        [&](auto& it) { value(it).generated = pickedValue(0, {{1}}); },
-        [&](auto& it) {
-            value(it).generated = GeneratedValue{1, nullptr};
-        }};
     for (std::size_t i = 0; i < changes.size(); ++i) {
         BeaconDescription description;
-        changes[i](description);
+        changes[i](description, description.services[0].characteristics[0]);
         EXPECT_THROW(zobi::addBeacon(platform.world(), description), std::invalid_argument) << i;
     }
     EXPECT_THROW(pickedValue(1, {}), std::invalid_argument);

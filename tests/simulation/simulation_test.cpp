@@ -15,7 +15,6 @@ namespace {
 
 using namespace zobi::platform;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using zobi::SimulatedBeacon;
 using zobi::platform::simulation::SimulatedPlatform;
 
@@ -36,15 +35,13 @@ std::shared_ptr<RadioRecorder> listenerOn(SimulatedPlatform& platform) {
 
 class SimulationTest : public ::testing::Test {
 protected:
-    explicit SimulationTest(std::uint64_t seed = 0) : platform(StandardPlatform::Time::virtualTime, seed) {
-        platform.log().setSink(nullptr);
-    }
+    SimulationTest() { platform.log().setSink(nullptr); }
 
     void scan(bool allowDuplicates = true, std::vector<CBUUID> services = {}) {
         central->scanForPeripheralsWithServicesOptions(services, {.allowDuplicates = allowDuplicates});
     }
 
-    SimulatedPlatform platform;
+    SimulatedPlatform platform{StandardPlatform::Time::virtualTime};
     StandardRunLoop& loop = platform.runLoop();
     std::shared_ptr<RadioRecorder> delegate = listenerOn(platform);
     std::shared_ptr<CBCentralManager> central = platform.makeCentralManager(delegate);
@@ -60,7 +57,7 @@ TEST_F(SimulationTest, EachStateIsToldByItselfAndAnyButOnEndsTheScanForGood) {
     scan();
     EXPECT_FALSE(central->isScanning()) << "the radio has not started";
     EXPECT_EQ(central->state(), unknown);
-    EXPECT_THAT(delegate->events, IsEmpty());
+    EXPECT_TRUE(delegate->events.empty());
     loop.processPending();
     for (const auto state : {unknown, resetting, unsupported, unauthorized, poweredOff}) {
         for (const auto next : {state, state, poweredOn}) platform.world().setRadioState(next);
@@ -99,23 +96,20 @@ TEST(ConditionTest, IsToldWithAnAdviceThroughAWrapperToo) {
 }
 
 TEST_F(SimulationTest, TheServiceFilterTakesAnyOfItsServices) {
-    const auto uuids = [](std::initializer_list<const char*> texts) {
-        std::vector<CBUUID> result;
-        for (const char* const text : texts) result.push_back(CBUUID::UUIDWithString(text));
-        return result;
-    };
-    for (const auto& services : {uuids({"180F", "1320"}), uuids({"FFE0"}), uuids({})}) {
+    const auto& uuid = CBUUID::UUIDWithString;
+    using UUIDs = std::vector<CBUUID>;
+    for (const auto& services : {UUIDs{uuid("180F"), uuid("1320")}, UUIDs{uuid("FFE0")}, UUIDs{}}) {
         zobi::addBeacon(platform.world(), {.advertisedServices = services}).comeIntoRange();
     }
     loop.processPending();
-    const auto heardWith = [&](std::vector<CBUUID> services) {
+    const auto heardWith = [&](UUIDs services) {
         delegate->sightings.clear();
         scan(false, std::move(services));
         loop.runFor(3);
         return delegate->sightings.size();
     };
-    EXPECT_EQ(heardWith(uuids({"1320"})), 1U);
-    EXPECT_EQ(heardWith(uuids({"0000ffe0-0000-1000-8000-00805f9b34fb", "180F"})), 2U);
+    EXPECT_EQ(heardWith({uuid("1320")}), 1U);
+    EXPECT_EQ(heardWith({uuid("0000ffe0-0000-1000-8000-00805f9b34fb"), uuid("180F")}), 2U);
     EXPECT_EQ(heardWith({}), 3U);
 }
 
@@ -127,12 +121,10 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
     const auto peripheral = delegate->sightings.at(0);
     constexpr auto off = CBManagerState::poweredOff;
     constexpr auto on = CBManagerState::poweredOn;
+    using States = std::vector<CBManagerState>;
     // What is queued before the request, and after it.
-    struct Case {
-        std::vector<CBManagerState> before;
-        std::vector<CBManagerState> after;
-    };
-    for (const auto& [before, after] : {Case{{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}}) {
+    const std::pair<States, States> cases[]{{{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}};
+    for (const auto& [before, after] : cases) {
         for (const auto state : before) platform.world().setRadioState(state);
         central->connectPeripheral(peripheral);
         for (const auto state : after) platform.world().setRadioState(state);
