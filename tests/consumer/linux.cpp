@@ -14,20 +14,17 @@ using zobi::platform::CBManagerState;
 
 namespace {
 
-class Delegate final : public ZOKManagerDelegate {
-public:
-    explicit Delegate(zobi::platform::RunLoop& runLoop) : runLoop_(runLoop) {}
+struct Delegate final : ZOKManagerDelegate {
+    explicit Delegate(zobi::platform::RunLoop& its) : runLoop(its) {}
 
     void zobiConnectManagerDidBluetoothStateChanged(const std::shared_ptr<ZOKManager>& /*manager*/,
                                                     int newState) override {
         state = static_cast<CBManagerState>(newState);
-        runLoop_.stop();
+        runLoop.stop();
     }
 
+    zobi::platform::RunLoop& runLoop;
     CBManagerState state = CBManagerState::unknown;
-
-private:
-    zobi::platform::RunLoop& runLoop_;
 };
 
 }  // namespace

@@ -17,15 +17,6 @@ namespace {
 using platform::simulation::SimulatedPlatform;
 using ::testing::ElementsAre;
 
-std::string mistakeIn(const std::string& text) {
-    try {
-        scenarioFromText(text, "a.json");
-    } catch (const UsageError& error) {
-        return error.what();
-    }
-    return "none";
-}
-
 // Each indented line of mistakes.txt has a mistake, which takes the place of the @ in the scenario above it,
 // and what is said of it.
 TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
@@ -40,7 +31,9 @@ TEST(ToolScenario, IsRefusedWithThePlaceAndTheReason) {
         }
         std::string text = scenario;
         text.replace(text.find('@'), 1, line.substr(2, arrow - 2));
-        EXPECT_EQ(mistakeIn(text), "a.json: " + line.substr(arrow + 4)) << text;
+        EXPECT_THAT([&] { scenarioFromText(text, "a.json"); },
+                    ::testing::ThrowsMessage<UsageError>("a.json: " + line.substr(arrow + 4)))
+            << text;
         ++mistakes;
     }
     EXPECT_GE(mistakes, 25);

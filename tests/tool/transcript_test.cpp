@@ -15,7 +15,6 @@
 #include <fstream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace {
 
@@ -58,16 +57,13 @@ TEST_P(ToolTranscript, IsWhatTheToolPrints) {
     EXPECT_EQ(actual, expected);
 }
 
-std::vector<std::string> transcripts() {
-    std::vector<std::string> names{"beacon_commands", "decode", "help",           "monitor",
-                                   "streams",         "watch",  "wrong_arguments"};
+const std::string transcripts[] = {
 #ifdef ZOBI_BLUEZ
-    names.emplace_back("machine_radio");
+    "machine_radio",
 #endif
-    return names;
-}
+    "beacon_commands", "decode", "help", "monitor", "streams", "watch", "wrong_arguments"};
 
-INSTANTIATE_TEST_SUITE_P(All, ToolTranscript, ::testing::ValuesIn(transcripts()),
+INSTANTIATE_TEST_SUITE_P(All, ToolTranscript, ::testing::ValuesIn(transcripts),
                          [](const auto& tested) { return tested.param; });
 
 }  // namespace
