@@ -5,11 +5,13 @@
 #include <deque>
 #include <unordered_set>
 
+#include "zobi/platform/Export.h"
+
 namespace zobi::platform {
 
 /// A set of keys that forgets the oldest when there are too many. Each takes 57 bytes at most, measured with
 /// the allocator of glibc.
-class RecentKeys {
+class ZOBI_EXPORT RecentKeys {
 public:
     static constexpr std::size_t capacity = 100'000;
 
