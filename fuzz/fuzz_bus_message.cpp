@@ -200,29 +200,30 @@ private:
         std::make_shared<BlueZService>(std::make_shared<const RadioContext>(machine_.context()), witness_);
 };
 
+/// A signal or an operation, and what its arguments are.
+struct Member {
+    std::string interface;
+    std::string name;
+    std::vector<std::string> types;
+};
+
 void takeSignalsAndLists(Input& input) {
-    struct Kind {
-        std::string interface;
-        std::string member;
-        std::vector<std::string> types;
-    };
-    static const std::array<Kind, 5> kinds{{{propertiesInterface, "PropertiesChanged", {"s", "a{sv}"}},
-                                            {objectManagerInterface, "InterfacesAdded", {"o", "a{sa{sv}}"}},
-                                            {objectManagerInterface, "InterfacesRemoved", {"o", "as"}},
-                                            {deviceInterface, "Disconnected", {"s", "s"}},
-                                            {busInterface, "NameOwnerChanged", {"s", "s", "s"}}}};
+    static const std::array<Member, 5> signals{
+        {{propertiesInterface, "PropertiesChanged", {"s", "a{sv}"}},
+         {objectManagerInterface, "InterfacesAdded", {"o", "a{sa{sv}}"}},
+         {objectManagerInterface, "InterfacesRemoved", {"o", "as"}},
+         {deviceInterface, "Disconnected", {"s", "s"}},
+         {busInterface, "NameOwnerChanged", {"s", "s", "s"}}}};
     const auto appendObjects = [&](Message& body) { appendArguments(body, input, {"a{oa{sa{sv}}}"}); };
     static Target target;
     target.begin();
     while (!input.isAtEnd()) {
         const std::string path = anyPath(input);
-        const std::size_t kind = input.byte() % (kinds.size() + 2);
-        if (kind >= kinds.size()) {
-            if (kind == kinds.size()) target.list(appendObjects);
-            if (kind > kinds.size()) target.readTable();
-            continue;
-        }
-        const auto& [interface, member, types] = kinds.at(kind);
+        const std::size_t kind = input.byte() % (signals.size() + 2);
+        if (kind == signals.size()) target.list(appendObjects);
+        if (kind > signals.size()) target.readTable();
+        if (kind >= signals.size()) continue;
+        const auto& [interface, member, types] = signals.at(kind);
         try {
             target.tell(path, interface, member,
                         [&, &due = types](Message& body) { appendArguments(body, input, due); });
@@ -234,12 +235,11 @@ void takeSignalsAndLists(Input& input) {
 }
 
 void takeCalls(Input& input) {
-    struct Operation {
-        std::string name;
-        std::vector<std::string> types;
-    };
-    static const std::array<Operation, 4> operations{
-        {{"ReadValue", {"a{sv}"}}, {"WriteValue", {"ay", "a{sv}"}}, {"StartNotify", {}}, {"StopNotify", {}}}};
+    static const std::array<Member, 4> operations{
+        {{gattCharacteristicInterface, "ReadValue", {"a{sv}"}},
+         {gattCharacteristicInterface, "WriteValue", {"ay", "a{sv}"}},
+         {gattCharacteristicInterface, "StartNotify", {}},
+         {gattCharacteristicInterface, "StopNotify", {}}}};
     ScriptedPlatform machine;
     const LocalService battery{CBUUID::UUIDWithString("180F"), {{.uuid = CBUUID::UUIDWithString("2A19")}}};
     const auto manager = std::make_shared<BlueZPeripheralManager>(machine.context(), std::vector{battery},
@@ -249,7 +249,7 @@ void takeCalls(Input& input) {
     manager->startAdvertising({});
     while (!manager->isAdvertising()) machine.runLoop().processPending();
     while (!input.isAtEnd()) {
-        const auto& [member, types] = operations.at(input.byte() % operations.size());
+        const auto& [interface, member, types] = operations.at(input.byte() % operations.size());
         bool isSent = false;
         int answers = 0;
         const auto append = [&, &due = types](Message& call) {
@@ -257,8 +257,8 @@ void takeCalls(Input& input) {
             isSent = seal(call);
         };
         const Slot slot = machine.service.callFrom(
-            serviceName, LocalObjects::characteristicPath({0, 0}), gattCharacteristicInterface, member,
-            append, [&](MessageReader& /*reply*/, const BusError* /*error*/) { ++answers; });
+            serviceName, LocalObjects::characteristicPath({0, 0}), interface, member, append,
+            [&](MessageReader& /*reply*/, const BusError* /*error*/) { ++answers; });
         settle(machine);
         require(answers == (isSent ? 1 : 0));
     }

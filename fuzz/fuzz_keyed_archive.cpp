@@ -1,10 +1,7 @@
 // Reads arbitrary bytes as a keyed archive. Whatever is accepted must be one archive from its first byte to
 // its last, and what it holds must survive being written and read again.
 
-#include <cstddef>
-#include <cstdint>
 #include <optional>
-#include <span>
 #include <stdexcept>
 #include <vector>
 

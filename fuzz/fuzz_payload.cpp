@@ -1,10 +1,6 @@
 // Decodes arbitrary bytes as the payload of an advertisement, by itself and off the simulated air. A payload
 // is refused exactly when its layout needs more bytes than it has; nothing else is ever thrown.
 
-#include <cstddef>
-#include <cstdint>
-#include <span>
-
 #include "ZobiConnectKit/ZobiConnectKit.h"
 #include "ZobiConnectKit/simulation/SimulatedBeacon.h"
 #include "support.h"
@@ -17,14 +13,8 @@ using zobi::platform::simulation::SimulatedPlatform;
 /// Whether a payload has all the bytes that its layout needs.
 bool isComplete(std::span<const std::uint8_t> payload) {
     if (payload.size() < 12) return payload.size() == 11;
-    switch (payload[11]) {
-        case 3:
-            return payload.size() >= 16;
-        case 2:
-            return payload.size() >= 14;
-        default:
-            return payload.size() >= 13;
-    }
+    const std::size_t needed = payload[11] == 3 ? 16 : payload[11] == 2 ? 14 : 13;
+    return payload.size() >= needed;
 }
 
 bool decodes(std::span<const std::uint8_t> payload, SimulatedPlatform& platform) {
