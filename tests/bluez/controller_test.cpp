@@ -51,8 +51,6 @@ class Controller : public Test {
 public:
     Controller() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()), 0); }
     ~Controller() override { ::close(ends[1]); }
-    Controller(const Controller&) = delete;
-    Controller& operator=(const Controller&) = delete;
 
 protected:
     using Places = std::map<std::size_t, char>;

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <utility>
-
 #include "ScriptedPlatform.h"
 #include "platform/bluez/diagnosis/Listening.h"
 
@@ -30,16 +27,9 @@ protected:
     }
     Verdict verdict(double seconds) { return listen(seconds).verdict; }
     Finding::Severity severity() const { return last.findings.front().severity; }
-    /// Repeats it for ever.
-    void every(double seconds, const std::function<void()>& action) {
-        runLoop.after(seconds, [=, this] {
-            action();
-            every(seconds, action);
-        });
-    }
     void SetUp() override {
         machine.channel->countScanSwitches = [this] { return switches; };
-        every(10.3, [this] {
+        runLoop.every(10.3, [this] {
             if (!isDeaf) *switches += 2;
         });
     }
@@ -68,7 +58,7 @@ TEST_F(ListeningDoctor, TellsFineFromThrottled) {
     beacon.isInRange = false;
     const std::string other = firstAdapter + "/dev_00_00_5E_00_53_0B";
     service.addObject(other, {{deviceInterface, {}}});
-    every(10.3, [&] { service.change(other, deviceInterface, {{"RSSI", std::int16_t{127}}}); });
+    runLoop.every(10.3, [&] { service.change(other, deviceInterface, {{"RSSI", std::int16_t{127}}}); });
     EXPECT_EQ(verdict(30), Verdict::throttled);
     EXPECT_EQ(last.devices.at(0).rssi, std::nullopt);
     EXPECT_NEAR(last.devices.at(0).longestGap, 10.3, 0.01);
