@@ -93,6 +93,10 @@ public:
     int kernelDiscoveries = 0;
     /// What is logged.
     std::vector<std::string> lines;
+    /// How many lines with this text were logged.
+    std::ptrdiff_t linesWith(const std::string& text) const {
+        return std::ranges::count_if(lines, [&](auto& line) { return line.find(text) != line.npos; });
+    }
     ScriptedService service{runLoop(), clock()};
 
 protected:

@@ -143,13 +143,11 @@ void ScriptedService::perform(Client& client, const Call& call) {
     if (!find(path, interface)) {
         return fail(call, "Method \"" + member + "\" doesn't exist", unknownObjectError);
     }
-    if (member == "Get") {
-        const Properties* const all = find(path, std::string(arguments.string()));
-        return reply(call, [&](Message& body) { body.variant(*named(*all, arguments.string())); });
-    }
-    if (member == "GetAll") {
-        const Properties* const all = find(path, std::string(arguments.string()));
-        return reply(call, [&](Message& body) { body.properties(*all); });
+    if (member == "Get" || member == "GetAll") {
+        const Properties& all = *find(path, std::string(arguments.string()));
+        return reply(call, [&](Message& body) {
+            member == "Get" ? body.variant(*named(all, arguments.string())) : body.properties(all);
+        });
     }
     if (member == "Set") return reply(call);
     if (member == "SetDiscoveryFilter") {
@@ -183,6 +181,12 @@ void ScriptedService::addAdapter(const std::string& path, const std::string& add
     addObject(path, {{adapterInterface, {{"Address", address}, {"Powered", true}, {"Discovering", false}}},
                      {gattManagerInterface, {}},
                      {advertisingManagerInterface, {{"SupportedInstances", std::uint8_t{5}}}}});
+}
+
+void ScriptedService::offerMonitors() {
+    const Properties abilities{{"SupportedMonitorTypes", std::vector<std::string>{"or_patterns"}}};
+    addObject(firstAdapter, {{adapterInterface, {{"Address", "00:00:5E:00:53:01"}, {"Powered", true}}},
+                             {monitorManagerInterface, abilities}});
 }
 
 void ScriptedService::removeAdapter(const std::string& path) {

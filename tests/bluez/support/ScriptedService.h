@@ -130,6 +130,8 @@ public:
     /// Changes properties, and tells so.
     void change(const std::string& path, const std::string& interface, const Properties& changed,
                 const std::vector<std::string>& invalidated = {});
+    /// Its adapter takes advertisement monitors.
+    void offerMonitors();
     void addAdapter(const std::string& path, const std::string& address);
     void removeAdapter(const std::string& path);
     void setPowered(bool isOn, const std::string& adapter = firstAdapter);
