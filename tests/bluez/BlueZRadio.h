@@ -1,33 +1,27 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "ScriptedPlatform.h"
 #include "ZobiConnectKit/simulation/PayloadEncoder.h"
 #include "radio/RadioTest.h"
+#include "zobi/platform/bluez/Diagnosis.h"
 
 namespace zobi::platform::bluez {
 
 /// A beacon on the air of the scripted service.
 class ScriptedBench final : public RadioBench {
 public:
-    ScriptedPlatform& platform() override { return platform_; }
+    ScriptedPlatform& platform() override { return machine; }
     void beaconComesIntoRange() override { beacon.isInRange = true; }
     void beaconFallsSilent() override {
         constexpr double supervisionTimeout = 3;
         beacon.isInRange = false;
-        platform_.runLoop().after(supervisionTimeout, [this, link = std::weak_ptr(beacon.link)] {
+        machine.runLoop().after(supervisionTimeout, [this, link = std::weak_ptr(beacon.link)] {
             if (!link.expired()) service.endLink(beacon, 0x08);
         });
     }
     void beaconEndsLink() override { service.endLink(beacon, 0x13); }
-    bool makeAttemptsFail(bool fail) override {
+    void makeAttemptsFail(bool fail) override {
         beacon.attempts = fail ? Attempts::breakOff : Attempts::succeed;
-        return true;
     }
     void setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) override {
         service.setValue(beacon, characteristic, value);
@@ -43,11 +37,8 @@ public:
             {longForm(CBUUID::UUIDWithString("180A")), zobi::encodePayload({.major = 1, .minor = minor})}};
     }
 
-private:
-    ScriptedPlatform platform_;
-
-public:
-    ScriptedService& service = platform_.service;
+    ScriptedPlatform machine;
+    ScriptedService& service = machine.service;
     ScriptedDevice& beacon = service.add({.serviceData = payload(7)});
 };
 
@@ -55,6 +46,9 @@ inline const RadioUnderTest scriptedRadio{"Scripted", [] { return std::make_uniq
 
 /// In bytes.
 std::ptrdiff_t heapInUse();
+
+/// What an examination finds.
+std::vector<Finding> findingsOf(ScriptedPlatform& machine, const std::string& adapter = {});
 
 /// Where an attempt or a link stands.
 enum Phase { waiting, connecting, resolving, linked, ending, phases };
@@ -64,15 +58,13 @@ enum Phase { waiting, connecting, resolving, linked, ending, phases };
 class BlueZRadio : public RadioTest {
 protected:
     void pass(double seconds) { machine.runLoop().runFor(seconds); }
-    bool within(double seconds, const std::string& event);
+    bool within(double seconds, const std::string& event) { return heard(event, 1, seconds); }
     /// What was told in so many seconds.
     Events eventsIn(double seconds);
     /// How often an operation was called.
     std::ptrdiff_t callsOf(const std::string& operation) const;
     /// Brings the beacon, which is not linked, into a phase.
     std::shared_ptr<CBPeripheral> reach(int phase);
-    /// Ends a link from this side.
-    void unlink(const std::shared_ptr<CBPeripheral>& peripheral);
     /// The service, or another sender, tells properties of the beacon.
     void signal(const Properties& changed, const std::string& sender = {});
     void cyclePower();
@@ -89,7 +81,7 @@ protected:
     static Watched watch(ScriptedPlatform& platform, const std::string& adapter = {});
 
     ScriptedBench& scripted = static_cast<ScriptedBench&>(*bench);
-    ScriptedPlatform& machine = scripted.platform();
+    ScriptedPlatform& machine = scripted.machine;
     ScriptedService& service = scripted.service;
     ScriptedDevice& beacon = scripted.beacon;
 };

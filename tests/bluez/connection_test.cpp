@@ -1,11 +1,8 @@
 // What becomes of attempts to connect and of links, whatever the service answers and whatever befalls it.
 
-#include <algorithm>
 #include <array>
 #include <filesystem>
-#include <functional>
 #include <future>
-#include <map>
 #include <tuple>
 
 #include "BlueZRadio.h"
@@ -333,8 +330,7 @@ TEST_P(BlueZRadio, ACentralThatGoesEndsWhatItBegan) {
         // Nobody is left to tell it to.
         if (phase >= linked) machine.channel->answerRSSI();
         central = machine.makeCentralManager(listener);
-        ASSERT_TRUE(heard("state 5"));
-        takeEvents();
+        eventsUntil("state 5");
     }
     scan();
     listener->onSighting = [&](const auto& /*data*/) { central = nullptr; };
@@ -376,9 +372,7 @@ TEST_P(BlueZRadio, ALinkThatIsNotOursAtTheStartIsToldOnceAndEndedIfAskedFor) {
         its.runLoop().runFor(5);
         const bool isEnded = row.isTold && !row.ended.empty() && row.ended.front() == mine;
         EXPECT_EQ(device.isLinked(), !isEnded);
-        EXPECT_EQ(std::ranges::count_if(its.lines,
-                                        [](auto& it) { return it.find("not by this") != std::string::npos; }),
-                  row.isTold ? 1 : 0);
+        EXPECT_EQ(its.linesWith("not by this"), row.isTold ? 1 : 0);
         const auto& found = its.foreignLinks->found();
         ASSERT_EQ(found.size(), row.isTold ? 1U : 0U);
         EXPECT_TRUE(!row.isTold || (found[0].address == device.address && found[0].isEnded == isEnded));

@@ -1,16 +1,11 @@
 // What the examination finds, and what it advises, on machines that lack something.
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <string>
-#include <vector>
 
-#include "ScriptedPlatform.h"
-#include "platform/bluez/diagnosis/Examination.h"
+#include "BlueZRadio.h"
 #include "platform/bluez/service/BlockSwitch.h"
 
 namespace zobi::platform::bluez {
@@ -22,14 +17,9 @@ class Doctor : public ::testing::Test {
 protected:
     /// What is not good, as "power: failed".
     Texts troubles(const std::string& adapter = {}) {
-        int ends = 0;
-        const auto examination = std::make_shared<Examination>(machine.context(adapter), [&] { ++ends; });
-        examination->start();
-        machine.runLoop().runFor(20);
-        EXPECT_EQ(ends, 1);
         Texts texts;
         told.clear();
-        for (const auto& [subject, severity, found, advice] : examination->findings()) {
+        for (const auto& [subject, severity, found, advice] : findingsOf(machine, adapter)) {
             told[subject] = found + advice;
             if (severity == Finding::Severity::good) continue;
             texts.push_back(subject + (severity == Finding::Severity::obstacle ? ": failed" : ": limited"));
@@ -66,9 +56,7 @@ TEST_F(Doctor, FindsAllGoodOrWhatIsInTheWay) {
     machine.mayPlaceMonitors = false;
     EXPECT_EQ(troubles(), Texts{"scan: limited"});
     EXPECT_NE(told["scan"].find("systemctl restart bluetooth"), std::string::npos);
-    service.addObject(firstAdapter,
-                      {{monitorManagerInterface, {{"SupportedMonitorTypes", Texts{"or_patterns"}}}},
-                       {adapterInterface, {{"Powered", true}}}});
+    service.offerMonitors();
     EXPECT_NE((troubles(), told["scan"]).find("the service takes"), std::string::npos);
     machine.runLoop().after(1, [&] { service.dropBus(); });
     EXPECT_EQ(troublesWith("GetManagedObjects", neverAnswered), Texts{"system bus: failed"});

@@ -1,25 +1,14 @@
 // What stands in the way of the radio, and which adapter it uses.
 
 #include <array>
-#include <functional>
 #include <set>
 
 #include "BlueZRadio.h"
-#include "platform/bluez/diagnosis/Examination.h"
 
 namespace zobi::platform::bluez {
 namespace {
 
 using namespace ::testing;
-
-std::vector<std::string> adviceOfDoctor(ScriptedPlatform& machine) {
-    const auto examination = std::make_shared<Examination>(machine.context(), [] {});
-    examination->start();
-    machine.runLoop().runFor(20);
-    std::vector<std::string> advice;
-    for (const Finding& finding : examination->findings()) advice.push_back(finding.advice);
-    return advice;
-}
 
 TEST_P(BlueZRadio, TheStateTheConditionAndOneLineTellWhatIsInTheWay) {
     const Properties blocked{{"Powered", false}, {"PowerState", "off-blocked"}};
@@ -51,7 +40,8 @@ TEST_P(BlueZRadio, TheStateTheConditionAndOneLineTellWhatIsInTheWay) {
         lines.insert(other.lines.empty() ? "" : other.lines.back());
         EXPECT_EQ(other.lines.back(), "Bluetooth: " + advice);
         if (lines.size() < obstacles.size() - 1) {
-            EXPECT_THAT(adviceOfDoctor(other), Contains(other.radioCondition().remedy)) << "it is the same";
+            EXPECT_THAT(findingsOf(other), Contains(Field(&Finding::advice, other.radioCondition().remedy)))
+                << "it is the same";
         }
         other.service.hasBus = true;
         other.service.scripts.clear();
@@ -102,9 +92,8 @@ TEST_P(BlueZRadio, UsesTheAdapterThatItIsAskedForOrElseOneThatIsOn) {
 
 /// A program that ends when its attempt or link is in a phase, as does the service that hangs then or not.
 struct ShutDown final : BlueZRadio {
-    ShutDown(int thePhase, bool theServiceHangs) : phase(thePhase), hangs(theServiceHangs) {}
-
-    void TestBody() override {
+    void TestBody() override {}
+    void endsAll(int phase, bool hangs) {
         reach(phase);
         scan();
         pass(1);
@@ -116,15 +105,12 @@ struct ShutDown final : BlueZRadio {
         EXPECT_TRUE(hangs ? took.count() == 5 : took.count() < 2.5) << took.count();
         EXPECT_TRUE(hangs || !(beacon.link || service.isDiscovering(firstAdapter)));
     }
-
-    int phase;
-    bool hangs;
 };
 
 TEST_P(BlueZRadio, AShutDownWaitsUntilTheServiceHasEndedAll) {
     for (int i = 0; i < 2 * phases; ++i) {
         SCOPED_TRACE(i);
-        ShutDown(i / 2, i % 2 != 0).TestBody();
+        ShutDown().endsAll(i / 2, i % 2 != 0);
     }
 }
 

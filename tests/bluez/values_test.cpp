@@ -9,6 +9,7 @@ namespace {
 
 using namespace ::testing;
 using namespace ZOKGATTProfile;
+using enum CBCharacteristicWriteType;
 
 TEST_P(BlueZRadio, WhatTheServiceAnswersToOperationsIsToldInTheCodesOfTheSeam) {
     const auto peripheral = link();
@@ -16,6 +17,8 @@ TEST_P(BlueZRadio, WhatTheServiceAnswersToOperationsIsToldInTheCodesOfTheSeam) {
     const auto button = find(peripheral, buttonActionCharacteristic);
     const auto temperature = find(peripheral, temperatureCharacteristic);
     const std::string attError = "Operation failed with ATT error: 0x";
+    const std::map<char, std::string> operations{
+        {'v', "ReadValue"}, {'w', "WriteValue"}, {'n', "StartNotify"}};
     const std::array<std::pair<const char*, Script>, 9> rows{{
         {"value FFE1 CBATTErrorDomain 2", fails("NotPermitted", "Read not permitted")},
         {"value FFE1 CBATTErrorDomain 159", fails("Failed", attError + "9f")},
@@ -29,17 +32,10 @@ TEST_P(BlueZRadio, WhatTheServiceAnswersToOperationsIsToldInTheCodesOfTheSeam) {
     }};
     for (const auto& [event, script] : rows) {
         SCOPED_TRACE(script.error ? script.error->name + ' ' + script.error->message : "not answered");
-        service.scripts.clear();
-        if (event[0] == 'v') {
-            service.scripts["ReadValue"] = script;
-            peripheral->readValueForCharacteristic(button);
-        } else if (event[0] == 'w') {
-            service.scripts["WriteValue"] = script;
-            peripheral->writeValueForCharacteristicType({}, button, CBCharacteristicWriteType::withResponse);
-        } else {
-            service.scripts["StartNotify"] = script;
-            peripheral->setNotifyValueForCharacteristic(true, button);
-        }
+        service.scripts = {{operations.at(event[0]), script}};
+        if (event[0] == 'v') peripheral->readValueForCharacteristic(button);
+        if (event[0] == 'w') peripheral->writeValueForCharacteristicType({}, button, withResponse);
+        if (event[0] == 'n') peripheral->setNotifyValueForCharacteristic(true, button);
         peripheral->readValueForCharacteristic(temperature);
         EXPECT_THAT(eventsIn(script.error ? 5 : 120), ElementsAre(event, "value FFF2")) << "the next goes on";
     }
@@ -141,8 +137,7 @@ TEST_P(BlueZRadio, AnAnswerThatComesLateOrTwiceReachesNoOtherRequest) {
 TEST_P(BlueZRadio, ServicesOfOneUUIDAreToldApart) {
     link();
     service.endLink(beacon, 0x13);
-    ASSERT_TRUE(heard("disconnected error 7"));
-    takeEvents();
+    eventsUntil("disconnected error 7");
     // Of its services, the next link brings signals of the new one alone.
     beacon.services.push_back(beacon.services[1]);
     service.calls.clear();

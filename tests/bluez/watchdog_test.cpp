@@ -56,9 +56,6 @@ protected:
         spend(seconds);
         return device.lastSeen > before;
     }
-    std::ptrdiff_t linesWith(const std::string& text) const {
-        return std::ranges::count_if(machine.lines, [&](const auto& line) { return line.ends_with(text); });
-    }
 
     Case it;
 };
@@ -71,10 +68,9 @@ TEST_P(Watchdog, ASilentScanIsStartedAgainByTheMeansThatThereAre) {
         sight();
         const auto linked = listener->sightings.back();
         connect(linked);
-        ASSERT_TRUE(heard("connected"));
+        eventsUntil("connected");
         auto& advertiser = linkedOne.isLinked() ? beacon : linkedOne;
         const auto isHeardWithin = [&](double seconds) { return isReportedWithin(seconds, advertiser); };
-        takeEvents();
         beginScan();
         pass(3);
         const auto reported = listener->sightings.size();
@@ -83,11 +79,11 @@ TEST_P(Watchdog, ASilentScanIsStartedAgainByTheMeansThatThereAre) {
         EXPECT_TRUE(isHeardWithin(45));
         service.believesThatItScans = true;
         EXPECT_EQ(isHeardWithin(45), it.mayAdminister);
-        EXPECT_EQ(linesWith(remedy), it.mayAdminister ? 0 : 1);
+        EXPECT_EQ(machine.linesWith(remedy), it.mayAdminister ? 0 : 1);
         const bool isKnown = it.areScansSeen && !it.mayAdminister;
         EXPECT_EQ(machine.radioCondition().kind == RadioCondition::Kind::deaf, isKnown);
         EXPECT_FALSE(isHeardWithin(it.mayAdminister ? 0 : 3000));
-        EXPECT_EQ(linesWith(remedy), it.mayAdminister ? 0 : 1) << "once";
+        EXPECT_EQ(machine.linesWith(remedy), it.mayAdminister ? 0 : 1) << "once";
         service.believesThatItScans = false;
         EXPECT_TRUE(isHeardWithin(620));
         EXPECT_EQ(machine.radioCondition().kind, RadioCondition::Kind::poweredOn);
@@ -139,8 +135,7 @@ TEST_P(Watchdog, AServiceThatHangsIsSentEachCallOnce) {
     forEachCase([&] {
         service.calls.clear();
         for (const char* const operation : {"SetDiscoveryFilter", "StartDiscovery", "StopDiscovery"}) {
-            for (const char* const each : {operation, "GetDiscoveryFilters"})
-                service.scripts[each] = {.delay = 100};
+            service.scripts = {{operation, {.delay = 100}}, {"GetDiscoveryFilters", {.delay = 100}}};
             beginScan();
             if (operation == std::string("StopDiscovery")) central->stopScan();
             pass(99);

@@ -1,12 +1,6 @@
 #include "LibraryOverRadio.h"
 
-#include <algorithm>
 #include <stdexcept>
-
-bool LibraryOverRadio::heard(const std::string& event, std::size_t count) {
-    return bench->runUntil(
-        [&] { return static_cast<std::size_t>(std::ranges::count(application->events, event)) >= count; });
-}
 
 std::shared_ptr<ZOKBeacon> LibraryOverRadio::range() {
     bench->beaconComesIntoRange();
@@ -19,7 +13,6 @@ std::shared_ptr<ZOKBeacon> LibraryOverRadio::range() {
 std::shared_ptr<ZOKBeacon> LibraryOverRadio::connect() {
     auto beacon = range();
     manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
-    EXPECT_TRUE(heard("connection complete"));
-    takeEvents();
+    eventsUntil("connection complete");
     return beacon;
 }

@@ -24,8 +24,8 @@ public:
     /// Says nothing any more, so that a link runs into its supervision timeout.
     virtual void beaconFallsSilent() = 0;
     virtual void beaconEndsLink() = 0;
-    /// Makes attempts to connect fail, or succeed again. False if that cannot be brought about.
-    virtual bool makeAttemptsFail(bool fail) = 0;
+    /// Makes attempts to connect fail, or succeed again.
+    virtual void makeAttemptsFail(bool fail) = 0;
     /// Gives a characteristic a value, which a subscriber is notified of.
     virtual void setValue(const zobi::platform::CBUUID& characteristic, std::vector<std::uint8_t> value) = 0;
     /// The value of a characteristic, as the beacon has it.
@@ -38,7 +38,12 @@ public:
     static constexpr double aWhile = 5;
 
     /// Runs the loop until the condition holds. False if it does not in time.
-    bool runUntil(const std::function<bool()>& condition, double seconds = patience);
+    bool runUntil(const std::function<bool()>& condition, double seconds = patience) {
+        return runUntil(platform(), condition, seconds);
+    }
+    /// The same with another platform.
+    static bool runUntil(zobi::platform::Platform& platform, const std::function<bool()>& condition,
+                         double seconds = patience);
 };
 
 /// A kind of radio that the suite runs over.

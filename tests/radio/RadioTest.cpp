@@ -7,21 +7,7 @@
 using namespace zobi::platform;
 
 RadioTest::RadioTest() {
-    EXPECT_TRUE(heard("state 5"));
-    takeEvents();
-}
-
-bool RadioTest::heard(const std::string& event, std::size_t count) {
-    return bench->runUntil(
-        [&] { return static_cast<std::size_t>(std::ranges::count(listener->events, event)) >= count; });
-}
-
-bool RadioTest::heardSoMany(std::size_t count) {
-    return bench->runUntil([&] { return listener->events.size() >= count; });
-}
-
-bool RadioTest::heardNoMoreThan(std::size_t count) {
-    return !bench->runUntil([&] { return listener->events.size() > count; }, RadioBench::aWhile);
+    eventsUntil("state 5");
 }
 
 void RadioTest::scan() {
@@ -49,9 +35,14 @@ std::shared_ptr<CBPeripheral> RadioTest::link() {
     bench->beaconComesIntoRange();
     auto peripheral = sight();
     connect(peripheral);
-    EXPECT_TRUE(heard("connected"));
-    takeEvents();
+    eventsUntil("connected");
     return peripheral;
+}
+
+void RadioTest::unlink(const std::shared_ptr<CBPeripheral>& peripheral) {
+    takeEvents();
+    central->cancelPeripheralConnection(peripheral);
+    EXPECT_THAT(eventsUntil("disconnected"), testing::ElementsAre("disconnected"));
 }
 
 void RadioTest::discover(const std::shared_ptr<CBPeripheral>& peripheral) {

@@ -1,30 +1,18 @@
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include "RadioBench.h"
+#include "RadioFixture.h"
 #include "RadioRecorder.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
-/// A central manager on each radio under test. Everything waits for conditions, none for a time to pass,
-/// but where nothing must happen.
-class RadioTest : public ::testing::TestWithParam<RadioUnderTest> {
+/// A central manager on each radio under test.
+class RadioTest : public RadioFixture {
 protected:
     RadioTest();
 
-    /// Waits until `event` was told, `count` times in all.
-    bool heard(const std::string& event, std::size_t count = 1);
-    /// Waits until so many events were told.
-    bool heardSoMany(std::size_t count);
-    /// Looks on for a while.
-    bool heardNoMoreThan(std::size_t count);
-    Events takeEvents() { return std::exchange(listener->events, {}); }
+    Events takeEvents() override { return std::exchange(listener->events, {}); }
+    const Events& events() const override { return listener->events; }
 
     void scan();
     /// Scans until the beacon is sighted once more.
@@ -32,6 +20,8 @@ protected:
     void connect(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);
     /// Brings the beacon into range and a link to it up.
     std::shared_ptr<zobi::platform::CBPeripheral> link();
+    /// Ends a link, or an attempt at one, from this side.
+    void unlink(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);
     /// Discovers services and characteristics of the whole profile.
     void discover(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);
     /// A discovered characteristic.
@@ -39,8 +29,6 @@ protected:
         const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral,
         const zobi::platform::CBUUID& characteristic);
 
-    std::unique_ptr<RadioBench> bench = GetParam().makeBench();
-    zobi::platform::Platform& platform = bench->platform();
     std::shared_ptr<RadioRecorder> listener = RadioRecorder::make();
     std::shared_ptr<zobi::platform::CBCentralManager> central = platform.makeCentralManager(listener);
 };

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 
 using namespace zobi::platform;
@@ -39,6 +40,11 @@ std::string digitsOf(const std::vector<std::uint8_t>& bytes) {
     return text;
 }
 
+double numberIn(const char* variable, double otherwise) {
+    const char* const text = std::getenv(variable);
+    return text ? std::stod(text) : otherwise;
+}
+
 namespace {
 
 std::string testName() {
@@ -55,11 +61,6 @@ StackBench::StackBench(const std::string& duplicateFilter) : fresh_(ask("stack",
 void StackBench::beaconFallsSilent() {
     ask("stack", "settle");
     ask("air", "silent 1 on");
-}
-
-bool StackBench::makeAttemptsFail(bool fail) {
-    ask("air", fail ? "estfail 0 1000000" : "estfail 0 0");
-    return true;
 }
 
 void StackBench::setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) {

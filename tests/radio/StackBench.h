@@ -13,6 +13,9 @@ std::string ask(const std::string& part, const std::string& line);
 /// In hexadecimal, two for each byte.
 std::string digitsOf(const std::vector<std::uint8_t>& bytes);
 
+/// The number in a variable of the environment, or another one.
+double numberIn(const char* variable, double otherwise);
+
 /// The radio of Linux in the virtual machine of testbed/.
 class StackBench final : public RadioBench {
 public:
@@ -23,7 +26,7 @@ public:
     void beaconComesIntoRange() override { ask("air", "silent 1 off"); }
     void beaconFallsSilent() override;
     void beaconEndsLink() override { ask("beacon", "drop"); }
-    bool makeAttemptsFail(bool fail) override;
+    void makeAttemptsFail(bool fail) override { ask("air", fail ? "estfail 0 1000000" : "estfail 0 0"); }
     void setValue(const zobi::platform::CBUUID& characteristic, std::vector<std::uint8_t> value) override;
     std::vector<std::uint8_t> value(const zobi::platform::CBUUID& characteristic) override;
     void setRadioPower(bool isOn) override { ask("stack", isOn ? "power 0 on" : "power 0 off"); }
@@ -33,3 +36,5 @@ private:
     const std::string fresh_;
     zobi::platform::bluez::BlueZPlatform platform_{{.adapter = "hci0"}};
 };
+
+inline const RadioUnderTest stackRadio{"Stack", [] { return std::make_unique<StackBench>(); }};

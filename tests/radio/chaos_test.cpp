@@ -4,7 +4,6 @@
 
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <random>
@@ -47,11 +46,6 @@ const std::vector<Fault> faults{
     {{{"beacon", "drop"}}, {}},
     {{{"stack", "clock 3600"}}, {{"stack", "clock -3600"}}},
 };
-
-double secondsOf(const char* variable, double otherwise) {
-    const char* const text = std::getenv(variable);
-    return text ? std::stod(text) : otherwise;
-}
 
 /// An application that keeps a link up, and always has a request under way. It makes sure that each attempt
 /// and each request has one outcome.
@@ -111,17 +105,13 @@ private:
     void handle(const std::string& event) {
         using enum CBPeripheralState;
         if (event.starts_with("state")) return;
-        if (event == "connected") {
-            EXPECT_EQ(link_, connecting) << event;
-            link_ = connected;
-            ++links_;
-        } else if (event.starts_with("failed")) {
-            EXPECT_EQ(link_, connecting) << event;
-            link_ = disconnected;
-        } else if (event.starts_with("disconnected")) {
-            EXPECT_EQ(link_, connected) << event;
+        const bool isUp = event == "connected";
+        const bool isEnd = event.starts_with("disconnected");
+        if (isUp || isEnd || event.starts_with("failed")) {
+            EXPECT_EQ(link_, isEnd ? connected : connecting) << event;
             EXPECT_EQ(requests_, 0) << event;
-            link_ = disconnected;
+            link_ = isUp ? connected : disconnected;
+            if (isUp) ++links_;
         } else {
             EXPECT_EQ(requests_, 1) << event;
             --requests_;
@@ -175,13 +165,11 @@ protected:
 
     Keeper keeper{platform, RadioRecorder::make()};
 };
-INSTANTIATE_TEST_SUITE_P(Stack, Chaos,
-                         ::testing::Values(RadioUnderTest{"Stack",
-                                                          [] { return std::make_unique<StackBench>(); }}));
+INSTANTIATE_TEST_SUITE_P(Stack, Chaos, testing::Values(stackRadio));
 
 TEST_P(Chaos, OneOutcomeForEachAttemptAndTheListIsRightAgain) {
-    const auto seed = static_cast<unsigned>(secondsOf("CHAOS_SEED", 1));
-    const auto faultCount = static_cast<int>(secondsOf("CHAOS_SECONDS", 180) / faultInterval);
+    const auto seed = static_cast<unsigned>(numberIn("CHAOS_SEED", 1));
+    const auto faultCount = static_cast<int>(numberIn("CHAOS_SECONDS", 180) / faultInterval);
     std::mt19937 random(seed);
     // The library logs each advertisement.
     dynamic_cast<bluez::BlueZPlatform&>(platform).log().setDiagnosticSink(nullptr);

@@ -1,27 +1,23 @@
 // The library's whole story, over any radio.
 
-#include <gmock/gmock.h>
-
 #include "LibraryOverRadio.h"
 #include "RadioRecorder.h"
 #include "ZobiConnectKit/ZOKGATTProfile.h"
 
 namespace {
 
+using namespace ::testing;
 using namespace ZOKGATTProfile;
-using ::testing::ElementsAre;
 
 TEST_P(LibraryOverRadio, RangesConnectsAndDisconnectsABeaconAndDropsItWhenItFallsSilent) {
     const auto beacon = range();
     EXPECT_EQ(beacon->macAddress()->size(), 12U);
     takeEvents();
     manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
-    ASSERT_TRUE(heard("connection complete"));
-    EXPECT_THAT(takeEvents(),
+    EXPECT_THAT(eventsUntil("connection complete"),
                 ElementsAre("connected", "ZOKBeaconDidConnectNotification", "connection complete"));
     manager->disconnectBeaconWithCompletion(beacon, application->completion("disconnection complete"));
-    ASSERT_TRUE(heard("disconnection complete"));
-    EXPECT_THAT(takeEvents(),
+    EXPECT_THAT(eventsUntil("disconnection complete"),
                 ElementsAre("disconnected", "ZOKBeaconDidDisconnectNotification", "disconnection complete"));
     bench->beaconFallsSilent();
     EXPECT_TRUE(bench->runUntil([&] { return manager->liveBeacons().empty(); }));
@@ -43,8 +39,7 @@ TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
     ASSERT_TRUE(bench->runUntil(
         [&] { return bench->value(alertLevelCharacteristic) == std::vector<std::uint8_t>{1}; }));
     manager->RSSIForBeaconWithCompletion(beacon, nullptr);
-    ASSERT_TRUE(heard("ZOKBeaconDidRSSIChangeNotification"));
-    EXPECT_THAT(takeEvents(),
+    EXPECT_THAT(eventsUntil("ZOKBeaconDidRSSIChangeNotification"),
                 ElementsAre("temperature 300", "ZOKBeaconDidTemperatureChangeNotification 300",
                             "ZOKBeaconFirmwareVersionNotification 1.2", "ZOKBeaconButtonModeNotification 2",
                             "ZOKBeaconDidRSSIChangeNotification"));
@@ -63,8 +58,7 @@ TEST_P(LibraryOverRadio, ReadsWritesAndSubscribes) {
     notify(accelerometerZCharacteristic, {0x00, 0x07});
     notify(batteryLevelCharacteristic, {0xC8});
     notify(buttonActionCharacteristic, {2});
-    ASSERT_TRUE(heard("button 1"));
-    EXPECT_THAT(takeEvents(),
+    EXPECT_THAT(eventsUntil("button 1"),
                 ElementsAre("ZOKBeaconDidAccelerometerAxisXChangeNotification 65535",
                             "ZOKBeaconDidAccelerometerAxisZChangeNotification 7", "battery -56", "button 1"));
     EXPECT_EQ(beacon->accelerometer(), (ZOKAccelerometerAxes{.axisX = 65535, .axisY = 0, .axisZ = 7}));
@@ -81,22 +75,20 @@ TEST_P(LibraryOverRadio, ALostLinkComesBackByItself) {
     // Longer than a beacon that is not awaited stays live.
     bench->runUntil([] { return false; }, 35);
     EXPECT_THAT(manager->liveBeacons(), ElementsAre(beacon));
-    EXPECT_THAT(takeEvents(), ::testing::IsEmpty());
+    EXPECT_THAT(takeEvents(), IsEmpty());
     bench->beaconComesIntoRange();
     ASSERT_TRUE(heard("connection complete"));
     ASSERT_TRUE(heard("ZOKBeaconDidRSSIChangeNotification", 2)) << "readings resume by themselves";
     manager->stopRSSIMonitoringForBeacon(beacon);
     bench->beaconEndsLink();
-    ASSERT_TRUE(heard("disconnected error 7"));
-    takeEvents();
+    eventsUntil("disconnected error 7");
     EXPECT_FALSE(bench->runUntil([&] { return !application->events.empty(); }, RadioBench::aWhile));
 }
 
 TEST_P(LibraryOverRadio, APowerCycleEndsLinksAndRangingGoesOn) {
     const auto beacon = connect();
     bench->setRadioPower(false);
-    ASSERT_TRUE(heard("ZOKBeaconDidDisconnectNotification"));
-    EXPECT_THAT(takeEvents(),
+    EXPECT_THAT(eventsUntil("ZOKBeaconDidDisconnectNotification"),
                 ElementsAre("state 4", "disconnected error 5", "ZOKBeaconDidDisconnectNotification"));
     bench->setRadioPower(true);
     ASSERT_TRUE(heard("state 5"));

@@ -197,10 +197,9 @@ public:
     void beaconEndsLink() override {
         beacon_.endLink(NSError(CBError::peripheralDisconnected, "The beacon has ended the link."));
     }
-    bool makeAttemptsFail(bool fail) override {
+    void makeAttemptsFail(bool fail) override {
         const NSError error(CBError::connectionFailed, "The beacon refuses.");
         beacon_.setConnectionError(fail ? std::optional(error) : std::nullopt);
-        return true;
     }
     void setValue(const CBUUID& characteristic, std::vector<std::uint8_t> value) override {
         beacon_.gatt().setValue(characteristic, value);

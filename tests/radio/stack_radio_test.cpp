@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <stdexcept>
 #include <utility>
 
 #include "LibraryOverRadio.h"
@@ -16,36 +14,30 @@
 
 namespace {
 
+using namespace ::testing;
 using namespace zobi::platform;
 
-const auto stackRadio =
-    ::testing::Values(RadioUnderTest{"Stack", [] { return std::make_unique<StackBench>(); }});
-INSTANTIATE_TEST_SUITE_P(Stack, RadioPromises, stackRadio);
-INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverRadio, stackRadio);
 // A controller that reports a beacon once, until its scan is restarted.
-INSTANTIATE_TEST_SUITE_P(StrictStack, LibraryOverRadio,
-                         ::testing::Values(RadioUnderTest{
-                             "Strict", [] { return std::make_unique<StackBench>("addr"); }}));
+const RadioUnderTest strictRadio{"Strict", [] { return std::make_unique<StackBench>("addr"); }};
+
+INSTANTIATE_TEST_SUITE_P(Stack, RadioPromises, Values(stackRadio));
+INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverRadio, Values(stackRadio));
+INSTANTIATE_TEST_SUITE_P(StrictStack, LibraryOverRadio, Values(strictRadio));
 
 /// Whether a link is up on the air.
 bool isLinked() {
     return ask("air", "state").find("linked") != std::string::npos;
 }
 
-/// A program that starts when another has ended.
-struct Successor {
-    explicit Successor(std::vector<CBUUID> endedServices)
+/// Another program than the one under test, which runs after it or beside it.
+struct OtherProgram {
+    explicit OtherProgram(std::vector<CBUUID> endedServices = {})
         : platform({.adapter = "hci0", .endedServices = std::move(endedServices)}) {
         application->monitors = true;
     }
 
     bool hearsTheBeacon() {
-        const auto start = platform.clock().monotonicTime();
-        while (manager->liveBeacons().empty() &&
-               platform.clock().monotonicTime() - start < std::chrono::seconds(60)) {
-            platform.runLoop().runFor(0.01);
-        }
-        return !manager->liveBeacons().empty();
+        return RadioBench::runUntil(platform, [&] { return !manager->liveBeacons().empty(); });
     }
 
     bluez::BlueZPlatform platform;
@@ -96,7 +88,7 @@ protected:
         });
     }
 };
-INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverStack, stackRadio);
+INSTANTIATE_TEST_SUITE_P(Stack, LibraryOverStack, Values(stackRadio));
 
 // The service calls a device by its advertised name, until it has read another over a link.
 TEST_P(LibraryOverStack, ABeaconIsKnownByTheNameItAdvertises) {
@@ -106,12 +98,9 @@ TEST_P(LibraryOverStack, ABeaconIsKnownByTheNameItAdvertises) {
     bench->beaconEndsLink();
     ASSERT_TRUE(heard("disconnected error 7"));
     // Another client finds the device under the other name.
-    bluez::BlueZPlatform otherPlatform({.adapter = "hci0"});
-    const auto otherManager = ZOKManager::managerOnPlatform(otherPlatform);
-    const auto otherApplication = ManagerRecorder::of(otherManager);
-    otherApplication->monitors = true;
-    otherPlatform.runLoop().runFor(RadioBench::aWhile);
-    EXPECT_THAT(otherManager->liveBeacons(), ::testing::IsEmpty());
+    OtherProgram other;
+    other.platform.runLoop().runFor(RadioBench::aWhile);
+    EXPECT_THAT(other.manager->liveBeacons(), IsEmpty());
 
     // A shortened name does not put right what the service remembers.
     EXPECT_TRUE(isHeardAgain(beacon, [] {
@@ -121,35 +110,30 @@ TEST_P(LibraryOverStack, ABeaconIsKnownByTheNameItAdvertises) {
     }));
     ask("beacon", "advertise on");
     EXPECT_TRUE(isHeardAgain(beacon));
-    EXPECT_TRUE(bench->runUntil([&] {
-        otherPlatform.runLoop().runFor(0.01);
-        return !otherManager->liveBeacons().empty();
-    }));
+    EXPECT_TRUE(other.hearsTheBeacon());
 }
 
 TEST_P(LibraryOverStack, EverythingGoesOnWhenTheServiceComesBack) {
     const auto beacon = range();
     for (const std::string end : {"stop", "kill"}) {
-        takeEvents();
+        SCOPED_TRACE(end);
         const auto serviceEndsAndComesBack = [&] {
+            takeEvents();
             ask("stack", "service " + end);
-            ASSERT_TRUE(heard("state 1")) << end;
+            EXPECT_TRUE(heard("state 1"));
             bench->beaconComesIntoRange();
             ask("stack", "service start");
-            ASSERT_TRUE(heard("state 5")) << end;
+            return eventsUntil("state 5");
         };
         serviceEndsAndComesBack();
-        EXPECT_TRUE(isHeardAgain(beacon)) << end;
+        EXPECT_TRUE(isHeardAgain(beacon));
 
         manager->connectBeaconWithCompletion(beacon, application->completion("connection complete"));
-        ASSERT_TRUE(heard("connection complete")) << end;
-        takeEvents();
+        eventsUntil("connection complete");
         // The service is the beacon's too, and would have the beacon end the link.
         bench->beaconFallsSilent();
-        serviceEndsAndComesBack();
-        EXPECT_THAT(takeEvents(), ::testing::IsSupersetOf({"state 1", "disconnected error 5", "state 5"}))
-            << end;
-        EXPECT_TRUE(isHeardAgain(beacon)) << end;
+        EXPECT_THAT(serviceEndsAndComesBack(), IsSupersetOf({"state 1", "disconnected error 5", "state 5"}));
+        EXPECT_TRUE(isHeardAgain(beacon));
     }
 }
 
@@ -204,11 +188,10 @@ TEST_P(LibraryOverStack, OnlyALostLinkHasTheCodeOfOne) {
         // The second is what the beacon's controller tells.
         ask("stack", "settle");
         ask("air", "lose " + reason + " 08");
-        ASSERT_TRUE(heard("ZOKBeaconDidDisconnectNotification")) << reason;
-        EXPECT_THAT(takeEvents(), ::testing::Contains("disconnected error " + code)) << reason;
+        EXPECT_THAT(eventsUntil("ZOKBeaconDidDisconnectNotification"), Contains("disconnected error " + code))
+            << reason;
         if (code != "6") manager->connectBeacon(beacon);
-        ASSERT_TRUE(heard("connection complete")) << reason;
-        takeEvents();
+        eventsUntil("connection complete");
     }
 }
 
@@ -231,7 +214,7 @@ TEST_P(LibraryOverStack, ALinkEndsWithItsProgramAndTheNextHearsTheBeacon) {
     const auto beacon = connect();
     EXPECT_TRUE(platform.shutDown());
     EXPECT_EQ(beacon->peripheral()->state(), CBPeripheralState::disconnected);
-    Successor next({});
+    OtherProgram next;
     EXPECT_TRUE(next.hearsTheBeacon());
     EXPECT_TRUE(next.platform.foreignLinks().empty());
 }
@@ -251,14 +234,12 @@ TEST_P(LibraryOverStack, ALinkOfAProgramThatWasKilledIsToldAndEndedIfAskedFor) {
         tool.killIt();
         bench->makeAttemptsFail(false);
         if (phase == "linked") {
-            Successor idle({});
-            EXPECT_TRUE(bench->runUntil([&] {
-                idle.platform.runLoop().runFor(0.01);
-                return !idle.platform.foreignLinks().empty();
-            }));
+            OtherProgram idle;
+            EXPECT_TRUE(
+                RadioBench::runUntil(idle.platform, [&] { return !idle.platform.foreignLinks().empty(); }));
             EXPECT_TRUE(isLinked()) << "nobody has asked for its end";
         }
-        Successor next(services);
+        OtherProgram next(services);
         EXPECT_TRUE(next.hearsTheBeacon());
         EXPECT_TRUE(next.platform.shutDown());
         EXPECT_FALSE(isLinked());
@@ -305,7 +286,7 @@ TEST_P(LibraryOverStack, TheBeaconThatTheToolEmulatesIsLikeAnother) {
         EXPECT_EQ(ask("stack", "peer stop"), "0");
         EXPECT_TRUE(heard("disconnected error 7"));
         EXPECT_TRUE(bench->runUntil([&] { return manager->liveBeacons().empty(); }));
-        EXPECT_THAT(ask("air", "state"), ::testing::Not(::testing::HasSubstr("1: advertising")));
+        EXPECT_THAT(ask("air", "state"), Not(HasSubstr("1: advertising")));
         takeEvents();
     }
 }

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 
 #include "RadioRecorder.h"
 #include "StackBench.h"
@@ -50,8 +49,7 @@ protected:
 };
 
 TEST_F(FiveBeacons, AreHeardByAStrictControllerAsByAnyOther) {
-    const char* const wish = std::getenv("ADVERTISEMENT_SECONDS");
-    const double seconds = wish ? std::stod(wish) : 60;
+    const double seconds = numberIn("ADVERTISEMENT_SECONDS", 60);
     constexpr double permissiveShare = 0.3;
     struct Press {
         std::vector<std::uint8_t> payload;
@@ -64,11 +62,9 @@ TEST_F(FiveBeacons, AreHeardByAStrictControllerAsByAnyOther) {
         ++count;
         listener->sightings.clear();
         if (data.serviceData.empty()) return;
-        for (Press& press : presses) {
-            if (!std::isinf(press.delay) || !std::ranges::equal(press.payload, data.serviceData[0].data))
-                continue;
-            press.delay = now() - press.begin;
-        }
+        const auto press = std::ranges::find_if(
+            presses, [&](auto& it) { return std::ranges::equal(it.payload, data.serviceData[0].data); });
+        if (press != presses.end()) press->delay = std::min(press->delay, now() - press->begin);
     };
     const double permissive = rate("none", seconds * permissiveShare);
     constexpr double pressInterval = 1.2;
