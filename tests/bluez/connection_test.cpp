@@ -150,19 +150,16 @@ TEST_P(BlueZRadio, EachAttemptAndLinkHasOneOutcomeWhateverHappensInWhichPhase) {
         listener->sightings.clear();
     };
 #ifdef NDEBUG
+    // On a thread that ends: until then, what `malloc` keeps at hand for a thread counts as in use.
+    const auto carryOut = [&] { std::async(std::launch::async, strikeAll).get(); };
     constexpr int slack = 1024;
 #else
-    // With what `malloc` keeps at hand.
+    // A debug build does not let another thread run the loop: with what `malloc` keeps at hand.
+    const auto& carryOut = strikeAll;
     constexpr int slack = 16 * 1024;
 #endif
     const auto heldAfterAll = [&] {
-#ifdef NDEBUG
-        // On a thread that ends: until then, what `malloc` keeps at hand for a thread counts as in use.
-        std::async(std::launch::async, strikeAll).get();
-#else
-        // A debug build does not let another thread run the loop.
-        strikeAll();
-#endif
+        carryOut();
         const std::filesystem::directory_iterator files("/proc/self/fd");
         return std::tuple(std::distance(begin(files), end(files)), machine.runLoop().timerCount(),
                           heapInUse());

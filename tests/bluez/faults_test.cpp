@@ -60,6 +60,7 @@ protected:
     }
 
     const std::string second = "/org/bluez/hci1";
+    const Properties blocked{{"PowerState", "off-blocked"}};
     ScriptedBench bench;
     ScriptedPlatform& machine = bench.platform();
     ScriptedService& service = bench.service;
@@ -68,10 +69,7 @@ protected:
     const std::map<std::string, std::function<void()>> actions{
         {"off", [&] { service.setPowered(false); }},
         {"on", [&] { service.setPowered(true); }},
-        {"block",
-         [&] {
-             service.change(firstAdapter, adapterInterface, {{"PowerState", "off-blocked"}});
-         }},
+        {"block", [&] { service.change(firstAdapter, adapterInterface, blocked); }},
         {"stop", [&] { service.stop(); }},
         {"kill", [&] { (service.crash(), service.scripts.erase("Connect")); }},
         {"start", [&] { service.start(); }},

@@ -1,7 +1,5 @@
 // A scan that brings nothing, though nobody says so, or because the service cannot carry it out.
 
-#include <array>
-
 #include "BlueZRadio.h"
 
 namespace zobi::platform::bluez {
@@ -36,10 +34,7 @@ protected:
             cyclePower();
         }
     }
-    void beginScan() {
-        central->scanForPeripheralsWithServicesOptions(std::array{CBUUID::UUIDWithString("1320")},
-                                                       {.allowDuplicates = it.isForeground});
-    }
+    void beginScan() { scan(it.isForeground); }
     /// Passes the time as an application does: in the foreground it scans anew each 30 s.
     void spend(double seconds) {
         constexpr double scanPeriod = 30;

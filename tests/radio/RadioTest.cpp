@@ -1,6 +1,5 @@
 #include "RadioTest.h"
 
-#include <algorithm>
 #include <array>
 #include <stdexcept>
 
@@ -10,10 +9,10 @@ RadioTest::RadioTest() {
     eventsUntil("state 5");
 }
 
-void RadioTest::scan() {
+void RadioTest::scan(bool allowDuplicates) {
     listener->quietly([&] {
         central->scanForPeripheralsWithServicesOptions(std::array{CBUUID::UUIDWithString("1320")},
-                                                       {.allowDuplicates = true});
+                                                       {.allowDuplicates = allowDuplicates});
     });
 }
 

@@ -14,7 +14,7 @@ protected:
     Events takeEvents() override { return std::exchange(listener->events, {}); }
     const Events& events() const override { return listener->events; }
 
-    void scan();
+    void scan(bool allowDuplicates = true);
     /// Scans until the beacon is sighted once more.
     std::shared_ptr<zobi::platform::CBPeripheral> sight();
     void connect(const std::shared_ptr<zobi::platform::CBPeripheral>& peripheral);

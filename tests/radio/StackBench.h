@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "RadioBench.h"
 #include "zobi/platform/bluez/BlueZPlatform.h"
 

@@ -12,6 +12,7 @@ namespace {
 using namespace ::testing;
 using namespace zobi::platform;
 using namespace ZOKGATTProfile;
+using enum CBCharacteristicWriteType;
 
 const CBUUID unknown = CBUUID::UUIDWithString("FEED");
 
@@ -77,10 +78,8 @@ TEST_P(RadioPromises, EveryRequestHasOneAnswerInItsTurn) {
     listener->quietly([&] {
         peripheral->readValueForCharacteristic(firmware);
         peripheral->readValueForCharacteristic(firmware);
-        peripheral->writeValueForCharacteristicType(std::array<std::uint8_t, 1>{7}, mode,
-                                                    CBCharacteristicWriteType::withResponse);
-        peripheral->writeValueForCharacteristicType(std::array<std::uint8_t, 1>{1}, alert,
-                                                    CBCharacteristicWriteType::withoutResponse);
+        peripheral->writeValueForCharacteristicType(std::array<std::uint8_t, 1>{7}, mode, withResponse);
+        peripheral->writeValueForCharacteristicType(std::array<std::uint8_t, 1>{1}, alert, withoutResponse);
         peripheral->readValueForCharacteristic(alert);
         peripheral->setNotifyValueForCharacteristic(true, find(peripheral, buttonActionCharacteristic));
         peripheral->setNotifyValueForCharacteristic(false, find(peripheral, buttonActionCharacteristic));
@@ -273,8 +272,7 @@ TEST_P(RadioPromises, ARequestToNothingIsHarmless) {
     const auto askForAll = [&](const auto& theService, const auto& theCharacteristic) {
         peripheral->discoverCharacteristicsForService(std::array{unknown}, theService);
         peripheral->readValueForCharacteristic(theCharacteristic);
-        peripheral->writeValueForCharacteristicType({}, theCharacteristic,
-                                                    CBCharacteristicWriteType::withResponse);
+        peripheral->writeValueForCharacteristicType({}, theCharacteristic, withResponse);
         peripheral->setNotifyValueForCharacteristic(true, theCharacteristic);
     };
     askForAll(nullptr, nullptr);

@@ -1,13 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "ScriptedService.h"
 #include "platform/bluez/RadioContext.h"
 #include "platform/bluez/controller/ControllerChannel.h"

@@ -3,13 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <functional>
-#include <list>
-#include <map>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "ScriptedBus.h"
 #include "ZobiConnectKit/simulation/BeaconDescription.h"
