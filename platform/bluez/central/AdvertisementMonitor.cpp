@@ -125,7 +125,7 @@ void AdvertisementMonitor::registered(const BusError* error) {
     // Without an answer, they may be there.
     if (error) isRegistered_ = error->name.empty();
     // The scan may have become another meanwhile, or ended.
-    if (isRegistered_ || wanted_ != services_ || linger_) return advance();
+    if (!error || isRegistered_ || wanted_ != services_ || linger_) return advance();
     askKernel("the service refuses advertisement monitors (" + error->message + ')');
 }
 

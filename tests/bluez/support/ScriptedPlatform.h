@@ -41,7 +41,8 @@ private:
 /// Writes down which monitors a process has in the kernel.
 class ScriptedMonitors final : public MonitorPlace {
 public:
-    ScriptedMonitors(std::vector<std::string>& events, const MonitorUse& use) : events_(events), use_(use) {}
+    ScriptedMonitors(std::vector<std::string>& events, MonitorUse use)
+        : events_(events), use_(std::move(use)) {}
 
     void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) override;
     void remove() override { events_.emplace_back("removed"); }
