@@ -123,7 +123,8 @@ TEST_F(SimulationTest, AnAttemptCountsWhileTheRadioIsReportedOnAndFailsWithThePo
     constexpr auto on = CBManagerState::poweredOn;
     using States = std::vector<CBManagerState>;
     // What is queued before the request, and after it.
-    const std::pair<States, States> cases[]{{{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}};
+    const std::vector<std::pair<States, States>> cases{
+        {{off, on}, {}}, {{}, {off, on}}, {{off}, {}}, {{on}, {}}};
     for (const auto& [before, after] : cases) {
         for (const auto state : before) platform.world().setRadioState(state);
         central->connectPeripheral(peripheral);

@@ -57,7 +57,7 @@ TEST_P(ToolTranscript, IsWhatTheToolPrints) {
     EXPECT_EQ(actual, expected);
 }
 
-const std::string transcripts[] = {
+const std::vector<std::string> transcripts{
 #ifdef ZOBI_BLUEZ
     "machine_radio",
 #endif
