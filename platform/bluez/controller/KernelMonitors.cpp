@@ -11,6 +11,7 @@
 
 #include "platform/bluez/controller/HCI.h"
 #include "platform/bluez/controller/KernelSocket.h"
+#include "platform/bluez/controller/ManagementPacket.h"
 #include "platform/bluez/controller/ManagementSocket.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
 
@@ -21,13 +22,9 @@ namespace {
 constexpr std::uint16_t featuresCommand = 0x0051;
 constexpr std::uint16_t addCommand = 0x0052;
 constexpr std::uint16_t removeCommand = 0x0053;
-constexpr std::uint16_t commandComplete = 0x0001;
-constexpr std::uint16_t commandStatus = 0x0002;
 // Another command about monitors, of whatever program, is being carried out.
 constexpr std::uint8_t busyStatus = 0x0A;
 
-// Code, controller and size begin a packet.
-constexpr std::size_t headerSize = 6;
 constexpr std::size_t largestPacket = 2048;
 constexpr std::size_t patternSize = 31;
 
@@ -198,14 +195,7 @@ void KernelMonitors::send() {
 }
 
 bool KernelMonitors::write(const Command& command) const {
-    const auto& [code, parameters] = command;
-    const auto size = static_cast<std::uint16_t>(parameters.size());
-    std::vector<std::uint8_t> packet;
-    for (const std::uint16_t number : {code, controller_, size}) {
-        packet.push_back(lowByte(number));
-        packet.push_back(highByte(number));
-    }
-    packet.insert(packet.end(), parameters.begin(), parameters.end());
+    const auto packet = managementPacket(command.code, controller_, command.parameters);
     return ::write(descriptor_, packet.data(), packet.size()) == static_cast<ssize_t>(packet.size());
 }
 
@@ -225,11 +215,12 @@ void KernelMonitors::drain() {
 std::optional<std::span<const std::uint8_t>> KernelMonitors::answerIn(std::span<const std::uint8_t> packet,
                                                                       std::uint16_t command) const {
     constexpr std::size_t commandSize = 2;
-    if (packet.size() <= headerSize + commandSize || number16(packet, 2) != controller_) return std::nullopt;
+    if (packet.size() <= managementHeaderSize + commandSize || number16(packet, 2) != controller_)
+        return std::nullopt;
     const std::uint16_t event = number16(packet, 0);
-    const bool isAnswer = event == commandComplete || event == commandStatus;
-    if (!isAnswer || number16(packet, headerSize) != command) return std::nullopt;
-    return packet.subspan(headerSize + commandSize);
+    const bool isAnswer = event == managementCompleteEvent || event == managementStatusEvent;
+    if (!isAnswer || number16(packet, managementHeaderSize) != command) return std::nullopt;
+    return packet.subspan(managementHeaderSize + commandSize);
 }
 
 void KernelMonitors::handle(std::span<const std::uint8_t> packet) {

@@ -7,16 +7,16 @@
 
 #include "platform/bluez/controller/HCI.h"
 #include "platform/bluez/controller/KernelSocket.h"
+#include "platform/bluez/controller/ManagementPacket.h"
 #include "platform/bluez/controller/PacketDeadline.h"
 
 namespace zobi::platform::bluez {
 
 namespace {
 
-constexpr std::uint16_t completeEvent = 0x0001;
 constexpr std::uint16_t readInformationCommand = 0x0004;
-// Code, controller and size; then command and status; address, version and manufacturer.
-constexpr std::size_t settingsPosition = 6 + 3 + 9;
+// After command and status; address, version and manufacturer.
+constexpr std::size_t settingsPosition = managementHeaderSize + 3 + 9;
 constexpr unsigned lowEnergyInSecondByte = 0x02;
 constexpr std::chrono::seconds answerDeadline(1);
 
@@ -24,8 +24,10 @@ constexpr std::chrono::seconds answerDeadline(1);
 
 LowEnergy lowEnergyIn(std::span<const std::uint8_t> packet) {
     // The settings that there are, and those that are switched on, of four bytes each.
-    const bool isAnswer = packet.size() >= settingsPosition + 8 && number16(packet, 0) == completeEvent &&
-                          number16(packet, 6) == readInformationCommand && packet[8] == 0;
+    const bool isAnswer = packet.size() >= settingsPosition + 8 &&
+                          number16(packet, 0) == managementCompleteEvent &&
+                          number16(packet, managementHeaderSize) == readInformationCommand &&
+                          packet[managementHeaderSize + 2] == 0;
     if (!isAnswer) return LowEnergy::unknown;
     if ((packet[settingsPosition + 1] & lowEnergyInSecondByte) == 0) return LowEnergy::missing;
     const bool isOn = (packet[settingsPosition + 5] & lowEnergyInSecondByte) != 0;
@@ -35,12 +37,7 @@ LowEnergy lowEnergyIn(std::span<const std::uint8_t> packet) {
 LowEnergy readLowEnergy(std::uint16_t controller) {
     const auto descriptor = KernelSocket::open(noController, controlChannel);
     if (!descriptor) return LowEnergy::unknown;
-    const std::array<std::uint8_t, 6> request{lowByte(readInformationCommand),
-                                              highByte(readInformationCommand),
-                                              lowByte(controller),
-                                              highByte(controller),
-                                              0,
-                                              0};
+    const auto request = managementPacket(readInformationCommand, controller);
     LowEnergy found = LowEnergy::unknown;
     if (::write(*descriptor, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
         const PacketDeadline deadline(answerDeadline);

@@ -8,18 +8,16 @@
 #include <string>
 
 #include "platform/bluez/controller/HCI.h"
+#include "platform/bluez/controller/ManagementPacket.h"
 
 namespace zobi::platform::bluez {
 
 namespace {
 
-constexpr std::uint16_t managementCompleteEvent = 0x0001;
 constexpr std::uint16_t disconnectedEvent = 0x000C;
 constexpr std::uint16_t startDiscoveryCommand = 0x0023;
 constexpr std::uint16_t connectionInformationCommand = 0x0031;
 
-// Code, controller and size begin a packet.
-constexpr std::size_t headerSize = 6;
 // An address and its type.
 constexpr std::size_t addressSize = 7;
 constexpr std::uint8_t randomAddress = 2;
@@ -58,14 +56,9 @@ bool ManagementSocket::startDiscovery(std::uint16_t controller) {
     if (!isAllowed()) return false;
     const auto descriptor = KernelSocket::open(noController, controlChannel);
     if (!descriptor) return false;
-    const std::array<std::uint8_t, headerSize + 1> request{lowByte(startDiscoveryCommand),
-                                                           highByte(startDiscoveryCommand),
-                                                           lowByte(controller),
-                                                           highByte(controller),
-                                                           1,
-                                                           0,
-                                                           lowEnergyAddresses};
-    const bool isSent = ::write(*descriptor, request.data(), request.size()) == ssize_t{request.size()};
+    const auto request = managementPacket(startDiscoveryCommand, controller, std::array{lowEnergyAddresses});
+    const auto size = static_cast<ssize_t>(request.size());
+    const bool isSent = ::write(*descriptor, request.data(), request.size()) == size;
     ::close(*descriptor);
     return isSent;
 }
@@ -77,9 +70,9 @@ void ManagementSocket::watchLink(const DeviceAddress& device) {
 }
 
 void ManagementSocket::packetWasRead(std::span<const std::uint8_t> packet) {
-    if (packet.size() < headerSize || number16(packet, 2) != controller_) return;
+    if (packet.size() < managementHeaderSize || number16(packet, 2) != controller_) return;
     const std::uint16_t code = number16(packet, 0);
-    const auto parameters = packet.subspan(headerSize);
+    const auto parameters = packet.subspan(managementHeaderSize);
     if (code == disconnectedEvent && parameters.size() > addressSize) {
         const DeviceAddress device = addressIn(parameters);
         if (watched_.erase(device) > 0) {
@@ -102,15 +95,10 @@ void ManagementSocket::packetWasRead(std::span<const std::uint8_t> packet) {
 }
 
 bool ManagementSocket::requestRSSI(const DeviceAddress& device) {
-    std::array<std::uint8_t, headerSize + addressSize> request{lowByte(connectionInformationCommand),
-                                                               highByte(connectionInformationCommand),
-                                                               lowByte(controller_),
-                                                               highByte(controller_),
-                                                               addressSize,
-                                                               0};
-    std::ranges::reverse_copy(device.bytes, request.begin() + headerSize);
-    request.back() = device.isRandom ? randomAddress : publicAddress;
-    return send(request);
+    std::array<std::uint8_t, addressSize> address{};
+    std::ranges::reverse_copy(device.bytes, address.begin());
+    address.back() = device.isRandom ? randomAddress : publicAddress;
+    return send(managementPacket(connectionInformationCommand, controller_, address));
 }
 
 }  // namespace zobi::platform::bluez
