@@ -43,7 +43,8 @@ struct ZOBI_EXPORT RadioCondition {
 
 /// Posted when `Platform::radioCondition` has changed, or is known for the first time. Without object and
 /// user info. It is posted on the main thread, from a task of the run loop of its own, after the central
-/// managers have reported a state that changed with it: in those reports the condition is the new one.
+/// manager that found it has reported a state that changed with it; others may report later. In all of these
+/// reports the condition is the new one.
 inline constexpr std::string_view RadioConditionDidChangeNotification = "RadioConditionDidChangeNotification";
 
 }  // namespace zobi::platform

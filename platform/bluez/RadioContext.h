@@ -39,7 +39,9 @@ struct RadioContext {
     /// Links that are none of this platform's.
     std::shared_ptr<ForeignLinks> foreignLinks = std::make_shared<ForeignLinks>();
     /// Starts a discovery of the kernel, past the service; false if this process may not.
-    std::function<bool(const std::string& adapter)> startKernelDiscovery = nullptr;
+    std::function<bool(const std::string& adapter)> startKernelDiscovery = [](const auto& /*adapter*/) {
+        return false;
+    };
     std::shared_ptr<ServiceFaults> faults = std::make_shared<ServiceFaults>();
     /// Opens a place for advertisement monitors in the kernel.
     /// @param service the name of the Bluetooth service on the bus.

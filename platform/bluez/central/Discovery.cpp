@@ -114,7 +114,7 @@ void Discovery::deviceWasHeard(const Device& device) {
 }
 
 bool Discovery::restartPastService() {
-    return context_->startKernelDiscovery && context_->startKernelDiscovery(service_->adapterName());
+    return context_->startKernelDiscovery(service_->adapterName());
 }
 
 void Discovery::advance() {
