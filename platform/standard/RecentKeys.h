@@ -13,8 +13,10 @@ namespace zobi::platform {
 /// the allocator of glibc.
 class ZOBI_EXPORT RecentKeys {
 public:
+    /// The most that are known at a time.
     static constexpr std::size_t capacity = 100'000;
 
+    /// Whether the key was added and is not forgotten yet.
     bool contains(std::uint64_t key) const { return keys_.contains(key); }
     /// @returns whether the oldest was forgotten for it.
     bool add(std::uint64_t key) {

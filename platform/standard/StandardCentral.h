@@ -55,6 +55,7 @@ public:
 protected:
     /// What the radio tells its devices apart by: the address as a number, for example.
     using Key = std::uint64_t;
+    /// The handles that the radio knows by their keys.
     using Peripherals = std::unordered_map<Key, std::shared_ptr<StandardPeripheral>>;
 
     /// @name The scan, which the radio carries out
