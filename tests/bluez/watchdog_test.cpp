@@ -77,7 +77,7 @@ TEST_P(Watchdog, ASilentScanIsStartedAgainByTheMeansThatThereAre) {
         EXPECT_EQ(machine.linesWith(remedy), it.mayAdminister ? 0 : 1);
         const bool isKnown = it.areScansSeen && !it.mayAdminister;
         EXPECT_EQ(machine.radioCondition().kind == RadioCondition::Kind::deaf, isKnown);
-        EXPECT_FALSE(isHeardWithin(it.mayAdminister ? 0 : 3000));
+        EXPECT_TRUE(it.mayAdminister || !isHeardWithin(3000));
         EXPECT_EQ(machine.linesWith(remedy), it.mayAdminister ? 0 : 1) << "once";
         service.believesThatItScans = false;
         EXPECT_TRUE(isHeardWithin(620));

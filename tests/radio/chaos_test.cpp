@@ -31,7 +31,6 @@ const std::vector<Fault> faults{
     {{{"stack", "power 0 off"}}, {{"stack", "power 0 on"}}},
     {{{"stack", "block 0 on"}}, {{"stack", "block 0 off"}}},
     {{{"stack", "service restart"}}, {}},
-    {{{"stack", "service restart experimental"}}, {}},
     {{{"stack", "service kill"}}, {{"stack", "service start"}}},
     {{{"stack", "service stop"}}, {{"stack", "service start"}}},
     {{{"stack", "service freeze"}}, {{"stack", "service thaw"}}},

@@ -6,6 +6,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include "LibraryOverRadio.h"
@@ -167,6 +168,7 @@ TEST_P(LibraryOverStack, AServiceThatStoodStillScansAgainOrTheRemedyIsTold) {
     } else {
         EXPECT_TRUE(bench->runUntil(
             [&] { return log.find("systemctl restart bluetooth") != std::string::npos; }, longest));
+        EXPECT_EQ(WEXITSTATUS(std::system("zobiconnect doctor --adapter hci0 --listen 13")), 5);
         ask("stack", "service restart");
     }
     // The record that was dropped meanwhile is another one now.

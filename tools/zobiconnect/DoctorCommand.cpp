@@ -24,9 +24,6 @@ using platform::bluez::Hearing;
 
 namespace {
 
-/// What the command's process ends with besides: it did hear, or could, but not as it should.
-enum ListeningStatus : int { throttled = 3, nothingToJudge = 4 };
-
 struct Options {
     std::string adapter;
     std::optional<double> listenFor;
@@ -96,6 +93,25 @@ std::string verdictName(Hearing::Verdict verdict) {
             break;
     }
     return "unusable";
+}
+
+/// With which the process ends after listening.
+int exitStatusOf(Hearing::Verdict verdict) {
+    switch (verdict) {
+        case Hearing::Verdict::fine:
+            return success;
+        case Hearing::Verdict::throttled:
+            return 3;
+        case Hearing::Verdict::empty:
+            return 4;
+        case Hearing::Verdict::deaf:
+            return 5;
+        case Hearing::Verdict::unclear:
+            return 6;
+        case Hearing::Verdict::unusable:
+            break;
+    }
+    return failure;
 }
 
 double rateOf(const Hearing::Device& device, const Hearing& hearing) {
@@ -196,9 +212,8 @@ int runDoctor(const Options& options) {
         printAsTable(findings, hearing);
     }
     flushOut();
-    if (!obstaclesAmong(findings).empty()) return failure;
-    if (!hearing || hearing->verdict == Hearing::Verdict::fine) return success;
-    return hearing->verdict == Hearing::Verdict::throttled ? throttled : nothingToJudge;
+    if (hearing) return exitStatusOf(hearing->verdict);
+    return obstaclesAmong(findings).empty() ? success : failure;
 }
 
 }  // namespace
@@ -238,8 +253,8 @@ Command addDoctorCommand(CLI::App& tool) {
         "  verdict        at the end: whether beacons can be monitored\n"
         "\n"
         "The exit status is 0 if they can, 1 if not. After listening it is 0 if devices are heard as often\n"
-        "as they advertise, 1 if the radio is deaf or cannot be used, 3 if it is throttled, and 4 if there\n"
-        "was nothing, or too little, to judge by.\n"
+        "as they advertise, 1 if the radio cannot be used, 3 if it is throttled, 4 if nothing advertises\n"
+        "here, 5 if it is deaf, and 6 if there was too little to judge by.\n"
         "\n"
         "Example: zobiconnect doctor --listen 30");
     return {app, [options] { return runDoctor(*options); }};

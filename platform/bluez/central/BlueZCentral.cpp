@@ -208,8 +208,7 @@ BlueZPeripheral* BlueZCentral::peripheralOf(const Device& device) const {
 }
 
 void BlueZCentral::lookForForeignLink(const Device& device) {
-    const BlueZPeripheral* const peripheral = peripheralOf(device);
-    if (!device.isConnected || (peripheral && peripheral->link().isDisconnecting())) return;
+    if (!device.isConnected) return;
     const RadioContext& radio = *context_->radio;
     radio.foreignLinks->look(radio.clock, radio.log, context_->service, device);
 }

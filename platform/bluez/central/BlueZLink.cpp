@@ -33,7 +33,7 @@ void BlueZLink::enter(CentralContext& context, Phase phase) {
         if (timer) timer->invalidate();
     }
     promptness_ = isUnlinked() ? nullptr : context.service->stayPrompt();
-    hold_ = isUnlinked() ? nullptr : context.radio->foreignLinks->hold(address_);
+    if (!isUnlinked()) context.radio->foreignLinks->claim(address_);
 }
 
 std::shared_ptr<NSTimer> BlueZLink::schedule(CentralContext& context, double seconds, Action action) {

@@ -129,7 +129,6 @@ private:
     std::optional<LinkEnd> toldLinkEnd_;
     /// Held from `Connect` to the end of the link.
     std::shared_ptr<void> promptness_;
-    std::shared_ptr<void> hold_;
     std::shared_ptr<NSTimer> phaseTimer_;
     std::shared_ptr<NSTimer> tableTimer_;
     Slot phaseCall_;

@@ -20,23 +20,10 @@ void ForeignLinks::start(const Clock& clock) {
     if (end_ == std::chrono::nanoseconds::zero()) end_ = clock.monotonicTime() + watchTime;
 }
 
-std::shared_ptr<void> ForeignLinks::hold(const DeviceAddress& address) {
-    std::erase_if(held_, [](const auto& entry) { return entry.second.expired(); });
-    auto& known = held_[address];
-    auto held = known.lock();
-    if (!held) known = held = std::make_shared<int>();
-    return held;
-}
-
-bool ForeignLinks::isHeld(const DeviceAddress& address) const {
-    const auto known = held_.find(address);
-    return known != held_.end() && !known->second.expired();
-}
-
 void ForeignLinks::look(const Clock& clock, Log& log, const std::shared_ptr<BlueZService>& service,
                         const Device& device) {
     const DeviceAddress& address = device.address;
-    if (clock.monotonicTime() > end_ || isHeld(address)) return;
+    if (clock.monotonicTime() > end_ || claimed_.contains(address)) return;
     questions_.insert_or_assign(
         address, service->call(
                      device.path, propertiesInterface, "GetAll",
@@ -76,7 +63,7 @@ void ForeignLinks::decide(Log& log, BlueZService& service, const DeviceAddress& 
         }
     });
     const Device* const device = service.device(address);
-    if (!properties.isGood() || !device || !isConnected || isHeld(address)) return;
+    if (!properties.isGood() || !device || !isConnected || claimed_.contains(address)) return;
     const std::string text = textOf(address);
     auto known = std::ranges::find(found_, text, &ForeignLink::address);
     const bool isNew = known == found_.end();

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "platform/bluez/bus/Bus.h"
@@ -27,9 +28,9 @@ public:
 
     /// A central manager starts to use BlueZ. Later calls do nothing.
     void start(const Clock& clock);
-    /// While somebody holds the result, the device's link or attempt is one of this platform.
-    std::shared_ptr<void> hold(const DeviceAddress& address);
-    /// A device is connected. If nobody holds it, asks BlueZ more of it, and tells.
+    /// A central manager of this platform connects to the device: its links are never foreign again.
+    void claim(const DeviceAddress& address) { claimed_.insert(address); }
+    /// A device is connected. If nobody has claimed it, asks BlueZ more of it, and tells.
     void look(const Clock& clock, Log& log, const std::shared_ptr<BlueZService>& service,
               const Device& device);
 
@@ -37,12 +38,11 @@ public:
     const std::vector<ForeignLink>& found() const { return found_; }
 
 private:
-    bool isHeld(const DeviceAddress& address) const;
     void decide(Log& log, BlueZService& service, const DeviceAddress& address, MessageReader& properties);
 
     std::vector<CBUUID> endedServices_;
     std::chrono::nanoseconds end_{};
-    std::map<DeviceAddress, std::weak_ptr<void>> held_;
+    std::set<DeviceAddress> claimed_;
     std::map<DeviceAddress, Slot> questions_;
     std::vector<ForeignLink> found_;
 };
