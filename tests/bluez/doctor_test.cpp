@@ -49,10 +49,12 @@ TEST_F(Doctor, FindsAllGoodOrWhatIsInTheWay) {
     EXPECT_EQ(troublesWith("GetDiscoveryFilters", neverAnswered), Texts{"scan: limited"});
     EXPECT_EQ(troublesWith("GetDiscoveryFilters", fails(unknownMethodError)), Texts{"scan: failed"});
     service.scripts.clear();
-    machine.monitorUse = {.most = 3, .handles = {4, 5, 7}, .unrecorded = {5, 7}};
+    machine.monitorUse = MonitorUse{.most = 3, .handles = {4, 5, 7}, .unrecorded = {5, 7}};
     EXPECT_EQ(troubles(), (Texts{"monitors: limited", "scan: limited"}));
     EXPECT_NE(told["monitors"].find(" 5 7.If"), std::string::npos);
     EXPECT_NE(told["scan"].find("no place left"), std::string::npos);
+    machine.monitorUse = std::nullopt;
+    EXPECT_EQ(troubles(), Texts{"scan: limited"}) << "the kernel has not answered";
     machine.mayPlaceMonitors = false;
     EXPECT_EQ(troubles(), Texts{"scan: limited"});
     EXPECT_NE(told["scan"].find("systemctl restart bluetooth"), std::string::npos);

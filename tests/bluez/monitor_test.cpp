@@ -396,6 +396,13 @@ TEST_F(KernelMonitor, TellsWhyItIsNotThereAndLeavesNothing) {
     EXPECT_EQ(command(), "remove 6");
     answer(0x53, 0x0A, "");
     EXPECT_EQ(command(), "remove 6") << "the kernel was busy";
+    answer(0x53, 0x03, "");
+    EXPECT_EQ(command(), "closed");
+    monitors = begin();
+    tellFeatures("\6");
+    monitors->remove();
+    monitors.reset();
+    EXPECT_EQ(command(), "remove 6") << "the controller was off";
     answer(0x53, 0, "\6\0"s);
     EXPECT_EQ(command(), "closed");
     EXPECT_THAT(told, IsEmpty());

@@ -102,6 +102,9 @@ TEST_P(Watchdog, AnEmptyRoomIsLeftInPeace) {
         EXPECT_THAT(machine.lines, SizeIs(it.areScansSeen || it.mayAdminister ? 0 : 1));
         beacon.isInRange = true;
         EXPECT_TRUE(bench->runUntil([&] { return !listener->sightings.empty(); }, 1.1));
+        beacon.isInRange = false;
+        spend(day);
+        EXPECT_EQ(machine.linesWith(remedy), 1) << "here was something";
     });
 }
 
@@ -110,6 +113,7 @@ TEST_P(Watchdog, WhatTheServiceSignalsOrRefusesIsMendedSoon) {
         beacon.isInRange = true;
         beginScan();
         ASSERT_TRUE(isReportedWithin(3, beacon));
+        EXPECT_THAT(service.lastFilter, Contains(Pair("Pattern", Value(""))));
         service.losesScan();
         service.change(firstAdapter, adapterInterface, {{"Discovering", false}});
         EXPECT_TRUE(isReportedWithin(10, beacon));

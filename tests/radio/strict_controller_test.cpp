@@ -83,6 +83,7 @@ TEST_F(FiveBeacons, AreHeardByAStrictControllerAsByAnyOther) {
     const double strict = rate("addr", seconds * (1 - permissiveShare));
     timer->invalidate();
 
+    ASSERT_EQ(presses.size(), most);
     std::ranges::sort(presses, {}, &Press::delay);
     const auto late = std::ranges::count_if(presses, [](const Press& press) { return press.delay > 1; });
     std::printf(

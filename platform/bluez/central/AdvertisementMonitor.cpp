@@ -127,6 +127,7 @@ void AdvertisementMonitor::registered(const BusError* error) {
     // The scan may have become another meanwhile, or ended.
     if (!error || isRegistered_ || wanted_ != services_ || linger_) return advance();
     askKernel("the service refuses advertisement monitors (" + error->message + ')');
+    if (!place_) restAndRetry();
 }
 
 void AdvertisementMonitor::unregisterObjects() {
@@ -149,7 +150,11 @@ void AdvertisementMonitor::serviceDidCall(const IncomingCall& call) {
     if (Bus::expectsReply(call)) service_->send(Bus::makeReply(call));
     // Those at an adapter that was used before are released late.
     if (call.path.substr(0, call.path.rfind('/')) != path_) return;
-    if (call.member == "Release" && std::exchange(isStanding_, false)) restAndRetry();
+    if (call.member == "Release" && std::exchange(isStanding_, false)) {
+        restAndRetry();
+        if (delay_ > shortestRest)
+            tellRate("the service releases its advertisement monitors again and again");
+    }
     if (call.member == "Activate" && !std::exchange(isActive_, true)) onActive_();
 }
 

@@ -72,9 +72,12 @@ void BlueZCentral::endScan() {
 
 bool BlueZCentral::isRadioIdle() const {
     if (context_->monitor && !context_->monitor->isIdle()) return false;
-    if (state() != CBManagerState::poweredOn) return true;
-    return context_->discovery->isIdle() && std::ranges::none_of(peripherals(), [](const auto& known) {
-               return static_cast<BlueZPeripheral&>(*known.second).link().isDisconnecting();
+    const bool isOn = state() == CBManagerState::poweredOn;
+    if (!isOn && state() != CBManagerState::resetting) return true;
+    const bool isScanOver = !isOn || context_->discovery->isIdle();
+    return isScanOver && std::ranges::none_of(peripherals(), [](const auto& known) {
+               const BlueZLink& link = static_cast<BlueZPeripheral&>(*known.second).link();
+               return link.isDisconnecting() || link.mayBeOrphaned();
            });
 }
 

@@ -62,6 +62,8 @@ public:
     bool isUnlinked() const { return phase_ == Phase::idle || phase_ == Phase::waiting; }
     /// Whether BlueZ has yet to end the link, or an attempt at one.
     bool isDisconnecting() const { return isDisconnecting_; }
+    /// The connection to BlueZ was lost, and BlueZ may have gone on with the link.
+    bool mayBeOrphaned() const { return mayBeOrphaned_; }
     /// Whether values can come over it.
     bool isUp() const { return phase_ == Phase::linked || phase_ == Phase::ending; }
 

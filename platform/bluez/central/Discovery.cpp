@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -20,10 +19,6 @@ constexpr double stopDeadline = 1;
 // same reason doubles the pause.
 constexpr double shortestRetryDelay = 0.5;
 constexpr double longestRetryDelay = 4;
-
-// A service that a program's filter ends does so at the first device, other services later and for other
-// reasons.
-constexpr std::chrono::seconds soon(10);
 
 // From the youngest: `Pattern` came with version 5.54, `DuplicateData` with 5.47.
 constexpr std::ptrdiff_t keysNotNeeded = 3;
@@ -87,13 +82,12 @@ void Discovery::stopThen(std::function<void()> then) {
 }
 
 void Discovery::forget(bool hasServiceLeft) {
-    // Version 5.87 crashes at the first device with a list of services.
-    const bool hasJustBegun = context_->clock.monotonicTime() - begunAt_ < soon;
-    if (hasServiceLeft && isOn_ && hasJustBegun && hasServicesInFilter_ && !hasHeardServices_) {
+    // Version 5.87 crashes at the first device with a list of services, which may come late.
+    if (hasServiceLeft && isOn_ && hasServicesInFilter_ && !hasHeardServices_) {
         context_->faults->endsAtServices = true;
         context_->log.message(
-            "Bluetooth: the service ended as soon as it looked for services, as version 5.87 does. From now "
-            "on it reports all devices.");
+            "Bluetooth: the service ended while it looked for services, as version 5.87 does at the first "
+            "device. From now on it reports all devices.");
     }
     watchdog_.forget();
     isWanted_ = false;
@@ -168,7 +162,6 @@ void Discovery::started(const BusError* error) {
     if (error && error->name.empty()) isStale_ = isOn_ = true;
     if (error) return tryAgainLater(*error);
     isOn_ = true;
-    begunAt_ = context_->clock.monotonicTime();
     lastTrouble_.clear();
     advance();
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -87,7 +86,6 @@ private:
     bool isStale_ = false;
     bool isFilterSet_ = false;
     bool hasServicesInFilter_ = false;
-    std::chrono::nanoseconds begunAt_{};
     /// A device with a list of services was heard since BlueZ came.
     bool hasHeardServices_ = false;
     /// How many of the keys that are not needed BlueZ does not know.

@@ -23,6 +23,8 @@ constexpr nanoseconds shortRest = seconds(1);
 constexpr nanoseconds scanTime = seconds(13);
 // At most 144 restarts a day in an empty room.
 constexpr nanoseconds lookInterval = std::chrono::minutes(10);
+// Where a device is heard each minute, the scan may have ended after the first looks.
+constexpr nanoseconds soonLook = seconds(65);
 // Ending one scan and beginning the next; one of them alone tells nothing.
 constexpr unsigned switchesOfARestart = 2;
 
@@ -35,6 +37,8 @@ constexpr int manyMends = 3;
 }  // namespace
 
 void DiscoveryWatchdog::watch() {
+    // In a pause nothing is mended.
+    if (!isWatching_ && !discovery_.isToldToScan()) mendIn(nextMend);
     const bool goesOn = timer_ && timer_->isValid() && now() - restedAt_ < shortRest;
     if (std::exchange(isWatching_, true) || goesOn) return;
     // While nobody listens, silence tells nothing. Programs may scan for a short time again and again.
@@ -57,11 +61,13 @@ void DiscoveryWatchdog::forget() {
         if (timer) timer->invalidate();
     }
     step_ = Step::none;
-    isAdministratorTold_ = isHintTold_ = false;
+    isAdministratorTold_ = isHintTold_ = hasHeard_ = false;
+    mends_ = 0;
 }
 
 void DiscoveryWatchdog::deviceWasHeard() {
     silentSince_ = now();
+    hasHeard_ = true;
     if (std::exchange(step_, Step::none) == Step::none) return;
     if (std::exchange(isAdministratorTold_, false)) {
         context_.setCondition(RadioCondition::ofState(CBManagerState::poweredOn));
@@ -95,14 +101,17 @@ void DiscoveryWatchdog::look() {
         case Step::none:
             return restart();
         case Step::restarted:
-            return hasScannedSinceRestart() == true ? waitLong() : restartPastService();
+            if (hasScannedSinceRestart() != true) return restartPastService();
+            break;
         case Step::restartedPastService:
-            if (hasScannedSinceRestart() == false) tellAdministrator();
-            return waitLong();
+            break;
         case Step::waiting:
             // Where nothing shows whether the controller scans, the stronger means at once.
             return discovery_.scanSwitches() ? restart() : restartPastService();
     }
+    // An empty room is no fault; but here was something.
+    if (hasHeard_ || hasScannedSinceRestart() == false) tellAdministrator();
+    waitLong();
 }
 
 void DiscoveryWatchdog::restart() {
@@ -134,7 +143,8 @@ void DiscoveryWatchdog::restartPastService() {
 
 void DiscoveryWatchdog::waitLong() {
     step_ = Step::waiting;
-    lookIn(lookInterval);
+    const nanoseconds silence = now() - silentSince_;
+    lookIn(silence < soonLook ? soonLook - silence : lookInterval);
 }
 
 std::optional<bool> DiscoveryWatchdog::hasScannedSinceRestart() const {
@@ -171,7 +181,7 @@ void DiscoveryWatchdog::mend() {
         return;
     }
     if (++mends_ != manyMends || !discovery_.restartPastService()) discovery_.restart();
-    mendIn(nextMend);
+    mendIn(mends_ < manyMends ? nextMend : lookInterval);
 }
 
 }  // namespace zobi::platform::bluez

@@ -30,10 +30,10 @@ public:
 /// Restarts a discovery that brings nothing. Radios fall silent without an error: BlueZ may believe that the
 /// controller scans when it does not.
 ///
-/// When BlueZ signals that the adapter does not scan, discovery is restarted 2 s later, and then every 8 s.
-/// When no device at all was heard for 20 s, it is restarted; 13 s later, if the controller was not seen to
-/// scan meanwhile, past BlueZ. A room may be empty: after that, it is restarted every 10 minutes until a
-/// device is heard. Main thread only.
+/// When BlueZ signals that the adapter does not scan, discovery is restarted 2 s later, and twice more every
+/// 8 s. When no device at all was heard for 20 s, it is restarted; 13 s later, if the controller was not seen
+/// to scan meanwhile, past BlueZ. A room may be empty: after that, it is restarted when the silence has
+/// lasted 65 s, and then every 10 minutes until a device is heard. Main thread only.
 class DiscoveryWatchdog final {
 public:
     /// @param context,discovery outlive this object.
@@ -80,6 +80,8 @@ private:
     Step step_ = Step::none;
     std::chrono::nanoseconds restartedAt_{};
     std::optional<unsigned> switchesBefore_;
+    /// Any device, since discovery began after the power came.
+    bool hasHeard_ = false;
     bool isAdministratorTold_ = false;
     bool isHintTold_ = false;
     std::shared_ptr<NSTimer> timer_;

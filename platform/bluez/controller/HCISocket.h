@@ -22,7 +22,9 @@ public:
     LowEnergy lowEnergy() const override { return readLowEnergy(controller_); }
     void watchLink(const DeviceAddress& device) override;
     std::optional<bool> isIncomingLink(const DeviceAddress& device) const override;
-    std::optional<unsigned> scanSwitches() const override { return scanSwitches_; }
+    std::optional<unsigned> scanSwitches() const override {
+        return isOpen() ? std::optional(scanSwitches_) : std::nullopt;
+    }
 
 protected:
     void packetWasRead(std::span<const std::uint8_t> packet) override;

@@ -24,6 +24,8 @@ constexpr std::uint16_t addCommand = 0x0052;
 constexpr std::uint16_t removeCommand = 0x0053;
 // Another command about monitors, of whatever program, is being carried out.
 constexpr std::uint8_t busyStatus = 0x0A;
+// There is no such monitor.
+constexpr std::uint8_t unknownStatus = 0x11;
 
 constexpr std::size_t largestPacket = 2048;
 constexpr std::size_t patternSize = 31;
@@ -234,12 +236,14 @@ void KernelMonitors::handle(std::span<const std::uint8_t> packet) {
     if (isBusy_) return;
     commands_.pop_front();
     const auto returned = answer->subspan(1);
-    if (command.code == removeCommand) {
-        // One that it does not know is gone.
+    const bool isRemoval = command.code == removeCommand;
+    if (isRemoval && (status == 0 || status == unknownStatus)) {
         std::erase(handles_, number16(command.parameters, 0));
         record_->write(handles_);
     } else if (status != 0 || returned.size() < sizeof(std::uint16_t)) {
         commands_.clear();
+        // As while the controller is off. They stay in the record, which the next one that begins takes over.
+        if (isRemoval) handles_.clear();
         tell("the kernel refuses with status " + std::to_string(status));
     } else if (command.code == addCommand) {
         handles_.push_back(number16(returned, 0));

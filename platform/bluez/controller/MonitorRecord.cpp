@@ -122,7 +122,10 @@ bool MonitorRecord::write(const std::vector<std::uint16_t>& handles) {
         ::close(std::exchange(descriptor_, -1));
         return true;
     }
-    if (descriptor_ < 0 && !createFile()) return false;
+    struct stat state {};
+    // The folder of a login goes with it, though this program may stay.
+    const bool isThere = descriptor_ >= 0 && ::fstat(descriptor_, &state) == 0 && state.st_nlink > 0;
+    if (!isThere && !createFile()) return false;
     std::string text = life_;
     for (const std::uint16_t handle : handles) text += ' ' + std::to_string(handle);
     // A shorter text than before leaves nothing of it behind.

@@ -229,14 +229,15 @@ void Examination::examineRate() {
         return add("scan", Severity::limitation,
                    limitedRateText("the kernel has no place left for advertisement monitors"), remedy);
     }
-    if (atService || place) {
+    if (atService || use) {
         return add("scan", Severity::good,
                    std::string("Every advertisement is heard: the ") +
                        (atService ? "service takes advertisement monitors."
                                   : "kernel takes advertisement monitors of this user."));
     }
+    const std::string kernel = place ? "the kernel does not tell this process how many it takes" : why;
     add("scan", Severity::limitation,
-        limitedRateText("the service takes no advertisement monitors, and " + why), remedyForRate());
+        limitedRateText("the service takes no advertisement monitors, and " + kernel), remedyForRate());
 }
 
 void Examination::examinePeripheralRole(const Abilities& abilities) {

@@ -19,7 +19,7 @@ constexpr double reopeningDelay = 2;
 // The bus and the service answer in milliseconds; a busy machine takes longer.
 constexpr double answerDeadline = 10;
 // A service that is being restarted is back by then.
-constexpr double returnDeadline = 10;
+constexpr std::chrono::seconds returnDeadline{10};
 // A service that starts is on the bus some tenths of a second before its adapters. An adapter that is reset
 // is gone for a second or two.
 constexpr double adapterDeadline = 5;
@@ -75,12 +75,12 @@ void BlueZService::openBus() {
     try {
         bus_ = context_->openBus({context_->runLoop, context_->clock});
     } catch (const std::system_error& error) {
-        // Log only the first failure.
-        if (condition_ != busIsMissing()) {
+        // Log only the first failure. That it is lost was logged.
+        if (condition_ != busIsMissing() && condition_ != radioIsGone()) {
             context_->log.message("Bluetooth: no connection to the bus: %@", error.what());
         }
         afterDelay(reopeningDelay, &BlueZService::openBus);
-        return enter(busIsMissing());
+        return enter(timeToReturn() > 0 ? radioIsGone() : busIsMissing());
     }
     bus_->setDelegate(weak_from_this());
     updateGathering();
@@ -96,8 +96,9 @@ void BlueZService::openBus() {
         timer_->invalidate();
         isOpening_ = false;
         const std::string owner(error ? "" : reply.string());
-        if (owner.empty()) return askHowToStart();
-        ownerIs(owner);
+        if (!owner.empty()) return ownerIs(owner);
+        if (timeToReturn() > 0) return afterDelay(timeToReturn(), &BlueZService::askHowToStart);
+        askHowToStart();
     }));
     afterDelay(answerDeadline, &BlueZService::answerIsLate);
 }
@@ -125,8 +126,17 @@ void BlueZService::busDidClose(const std::string& reason) {
     loseBus(reason);
 }
 
+/// A service that was in use may come back by itself, and its bus with it.
+double BlueZService::timeToReturn() const {
+    return std::chrono::duration<double>(returnsUntil_ - context_->clock.monotonicTime()).count();
+}
+
+void BlueZService::serviceHasGone() {
+    returnsUntil_ = context_->clock.monotonicTime() + returnDeadline;
+}
+
 void BlueZService::loseBus(const std::string& reason) {
-    const bool wasInUse = !owner_.empty();
+    if (!owner_.empty()) serviceHasGone();
     // Log only the first failure.
     if (condition_ != busIsMissing()) {
         context_->log.message("Bluetooth: the connection to the bus is lost: %@", reason);
@@ -138,7 +148,7 @@ void BlueZService::loseBus(const std::string& reason) {
     owner_.clear();
     forgetObjects();
     afterDelay(reopeningDelay, &BlueZService::openBus);
-    enter(wasInUse ? radioIsGone() : busIsMissing());
+    enter(timeToReturn() > 0 ? radioIsGone() : busIsMissing());
 }
 
 void BlueZService::gatherAdvertisements() {
@@ -173,12 +183,13 @@ void BlueZService::afterDelay(double seconds, void (BlueZService::*action)()) {
 void BlueZService::ownerIs(const std::string& owner) {
     if (owner == owner_) return;
     const bool wasInUse = !owner_.empty();
+    if (wasInUse) serviceHasGone();
     owner_ = owner;
     // The answers of the former owner do not count any more.
     loading_.reset();
     forgetObjects();
     if (owner_.empty()) {
-        afterDelay(returnDeadline, &BlueZService::askHowToStart);
+        afterDelay(timeToReturn(), &BlueZService::askHowToStart);
     } else {
         reload();
     }

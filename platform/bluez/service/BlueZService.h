@@ -149,6 +149,8 @@ public:
 private:
     void openBus();
     void loseBus(const std::string& reason);
+    double timeToReturn() const;
+    void serviceHasGone();
     [[nodiscard]] Slot askBus(const char* member, const char* argument, Bus::Answer answer);
     void updateGathering();
     /// An answer may drop the last reference to this.
@@ -214,6 +216,7 @@ private:
     std::vector<CBUUID> listedServices_;
     std::vector<Slot> opening_;
     bool isOpening_ = false;
+    std::chrono::nanoseconds returnsUntil_{};
     Slot loading_;
     bool isLoading_ = false;
     std::string loadingTrouble_;

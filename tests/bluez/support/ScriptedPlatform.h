@@ -41,7 +41,7 @@ private:
 /// Writes down which monitors a process has in the kernel.
 class ScriptedMonitors final : public MonitorPlace {
 public:
-    ScriptedMonitors(std::vector<std::string>& events, MonitorUse use)
+    ScriptedMonitors(std::vector<std::string>& events, std::optional<MonitorUse> use)
         : events_(events), use_(std::move(use)) {}
 
     void add(const std::vector<AdvertisementPattern>& patterns, Placed placed) override;
@@ -53,7 +53,7 @@ public:
 
 private:
     std::vector<std::string>& events_;
-    MonitorUse use_;
+    std::optional<MonitorUse> use_;
 };
 
 /// A machine without hardware: its bus, its Bluetooth service and its controller are played, its time is
@@ -78,7 +78,7 @@ public:
     bool mayPlaceMonitors = true;
     std::weak_ptr<ScriptedMonitors> monitors;
     std::vector<std::string> monitorEvents;
-    MonitorUse monitorUse{.most = 32};
+    std::optional<MonitorUse> monitorUse = MonitorUse{.most = 32};
     /// When the controller tells why a link has ended, in seconds after the service has told that it has.
     double reasonDelay = 0;
     /// Whether discovery can be started past the service, and how often it was.
