@@ -431,10 +431,8 @@ BeaconDescription numberedBeacon(std::size_t number) {
 }
 
 Sender::Sender(std::size_t beacons, Route route) : control_(connectedSockets()) {
-    std::string path;
-    if (route == Route::daemon) std::tie(daemon_, path) = beginDaemon();
-    bus_ = path.empty() ? connectedSockets() : std::array{connectTo(path), connectTo(path)};
-    if (!path.empty()) ::unlink(path.c_str());
+    if (route == Route::daemon) std::tie(daemon_, path_) = beginDaemon();
+    bus_ = path_.empty() ? connectedSockets() : std::array{connectTo(path_), connectTo(path_)};
     process_ = checkCall(::fork());
     const std::size_t mine = process_ == 0 ? 1 : 0;
     ::close(bus_[1 - mine]);
@@ -459,6 +457,7 @@ Sender::~Sender() {
     if (daemon_ == 0) return;
     ::kill(daemon_, SIGTERM);
     ::waitpid(daemon_, nullptr, 0);
+    ::unlink(path_.c_str());
 }
 
 void Sender::send(const Traffic& traffic) const {

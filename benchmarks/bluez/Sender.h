@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "ZobiConnectKit/simulation/BeaconDescription.h"
@@ -56,6 +57,8 @@ public:
 
     /// The client's end of the connection to the bus, for the client to close.
     int clientSocket() const { return bus_[0]; }
+    /// Where other clients find the message bus, if it has one of its own.
+    std::string busAddress() const { return "unix:path=" + path_; }
 
     /// Begins to tell of the beacons, each as a device that was just found.
     void announce() const { send({0}); }
@@ -69,6 +72,7 @@ private:
     // Of each connection, the first end is this process's, and the second the other one's.
     std::array<int, 2> bus_{-1, -1};
     std::array<int, 2> control_;
+    std::string path_;
     pid_t daemon_ = 0;
     pid_t process_ = 0;
 };

@@ -2,18 +2,24 @@
 #ifdef ZOBI_HAS_GLIB
 #include <glib-unix.h>
 #endif
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -320,6 +326,50 @@ void idle(benchmark::State& state) {
     }
 }
 BENCHMARK(idle)->Name("Idle")->Iterations(1)->Repetitions(2)->MeasureProcessCPUTime();
+
+/// In MiB; nothing when the process has ended.
+std::optional<double> peakMemoryOf(const std::string& process) {
+    std::ifstream status("/proc/" + process + "/status");
+    for (std::string word; status >> word;) {
+        double kibibytes = 0;
+        if (word == "VmHWM:" && status >> kibibytes) return kibibytes / 1024;
+    }
+    return std::nullopt;
+}
+
+/// The memory of the tool, in which 1,000 beacons are live.
+void memory(benchmark::State& state, const std::string& format) {
+    const auto tool = std::filesystem::read_symlink("/proc/self/exe").replace_filename("zobiconnect");
+    double peak = 0;
+    bool areAllLive = false;
+    for ([[maybe_unused]] auto _ : state) {
+        const Sender sender(1000, Route::daemon);
+        ::close(sender.clientSocket());
+        const std::string command = "echo $$; DBUS_SYSTEM_BUS_ADDRESS=" + sender.busAddress() + " exec " +
+                                    tool.string() + " monitor --for 12 --format " + format;
+        // NOLINTNEXTLINE(cert-env33-c): the shell tells the number of the process
+        std::FILE* const output = ::popen(command.c_str(), "r");
+        std::array<char, 4096> line{};
+        std::string process;
+        bool isTold = false;
+        while (std::fgets(line.data(), static_cast<int>(line.size()), output)) {
+            const std::string_view text(line.data());
+            if (process.empty()) {
+                process = text.substr(0, text.find('\n'));
+            } else if (!std::exchange(isTold, true)) {
+                sender.announce();
+                sender.send({.signals = 20'000, .interval = steady.interval});
+            }
+            peak = peakMemoryOf(process).value_or(peak);
+            areAllLive = text.find(": 1000 beacons") != text.npos || text.find(":1000,") != text.npos;
+        }
+        ::pclose(output);
+    }
+    state.counters["peak_memory"] = peak;
+    if (!areAllLive) state.SkipWithError("not all beacons were live in the tool at the end");
+}
+BENCHMARK_CAPTURE(memory, json, "json")->Name("Memory/json")->Iterations(1)->Repetitions(1);
+BENCHMARK_CAPTURE(memory, table, "table")->Name("Memory/table")->Iterations(1)->Repetitions(1);
 
 }  // namespace
 
