@@ -289,9 +289,11 @@ void Examination::examineLinks() {
     if (!dualDevice_.empty()) {
         add("transport", Severity::limitation,
             dualDevice_ +
-                " has two kinds of Bluetooth, and this version of the service cannot be asked to "
-                "connect to it over Low Energy.",
-            "If connecting fails, install a newer version of the package bluez: 5.80 or later.");
+                " has two kinds of Bluetooth, and this service cannot be asked to connect to it over Low "
+                "Energy.",
+            "If connecting fails, use version 5.82 or later of the package bluez, and turn on its "
+            "experimental interfaces: Experimental = true under [General] in /etc/bluetooth/main.conf, and "
+            "systemctl restart bluetooth");
     }
     if (channel_) {
         add("links", Severity::good,
