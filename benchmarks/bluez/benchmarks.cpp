@@ -361,7 +361,8 @@ void memory(benchmark::State& state, const std::string& format) {
                 sender.send({.signals = 20'000, .interval = steady.interval});
             }
             peak = peakMemoryOf(process).value_or(peak);
-            areAllLive = text.find(": 1000 beacons") != text.npos || text.find(":1000,") != text.npos;
+            areAllLive = text.find(": 1000 beacons") != std::string_view::npos ||
+                         text.find(":1000,") != std::string_view::npos;
         }
         ::pclose(output);
     }
