@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -17,6 +18,7 @@
 #include <cstring>
 #include <exception>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "Air.h"
@@ -103,12 +105,26 @@ public:
             if (device) {
                 device.reset();
             } else {
-                device.emplace();
+                plugIn(number);
             }
         }
     }
 
 private:
+    /// The kernel frees the number of one that was unplugged when nothing uses it any more.
+    void plugIn(std::size_t number) {
+        const std::string path = "/sys/class/bluetooth/hci" + std::to_string(number);
+        constexpr int mostTries = 100;
+        for (int tries = 0; tries < mostTries; ++tries) {
+            devices_[number].emplace();
+            if (::access(path.c_str(), F_OK) == 0) return;
+            log("another number than ", number);
+            devices_[number].reset();
+            ::poll(nullptr, 0, 100);
+        }
+        fail(path.c_str());
+    }
+
     std::array<std::optional<VirtualDevice>, 2> devices_;
 };
 
