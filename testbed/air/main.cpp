@@ -122,7 +122,7 @@ private:
             devices_[number].reset();
             ::poll(nullptr, 0, 100);
         }
-        fail(path.c_str());
+        fail(path);
     }
 
     std::array<std::optional<VirtualDevice>, 2> devices_;
