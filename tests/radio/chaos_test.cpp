@@ -136,6 +136,8 @@ protected:
         return bench->runUntil(
             [&] {
                 keeper.advance();
+                // Kept, they would be more and more.
+                application->takeEvents();
                 return condition();
             },
             seconds);

@@ -281,7 +281,11 @@ void BlueZLink::deviceIsDisconnected(CentralContext& context) {
 // The end of the link
 
 std::optional<LinkEnd> BlueZLink::knownLinkEnd(CentralContext& context) {
-    if (!toldLinkEnd_ && context.channel) toldLinkEnd_ = context.channel->takeLinkEnd(linkAddress_);
+    // BlueZ has no word for some, as that the encrypted data no longer fitted; the controller has.
+    const bool isKnown = toldLinkEnd_ && toldLinkEnd_->cause != LinkEnd::Cause::other;
+    if (!isKnown && context.channel) {
+        if (auto exact = context.channel->takeLinkEnd(linkAddress_)) toldLinkEnd_ = std::move(exact);
+    }
     return toldLinkEnd_;
 }
 
