@@ -349,6 +349,7 @@ void memory(benchmark::State& state, const std::string& format) {
                                     tool.string() + " monitor --for 12 --format " + format;
         // NOLINTNEXTLINE(cert-env33-c): the shell tells the number of the process
         std::FILE* const output = ::popen(command.c_str(), "r");
+        if (!output) return state.SkipWithError("the shell does not start");
         std::array<char, 4096> line{};
         std::string process;
         bool isTold = false;

@@ -37,7 +37,7 @@ constexpr int manyMends = 3;
 }  // namespace
 
 void DiscoveryWatchdog::watch() {
-    // In a pause nothing is mended.
+    // What was signalled in the pause was not mended then.
     if (!isWatching_ && !discovery_.isToldToScan()) mendIn(nextMend);
     const bool goesOn = timer_ && timer_->isValid() && now() - restedAt_ < shortRest;
     if (std::exchange(isWatching_, true) || goesOn) return;

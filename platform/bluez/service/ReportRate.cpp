@@ -4,8 +4,7 @@ namespace zobi::platform::bluez {
 
 std::string limitedRateText(const std::string& why) {
     return "If the controller filters duplicates strictly, as many do, each beacon is heard only about once "
-           "in "
-           "10 s: " +
+           "in 10 s: " +
            why + '.';
 }
 
