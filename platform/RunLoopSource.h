@@ -27,7 +27,8 @@ public:
     virtual void setEvents(short events) = 0;
 
     /// Leaves the descriptor unwatched for some time, so that what arrives gathers and the loop wakes less
-    /// often. The loop, a foreign one too, wakes at the end of the rest.
+    /// often. The loop, a foreign one too, wakes at the end of the rest; `ready` may then be called though
+    /// nothing has arrived.
     /// @param moment the end of the rest, in the loop's monotonic time; nothing to watch at once.
     virtual void restUntil(std::optional<std::chrono::nanoseconds> moment) = 0;
 };

@@ -135,8 +135,11 @@ public:
     RunLoopDescriptor descriptor() const { return descriptor_; }
     std::optional<nanoseconds> restsUntil() const { return restsUntil_; }
 
-    void endRest(nanoseconds now) {
-        if (restsUntil_ && *restsUntil_ <= now) restsUntil_.reset();
+    /// Whether a rest has ended by now.
+    bool endRest(nanoseconds now) {
+        if (!restsUntil_ || *restsUntil_ > now) return false;
+        restsUntil_.reset();
+        return true;
     }
 
     bool isPolled() const { return !restsUntil_ && !isQueued_; }
@@ -289,9 +292,11 @@ void StandardRunLoop::wait(std::optional<nanoseconds> timeout) {
         waited_.push_back({source && source->isPolled() ? source->descriptor() : RunLoopDescriptor{-1, 0}});
     }
     watch_->waiting->wait(timeout, waited_);
+    const nanoseconds awake = clock_.monotonicTime();
     for (std::size_t i = 0; i < waited_.size(); ++i) {
         const auto ready = sources_[i].lock();
-        if (!ready || !waited_[i].isReady) continue;
+        // Something has most likely arrived in a rest that was waited for: asking costs as much as reading.
+        if (!ready || (!ready->endRest(awake) && !waited_[i].isReady)) continue;
         ready->setQueued(true);
         // Without a wake: the loop is awake.
         const std::lock_guard lock(queueMutex_);
