@@ -17,10 +17,13 @@
 #include <string_view>
 #include <vector>
 
+#include "SilentBus.h"
+
 namespace {
 
 // A job in the background of a script ignores it, and so would the tool.
 [[maybe_unused]] const auto interruptBefore = ::signal(SIGINT, SIG_DFL);
+[[maybe_unused]] const auto silentBus = listenAsSilentBus();
 
 std::string printedBy(const std::string& command) {
     const std::string directory = std::filesystem::path(ZOBI_TOOL_PATH).parent_path();

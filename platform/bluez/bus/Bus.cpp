@@ -1,14 +1,12 @@
 #include "platform/bluez/bus/Bus.h"
 
-#include <sys/ioctl.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <exception>
 #include <system_error>
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/bus/SystemBus.h"
 
 namespace zobi::platform::bluez {
 
@@ -25,24 +23,8 @@ constexpr int bytesToGather = 32 * 1024;
 // 600 bytes each.
 constexpr int bytesOfFullSocket = 44 * 1024;
 
-std::string_view orEmpty(const char* text) {
-    return text ? std::string_view(text) : std::string_view();
-}
-
 void check(int result, const char* what) {
     if (result < 0) throw std::system_error(-result, std::generic_category(), what);
-}
-
-struct BusUnref {
-    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-};
-
-std::unique_ptr<sd_bus, BusUnref> makeBus(int socket) {
-    sd_bus* bus = nullptr;
-    check(sd_bus_new(&bus), "D-Bus");
-    std::unique_ptr<sd_bus, BusUnref> owner(bus);
-    check(sd_bus_set_fd(bus, socket, socket), "D-Bus");
-    return owner;
 }
 
 }  // namespace
@@ -67,30 +49,20 @@ void BusDelegate::busDidReceiveCall(IncomingCall call) {
 }
 
 std::shared_ptr<Bus> Bus::overSystemBus(const Context& context) {
-    sd_bus* bus = nullptr;
-    check(sd_bus_open_system(&bus), "the system bus");
-    return start(bus, context);
+    return start(connectToSystemBus(), BusConnection::Role::client, context);
 }
 
 std::shared_ptr<Bus> Bus::overSocket(int socket, const Context& context) {
-    auto bus = makeBus(socket);
-    check(sd_bus_set_bus_client(bus.get(), 1), "D-Bus");
-    check(sd_bus_start(bus.get()), "D-Bus");
-    return start(bus.release(), context);
+    return start(socket, BusConnection::Role::client, context);
 }
 
 std::shared_ptr<Bus> Bus::servingSocket(int socket, const Context& context) {
-    auto bus = makeBus(socket);
-    sd_id128_t id{};
-    check(sd_id128_randomize(&id), "D-Bus");
-    check(sd_bus_set_server(bus.get(), 1, id), "D-Bus");
-    check(sd_bus_start(bus.get()), "D-Bus");
-    return start(bus.release(), context);
+    return start(socket, BusConnection::Role::server, context);
 }
 
-std::shared_ptr<Bus> Bus::start(sd_bus* bus, const Context& context) {
-    auto started = std::make_shared<Bus>(bus, context);
-    started->source_ = context.runLoop.addSource({sd_bus_get_fd(bus), 0}, [weakBus = std::weak_ptr(started)] {
+std::shared_ptr<Bus> Bus::start(int socket, BusConnection::Role role, const Context& context) {
+    auto started = std::make_shared<Bus>(socket, role, context);
+    started->source_ = context.runLoop.addSource({socket, 0}, [weakBus = std::weak_ptr(started)] {
         if (const auto self = weakBus.lock()) self->serve();
     });
     // It may have something to send at once.
@@ -98,14 +70,9 @@ std::shared_ptr<Bus> Bus::start(sd_bus* bus, const Context& context) {
     return started;
 }
 
-Bus::~Bus() {
-    source_.reset();
-    sd_bus_close_unref(bus_);
-}
-
 Message Bus::makeCall(const Method& method) const {
     sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_call(bus_, &message, method.destination.c_str(), method.path.c_str(),
+    check(sd_bus_message_new_method_call(library(), &message, method.destination.c_str(), method.path.c_str(),
                                          method.interface.c_str(), method.member.c_str()),
           "a D-Bus call");
     MessagePointer owner(message);
@@ -117,7 +84,7 @@ Message Bus::makeCall(const Method& method) const {
 Message Bus::makeSignal(const std::string& path, const std::string& interface,
                         const std::string& member) const {
     sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_signal(bus_, &message, path.c_str(), interface.c_str(), member.c_str()),
+    check(sd_bus_message_new_signal(library(), &message, path.c_str(), interface.c_str(), member.c_str()),
           "a D-Bus signal");
     return Message(MessagePointer(message));
 }
@@ -134,16 +101,21 @@ bool Bus::expectsReply(const IncomingCall& call) {
 
 Slot Bus::call(const Message& message, Answer answer) {
     std::uint64_t cookie = 0;
-    // A connection that is lost already tells so by itself: the call is one more without an answer.
-    if (sd_bus_send(bus_, message.get(), &cookie) < 0) return {};
+    if (!write(message, &cookie)) return {};
     outstanding_.emplace(cookie, std::move(answer));
     updateSource();
     return {weak_from_this(), cookie};
 }
 
 void Bus::send(const Message& message) {
-    sd_bus_send(bus_, message.get(), nullptr);
-    updateSource();
+    if (write(message, nullptr)) updateSource();
+}
+
+bool Bus::write(const Message& message, std::uint64_t* cookie) {
+    if (sd_bus_send(library(), message.get(), cookie) >= 0) return true;
+    // A look tells that the connection is lost: the call is one more without an answer.
+    serveSoon();
+    return false;
 }
 
 void Bus::replyError(const IncomingCall& call, const BusError& error) {
@@ -167,8 +139,10 @@ void Bus::setLongestRest(nanoseconds longestRest) {
 
 void Bus::updateSource() {
     if (!source_) return;
-    source_->setEvents(static_cast<short>(std::max(sd_bus_get_events(bus_), 0)));
-    source_->restUntil(outstanding_.empty() ? restsUntil_ : std::nullopt);
+    source_->setEvents(connection_->events());
+    // A rest that is over is not begun again by what is sent before the next look.
+    const bool rests = outstanding_.empty() && restsUntil_ && *restsUntil_ > context_.clock.monotonicTime();
+    source_->restUntil(rests ? restsUntil_ : std::nullopt);
 }
 
 void Bus::serveSoon() {
@@ -182,93 +156,84 @@ void Bus::serveSoon() {
 }
 
 void Bus::serve() {
+    if (!connection_) return;
     struct Afterwards {
         Bus& bus;
-        int waiting = 0;
         int served = 0;
 
         ~Afterwards() {
             // What was read already makes no descriptor ready; nor does what an exception kept from its turn.
             if (served == messagesInOneTurn || std::uncaught_exceptions() > 0) bus.serveSoon();
             const nanoseconds now = bus.context_.clock.monotonicTime();
-            const nanoseconds rest = bus.restAfter(served, waiting, now);
+            const nanoseconds rest = bus.restAfter(served, now);
             bus.restsUntil_ = rest > nanoseconds::zero() ? std::optional(now + rest) : std::nullopt;
             if (served > 0) bus.lastServed_ = now;
             bus.updateSource();
         }
-    } afterwards{*this, longestRest_ > nanoseconds::zero() ? bytesWaiting() : 0};
+    } afterwards{*this};
+    connection_->look();
     while (afterwards.served < messagesInOneTurn && serveOne()) ++afterwards.served;
 }
 
-int Bus::bytesWaiting() const {
-    int bytes = 0;
-    return bus_ && ::ioctl(sd_bus_get_fd(bus_), FIONREAD, &bytes) == 0 ? bytes : 0;
-}
-
-nanoseconds Bus::restAfter(int served, int waiting, nanoseconds now) const {
-    if (served == 0 || served == messagesInOneTurn) return nanoseconds::zero();
-    if (waiting == 0 || waiting >= bytesOfFullSocket) return nanoseconds::zero();
+nanoseconds Bus::restAfter(int served, nanoseconds now) const {
+    if (!connection_ || served == 0 || served == messagesInOneTurn) return nanoseconds::zero();
+    const auto received = static_cast<nanoseconds::rep>(connection_->bytesReceived());
+    if (received == 0 || received >= bytesOfFullSocket) return nanoseconds::zero();
     const nanoseconds elapsed = now - lastServed_;
     // Worth it if at least two are expected to come meanwhile.
     if (elapsed / served > longestRest_ / 2) return nanoseconds::zero();
-    return std::min(longestRest_, elapsed * bytesToGather / waiting);
+    return std::min(longestRest_, elapsed * bytesToGather / received);
 }
 
 bool Bus::serveOne() {
-    if (!bus_) return false;
-    sd_bus_message* message = nullptr;
-    const int result = sd_bus_process(bus_, &message);
-    MessagePointer owner(message);
-    if (result < 0 || sd_bus_is_open(bus_) <= 0) {
-        close(result < 0 ? -result : ECONNRESET);
-        return false;
-    }
-    if (owner) handle(std::move(owner));
-    return result > 0;
+    const auto message = connection_->next();
+    if (message) handle(*message);
+    if (!connection_->error()) return message.has_value();
+    close();
+    return false;
 }
 
-void Bus::handle(MessagePointer message) {
-    std::uint8_t type = 0;
-    sd_bus_message* const raw = message.get();
-    if (sd_bus_message_get_type(raw, &type) < 0) return;
-    if (type == SD_BUS_MESSAGE_METHOD_RETURN || type == SD_BUS_MESSAGE_METHOD_ERROR) {
-        return handleReply(raw, type == SD_BUS_MESSAGE_METHOD_ERROR);
-    }
+void Bus::handle(std::span<const std::uint8_t> message) {
+    using enum MessageHeader::Type;
+    if (MessageHeader::typeOf(message) == call) return handleCall(message);
+    const auto header = MessageHeader::of(message);
+    if (!header) return;
+    if (header->type == reply || header->type == error) return handleReply(*header);
     const auto delegate = delegate_.lock();
-    if (!delegate) return;
-    const auto sender = orEmpty(sd_bus_message_get_sender(raw));
-    const auto path = orEmpty(sd_bus_message_get_path(raw));
-    const auto interface = orEmpty(sd_bus_message_get_interface(raw));
-    const auto member = orEmpty(sd_bus_message_get_member(raw));
-    if (type == SD_BUS_MESSAGE_SIGNAL) {
-        MessageReader body(raw);
-        delegate->busDidReceiveSignal({sender, path, interface, member, body});
-    } else {
-        const auto destination = orEmpty(sd_bus_message_get_destination(raw));
-        delegate->busDidReceiveCall(
-            {std::move(message), sender, destination, path, interface, member, weak_from_this()});
-    }
+    if (header->type != signal || !delegate) return;
+    MessageReader body = header->reader();
+    delegate->busDidReceiveSignal({header->sender, header->path, header->interface, header->member, body});
 }
 
-void Bus::handleReply(sd_bus_message* message, bool isError) {
-    std::uint64_t cookie = 0;
-    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return;
-    const auto node = outstanding_.extract(cookie);
+void Bus::handleCall(std::span<const std::uint8_t> message) {
+    MessagePointer raw = connection_->callOf(message);
+    const auto delegate = delegate_.lock();
+    std::vector<std::uint8_t> bytes(message.begin(), message.end());
+    const auto header = MessageHeader::of(bytes);
+    if (!raw || !delegate || !header) return;
+    delegate->busDidReceiveCall({std::move(raw), std::move(bytes), header->reader(), header->sender,
+                                 header->destination, header->path, header->interface, header->member,
+                                 weak_from_this()});
+}
+
+void Bus::handleReply(const MessageHeader& header) {
+    const auto node = outstanding_.extract(header.replySerial);
     if (node.empty()) return;
-    MessageReader body(message);
-    if (!isError) return node.mapped()(body, nullptr);
-    const sd_bus_error* const raw = sd_bus_message_get_error(message);
-    const BusError error{std::string(orEmpty(raw->name)), std::string(orEmpty(raw->message))};
-    node.mapped()(body, &error);
+    MessageReader body = header.reader();
+    if (header.type == MessageHeader::Type::reply) return node.mapped()(body, nullptr);
+    const BusError error{std::string(header.errorName),
+                         std::string(header.signature.starts_with('s') ? body.string() : "")};
+    MessageReader nothing;
+    node.mapped()(nothing, &error);
 }
 
-void Bus::close(int error) {
+void Bus::close() {
     const auto self = shared_from_this();
     source_.reset();
-    sd_bus_close_unref(std::exchange(bus_, nullptr));
+    const std::string reason = std::exchange(connection_, nullptr)->error().message();
     outstanding_.clear();
     const auto delegate = delegate_.lock();
-    if (delegate) delegate->busDidClose(std::generic_category().message(error));
+    if (delegate) delegate->busDidClose(reason);
 }
 
 }  // namespace zobi::platform::bluez

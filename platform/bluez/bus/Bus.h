@@ -7,11 +7,16 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <unordered_map>
+#include <vector>
 
+#include "platform/bluez/bus/BusConnection.h"
 #include "platform/bluez/bus/Message.h"
+#include "platform/bluez/bus/MessageHeader.h"
 #include "platform/bluez/bus/MessageReader.h"
 #include "zobi/platform/Clock.h"
 #include "zobi/platform/RunLoop.h"
@@ -47,7 +52,11 @@ struct Signal {
 /// A call to an object of this side, which is answered through `Bus::reply` or `Bus::replyError`, once; or
 /// not, by dropping it.
 struct IncomingCall {
+    /// For a reply alone: its arguments are in `bytes`.
     MessagePointer message;
+    /// The whole message, which the views are of.
+    std::vector<std::uint8_t> bytes;
+    MessageReader arguments;
     std::string_view sender;
     std::string_view destination;
     std::string_view path;
@@ -104,18 +113,22 @@ public:
     /// @throws std::system_error
     static std::shared_ptr<Bus> overSocket(int socket, const Context& context);
     /// As the bus itself, with the one client at the other end of a connected socket, which it takes over.
+    /// Whose process the client is, is not asked.
     /// @throws std::system_error
     static std::shared_ptr<Bus> servingSocket(int socket, const Context& context);
 
-    Bus(sd_bus* bus, const Context& context) : context_(context), bus_(bus) {}
-    ~Bus();
+    /// @param socket connected; it is taken over.
+    /// @throws std::system_error
+    Bus(int socket, BusConnection::Role role, const Context& context)
+        : context_(context), connection_(std::make_unique<BusConnection>(socket, role)) {}
+    ~Bus() = default;
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
 
     void setDelegate(std::weak_ptr<BusDelegate> delegate) { delegate_ = std::move(delegate); }
 
     /// False when the connection is lost: then no call and no signal can be made.
-    bool isOpen() const { return bus_ != nullptr; }
+    bool isOpen() const { return connection_ != nullptr; }
 
     Message makeCall(const Method& method) const;
     Message makeSignal(const std::string& path, const std::string& interface,
@@ -143,26 +156,28 @@ public:
 private:
     friend class Slot;
 
-    static std::shared_ptr<Bus> start(sd_bus* bus, const Context& context);
+    static std::shared_ptr<Bus> start(int socket, BusConnection::Role role, const Context& context);
+    /// For making and sending messages; null when the connection is lost.
+    sd_bus* library() const { return connection_ ? connection_->get() : nullptr; }
+    /// False if it cannot be sent.
+    bool write(const Message& message, std::uint64_t* cookie);
     void serveSoon();
     void serve();
-    /// How many bytes have arrived and are not read yet.
-    int bytesWaiting() const;
+    /// Whether there was a message.
+    bool serveOne();
     /// How long to leave unread what comes next.
     /// @param served the number of messages that were read.
-    /// @param waiting the number of bytes that had arrived before.
     /// @param now when the last message was read.
-    std::chrono::nanoseconds restAfter(int served, int waiting, std::chrono::nanoseconds now) const;
+    std::chrono::nanoseconds restAfter(int served, std::chrono::nanoseconds now) const;
     /// Has the loop watch for what the connection waits for now.
     void updateSource();
-    /// Whether there was something to do.
-    bool serveOne();
-    void handle(MessagePointer message);
-    void handleReply(sd_bus_message* message, bool isError);
-    void close(int error);
+    void handle(std::span<const std::uint8_t> message);
+    void handleCall(std::span<const std::uint8_t> message);
+    void handleReply(const MessageHeader& header);
+    void close();
 
     Context context_;
-    sd_bus* bus_;
+    std::unique_ptr<BusConnection> connection_;
     std::shared_ptr<RunLoopSource> source_;
     std::weak_ptr<BusDelegate> delegate_;
     std::unordered_map<std::uint64_t, Answer> outstanding_;

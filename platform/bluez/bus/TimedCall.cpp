@@ -12,7 +12,7 @@ void TimedCall::start(const std::shared_ptr<void>& owner, RunLoop& runLoop, doub
     // Neither calls this object after it has cancelled them.
     deadline_ = runLoop.after(seconds, [this, late = std::move(late)] {
         const BusError error{"", late};
-        MessageReader nothing(nullptr);
+        MessageReader nothing;
         finish(nothing, &error);
     });
     slot_ = send([this](MessageReader& reply, const BusError* error) { finish(reply, error); });

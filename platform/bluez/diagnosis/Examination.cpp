@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/bluez/bus/BlueZNames.h"
+#include "platform/bluez/bus/SystemBus.h"
 #include "platform/bluez/controller/KernelMonitors.h"
 #include "platform/bluez/controller/OpenControllerChannel.h"
 #include "platform/bluez/diagnosis/Conditions.h"

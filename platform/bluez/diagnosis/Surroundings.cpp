@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 
 #include "platform/bluez/controller/HCI.h"
@@ -25,12 +24,6 @@ std::string groupName(gid_t group) {
 }
 
 }  // namespace
-
-std::string systemBusAddress() {
-    // As the bus's library reads it.
-    const char* const address = ::secure_getenv("DBUS_SYSTEM_BUS_ADDRESS");
-    return address ? address : "unix:path=/run/dbus/system_bus_socket";
-}
 
 std::string userText() {
     const passwd* const entry = ::getpwuid(::geteuid());

@@ -8,9 +8,6 @@ namespace zobi::platform::bluez {
 
 // What a process can see of its machine without asking the Bluetooth service.
 
-/// Where the system bus is looked for.
-std::string systemBusAddress();
-
 /// As in "user pi (groups pi, audio)".
 std::string userText();
 

@@ -450,7 +450,7 @@ void BlueZPeripheralManager::answerRequest(const IncomingCall& call, GATTPlace p
 }
 
 void BlueZPeripheralManager::answerRead(const IncomingCall& call, GATTPlace place) {
-    MessageReader body(call.message.get());
+    MessageReader body = call.arguments;
     const Properties options = body.properties();
     if (!body.isGood()) return Bus::replyError(call, invalidArgumentsError());
     const std::string central = centralIn(options);
@@ -467,7 +467,7 @@ void BlueZPeripheralManager::answerRead(const IncomingCall& call, GATTPlace plac
 }
 
 void BlueZPeripheralManager::answerWrite(const IncomingCall& call, GATTPlace place) {
-    MessageReader body(call.message.get());
+    MessageReader body = call.arguments;
     const auto value = body.bytes();
     const Properties options = body.properties();
     if (!body.isGood()) return Bus::replyError(call, invalidArgumentsError());

@@ -100,7 +100,8 @@ void ScriptedBus::busDidReceiveSignal(const Signal& signal) {
 
 void ScriptedBus::busDidReceiveCall(IncomingCall incoming) {
     const auto call = std::make_shared<ScriptedCall>(ScriptedCall{std::move(incoming)});
-    const auto& [message, sender, destination, path, interface, member, bus] = call->incoming;
+    const auto& [destination, path, member] =
+        std::tie(call->incoming.destination, call->incoming.path, call->incoming.member);
     // Nobody waits for an answer over a connection that is gone.
     std::erase_if(pending_, [](const Call& other) { return other->incoming.bus.expired(); });
     pending_.push_back(call);
@@ -136,7 +137,7 @@ void ScriptedBus::carryOut(const Call& call, const Script& script) {
 void ScriptedBus::performForBus(Client& client, const Call& call) {
     const std::string_view member = call->incoming.member;
     if (member == "AddMatch") {
-        client.rules.emplace_back(MessageReader(call->incoming.message.get()).string());
+        client.rules.emplace_back(call->incoming.arguments.string());
         return reply(call);
     }
     const std::string name = member == "Hello" ? client.name : owner_;

@@ -134,7 +134,7 @@ void ScriptedService::perform(Client& client, const Call& call) {
     const std::string path(call->incoming.path);
     const std::string interface(call->incoming.interface);
     const std::string member(call->incoming.member);
-    MessageReader arguments(call->incoming.message.get());
+    MessageReader arguments = call->incoming.arguments;
     if (member == "GetManagedObjects") {
         std::vector<ManagedObject> objects;
         for (const auto& [objectPath, interfaces] : tree_) objects.push_back({objectPath, interfaces});
@@ -429,7 +429,7 @@ void ScriptedService::operate(Client& client, ScriptedDevice& device, const Call
     const auto isOpen = [](const Call& other) { return !other->isOver; };
     if (std::ranges::any_of(device.link->operations, isOpen)) return fail(call, "In Progress", "InProgress");
     const bool isRead = member == "ReadValue";
-    MessageReader arguments(call->incoming.message.get());
+    MessageReader arguments = call->incoming.arguments;
     const auto bytes = isRead ? std::span<const std::uint8_t>() : arguments.bytes();
     const Properties options = arguments.properties();
     const bool isCommand = !isRead && *named(options, "type") == Value("command");
