@@ -208,9 +208,10 @@ void Bus::handle(std::span<const std::uint8_t> message) {
 void Bus::handleCall(std::span<const std::uint8_t> message) {
     MessagePointer raw = connection_->callOf(message);
     const auto delegate = delegate_.lock();
+    if (!raw || !delegate) return;
     std::vector<std::uint8_t> bytes(message.begin(), message.end());
     const auto header = MessageHeader::of(bytes);
-    if (!raw || !delegate || !header) return;
+    if (!header) return;
     delegate->busDidReceiveCall({std::move(raw), std::move(bytes), header->reader(), header->sender,
                                  header->destination, header->path, header->interface, header->member,
                                  weak_from_this()});

@@ -56,6 +56,7 @@ struct IncomingCall {
     MessagePointer message;
     /// The whole message, which the views are of.
     std::vector<std::uint8_t> bytes;
+    /// At their start. A copy reads them without moving this one on.
     MessageReader arguments;
     std::string_view sender;
     std::string_view destination;

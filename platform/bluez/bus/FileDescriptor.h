@@ -13,7 +13,6 @@ public:
     ~FileDescriptor() {
         if (descriptor_ >= 0) ::close(descriptor_);
     }
-    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.release()) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         std::swap(descriptor_, other.descriptor_);
         return *this;

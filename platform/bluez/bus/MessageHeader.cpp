@@ -71,6 +71,7 @@ std::optional<MessageHeader> MessageHeader::of(std::span<const std::uint8_t> mes
     };
     reader.forEach("(yv)", [&] {
         reader.inside([&] {
+            // The numbers are the protocol's.
             switch (reader.byte()) {
                 case 1:
                     return take(header.path, reader.variantObjectPath());

@@ -2,16 +2,18 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
 #include <system_error>
+
+#include "platform/bluez/bus/FileDescriptor.h"
 
 namespace zobi::platform::bluez {
 
@@ -60,13 +62,10 @@ int connectTo(const std::string& name) {
     address.sun_family = AF_UNIX;
     if (name.size() >= sizeof(address.sun_path)) return -ENAMETOOLONG;
     std::ranges::copy(name, std::begin(address.sun_path));
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (socket < 0) return -errno;
+    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), size) == 0) return socket;
-    const int error = errno;
-    ::close(socket);
-    return -error;
+    const auto* const pointer = reinterpret_cast<const sockaddr*>(&address);
+    return socket.get() < 0 || ::connect(socket.get(), pointer, size) != 0 ? -errno : socket.release();
 }
 
 }  // namespace
